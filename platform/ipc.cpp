@@ -1,0 +1,99 @@
+// Messages from task to task.
+#include "platform/platform.h"
+
+#include "platform/mailbox.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+mailbox_path mailbox_of(aptid_t id)
+{
+    mailbox_path path;
+    snprintf(path.text, sizeof path.text, "/run/mailbox/%08x", id);
+    return path;
+}
+
+static int set_address(sockaddr_un *address, const char *path)
+{
+    const size_t len = strlen(path);
+    if (len >= sizeof address->sun_path)
+        return -ENAMETOOLONG;
+    *address = {};
+    address->sun_family = AF_UNIX;
+    memcpy(address->sun_path, path, len);
+    return 0;
+}
+
+static int open_socket()
+{
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    return fd < 0 ? -errno : fd;
+}
+
+// The one socket that all messages of this process leave by, or a negative errno. A failure to open
+// it is not kept: the next message tries again.
+static int sending_socket()
+{
+    static std::atomic<int> shared{-1};
+    int fd = shared;
+    if (fd >= 0)
+        return fd;
+
+    const int fresh = open_socket();
+    if (fresh < 0)
+        return fresh;
+    // Where the kernel grants less than this, it refuses the largest messages with EMSGSIZE.
+    const int bytes = static_cast<int>(MAILBOX_MESSAGE_MAX);
+    setsockopt(fresh, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes);
+    if (shared.compare_exchange_strong(fd, fresh))
+        return fresh;
+    // Another thread came first and `fd` is its socket.
+    close(fresh);
+    return fd;
+}
+
+int mailbox_send(const char *path, const void *msg, size_t size)
+{
+    if (msg == nullptr)
+        return -EINVAL;
+    if (size > MAILBOX_MESSAGE_MAX)
+        return -EMSGSIZE;
+    sockaddr_un address;
+    const int named = set_address(&address, path);
+    if (named < 0)
+        return named;
+    const int fd = sending_socket();
+    if (fd < 0)
+        return fd;
+
+    ssize_t sent;
+    do {
+        sent = sendto(fd, msg, size, MSG_DONTWAIT | MSG_NOSIGNAL,
+                      reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    } while (sent < 0 && errno == EINTR);
+    return sent < 0 ? -errno : 0;
+}
+
+int mailbox_probe(const char *path)
+{
+    sockaddr_un address;
+    const int named = set_address(&address, path);
+    if (named < 0)
+        return named;
+    const int fd = open_socket();
+    if (fd < 0)
+        return fd;
+    const int connected = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    const int result = connected == 0 ? 0 : -errno;
+    close(fd);
+    return result;
+}
+
+int apipc_send(aptid_t dest, const void *msg, unsigned int size)
+{
+    return mailbox_send(mailbox_of(dest).text, msg, size);
+}
