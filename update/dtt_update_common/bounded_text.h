@@ -1,0 +1,13 @@
+// Copying and formatting into buffers of fixed size, where a text that does not fit is an error.
+#ifndef DTT_UPDATE_COMMON_BOUNDED_TEXT_H
+#define DTT_UPDATE_COMMON_BOUNDED_TEXT_H
+
+#include <cstddef>
+
+// Both return false and leave the empty text if the text and its terminator take more than `size`
+// bytes: half a path names another file, and half a command line is another command.
+bool copy_text(char *buf, size_t size, const char *text);
+bool format_text(char *buf, size_t size, const char *format, ...)
+    __attribute__((format(printf, 3, 4)));
+
+#endif

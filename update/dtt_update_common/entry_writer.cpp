@@ -1,0 +1,125 @@
+// Appending entries to an image that is being built.
+#include "update/dtt_update_common/entry_writer.h"
+
+#include "update/dtt_update_common/path_operations.h"
+#include "update/dtt_update_common/raw_io.h"
+#include "update/dtt_update_common/trace_log.h"
+#include "update_header.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+static constexpr size_t TYPE_AND_SIZE = 5; // bytes between an entry's name and its data
+
+static long long image_length = 0;
+static bool image_broken = false;
+
+void begin_image(void)
+{
+    image_length = sizeof(update_header_t);
+    image_broken = false;
+}
+
+bool image_is_broken(void)
+{
+    return image_broken;
+}
+
+char *first_char_is(const char *s, int c)
+{
+    const char *found = strchr(s, c);
+    while (found != nullptr && found[1] == '.')
+        found = strchr(found + 1, c);
+    return found != nullptr ? const_cast<char *>(found + 1) : nullptr;
+}
+
+// The name under which `path` is stored; `text` is `path` itself or begins with it. A hidden file
+// directly below a one-component root has no '/' that a name follows: it keeps its last component.
+// The same holds for a link there, whose target must not be taken for its name.
+static const char *entry_name(const char *path, const char *text)
+{
+    const char *name = first_char_is(text, '/');
+    if (name != nullptr && name <= text + strlen(path))
+        return name;
+    const char *slash = strrchr(path, '/');
+    return slash != nullptr ? text + (slash + 1 - path) : text;
+}
+
+// The image ends in half an entry, or must end here: nothing behind it could be read back.
+static int break_image(const char *path, int error)
+{
+    TRACE("image is incomplete at `%s': %s\n", path, strerror(error));
+    image_broken = true;
+    return -1;
+}
+
+static int append_data(int dst_fd, int fd, const char *path, off_t size)
+{
+    const size_t len = static_cast<size_t>(size);
+    void *data = mmap(nullptr, len, PROT_READ, MAP_SHARED, fd, 0);
+    if (data == MAP_FAILED) {
+        const int error = errno;
+        TRACE("mmap failed `%s(size=%d)'\n", path, static_cast<int>(size));
+        return break_image(path, error);
+    }
+    int status = 0;
+    if (bb_full_write(dst_fd, data, len) < 0) {
+        const int error = errno;
+        TRACE("bb_full_write failed `%s(size=%d)'\n", path, static_cast<int>(size));
+        status = break_image(path, error);
+    }
+    munmap(data, len);
+    return status;
+}
+
+static int append_entry(int dst_fd, int fd, int type, const char *path, const char *filename,
+                        off_t size)
+{
+    const bool link = type == ENTRY_LINK;
+    const char *name = entry_name(path, link ? filename : path);
+    const off_t data_size = link ? 0 : size;
+    const size_t name_len = strlen(name) + 1;
+    char head[PATH_SIZE + TYPE_AND_SIZE];
+    if (name_len > PATH_SIZE)
+        return break_image(path, ENAMETOOLONG);
+    const size_t head_len = name_len + TYPE_AND_SIZE;
+    if (data_size > IMAGE_SIZE_MAX - image_length - static_cast<long long>(head_len))
+        return break_image(path, EFBIG);
+
+    const uint32_t be_size = htonl(static_cast<uint32_t>(data_size));
+    memcpy(head, name, name_len);
+    head[name_len] = static_cast<char>(type);
+    memcpy(head + name_len + 1, &be_size, sizeof be_size);
+    if (bb_full_write(dst_fd, head, head_len) < 0)
+        return break_image(path, errno);
+    if (!link && append_data(dst_fd, fd, path, data_size) != 0)
+        return -1;
+    image_length += static_cast<long long>(head_len) + data_size;
+    return 0;
+}
+
+int write_file(int dst_fd, int type, const char *path, const char *filename)
+{
+    // Without O_NONBLOCK a link to a pipe would wait for a writer.
+    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        TRACE("unable to open `%s'\n", path);
+        return -1;
+    }
+    int status = -1;
+    struct stat st;
+    if (fstat(fd, &st) == 0 && st.st_size > 0)
+        status = append_entry(dst_fd, fd, type, path, filename, st.st_size);
+    if (close(fd) < 0) {
+        const int error = errno;
+        TRACE("unable to close `%s'\n", path);
+        // The caller does not count an entry that failed, so it must not stand in the image.
+        return status == 0 ? break_image(path, error) : -1;
+    }
+    return status;
+}

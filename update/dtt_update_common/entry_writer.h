@@ -1,0 +1,29 @@
+// Appending entries to an image that is being built.
+#ifndef DTT_UPDATE_COMMON_ENTRY_WRITER_H
+#define DTT_UPDATE_COMMON_ENTRY_WRITER_H
+
+#include <cstddef>
+
+// Size of the buffer for a link's "path;target" text, terminator included.
+constexpr size_t LINK_NAME_SIZE = 128;
+
+// Largest image in bytes: sizes are handled as signed 32-bit numbers by every reader.
+constexpr long long IMAGE_SIZE_MAX = 0x7FFFFFFF;
+
+// Starts the bookkeeping of a new image, which holds the header alone.
+void begin_image(void);
+
+// Whether the image can't be finished since begin_image: an entry was begun and not completed, or
+// the next one would have taken the image past IMAGE_SIZE_MAX. A trace line has told why.
+bool image_is_broken(void);
+
+// Appends one entry of type `type` for the file or link at `path` to `dst_fd`. For a link,
+// `filename` is `path`, a ';' and the target; it is not looked at otherwise. Returns 0, or -1 if
+// there is no whole new entry: either nothing was written, because the file (or what the link
+// leads to) could not be opened or is empty, or the image is broken.
+int write_file(int dst_fd, int type, const char *path, const char *filename);
+
+// The text behind the first `c` of `s` that no '.' follows, inside `s`, or null if there is none.
+char *first_char_is(const char *s, int c);
+
+#endif

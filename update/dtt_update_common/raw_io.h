@@ -1,0 +1,20 @@
+// The raw system calls that move data. Interrupted calls and short counts are handled here and
+// nowhere else.
+#ifndef DTT_UPDATE_COMMON_RAW_IO_H
+#define DTT_UPDATE_COMMON_RAW_IO_H
+
+#include <cstddef>
+#include <sys/types.h>
+
+// write(2), repeated while it fails with EINTR.
+ssize_t safe_write(int fd, const void *buf, size_t count);
+
+// Writes all `len` bytes. Returns `len`, or the negative result of the failed write; errno is then
+// that write's, and what had gone out before stays written.
+ssize_t bb_full_write(int fd, const void *buf, size_t len);
+
+// Reads up to `len` bytes at `offset`. Returns their number, which is less than `len` only at the
+// end of the file or after an error.
+size_t full_pread(int fd, void *buf, size_t len, off_t offset);
+
+#endif

@@ -1,0 +1,12 @@
+// System V shared memory in a thin wrapper.
+#ifndef DTT_UPDATE_COMMON_SHARED_MEMORY_H
+#define DTT_UPDATE_COMMON_SHARED_MEMORY_H
+
+// Attaches the segment of key `shmkey` that holds at least `shmsize` bytes, creating it with
+// permission 0600 if there is none. Returns its address, or null.
+char *attach_shm(int shmkey, int shmsize);
+
+// What shmdt(2) returns for `addr`.
+int detach_shm(void *addr);
+
+#endif

@@ -1,0 +1,13 @@
+// The update flag file, which tells a reader after a restart how far the last apply run came.
+#ifndef DTT_UPDATE_COMMON_UPDATE_FLAG_H
+#define DTT_UPDATE_COMMON_UPDATE_FLAG_H
+
+// Values of the flag file: one decimal digit and a line feed. Absent or empty, an apply run was
+// cut while it was starting.
+enum { UPDATE_FLAG_STARTED = 1, UPDATE_FLAG_DONE = 2 };
+
+// Brings `flag_file` to `value`. The results of the commands it runs are not looked at. Returns 0,
+// or -1 for a path of more than 113 characters, for which no command is run.
+int set_update_flag(char *flag_file, int value);
+
+#endif
