@@ -1,0 +1,140 @@
+// Applying an update image, with its progress in the shared block.
+#include "update/dtt_update/apply_engine.h"
+
+#include "update/dtt_update/take_image.h"
+#include "update/dtt_update/unpack.h"
+#include "update/dtt_update_common/platform_log.h"
+#include "update/dtt_update_common/trace_log.h"
+#include "update_service.h"
+
+#include <arpa/inet.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+// Every line of this engine names it, whichever of the functions below writes it.
+static constexpr char ENGINE[] = "do_update";
+#define ENGINE_LOG(...) PLATFORM_LOG_AS(ENGINE, __VA_ARGS__)
+#define ENGINE_TRACE(...) TRACE_AS(ENGINE, __VA_ARGS__)
+
+enum { RESULT_STARTED = -1, RESULT_UNPACKING = 0, RESULT_DONE = 1, RESULT_FAILED = 2 };
+
+static void show_result(const upgrade_info_t *update_info)
+{
+    ENGINE_LOG("\n now update_info->result = %d ", update_info->result);
+    ENGINE_TRACE("\n now update_info->result = %d \n", update_info->result);
+}
+
+// Returns the entry's result.
+static int apply_entry(const image *img, const char *filedata, image_entry *entry, char *u_base_dir,
+                       upgrade_info_t *update_info)
+{
+    char basename[PATH_SIZE];
+    update_info->cur_percent = 0;
+    prepare_entry(ENGINE, u_base_dir, entry, basename);
+    update_info->cur_percent = 100;
+    if (write_entry(ENGINE, img, filedata, entry, basename) != 0)
+        return APPLY_COPY_FAILED;
+    update_info->cur_nums++;
+    if (entry->type == ENTRY_LINK)
+        creat_link_file(basename, entry->name);
+    return 0;
+}
+
+// Returns the result of the first entry that failed, or 0.
+static int walk_entries(const image *img, const char *filedata, char *u_base_dir,
+                        upgrade_info_t *update_info)
+{
+    if (check_entries(ENGINE, img, u_base_dir) != 0)
+        return APPLY_COPY_FAILED;
+    entry_walk walk;
+    start_walk(&walk, img);
+    const uint32_t count = ntohl(img->header.ih_filenum);
+    for (uint32_t i = 0; i < count; i++) {
+        image_entry entry;
+        if (next_entry(ENGINE, &walk, u_base_dir, &entry) != 0)
+            return APPLY_COPY_FAILED;
+        const int ret = apply_entry(img, filedata, &entry, u_base_dir, update_info);
+        if (ret < 0)
+            return ret;
+    }
+    ENGINE_TRACE("\n\n\n\n\rround 2 --------update user file ....\n");
+    return 0;
+}
+
+static int unpack_image(const image *img, char *u_base_dir, upgrade_info_t *update_info)
+{
+    void *const filedata = mmap(nullptr, img->size, PROT_READ, MAP_SHARED, img->fd, 0);
+    if (filedata == MAP_FAILED)
+        return APPLY_NOT_MAPPED;
+    update_info->file_nums = static_cast<int>(ntohl(img->header.ih_filenum));
+    update_info->result = RESULT_UNPACKING;
+    show_result(update_info);
+    ENGINE_TRACE("\n\n\n\n\rround 1 --------unpress ***.img file and update Linux files ....\n");
+    update_info->cur_nums = 0;
+
+    const int ret = walk_entries(img, static_cast<char *>(filedata), u_base_dir, update_info);
+    // The walk ends with its first failure, so one entry has failed or none.
+    const int failed_count = ret < 0 ? 1 : 0;
+    if (ret == APPLY_COPY_FAILED)
+        update_info->failed_nums++;
+    munmap(filedata, img->size);
+    ENGINE_LOG(" update_info->result = %d (1:ok, 2:error). \n", update_info->result);
+    if (failed_count == 0) {
+        update_info->cur_nums = update_info->file_nums;
+        update_info->result = RESULT_DONE;
+        ENGINE_TRACE("result = 1, update successful !! \n");
+        my_system("/bin/sync");
+        ENGINE_LOG(" run rsync ok.");
+    } else {
+        update_info->result = RESULT_FAILED;
+        ENGINE_TRACE("result = 2, update %d file error !! \n", failed_count);
+    }
+    return ret;
+}
+
+static int apply_image(char *update_file, char *force_base_dir, upgrade_info_t *update_info)
+{
+    image img;
+    char u_base_dir[PATH_SIZE];
+    int ret = APPLY_REFUSED;
+    const image_refusal refusal = take_image(ENGINE, update_file, force_base_dir, &img, u_base_dir);
+    if (refusal == IMAGE_ACCEPTED)
+        ret = unpack_image(&img, u_base_dir, update_info);
+    else if (refusal == IMAGE_BAD_MAGIC)
+        ENGINE_TRACE("Image Magic Number Error . ih_magic = 0x%08x .", ntohl(img.header.ih_magic));
+    if (img.fd >= 0)
+        close(img.fd);
+    return ret;
+}
+
+int do_update(char *update_file, int mode, char *force_base_dir)
+{
+    ENGINE_TRACE("in fun do_update  ! \n");
+    ENGINE_LOG(" start");
+    upgrade_info_t *const update_info = static_cast<upgrade_info_t *>(get_upgrade_info());
+    if (update_info == nullptr) {
+        ENGINE_LOG(" get_upgrade_info Error .\n");
+        ENGINE_TRACE("update_info get from shm err!");
+        return APPLY_REFUSED;
+    }
+    ENGINE_TRACE("shm get_upgrade_info success!!");
+    ENGINE_LOG("get_upgrade_info success!! ");
+    *update_info = {};
+    update_info->result = RESULT_STARTED;
+    show_result(update_info);
+
+    const int ret = apply_image(update_file, force_base_dir, update_info);
+    if (ret < 0) {
+        update_info->result = RESULT_FAILED;
+        ENGINE_TRACE("result = 2, update error !! \n");
+        ENGINE_LOG(" result = 2, update error !!");
+    }
+    usleep(20000);
+    if (mode == REBOOT_MODE) {
+        ENGINE_LOG(" mode = 1; reboot !");
+        sleep(6);
+        my_system("reboot -f");
+    }
+    ENGINE_LOG(" end");
+    return ret;
+}

@@ -1,0 +1,95 @@
+// Reading an image that may be damaged, and whose disk may be pulled while it is read.
+#include "update/dtt_update/image_reader.h"
+
+#include "update/dtt_update_common/raw_io.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <climits>
+#include <cstring>
+
+static constexpr size_t TYPE_AND_SIZE = 5; // bytes between an entry's name and its data
+static_assert(sizeof entry_walk::window >= PATH_SIZE + TYPE_AND_SIZE, "holds the longest head");
+
+void start_walk(entry_walk *walk, const image *source)
+{
+    walk->source = source;
+    walk->number = 0;
+    walk->next = sizeof(update_header_t);
+    walk->window_offset = walk->next;
+    walk->window_size = 0;
+}
+
+// The bytes of the window from the next entry on.
+static size_t bytes_ahead(const entry_walk *walk)
+{
+    const uint32_t skipped = walk->next - walk->window_offset;
+    return skipped < walk->window_size ? walk->window_size - skipped : 0;
+}
+
+static const char *window_at_next(const entry_walk *walk)
+{
+    return walk->window + (walk->next - walk->window_offset);
+}
+
+// Bytes of the entry's name and its terminator, or 0 if the window does not hold the whole head.
+static size_t name_size_in_window(const entry_walk *walk)
+{
+    const size_t ahead = bytes_ahead(walk);
+    if (ahead == 0)
+        return 0;
+    const char *const name = window_at_next(walk);
+    const void *const end = memchr(name, '\0', std::min(ahead, PATH_SIZE));
+    if (end == nullptr)
+        return 0;
+    const size_t size = static_cast<size_t>(static_cast<const char *>(end) - name) + 1;
+    return size + TYPE_AND_SIZE <= ahead ? size : 0;
+}
+
+static void move_window(entry_walk *walk)
+{
+    const size_t size = std::min<size_t>(sizeof walk->window, walk->source->size - walk->next);
+    walk->window_offset = walk->next;
+    walk->window_size = full_pread(walk->source->fd, walk->window, size, walk->next);
+}
+
+// Why the window, freshly read, holds no entry.
+static const char *head_fault(const entry_walk *walk)
+{
+    if (walk->next == walk->source->size)
+        return "there are fewer entries than the header says";
+    if (walk->window_size < std::min<size_t>(sizeof walk->window, walk->source->size - walk->next))
+        return "the image can't be read there";
+    if (memchr(walk->window, '\0', walk->window_size) == nullptr && walk->window_size < PATH_SIZE)
+        return "its name has no end";
+    if (memchr(walk->window, '\0', std::min(walk->window_size, PATH_SIZE)) == nullptr)
+        return "its name is too long";
+    return "it runs past the end of the image";
+}
+
+const char *read_entry(entry_walk *walk, image_entry *entry)
+{
+    entry->number = walk->number;
+    size_t name_size = name_size_in_window(walk);
+    if (name_size == 0) {
+        move_window(walk);
+        name_size = name_size_in_window(walk);
+        if (name_size == 0)
+            return head_fault(walk);
+    }
+    const char *const head = window_at_next(walk);
+    uint32_t data_size;
+    memcpy(&data_size, head + name_size + 1, sizeof data_size);
+    data_size = ntohl(data_size);
+    const uint32_t data_offset = walk->next + static_cast<uint32_t>(name_size + TYPE_AND_SIZE);
+    if (data_size > walk->source->size - data_offset || data_size > INT_MAX)
+        return "it runs past the end of the image";
+
+    memcpy(entry->name, head, name_size);
+    entry->type = static_cast<unsigned char>(head[name_size]);
+    entry->file_size = static_cast<int>(data_size);
+    entry->data_offset = data_offset;
+    walk->number++;
+    walk->next = data_offset + data_size;
+    return nullptr;
+}

@@ -1,0 +1,130 @@
+// The opening of an apply run.
+#include "update/dtt_update/take_image.h"
+
+#include "update/dtt_update/unpack.h"
+#include "update/dtt_update_common/bounded_text.h"
+#include "update/dtt_update_common/header_report.h"
+#include "update/dtt_update_common/platform_log.h"
+#include "update/dtt_update_common/raw_io.h"
+#include "update/dtt_update_common/trace_log.h"
+
+#include <arpa/inet.h>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+static image_refusal find_file(const char *engine, char *update_file, off_t *length)
+{
+    if (update_file == nullptr) {
+        PLATFORM_LOG_AS(engine, " filename invalid filename %s", "(null)");
+        TRACE_AS(engine, "error, update_file is \n");
+        return IMAGE_NO_NAME;
+    }
+    // The path may come from a line that was read with its line feed.
+    strtok(update_file, "\n");
+    if (access(update_file, F_OK) != 0) {
+        PLATFORM_LOG_AS(engine, " file not exist filename %s", update_file);
+        TRACE_AS(engine, "error, access.\n");
+        return IMAGE_MISSING;
+    }
+    struct stat st = {};
+    stat(update_file, &st);
+    *length = st.st_size;
+    TRACE_AS(engine, "update file: %s , img_size = %d \n", update_file, static_cast<int>(*length));
+    PLATFORM_LOG_AS(engine, "<do_update> update_file:%s", update_file);
+    return IMAGE_ACCEPTED;
+}
+
+static image_refusal open_file(const char *engine, const char *update_file, image *img)
+{
+    // A named pipe would wait for its writer without O_NONBLOCK.
+    img->fd = open(update_file, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (img->fd < 0) {
+        PLATFORM_LOG_AS(engine, "open error filename %s", update_file);
+        TRACE_AS(engine, "open error filename.\n");
+        return IMAGE_NOT_OPEN;
+    }
+    return IMAGE_ACCEPTED;
+}
+
+static image_refusal check_header(const char *engine, image *img, off_t length)
+{
+    PLATFORM_LOG_AS(engine, "fread update_file ...");
+    if (full_pread(img->fd, &img->header, sizeof img->header, 0) != sizeof img->header) {
+        PLATFORM_LOG_AS(engine, "fread update_header error.");
+        TRACE_AS(engine, "fread update_header error.\n");
+        return IMAGE_SHORT_HEADER;
+    }
+    PLATFORM_LOG_AS(engine, "check img : magic_number; img_size; body_crc ...");
+    const uint32_t ih_magic = ntohl(img->header.ih_magic);
+    if (ih_magic != IH_MAGIC) {
+        PLATFORM_LOG_AS(engine, "Image Magic Number Error . ih_magic = 0x%08x .", ih_magic);
+        TRACE_AS(engine, "error, update_header.ih_magic.\n");
+        return IMAGE_BAD_MAGIC;
+    }
+    // Compared in full width: a file of 4 GiB more than `ih_size` is not of that size.
+    const uint32_t ih_size = ntohl(img->header.ih_size);
+    if (static_cast<off_t>(ih_size) != length) {
+        const int img_size = static_cast<int>(length);
+        PLATFORM_LOG_AS(engine, "Image size Error . img_size = %d , ih_size = %d.", img_size,
+                        static_cast<int>(ih_size));
+        TRACE_AS(engine, "error, update_header.ih_size. img_size = %d , ih_size = %d.\n", img_size,
+                 static_cast<int>(ih_size));
+        return IMAGE_BAD_SIZE;
+    }
+    PLATFORM_LOG_AS(engine, "check img ok !");
+    TRACE_AS(engine, "check img ok !");
+    img->size = ih_size;
+    return IMAGE_ACCEPTED;
+}
+
+// The field may lack a terminator.
+static void copy_dest_dir(const update_header_t *header, char *u_base_dir)
+{
+    static_assert(sizeof header->ih_dest_dir < PATH_SIZE, "fits with a terminator");
+    memcpy(u_base_dir, header->ih_dest_dir, sizeof header->ih_dest_dir);
+    u_base_dir[sizeof header->ih_dest_dir] = '\0';
+}
+
+static image_refusal enter_base_dir(const char *engine, image *img, const char *force_base_dir,
+                                    char *u_base_dir)
+{
+    if (ntohl(img->header.ih_place) == PLACE_COSTOM)
+        copy_dest_dir(&img->header, u_base_dir);
+    if (force_base_dir != nullptr) {
+        copy_text(u_base_dir, PATH_SIZE, force_base_dir);
+        _mkdir(u_base_dir);
+    }
+    PLATFORM_LOG_AS(engine, "get u_base_dir:%s ", u_base_dir);
+    TRACE_AS(engine, "get u_base_dir:%s \n", u_base_dir);
+    if (chdir(u_base_dir) != 0) {
+        PLATFORM_LOG_AS(engine, "chdir(%s) Failed", u_base_dir);
+        return IMAGE_NO_BASE_DIR;
+    }
+    return IMAGE_ACCEPTED;
+}
+
+image_refusal take_image(const char *engine, char *update_file, char *force_base_dir, image *img,
+                         char *u_base_dir)
+{
+    img->fd = -1;
+    u_base_dir[0] = '\0';
+    off_t length = 0;
+    image_refusal refusal = find_file(engine, update_file, &length);
+    if (refusal == IMAGE_ACCEPTED)
+        refusal = open_file(engine, update_file, img);
+    if (refusal == IMAGE_ACCEPTED)
+        refusal = check_header(engine, img, length);
+    if (refusal == IMAGE_ACCEPTED)
+        refusal = enter_base_dir(engine, img, force_base_dir, u_base_dir);
+    if (refusal != IMAGE_ACCEPTED)
+        return refusal;
+
+    TRACE_AS(engine, "print_image_header.\n");
+    PLATFORM_LOG_AS(engine, "print_image_header.");
+    print_image_hdr(&img->header);
+    PLATFORM_LOG_AS(engine, "start creat img.");
+    TRACE_AS(engine, "start creat img.\n");
+    return IMAGE_ACCEPTED;
+}

@@ -1,0 +1,27 @@
+// From an image's path to an accepted header and the directory to unpack into: the opening of an
+// apply run, the same in both engines.
+#ifndef DTT_UPDATE_TAKE_IMAGE_H
+#define DTT_UPDATE_TAKE_IMAGE_H
+
+#include "update/dtt_update/image_reader.h"
+
+enum image_refusal {
+    IMAGE_ACCEPTED,
+    IMAGE_NO_NAME,
+    IMAGE_MISSING,
+    IMAGE_NOT_OPEN,
+    IMAGE_SHORT_HEADER,
+    IMAGE_BAD_MAGIC,
+    IMAGE_BAD_SIZE,
+    IMAGE_NO_BASE_DIR // none can be found, or the run can't move into it
+};
+
+// Opens and tests the image `update_file`, whose text is cut in place at a line feed, makes
+// `force_base_dir` or the directory that the image asks for (`force_base_dir` null) the working
+// directory, and reports the header. Its lines are written in the name of `engine`. The directory
+// is left in `u_base_dir` of PATH_SIZE bytes. The caller closes `img->fd`, after a refusal too,
+// unless it is -1.
+image_refusal take_image(const char *engine, char *update_file, char *force_base_dir, image *img,
+                         char *u_base_dir);
+
+#endif
