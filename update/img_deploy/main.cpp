@@ -1,0 +1,118 @@
+// img_deploy: builds update images and applies them.
+#include "platform/platform.h"
+#include "update/dtt_create/create_image.h"
+#include "update/dtt_update/apply_engine.h"
+#include "update/dtt_update_common/update_flag.h"
+#include "update_header.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+static constexpr aptid_t MODULE_ID = 0xa3c00;
+
+enum { OP_NONE = 0, OP_CREATE = 1, OP_UPDATE = 2 };
+
+// Set by -v, for whoever wants to say more.
+int verbose = 0;
+
+[[noreturn]] static void usage(char *prog)
+{
+    fprintf(stderr, "Usage: %s [OPTION...] eFILE]...\n", prog);
+    fprintf(stderr, "Create Update File:\n");
+    fprintf(stderr, "    %s -c [DIR] [FILE] -p [1|2|3] [rootfs|nandfs|custom]...\n", prog);
+    fprintf(stderr, "Upgrade:\n");
+    fprintf(stderr, "    %s -u [FILE] -m [1(reboot)|2(online)]  ...\n", prog);
+    fprintf(stderr, "Show Image:\n");
+    fprintf(stderr, "    %s -s [FILE] ...\n", prog);
+    fprintf(stderr, "Eg:\n");
+    fprintf(stderr, "    img_deploy -c /nand -p 1 update.img \n");
+    fprintf(stderr, "    img_deploy -c /nand -p 3 update.img  /\n");
+    fprintf(stderr, "    img_deploy -u update.img \n");
+    exit(1);
+}
+
+static int run_update(char *filename, int mode)
+{
+    char flag_file[] = "/usr/local/upgdflag";
+    char base_dir[] = "/opt/upgddir/";
+    // A run that has begun goes on when its terminal or the reader of its output goes away.
+    signal(SIGHUP, SIG_IGN);
+    signal(SIGPIPE, SIG_IGN);
+    set_update_flag(flag_file, UPDATE_FLAG_STARTED);
+    const int ret = do_update(filename, mode, base_dir);
+    if (ret == 0)
+        set_update_flag(flag_file, UPDATE_FLAG_DONE);
+    return ret;
+}
+
+int main(int argc, char **argv)
+{
+    int op_type = OP_NONE;
+    int mode = REBOOT_MODE;
+    int place = PLACE_NANDFS;
+    char *filename = nullptr;
+    char *outfilename = nullptr;
+    char *to_dir = nullptr;
+    char *new_version = nullptr;
+    char *rest = nullptr;
+
+    // Whole lines in the order in which they happen, also on a pipe and up to a sudden end.
+    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    aptid_self_set(static_cast<aptid_t>(apcard_bit_self()) << 24 | MODULE_ID);
+
+    for (int opt = 0; (opt = getopt(argc, argv, "c:u:s:m:C:p:vr:")) != -1;) {
+        switch (opt) {
+        case 'c':
+            op_type = OP_CREATE;
+            outfilename = optarg;
+            break;
+        case 'u':
+            op_type = OP_UPDATE;
+            filename = optarg;
+            break;
+        case 's':
+            filename = optarg;
+            break;
+        case 'm':
+            mode = static_cast<int>(strtoul(optarg, &rest, 0));
+            if (*rest != '\0') {
+                fprintf(stderr, "Invalid mode: %s\n", optarg);
+                return -1;
+            }
+            break;
+        case 'C': // accepted for the sake of old scripts
+            break;
+        case 'p':
+            place = static_cast<int>(strtoul(optarg, nullptr, 0));
+            break;
+        case 'v':
+            verbose = 1;
+            break;
+        case 'r':
+            new_version = optarg;
+            break;
+        default:
+            usage(argv[0]);
+        }
+    }
+
+    switch (op_type) {
+    case OP_CREATE:
+        if (optind >= argc)
+            usage(argv[0]);
+        filename = argv[optind++];
+        if (place == PLACE_COSTOM) {
+            if (optind >= argc)
+                usage(argv[0]);
+            to_dir = argv[optind];
+        }
+        return do_create(outfilename, mode, filename, place, to_dir, new_version);
+    case OP_UPDATE:
+        return run_update(filename, mode);
+    default:
+        fprintf(stderr, "%s: not Support\n", argv[0]);
+        usage(argv[0]);
+    }
+}
