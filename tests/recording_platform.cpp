@@ -1,0 +1,255 @@
+// A platform layer that records.
+#include "tests/recording_platform.h"
+
+#include "platform/platform.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+recording rec;
+
+static void add(const std::string &line)
+{
+    rec.lines.push_back(line);
+    if (rec.on_line)
+        rec.on_line(line);
+}
+
+std::string recording::all(const std::string &kind) const
+{
+    std::string text;
+    for (const std::string &line : lines)
+        if (line.rfind(kind + " ", 0) == 0)
+            text += (text.empty() ? "" : "|") + line.substr(kind.size() + 1);
+    return text;
+}
+
+bool recording::has(const std::string &line) const
+{
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+void Recorded::SetUp()
+{
+    dir = testing::TempDir() + "recorded_XXXXXX";
+    ASSERT_NE(mkdtemp(dir.data()), nullptr);
+    rec = {};
+    rec.dir = dir;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+}
+
+std::string Recorded::console()
+{
+    const std::string text =
+        testing::internal::GetCapturedStderr() + testing::internal::GetCapturedStdout();
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    return text;
+}
+
+void Recorded::TearDown()
+{
+    // The reports of failures have gone to the same places.
+    const std::string shown =
+        testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
+    if (HasFailure())
+        fputs(shown.c_str(), stdout);
+    EXPECT_EQ(chdir("/"), 0);
+    fs::remove_all(dir);
+}
+
+std::string read_file(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void write_file_text(const std::string &path, const std::string &text)
+{
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+std::string tree_text(const std::string &dir)
+{
+    std::vector<std::string> items;
+    for (const fs::directory_entry &item : fs::recursive_directory_iterator(dir)) {
+        const std::string path = item.path().lexically_relative(dir);
+        if (item.is_symlink())
+            items.push_back(path + " -> " + fs::read_symlink(item).string());
+        else if (item.is_regular_file())
+            items.push_back(path + " = " + read_file(item.path()));
+        else if (fs::is_empty(item))
+            items.push_back(path + "/");
+    }
+    std::sort(items.begin(), items.end());
+    std::string text;
+    for (const std::string &item : items)
+        text += item + "\n";
+    return text;
+}
+
+// If `text` begins with `head`, takes that off and returns true.
+static bool take_head(std::string *text, const std::string &head)
+{
+    if (text->rfind(head, 0) != 0)
+        return false;
+    text->erase(0, head.size());
+    return true;
+}
+
+// Splits `text` at the last `divider` and returns what stands behind it.
+static std::string split_tail(std::string *text, const std::string &divider)
+{
+    const size_t at = text->rfind(divider);
+    if (at == std::string::npos)
+        return "";
+    const std::string tail = text->substr(at + divider.size());
+    text->resize(at);
+    return tail;
+}
+
+// The effect of the commands that a test needs, without a shell: a damaged image can hold any text.
+static void take_effect(std::string cmd)
+{
+    const auto ours = [](const std::string &path) { return path.rfind(rec.dir, 0) == 0; };
+    std::error_code error;
+    if (take_head(&cmd, "/bin/mkdir -p ") && ours(cmd)) {
+        fs::create_directories(cmd, error);
+    } else if (take_head(&cmd, "cd /")) {
+        const std::string link = split_tail(&cmd, " ");
+        const std::string target = split_tail(&cmd, "/ && /bin/ln -sf ");
+        if (!ours(cmd))
+            return;
+        fs::remove(cmd + "/" + link, error);
+        fs::create_symlink(target, cmd + "/" + link, error);
+    } else if (take_head(&cmd, "/bin/touch  ") && ours(cmd)) {
+        std::ofstream(cmd, std::ios::app).flush();
+    } else if (take_head(&cmd, "/bin/echo ")) {
+        const std::string path = split_tail(&cmd, " > ");
+        if (ours(path))
+            std::ofstream(path) << cmd << "\n";
+    } else if (take_head(&cmd, "/bin/rm -rf ") && ours(cmd)) {
+        fs::remove_all(cmd, error);
+    }
+}
+
+int my_system(const char *cmd)
+{
+    add(std::string("run ") + cmd);
+    if (rec.on_run)
+        return rec.on_run(cmd);
+    take_effect(cmd);
+    return 0;
+}
+
+int aplog_printf(int level, const char *module, const char *func, const char *format, ...)
+{
+    EXPECT_EQ(level, 0);
+    EXPECT_STREQ(module, "imgdeploy");
+    char text[4096];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    add(std::string("log ") + func + ": " + text);
+    return 0;
+}
+
+// A trace line is one flush of the log file's stream.
+static ssize_t take_trace(void *, const char *data, size_t size)
+{
+    const std::string text(data, size);
+    const size_t end = std::min(text.find("]:: "), text.size() - 4) + 4;
+    rec.prefix = text.substr(0, end);
+    add("trace " + text.substr(end));
+    return static_cast<ssize_t>(size);
+}
+
+extern "C" {
+
+// What fopen(3) is called where file offsets have 64 bits.
+FILE *__real_fopen64(const char *path, const char *mode);
+FILE *__wrap_fopen64(const char *path, const char *mode);
+int __wrap_fclose(FILE *stream);
+int __real_fclose(FILE *stream);
+int __wrap_gettimeofday(timeval *now, void *zone);
+unsigned int __wrap_sleep(unsigned int seconds);
+int __wrap_usleep(useconds_t us);
+int __wrap_shmget(int key, size_t size, int flags);
+void *__wrap_shmat(int id, const void *address, int flags);
+int __wrap_shmdt(const void *address);
+
+static FILE *trace_stream = nullptr;
+
+FILE *__wrap_fopen64(const char *path, const char *mode)
+{
+    if (strncmp(path, "/var/log/", 9) != 0)
+        return __real_fopen64(path, mode);
+    EXPECT_EQ(std::string(mode).substr(0, 2), "w+");
+    add(std::string("open ") + path);
+    if (!rec.log_file_opens)
+        return nullptr;
+    trace_stream = fopencookie(nullptr, "w", {nullptr, take_trace, nullptr, nullptr});
+    setvbuf(trace_stream, nullptr, _IOFBF, 1 << 16);
+    return trace_stream;
+}
+
+int __wrap_fclose(FILE *stream)
+{
+    if (stream == trace_stream)
+        add("close");
+    return __real_fclose(stream);
+}
+
+int __wrap_gettimeofday(timeval *now, void *)
+{
+    *now = {static_cast<time_t>(rec.time_us / 1000000),
+            static_cast<suseconds_t>(rec.time_us % 1000000)};
+    return 0;
+}
+
+unsigned int __wrap_sleep(unsigned int seconds)
+{
+    add("sleep " + std::to_string(seconds));
+    return 0;
+}
+
+int __wrap_usleep(useconds_t us)
+{
+    add("usleep " + std::to_string(us));
+    return 0;
+}
+
+int __wrap_shmget(int key, size_t size, int flags)
+{
+    char text[64];
+    snprintf(text, sizeof text, "shm get 0x%x %zu 0%o", static_cast<unsigned int>(key), size,
+             static_cast<unsigned int>(flags));
+    add(text);
+    return (rec.shm_exists || flags != 0) && !rec.shm_fails ? 5 : -1;
+}
+
+void *__wrap_shmat(int id, const void *, int)
+{
+    EXPECT_EQ(id, 5);
+    return &rec.block;
+}
+
+int __wrap_shmdt(const void *address)
+{
+    EXPECT_EQ(address, &rec.block);
+    add("shm detach");
+    return 0;
+}
+}
