@@ -1,0 +1,94 @@
+#!/usr/bin/env bash
+# The main job from end to end on real files: a directory tree becomes an update image, and the
+# image becomes a tree again, in a sandbox that has all the device's paths. Leaves nothing behind
+# but the build. Usage: scripts/demo.sh
+set -euo pipefail
+
+say() {
+    printf '\n== %s\n' "$*"
+}
+
+# Trace lines without their prefixes.
+messages() {
+    sed 's/^\[[^]]*\] \[[^]]*\]:: //'
+}
+
+lay_out_tree() {
+    local tree=$1 file
+    mkdir -p "$tree"/{files,bin,.hidden,vorn-kernel,vorn-uboot}
+    # The first headers of the machine's kernel interface, with their directories.
+    (cd /usr/include && find linux -type f | sort | head -n 400 | tar -cf - -T -) |
+        tar -xf - -C "$tree/files"
+    file=$(find "$tree/files" -type f | sort | tail -n 1)
+    cp "$(command -v bash)" "$tree/bin/shell"
+    ln -s shell "$tree/bin/sh"
+    ln -s "../${file#"$tree"/}" "$tree/bin/last"
+    ln -s /bin/true "$tree/bin/true"
+    echo 'a hidden setting' >"$tree/.hidden/setting"
+    : >"$tree/empty"
+    head -c 70000 /dev/urandom >"$tree/App_VPUCard.bin"
+    head -c 200000 /dev/urandom >"$tree/vorn-uboot/u-boot.bin"
+    head -c 400000 /dev/urandom >"$tree/vorn-kernel/zImage"
+}
+
+build() {
+    say 'build an image from a tree'
+    lay_out_tree tree
+    printf '%s files and links in %s directories, %s\n' "$(find tree ! -type d | wc -l)" \
+        "$(find tree -mindepth 1 -type d | wc -l)" "$(du -sh tree | cut -f 1)"
+    echo '$ img_deploy -c ./tree -p 1 -r V2.0.0.0 update.img'
+    img_deploy -c ./tree -p 1 -r V2.0.0.0 update.img >build.log
+    stat -c '%n: %s bytes' update.img
+    say 'its header'
+    messages <build.log | grep -E '^ {3}[A-Z].* : '
+}
+
+apply() {
+    say 'apply it'
+    echo '$ img_deploy -u update.img -m 2'
+    img_deploy -u update.img -m 2 >run.log 2>entries.log
+    printf 'exit status 0; %s entries, the first and the last:\n' "$(wc -l <entries.log)"
+    sed -n '1p;$p' entries.log
+    messages <run.log | grep '^result'
+    say 'the tree and what was unpacked differ in the empty file alone, which an image leaves out'
+    diff -r --no-dereference tree /opt/upgddir/tree >differences || :
+    cat differences
+    [[ $(<differences) == 'Only in tree: empty' ]]
+    say 'the update flag file'
+    cat /usr/local/upgdflag
+    say 'the progress block'
+    progress_block
+}
+
+show() {
+    local root scratch log=/var/log/upgd_log0.txt
+    root=$(realpath "$(dirname "$0")/..")
+    cd "$root"
+    scripts/setup.sh
+    say 'build the tool'
+    cmake --preset release >/dev/null
+    cmake --build --preset release --target img_deploy sysconfig progress_block | tail -n 1
+
+    export SANDBOX_PATH=$root/build/release/update/img_deploy:$root/build/release/platform:$root/build/release/tests
+    scratch=$(mktemp -d)
+    # shellcheck disable=SC2064 # these are its values at this place
+    trap "rm -rf '$scratch'" EXIT
+    cd "$scratch"
+    if "$root/tests/sandbox.sh" --check; then
+        "$root/tests/sandbox.sh" "$BASH" "$root/scripts/demo.sh" --in-sandbox
+    else
+        # The tool keeps its trace log in a fixed place.
+        # shellcheck disable=SC2064
+        [[ -e $log ]] || trap "rm -rf '$scratch' '$log'" EXIT
+        PATH=$SANDBOX_PATH:$PATH
+        build
+        say 'the image is not applied: without the sandbox that would change this machine'
+    fi
+}
+
+if [[ ${1:-} == --in-sandbox ]]; then
+    build
+    apply
+else
+    show
+fi

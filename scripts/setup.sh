@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Installs what is missing on a Debian machine to build, test and check the project.
+# Usage: scripts/setup.sh [--lint]
+set -euo pipefail
+
+packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux)
+[[ ${1:-} != --lint ]] || packages+=(clang-format clang-tidy shellcheck)
+
+missing=()
+for package in "${packages[@]}"; do
+    status=$(dpkg-query -W -f '${Status}' "$package" 2>/dev/null || :)
+    [[ $status == 'install ok installed' ]] || missing+=("$package")
+done
+((${#missing[@]})) || exit 0
+
+as_root=()
+((EUID == 0)) || as_root=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+printf 'installing %s\n' "${missing[*]}"
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,56 @@
+# Shared by the device tests, which run inside the sandbox with the built programs on the path.
+# shellcheck shell=bash
+set -uo pipefail
+
+[[ ${SANDBOX:-} == 1 ]] || { echo 'to be run by sandbox.sh' >&2; exit 2; }
+
+failures=0
+
+# expect WHAT EXPECTED GOT
+expect() {
+    [[ $2 != "$3" ]] || return 0
+    printf 'FAILED: %s\n  expected: %s\n  got:      %s\n' "$1" "$2" "$3"
+    failures=$((failures + 1))
+}
+
+# expect_line FILE LINE: the file holds this very line.
+expect_line() {
+    grep -qxF -- "$2" "$1" || expect "a line of $1" "$2" "$(head -c 2000 "$1")"
+}
+
+# run COMMAND...: leaves its status, output and errors in $status, out and err.
+run() {
+    "$@" >out 2>err
+    # shellcheck disable=SC2034 # for the tests
+    status=$?
+}
+
+# Trace lines without their prefixes.
+messages() {
+    sed 's/^\[[^]]*\] \[[^]]*\]:: //' "$1"
+}
+
+flag() {
+    cat /usr/local/upgdflag 2>/dev/null || echo none
+}
+
+# A directory with files of every kind, named so that links stay short.
+lay_out_tree() {
+    mkdir -p tree/bin tree/etc/deep/er tree/vorn-kernel tree/vorn-uboot tree/.hidden
+    echo tool >tree/bin/tool
+    echo 'hidden' >tree/.hidden/file
+    head -c 300000 /dev/urandom >tree/etc/deep/er/data
+    echo kernel >tree/vorn-kernel/zImage
+    echo boot >tree/vorn-uboot/u-boot.bin
+    echo card >tree/App_VPUCard.bin
+    ln -s ../../bin/tool tree/etc/deep/link
+    ln -s /bin/sh tree/sh
+}
+
+finish() {
+    ((failures == 0)) || exit 1
+    echo 'all well'
+}
+
+work=$(mktemp -d)
+cd "$work" || exit 1
