@@ -36,8 +36,8 @@ build() {
     lay_out_tree tree
     printf '%s files and links in %s directories, %s\n' "$(find tree ! -type d | wc -l)" \
         "$(find tree -mindepth 1 -type d | wc -l)" "$(du -sh tree | cut -f 1)"
-    echo '$ img_deploy -c ./tree -p 1 -r V2.0.0.0 update.img'
-    img_deploy -c ./tree -p 1 -r V2.0.0.0 update.img >build.log
+    echo '$ img_deploy -c ./tree -p 2 -r V2.0.0.0 update.img'
+    img_deploy -c ./tree -p 2 -r V2.0.0.0 update.img >build.log
     stat -c '%n: %s bytes' update.img
     say 'its header'
     messages <build.log | grep -E '^ {3}[A-Z].* : '
@@ -47,8 +47,9 @@ apply() {
     say 'apply it'
     echo '$ img_deploy -u update.img -m 2'
     img_deploy -u update.img -m 2 >run.log 2>entries.log
-    printf 'exit status 0; %s entries, the first and the last:\n' "$(wc -l <entries.log)"
-    sed -n '1p;$p' entries.log
+    grep '^(num-' entries.log >announced.log
+    printf 'exit status 0; %s entries, the first and the last:\n' "$(wc -l <announced.log)"
+    sed -n '1p;$p' announced.log
     messages <run.log | grep '^result'
     say 'the tree and what was unpacked differ in the empty file alone, which an image leaves out'
     diff -r --no-dereference tree /opt/upgddir/tree >differences || :
@@ -58,6 +59,21 @@ apply() {
     cat /usr/local/upgdflag
     say 'the progress block'
     progress_block
+    say 'the recorded version'
+    sysconfig get fw_version
+    say 'the boot loader partition begins with the boot loader'
+    cmp -n "$(stat -c %s tree/vorn-uboot/u-boot.bin)" tree/vorn-uboot/u-boot.bin /dev/mmcblk0p1
+    od -An -tx1 -N16 /dev/mmcblk0p1
+    if [[ $SANDBOX_PRIVILEGED == 1 ]]; then
+        say 'the kernel partition, unmounted and mounted again elsewhere'
+        umount /mntker
+        mkdir kernel
+        mount -o ro /dev/mmcblk0p6 kernel
+        cmp tree/vorn-kernel/zImage kernel/zImage
+        find kernel -type f -printf '%p: %s bytes\n'
+    else
+        say 'the kernel partition is not shown: only root can mount it'
+    fi
 }
 
 show() {

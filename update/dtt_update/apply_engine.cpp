@@ -1,6 +1,7 @@
 // Applying an update image, with its progress in the shared block.
 #include "update/dtt_update/apply_engine.h"
 
+#include "update/dtt_update/installer.h"
 #include "update/dtt_update/take_image.h"
 #include "update/dtt_update/unpack.h"
 #include "update/dtt_update_common/platform_log.h"
@@ -34,6 +35,9 @@ static int apply_entry(const image *img, const char *filedata, image_entry *entr
     update_info->cur_percent = 100;
     if (write_entry(ENGINE, img, filedata, entry, basename) != 0)
         return APPLY_COPY_FAILED;
+    const int ret = update_LinuxFile(entry->type, basename);
+    if (ret < 0)
+        return ret;
     update_info->cur_nums++;
     if (entry->type == ENTRY_LINK)
         creat_link_file(basename, entry->name);
@@ -61,7 +65,7 @@ static int walk_entries(const image *img, const char *filedata, char *u_base_dir
     return 0;
 }
 
-static int unpack_image(const image *img, char *u_base_dir, upgrade_info_t *update_info)
+static int unpack_image(image *img, char *u_base_dir, upgrade_info_t *update_info)
 {
     void *const filedata = mmap(nullptr, img->size, PROT_READ, MAP_SHARED, img->fd, 0);
     if (filedata == MAP_FAILED)
@@ -83,6 +87,7 @@ static int unpack_image(const image *img, char *u_base_dir, upgrade_info_t *upda
         update_info->cur_nums = update_info->file_nums;
         update_info->result = RESULT_DONE;
         ENGINE_TRACE("result = 1, update successful !! \n");
+        update_fw_version(&img->header);
         my_system("/bin/sync");
         ENGINE_LOG(" run rsync ok.");
     } else {
@@ -111,6 +116,7 @@ int do_update(char *update_file, int mode, char *force_base_dir)
 {
     ENGINE_TRACE("in fun do_update  ! \n");
     ENGINE_LOG(" start");
+    ker_img_num = 0;
     upgrade_info_t *const update_info = static_cast<upgrade_info_t *>(get_upgrade_info());
     if (update_info == nullptr) {
         ENGINE_LOG(" get_upgrade_info Error .\n");

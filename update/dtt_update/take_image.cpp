@@ -1,6 +1,7 @@
 // The opening of an apply run.
 #include "update/dtt_update/take_image.h"
 
+#include "update/dtt_update/target_search.h"
 #include "update/dtt_update/unpack.h"
 #include "update/dtt_update_common/bounded_text.h"
 #include "update/dtt_update_common/header_report.h"
@@ -90,8 +91,13 @@ static void copy_dest_dir(const update_header_t *header, char *u_base_dir)
 static image_refusal enter_base_dir(const char *engine, image *img, const char *force_base_dir,
                                     char *u_base_dir)
 {
-    if (ntohl(img->header.ih_place) == PLACE_COSTOM)
+    if (ntohl(img->header.ih_place) == PLACE_COSTOM) {
         copy_dest_dir(&img->header, u_base_dir);
+    } else if (find_dir(&img->header, u_base_dir) != 0) {
+        PLATFORM_LOG_AS(engine, "find_dir Failed");
+        TRACE_AS(engine, "error, update_header.ih_place.\n");
+        return IMAGE_NO_BASE_DIR;
+    }
     if (force_base_dir != nullptr) {
         copy_text(u_base_dir, PATH_SIZE, force_base_dir);
         _mkdir(u_base_dir);

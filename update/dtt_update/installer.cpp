@@ -1,0 +1,156 @@
+// Bringing the boot loader and the kernel files of an unpacked image to where the board boots from.
+#include "update/dtt_update/installer.h"
+
+#include "update/dtt_update_common/bounded_text.h"
+#include "update/dtt_update_common/platform_log.h"
+#include "update/dtt_update_common/trace_log.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+// The lines of this file name the operation that the engines call.
+static constexpr char OPERATION[] = "update_LinuxFile";
+#define INSTALLER_LOG(...) PLATFORM_LOG_AS(OPERATION, __VA_ARGS__)
+#define INSTALLER_TRACE(...) TRACE_AS(OPERATION, __VA_ARGS__)
+
+static constexpr size_t COMMAND_SIZE = 128;
+static constexpr char KERNEL_PARTITION[] = "/dev/mmcblk0p6";
+
+int ker_img_num = 0;
+
+static void command_too_long(const char *filename)
+{
+    INSTALLER_LOG("command too long for <%s>.", filename);
+}
+
+static int install_boot_loader(const char *filename)
+{
+    if (access(filename, F_OK) != 0)
+        return 0;
+    INSTALLER_TRACE(" ---------------------update uboot------------------\n");
+    char cmdstr[COMMAND_SIZE];
+    if (!format_text(cmdstr, sizeof cmdstr, "dd if=%s of=/dev/mmcblk0p1", filename)) {
+        command_too_long(filename);
+        return INSTALL_BOOT_FAILED;
+    }
+    INSTALLER_TRACE(" cmdstr=%s \n", cmdstr);
+    INSTALLER_LOG("cmdstr: %s \n\n", cmdstr);
+    if (my_system(cmdstr) == -1) {
+        INSTALLER_LOG("update faild!!: <%s>.\n", filename);
+        return INSTALL_BOOT_FAILED;
+    }
+    INSTALLER_TRACE(" update uboot ok .\n");
+    return 0;
+}
+
+// Whether the file behind the loop device `device` is `path`.
+static bool loop_is_backed_by(dev_t device, const char *path)
+{
+    char name[64];
+    snprintf(name, sizeof name, "/sys/dev/block/%u:%u/loop/backing_file", major(device),
+             minor(device));
+    FILE *const file = fopen(name, "re");
+    if (file == nullptr)
+        return false;
+    char backing[PATH_MAX] = "";
+    const bool read = fgets(backing, sizeof backing, file) != nullptr;
+    fclose(file);
+    backing[strcspn(backing, "\n")] = '\0';
+    return read && strcmp(backing, path) == 0;
+}
+
+// Whether a run before this one has left the partition on /mntker. On a bench, an image file stands
+// for it.
+static bool kernel_partition_is_mounted()
+{
+    struct stat partition;
+    struct stat point;
+    if (stat(KERNEL_PARTITION, &partition) != 0 || stat("/mntker", &point) != 0)
+        return false;
+    if (S_ISBLK(partition.st_mode))
+        return point.st_dev == partition.st_rdev;
+    return loop_is_backed_by(point.st_dev, KERNEL_PARTITION);
+}
+
+static int prepare_kernel_partition()
+{
+    INSTALLER_TRACE(" ---------------------update kernel------------------\n");
+    if (kernel_partition_is_mounted()) {
+        // Emptying the mount point would reach the files of the partition itself.
+        INSTALLER_TRACE(" %s is mounted already.\n", KERNEL_PARTITION);
+        return 0;
+    }
+    my_system(" /bin/mkdir -p /mntker");
+    my_system(" /bin/rm -rf /mntker/*");
+    if (my_system("/bin/mount /dev/mmcblk0p6 /mntker/") == -1) {
+        INSTALLER_LOG("/bin/mount /dev/mmcblk0p6 /mntker/ error. \n");
+        return INSTALL_KERNEL_FAILED;
+    }
+    // This line names another device than the command. Scripts read both texts as they are.
+    INSTALLER_TRACE(" /bin/mount /dev/mmcblk1p6 /mntker/ success.\n");
+    return 0;
+}
+
+// The names count anywhere in the path, also inside of a directory's name.
+static bool is_kernel_file(const char *filename)
+{
+    for (const char *name : {"rk3288-tyx.dtb", "zImage", "extlinux.conf"})
+        if (strstr(filename, name) != nullptr)
+            return true;
+    return false;
+}
+
+static int copy_kernel_file(const char *filename)
+{
+    INSTALLER_TRACE("      kernel-%d(%s) \n", ker_img_num, filename);
+    // Counted whether it fails or not: the partition has been prepared for it.
+    ker_img_num++;
+    char cmdstr[COMMAND_SIZE];
+    if (!format_text(cmdstr, sizeof cmdstr, "/bin/cp %s /mntker/ -rf", filename)) {
+        command_too_long(filename);
+        return INSTALL_KERNEL_FAILED;
+    }
+    INSTALLER_LOG("cmdstr: %s \n\n", cmdstr);
+    if (my_system(cmdstr) == -1) {
+        INSTALLER_LOG("/bin/cp %s /mntker/ error. \n", filename);
+        return INSTALL_KERNEL_FAILED;
+    }
+    return 0;
+}
+
+static int install_kernel_file(const char *filename)
+{
+    if (access(filename, F_OK) != 0) {
+        INSTALLER_TRACE(" filename(%s) can not access \n", filename);
+        return 0;
+    }
+    // A file is copied after a failed mount too; the failure stands.
+    const int prepared = ker_img_num == 0 ? prepare_kernel_partition() : 0;
+    const int copied = is_kernel_file(filename) ? copy_kernel_file(filename) : 0;
+    return prepared != 0 ? prepared : copied;
+}
+
+int update_LinuxFile(int type, char *filename)
+{
+    switch (type) {
+    case ENTRY_BOOT:
+        return install_boot_loader(filename);
+    case ENTRY_KERNEL:
+        return install_kernel_file(filename);
+    default:
+        return 0;
+    }
+}
+
+int update_fw_version(update_header_t *pheader)
+{
+    char command[256];
+    // The field may lack a terminator.
+    format_text(command, sizeof command, "sysconfig set fw_version %.*s", IH_NMLEN,
+                reinterpret_cast<const char *>(pheader->ih_version));
+    return my_system(command);
+}

@@ -1,0 +1,24 @@
+// Bringing the boot loader and the kernel files of an unpacked image to where the board boots from,
+// and recording the image's version. All of it works through shell commands; a command has failed
+// only if it could not be run at all.
+#ifndef DTT_UPDATE_INSTALLER_H
+#define DTT_UPDATE_INSTALLER_H
+
+#include "update_header.h"
+
+// Results of update_LinuxFile beside 0.
+enum { INSTALL_BOOT_FAILED = -5, INSTALL_KERNEL_FAILED = -14 };
+
+// Kernel files that the current run has tried to copy. The engines set it to 0 when a run starts;
+// while it is 0, the next kernel file prepares the partition.
+extern int ker_img_num;
+
+// Installs the unpacked file `filename`, its full path, if its entry's type is ENTRY_BOOT or
+// ENTRY_KERNEL. Returns 0 if nothing failed or nothing was to be done, or a code above. The kernel
+// partition stays mounted on /mntker.
+int update_LinuxFile(int type, char *filename);
+
+// Records the version in `pheader` in the device's configuration. Returns what my_system returned.
+int update_fw_version(update_header_t *pheader);
+
+#endif
