@@ -2,11 +2,10 @@
 #include "platform/platform.h"
 
 #include <cerrno>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
-#include <initializer_list>
+#include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 // What this process has printed goes out ahead of what the command prints. Only the two output
 // streams are flushed: fflush(NULL) would wait for the lock of every open stream, and thus behind
@@ -17,32 +16,23 @@ static void flush_output()
     fflush(stderr);
 }
 
-// The signal of the terminal that ended the command, or 0. The shell passes on the death of its
-// last command as 128 + signal.
-static int terminal_signal(int status)
-{
-    for (const int signal : {SIGINT, SIGQUIT}) {
-        if (WIFSIGNALED(status) && WTERMSIG(status) == signal)
-            return signal;
-        if (WIFEXITED(status) && WEXITSTATUS(status) == 128 + signal)
-            return signal;
-    }
-    return 0;
-}
-
+// Unlike system(3), this leaves the caller's signals alone: an interrupt of the run ends the run
+// also while a command is at work, and the command gets the terminal's interrupt for itself.
 int my_system(const char *cmd)
 {
     if (cmd == nullptr)
         return -1;
     flush_output();
-    const int status = system(cmd);
-    if (status == -1)
+    char shell[] = "sh";
+    char option[] = "-c";
+    char *const argv[] = {shell, option, const_cast<char *>(cmd), nullptr};
+    pid_t pid;
+    if (posix_spawn(&pid, "/bin/sh", nullptr, nullptr, argv, environ) != 0)
         return -1;
-    // While the command ran, this process ignored the terminal's signals. One that ended the
-    // command was meant for the whole run: it gets here the meaning that it has here.
-    const int signal = terminal_signal(status);
-    if (signal != 0)
-        raise(signal);
+    int status;
+    while (waitpid(pid, &status, 0) != pid)
+        if (errno != EINTR)
+            return -1;
     return status;
 }
 
