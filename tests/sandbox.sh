@@ -1,24 +1,21 @@
 #!/usr/bin/env bash
-# Runs a command in a sandbox that looks like the device to the update tool:
-# the fixed paths it writes, the partitions it flashes and the programs it
-# calls are all there, and none of it outlives the command.
+# Runs a command in a sandbox that looks like the device to the update tool: the fixed paths it
+# writes, the partitions it flashes and the programs it calls are all there, and none of it outlives
+# the command.
 #
-# Everything is built in a private mount namespace on a tmpfs, so there is
-# nothing to clean up: it goes when the last process in the namespace goes.
+# Everything is built in a private mount namespace on a tmpfs, so there is nothing to clean up: it
+# goes when the last process in the namespace goes.
+set -uo pipefail
+shopt -s nullglob
 
-set -euo pipefail
-
-usage="usage: sandbox.sh COMMAND [ARG...]
-       sandbox.sh --check"
-
-recorded=(reboot killall mcu_isp kmd_test)
 caller_path=${SANDBOX_PATH:-}
 export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
+path=({/usr/local,/usr,}/{s,}bin)
+recorders=({/usr/local,/usr,}/{s,}bin/{reboot,killall,mcu_isp,kmd_test})
 
-# The tmpfs needs a place to be mounted on in which no project can live and
-# that the sandbox does not show.
-base=/proc/fs
-root=$base/root
+# The tmpfs needs a place to be mounted on in which no project can live and that the sandbox does
+# not show.
+root=/proc/fs
 
 unavailable() {
     printf 'sandbox: not available: %s\n' "$1" >&2
@@ -27,149 +24,59 @@ unavailable() {
 
 # --- inside the new namespaces ----------------------------------------------
 
-list_mounts() {
-    local point rest
-    mounts=()
-    while read -r _ _ _ _ point rest; do
-        printf -v point '%b' "$point" # blanks are written in octal
-        case $point/ in // | /proc/* | /sys/* | /dev/* | /run/*) continue ;; esac
-        [[ $rest == *' - autofs '* ]] || mounts+=("$point")
-    done </proc/self/mountinfo
-}
-
-has_mounts_below() {
-    local point
-    for point in "${mounts[@]}" /proc/; do
-        [[ $point != "$1"/* ]] || return 0
-    done
-    return 1
-}
-
-# A user namespace has no rights over directories of the real root, except
-# where the upper layer already holds a directory of its own in their place.
-own_directories() {
-    local dir dirs=("$1")
-    case $PWD/ in /etc/* | /opt/* | /usr/* | /var/*) ;; *) return 0 ;; esac
-    for dir in */ */*/; do
-        [[ -L ${dir%/} || -L ${dir%%/*} ]] || dirs+=("$1/$dir")
-    done
-    mkdir -p "${dirs[@]}"
-}
-
-# Shows something of the machine in the sandbox, unwritable.
-bind() {
-    if [[ -d $1 ]]; then mkdir -p "$root$1"; else : >"$root$1"; fi
-    mount --bind "$1" "$root$1" || mount --rbind "$1" "$root$1" || return
-    mount -o remount,bind,ro "$root$1" || { umount -l "$root$1"; return 1; }
-}
-
-# Shows a directory of the machine in the sandbox, with changes kept apart.
+# Shows a directory of the machine, with changes kept apart; unwritable if no overlay can be had.
 show() {
-    local dir=${1%/} layer=$base/layer$((++layers)) entries
-    mkdir -p "$layer/upper" "$layer/work" "$root$dir" || return
-    cd "$dir/" 2>/dev/null || return 0 # not ours to look into: shown empty
-    # A user namespace may not uncover what is below the mounts it inherited.
-    if ((!privileged)) && has_mounts_below "$dir"; then
-        show_entries "$dir"
-        return
-    fi
-    if ((privileged)); then
-        chown --reference=. "$layer/upper" || return
-        chmod --reference=. "$layer/upper" || return
-    else
-        entries=(*)
-        ((${#entries[@]})) || [[ -k . ]] || return 0 # nothing to lay over
-        [[ ! -k . ]] || chmod 1777 "$layer/upper" || return
-        own_directories "$layer/upper" || return
-    fi
-    # "." spares quoting the separators of the option list in the path.
-    mount -t overlay -o "lowerdir=.,upperdir=$layer/upper,workdir=$layer/work$overlay_options" \
-        overlay "$root$dir/"
-}
-
-# Puts a directory that cannot be shown as a whole together from its entries.
-show_entries() {
-    local entry copied=()
-    for entry in "$1"/*; do
-        case $entry in /proc | /sys | /dev | /run) continue ;; esac
-        if [[ -L $entry ]]; then
-            copied+=("$entry")
-        elif [[ -d $entry ]]; then
-            show "$entry" || bind "$entry" || :
-        elif [[ -f $entry && -r $entry ]]; then
-            # Copies can be written to, but memory is no place for big files.
-            if (($(stat -c %s "$entry") <= 1048576)); then copied+=("$entry"); else bind "$entry" || :; fi
-        fi
+    local dir=$1 layer=$root/layers$1 place
+    mkdir -p "$layer/upper" "$layer/work" "$root$dir"
+    # A user namespace has no rights over directories of the machine, except where the upper layer
+    # already holds a directory of its own in their place.
+    for place in /etc/sysconfig /usr/local "${path[@]}"; do
+        [[ ! -d $place || $place != "$dir"/* ]] || mkdir -p "$layer/upper${place#"$dir"}"
     done
-    ((${#copied[@]} == 0)) || cp -d --preserve=mode,timestamps -t "$root$1/" "${copied[@]}" || :
+    # "." spares quoting the separators of the option list in the path.
+    (cd "$dir" && mount -t overlay overlay "$root$dir" -o \
+        "lowerdir=.,upperdir=$layer/upper,workdir=$layer/work$overlay_options") ||
+        { mount --rbind "$dir" "$root$dir" && mount -o remount,bind,ro "$root$dir"; }
 }
 
 make_dev() {
-    local dev=$root/dev node copied=()
-    mount -t tmpfs -o mode=755 tmpfs "$dev"
-    mkdir "$dev/pts" "$dev/shm"
-    make_partitions "$dev" &
-    for node in fd stdin stdout stderr; do copied+=("/dev/$node"); done
-    if ((privileged)); then
-        for node in /dev/{null,zero,full,random,urandom,tty,fuse,loop-control,loop{0..15}}; do
-            [[ ! -e $node ]] || copied+=("$node")
-        done
-    fi
-    cp -a "${copied[@]}" "$dev" || :
-    for node in null zero full random urandom tty; do # if nodes cannot be made
-        [[ ! -c $dev/$node ]] || continue
-        : >"$dev/$node"
-        mount --bind "/dev/$node" "$dev/$node"
+    local node nodes=(null zero full random urandom tty)
+    mount -t tmpfs -o mode=755 tmpfs dev
+    mkdir dev/pts dev/shm
+    cp -a /dev/fd /dev/std{in,out,err} "${nodes[@]/#//dev/}" /dev/loop* dev || :
+    for node in "${nodes[@]}"; do # if nodes cannot be made
+        [[ -c dev/$node ]] || { : >"dev/$node" && mount --bind "/dev/$node" "dev/$node"; }
     done
-    mount -t devpts -o newinstance,ptmxmode=0666,mode=620 devpts "$dev/pts"
-    mount -t tmpfs -o mode=1777 tmpfs "$dev/shm"
-    ln -s pts/ptmx "$dev/ptmx"
-    wait $!
-}
-
-make_partitions() {
+    mount -t devpts -o newinstance,ptmxmode=0666,mode=620 devpts dev/pts
+    mount -t tmpfs -o mode=1777 tmpfs dev/shm
+    ln -s pts/ptmx dev/ptmx
     # All ones, so that a test can tell what was written and what was not.
-    head -c 4M /dev/zero | LC_ALL=C tr '\0' '\377' >"$1/mmcblk0p1"
-    mkfs.ext4 -q -F "$1/mmcblk0p6" 16M
+    head -c 4M /dev/zero | LC_ALL=C tr '\0' '\377' >dev/mmcblk0p1
+    mkfs.ext4 -q -F dev/mmcblk0p6 16M
 }
 
 # Stand-ins that only write down how they were called.
 make_recorders() {
-    local dir paths=()
     (umask 0 && : >/run/sandbox/calls)
-    for dir in ${PATH//:/ }; do paths+=("${recorded[@]/#/$dir/}"); done
-    rm -f "${paths[@]}" # these can be links to programs that must stay
-    tee "${paths[@]}" >/dev/null <<'RECORDER'
+    rm -f "${recorders[@]}" # these can be links to programs that must stay
+    tee "${recorders[@]}" >/dev/null <<'RECORDER'
 #!/bin/sh
-name=${0##*/}
-line=$name
-for argument; do line="$line	$argument"; done
-printf '%s\n' "$line" >>/run/sandbox/calls
+set -- "${0##*/}" "$@"
+(IFS='	' && printf '%s\n' "$*") >>/run/sandbox/calls
 status=0
-[ ! -f "/run/sandbox/status.$name" ] || read -r status <"/run/sandbox/status.$name"
+[ ! -f "/run/sandbox/status.$1" ] || read -r status <"/run/sandbox/status.$1"
 exit "$status"
 RECORDER
-    chmod 755 "${paths[@]}"
+    chmod 755 "${recorders[@]}"
 }
 
 set_up() {
-    local dir layers=0 overlay_options='' mounts
+    local dir overlay_options=''
     umask 022
-    shopt -s nullglob dotglob
     ((privileged)) || overlay_options=,userxattr
-    list_mounts
-    mount -t tmpfs -o mode=755 tmpfs "$base"
-    mkdir "$root"
-    mount --bind "$root" "$root" # only a mount can become the root
-    show / || return
-    if ((privileged)); then # the overlay of / lacks what is mounted below it
-        for dir in "${mounts[@]}"; do
-            [[ ! -d $dir ]] || show "$dir" || bind "$dir" || :
-        done
-    fi
+    mount -t tmpfs -o mode=755 tmpfs "$root"
     cd "$root"
-    for dir in proc sys dev run; do [[ ! -L $dir ]] || rm "$dir"; done
-    mkdir -p proc sys dev run mntker
+    mkdir proc sys dev run mntker sandbox
     mount -t proc proc proc
     mount -t tmpfs -o mode=755 tmpfs run
     make_dev
@@ -178,96 +85,84 @@ set_up() {
         mount -o bind,ro /sys sys
         mount -o bind,ro proc/sys proc/sys
         [[ ! -e proc/sysrq-trigger ]] || mount --bind /dev/null proc/sysrq-trigger
-    else
-        mount --rbind /sys sys || :
     fi
-    for dir in "$project" "$directory"; do
-        case $dir/ in /proc/* | /sys/*) continue ;; esac
-        [[ -d $root$dir ]] || bind "$dir"
+    # The kernel refuses a user namespace an overlay over all of / with what is mounted there.
+    for dir in /etc /usr /bin /sbin /lib*; do
+        if [[ -L $dir ]]; then cp -P "$dir" .; else show "$dir"; fi
     done
-    cd "$root"
+    # Sorted, a directory stands ahead of those that it shows already.
+    printf '%s\n' "$project" "$directory" "${caller_path//:/$'\n'}" | sort |
+        while IFS= read -r dir; do [[ ! -d $dir || -d $root$dir ]] || show "$dir"; done
+    mkdir -p tmp opt var/log
+    chmod 1777 tmp sandbox
     pivot_root . .
     umount -l .
     cd /
-    mkdir -p /run/lock /run/sandbox /opt /var/log ${PATH//:/ }
-    for dir in /etc /opt /var/log /mntker ${PATH//:/ }; do
+    mkdir -p /run/sandbox "${path[@]}"
+    for dir in /etc /opt /usr/local /var/log; do
         [[ -w $dir ]] || { echo "$dir cannot be made writable" >&2; return 1; }
     done
     make_recorders
 }
 
-# The first process of the namespace. The command is its child, because the
-# kernel keeps signals without a handler away from the first process itself.
+# The first process of the namespace. The command is its child, because the kernel keeps signals
+# without a handler away from the first process itself.
 inside() {
-    local privileged=$1 project=$2 directory=$3 errors=$4 reason status=0
-    shift 4
+    local privileged=$1 project=$2 directory=$3 reason status
+    shift 3
     (($$ == 1)) || unavailable 'not the first process of a namespace'
-    exec 2>&"$errors" {errors}>&-
-    set +e # in a condition, set -e would be without effect in the set-up
-    reason=$(set -e; set_up 2>&1)
+    exec 2>&9 9>&-
+    reason=$(set -e; set_up 2>&1) # in a condition, set -e would be without effect
     status=$?
-    set -e
     reason=${reason%$'\n'*'dmesg(1)'*} # mount's hint where to read on
     ((status == 0)) || unavailable "${reason##*$'\n'}"
     # pivot_root moved this process along with the one that called it.
     [[ -f /run/sandbox/calls ]] || unavailable 'the root directory did not change'
-    cd /
-    cd "$directory" 2>/dev/null || :
-    export PATH=${caller_path:+$caller_path:}$PATH SANDBOX=1 SANDBOX_PRIVILEGED=$privileged
-    (exec -- "$@") || status=$?
-    exit "$status"
+    cd / && cd "$directory" 2>/dev/null
+    # A hard link from one overlay to another can't be made; from here to /opt it can.
+    export TMPDIR=/sandbox SANDBOX=1 SANDBOX_PRIVILEGED=$privileged
+    export PATH=${caller_path:+$caller_path:}$PATH
+    (exec -- "$@")
+    exit
 }
 
 # --- on the machine ---------------------------------------------------------
 
-# unshare does not heed these signals, so its child is killed instead: unshare
-# returns when that and with it everything in the namespace is dead.
-# shellcheck disable=SC2317 # called by the traps
+# unshare does not heed these signals, so its child is killed instead: unshare returns when that and
+# with it everything in the namespace is dead.
+# shellcheck disable=SC2317 # called by the trap
 stop() {
     local first=''
-    read -r first _ <"/proc/$child/task/$child/children" || :
-    kill -KILL "${first:-$child}" || :
-    wait "$child" || :
-    exit $((128 + $1))
+    read -r first _ <"/proc/$child/task/$child/children"
+    kill -KILL "${first:-$child}"
+    wait "$child"
 } 2>/dev/null
 
 outside() {
-    local script project tool reason errors privileged=0 status=0 first_id mapped_id ids
+    local script reason privileged=1
     local launcher=(setpriv --pdeathsig KILL env "--default-signal=INT,QUIT"
         unshare --mount --ipc --uts --pid --fork --kill-child --propagation private)
-    for tool in setpriv unshare mount pivot_root mkfs.ext4; do
-        command -v "$tool" >/dev/null || unavailable "$tool is not installed"
-    done
     # Root of a user namespace is not root enough for the kernel's file systems.
-    read -r first_id mapped_id ids </proc/self/uid_map
-    if ((EUID == 0 && first_id == 0 && mapped_id == 0 && ids == 4294967295)); then
-        privileged=1
-    else
-        launcher+=(--user --map-root-user)
-    fi
+    [[ $EUID,$(</proc/self/uid_map) =~ ^0,\ *0\ +0\ +4294967295$ ]] ||
+        { privileged=0 && launcher+=(--user --map-root-user); }
     reason=$("${launcher[@]}" true 2>&1) || unavailable "${reason##*$'\n'}"
     script=$(realpath "${BASH_SOURCE[0]}")
-    project=${script%/*/*}
 
-    # In the background, as the shell would heed signals only after a command
-    # in the foreground; but with the input and the signals of the foreground.
-    # If this shell is killed, the death signal takes the sandbox along. The
-    # errors take a detour, as unshare complains when its child was killed.
-    exec {errors}>&2
-    "${launcher[@]}" "$BASH" "$script" --inside "$privileged" "$project" \
-        "$(pwd -P)" "$errors" "$@" <&0 2>/dev/null &
+    # In the background, as the shell would heed signals only after a command in the foreground; but
+    # with the input and the signals of the foreground. If this shell is killed, the death signal
+    # takes the sandbox along. The errors take a detour, as unshare complains when its child was
+    # killed.
+    "${launcher[@]}" "$BASH" "$script" --inside "$privileged" "${script%/*/*}" "$(pwd -P)" "$@" \
+        <&0 9>&2 2>/dev/null &
     child=$!
-    trap 'stop 1' HUP
-    trap 'stop 2' INT
-    trap 'stop 3' QUIT
-    trap 'stop 15' TERM
-    wait "$child" || status=$?
-    exit "$status"
+    trap stop HUP INT QUIT TERM
+    wait "$child" # a trap ends it with 128 + the signal
+    exit
 }
 
 case ${1:-} in
     --inside) shift; inside "$@" ;;
-    --check) (($# == 1)) || { echo "$usage" >&2; exit 2; }; outside true ;;
-    '' | -*) echo "$usage" >&2; exit 2 ;;
+    --check) outside true ;;
+    '' | -*) printf 'usage: sandbox.sh COMMAND [ARG...]\n       sandbox.sh --check\n' >&2; exit 2 ;;
     *) outside "$@" ;;
 esac
