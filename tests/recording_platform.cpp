@@ -2,14 +2,17 @@
 #include "tests/recording_platform.h"
 
 #include "platform/platform.h"
+#include "update/dtt_update_common/trace_log.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sys/select.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -40,12 +43,17 @@ bool recording::has(const std::string &line) const
 
 void Recorded::SetUp()
 {
-    dir = testing::TempDir() + "recorded_XXXXXX";
+    // Paths in links and commands have to be short, so this is no place of the tester's choice.
+    dir = "/tmp/recorded_XXXXXX";
     ASSERT_NE(mkdtemp(dir.data()), nullptr);
     rec = {};
     rec.dir = dir;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
+    // The first line of a process opens the log file, which is no matter of the test.
+    TRACE("\n");
+    console();
+    rec.lines.clear();
 }
 
 std::string Recorded::console()
@@ -153,6 +161,108 @@ int my_system(const char *cmd)
     return 0;
 }
 
+apcard_bit_t apcard_bit_self(void)
+{
+    return rec.card_bit;
+}
+
+FILE *my_popen(const char *cmd, const char *mode)
+{
+    EXPECT_STREQ(mode, "r");
+    add(std::string("popen ") + cmd);
+    const char *const output = rec.on_popen ? rec.on_popen(cmd) : "";
+    if (output == nullptr)
+        return nullptr;
+    rec.open_streams++;
+    FILE *const stream = tmpfile();
+    fputs(output, stream);
+    rewind(stream);
+    return stream;
+}
+
+int my_pclose(FILE *stream)
+{
+    rec.open_streams--;
+    return fclose(stream);
+}
+
+int sysconf_openenv(void)
+{
+    return rec.device_name != nullptr ? 0 : -ENOENT;
+}
+
+char *sysconf_getenv(const char *key)
+{
+    EXPECT_STREQ(key, "device_name");
+    return rec.device_name[0] != '-' ? const_cast<char *>(rec.device_name) : nullptr;
+}
+
+// The buffer of the one message that is under way. It comes with another message's bytes in it.
+static std::string message_buffer;
+
+int apmsg_init(apmsg_t *)
+{
+    return 0;
+}
+
+void *apmsg_alloc(apmsg_t *, unsigned int size)
+{
+    rec.open_messages++;
+    message_buffer.assign(size, 'm');
+    return message_buffer.data();
+}
+
+int apmsg_detach(apmsg_t *, void *buf)
+{
+    EXPECT_EQ(buf, message_buffer.data());
+    add("apmsg detach");
+    return 0;
+}
+
+int apmsg_atomic_send(apsess_id_t sess, apmsg_t *, int flag)
+{
+    EXPECT_EQ(flag, -1);
+    add("apmsg send " + std::to_string(sess));
+    rec.messages.push_back(message_buffer);
+    if (rec.send_result >= 0)
+        rec.open_messages--;
+    return rec.send_result;
+}
+
+int apmsg_free(apmsg_t *)
+{
+    rec.open_messages--;
+    add("apmsg free");
+    return 0;
+}
+
+int apsess_key_init(apsess_key_t *key, aptid_t *pid, const char *qname, int a, int b, int c)
+{
+    EXPECT_EQ(qname, nullptr);
+    EXPECT_EQ(a | b | c, 0);
+    *key = {};
+    key->pid = *pid;
+    return 0;
+}
+
+int apsess_find(apsess_id_t *id, apsess_key_t *key, int)
+{
+    EXPECT_EQ(key->pid, 0x010a3900U);
+    if (!rec.session_exists)
+        return -2;
+    *id = 5;
+    return 0;
+}
+
+int apipc_send(aptid_t dest, const void *msg, unsigned int size)
+{
+    char text[64];
+    snprintf(text, sizeof text, "send %08x %u", dest, size);
+    rec.messages.emplace_back(static_cast<const char *>(msg), size);
+    add(text);
+    return rec.send_result;
+}
+
 int aplog_printf(int level, const char *module, const char *func, const char *format, ...)
 {
     EXPECT_EQ(level, 0);
@@ -186,6 +296,7 @@ int __real_fclose(FILE *stream);
 int __wrap_gettimeofday(timeval *now, void *zone);
 unsigned int __wrap_sleep(unsigned int seconds);
 int __wrap_usleep(useconds_t us);
+int __wrap_select(int count, fd_set *in, fd_set *out, fd_set *bad, timeval *timeout);
 int __wrap_shmget(int key, size_t size, int flags);
 void *__wrap_shmat(int id, const void *address, int flags);
 int __wrap_shmdt(const void *address);
@@ -228,6 +339,18 @@ unsigned int __wrap_sleep(unsigned int seconds)
 int __wrap_usleep(useconds_t us)
 {
     add("usleep " + std::to_string(us));
+    return 0;
+}
+
+int __wrap_select(int count, fd_set *, fd_set *, fd_set *, timeval *timeout)
+{
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(timeout->tv_sec, 0);
+    EXPECT_EQ(timeout->tv_usec, 10000);
+    *timeout = {}; // as Linux does
+    rec.polls++;
+    if (rec.on_poll)
+        rec.on_poll(rec.polls);
     return 0;
 }
 

@@ -13,7 +13,8 @@
 
 struct recording {
     // In order: "log FUNCTION: TEXT", "trace TEXT", "run COMMAND", "sleep SECONDS",
-    // "usleep MICROSECONDS", "open PATH" and "close" of the trace log, "shm CALL".
+    // "usleep MICROSECONDS", "open PATH" and "close" of the trace log, "shm CALL", "send TASK
+    // SIZE", "popen COMMAND", "apmsg CALL".
     std::vector<std::string> lines;
     std::string prefix; // of the last trace line
 
@@ -25,6 +26,18 @@ struct recording {
     bool shm_exists = false;
     bool shm_fails = false;
     upgrade_info_t block = {7, 7, 7, 7, 7}; // the shared memory
+
+    std::function<const char *(const std::string &)> on_popen; // gives a command's output, or null
+    int open_streams = 0;                                      // of commands
+    const char *device_name = "unit7"; // in the configuration: null without one, "-" without a name
+    bool session_exists = true;
+    int open_messages = 0;
+
+    std::vector<std::string> messages; // the bytes of each message that was sent
+    int send_result = 0;
+    int card_bit = 1;
+    int polls = 0;                    // waits by select(2) so far
+    std::function<void(int)> on_poll; // called with their number at the end of each
 
     // The lines that begin with `kind`, without it, joined by '|'.
     std::string all(const std::string &kind) const;
@@ -47,7 +60,8 @@ struct Recorded : testing::Test {
 std::string read_file(const std::string &path);
 void write_file_text(const std::string &path, const std::string &text);
 
-// "path type content" of everything below `dir`, sorted; links as "path -> target".
+// "path = content" of each file below `dir`, "path -> target" of each link and "path/" of each
+// empty directory, sorted.
 std::string tree_text(const std::string &dir);
 
 #endif

@@ -9,7 +9,8 @@
 // has no effect. `place_type` is stored as it is; with PLACE_COSTOM `to_dir` names the target
 // directory, else it may be null. A null `version` gives "V1.0.0.0". Texts of the header are cut
 // at 63 characters. Returns 0, or -1; an image that was not finished is left as it stands, with a
-// header that every reader refuses. One build at a time in a process.
+// header that every reader refuses. Only a failure to compute the CRC leaves a whole image, without
+// its CRC. One build at a time in a process.
 int do_create(char *updatedir, int mode, char *updata_file, int place_type, char *to_dir,
               char *version);
 

@@ -113,9 +113,7 @@ static int walk_listing(DIR *dir, int dst_fd, struct arena *ap)
         dirent *item = readdir(dir);
         if (item == nullptr) {
             ap->devpath[len] = '\0';
-            if (errno != 0)
-                TRACE("unable to list `%s': %s\n", ap->devpath, strerror(errno));
-            return errno != 0 ? -1 : 0;
+            return errno != 0 ? break_image(ap->devpath, errno) : 0;
         }
         if (strcmp(item->d_name, ".") == 0 || strcmp(item->d_name, "..") == 0)
             continue;

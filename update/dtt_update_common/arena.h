@@ -13,7 +13,7 @@ struct arena {
     char devpath[PATH_SIZE]; // the path being visited
 };
 
-// Longest path that a walk still lists. One '/' and at least one more character have to fit.
+// A path of this length is not listed any more: one '/' and at least one character have to fit.
 constexpr size_t WALK_PATH_MAX = PATH_SIZE - 2;
 
 #endif

@@ -50,8 +50,7 @@ static const char *entry_name(const char *path, const char *text)
     return slash != nullptr ? text + (slash + 1 - path) : text;
 }
 
-// The image ends in half an entry, or must end here: nothing behind it could be read back.
-static int break_image(const char *path, int error)
+int break_image(const char *path, int error)
 {
     TRACE("image is incomplete at `%s': %s\n", path, strerror(error));
     image_broken = true;
@@ -74,6 +73,10 @@ static int append_data(int dst_fd, int fd, const char *path, off_t size)
         status = break_image(path, error);
     }
     munmap(data, len);
+    // From its new end on, a file that has been cut meanwhile was read as zeros.
+    struct stat st;
+    if (status == 0 && (fstat(fd, &st) != 0 || st.st_size < size))
+        status = break_image(path, EIO);
     return status;
 }
 

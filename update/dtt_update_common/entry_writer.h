@@ -13,9 +13,14 @@ constexpr long long IMAGE_SIZE_MAX = 0x7FFFFFFF;
 // Starts the bookkeeping of a new image, which holds the header alone.
 void begin_image(void);
 
-// Whether the image can't be finished since begin_image: an entry was begun and not completed, or
-// the next one would have taken the image past IMAGE_SIZE_MAX. A trace line has told why.
+// Whether the image can't be finished since begin_image: an entry was begun and not completed, the
+// next one would have taken the image past IMAGE_SIZE_MAX, or the tree could not be read. A trace
+// line has told why.
 bool image_is_broken(void);
+
+// Ends the image at `path` with the errno `error`: it holds half an entry, or lacks what nobody
+// would miss. Returns -1.
+int break_image(const char *path, int error);
 
 // Appends one entry of type `type` for the file or link at `path` to `dst_fd`. For a link,
 // `filename` is `path`, a ';' and the target; it is not looked at otherwise. Returns 0, or -1 if
