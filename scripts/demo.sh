@@ -93,9 +93,10 @@ show() {
     if "$root/tests/sandbox.sh" --check; then
         "$root/tests/sandbox.sh" "$BASH" "$root/scripts/demo.sh" --in-sandbox
     else
-        # The tool keeps its trace log in a fixed place.
+        # The tool keeps its trace log in a fixed place; what stands there is put back.
+        [[ ! -e $log ]] || cp -p "$log" kept.log
         # shellcheck disable=SC2064
-        [[ -e $log ]] || trap "rm -rf '$scratch' '$log'" EXIT
+        trap "rm -f '$log'; [[ ! -e kept.log ]] || mv kept.log '$log'; rm -rf '$scratch'" EXIT
         PATH=$SANDBOX_PATH:$PATH
         build
         say 'the image is not applied: without the sandbox that would change this machine'

@@ -90,7 +90,9 @@ img_deploy -c ./tree long.img >/dev/null
 # hit SIGNAL STATUS FLAG
 hit() {
     rm -rf /opt/upgddir
-    img_deploy -u long.img -m 2 >out 2>err &
+    : >err
+    # A shell has its background commands ignore interrupts.
+    env --default-signal=INT img_deploy -u long.img -m 2 >out 2>err &
     until grep -qs '(num-3)' err; do sleep 0.01; done
     kill "-$1" $!
     wait $!
@@ -99,6 +101,7 @@ hit() {
 hit HUP 0 2
 expect 'differences after it' '' "$(diff -r --no-dereference tree /opt/upgddir/tree 2>&1)"
 hit TERM 143 1
+hit INT 130 1
 img_deploy -u long.img -m 2 2>&1 | head -n 1 >/dev/null
 expect 'status and flag without a reader' '0 2' "${PIPESTATUS[0]} $(flag)"
 finish

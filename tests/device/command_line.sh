@@ -60,9 +60,20 @@ expect 'version' V9.8 "$(tail -c +425 out.img | head -c 4)"
 expect_call 255 '' -c missing out.img
 expect_call 255 '' -c tree /missing/out.img
 
+# Closed standard streams: no line goes into the image.
+cp out.img whole.img
+img_deploy -c ./tree -r V9.8 out.img >&- 2>&- <&-
+expect 'an image made without standard streams' "0 $(stat -c %s whole.img)" "$? $(stat -c %s out.img)"
+POSIXLY_CORRECT=1 img_deploy -c ./tree out.img -p 7 >/dev/null
+expect 'an option behind the arguments' 00000007 "$(place)"
+img_deploy -u out.img -m 4294967297 >/dev/null 2>&1
+expect 'a mode beyond all numbers' '0 ' "$? $(cat /run/sandbox/calls)"
+rm -r /opt/upgddir /usr/local/upgdflag
+img_deploy -c ./tree -r V9.8 out.img >/dev/null
+
 # The later option of -u, -c and -s decides.
 expect_call 246 '' -m 2 -u out.img -s missing.img
-expect_line out "$(grep -F 'error, access.' out)"
+expect_line <(messages out) 'error, access.'
 expect_call 0 '(num-0)/opt/upgddir/tree/f type(0), size(2)' -c tree -m 2 -u out.img
 expect 'what was unpacked' x "$(cat /opt/upgddir/tree/f)"
 

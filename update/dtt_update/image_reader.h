@@ -33,7 +33,7 @@ struct entry_walk {
     uint32_t next;   // offset of the next entry
     uint32_t window_offset;
     size_t window_size;
-    char window[4096];
+    char window[16384];
 };
 
 void start_walk(entry_walk *walk, const image *source);

@@ -99,7 +99,10 @@ static image_refusal enter_base_dir(const char *engine, image *img, const char *
         return IMAGE_NO_BASE_DIR;
     }
     if (force_base_dir != nullptr) {
-        copy_text(u_base_dir, PATH_SIZE, force_base_dir);
+        if (!copy_text(u_base_dir, PATH_SIZE, force_base_dir)) {
+            PLATFORM_LOG_AS(engine, "chdir(%s) Failed", force_base_dir);
+            return IMAGE_NO_BASE_DIR;
+        }
         _mkdir(u_base_dir);
     }
     PLATFORM_LOG_AS(engine, "get u_base_dir:%s ", u_base_dir);

@@ -13,24 +13,31 @@ ssize_t safe_write(int fd, const void *buf, size_t count)
     return n;
 }
 
+ssize_t write_some(int fd, const char **pos, size_t *len)
+{
+    const ssize_t n = safe_write(fd, *pos, *len);
+    if (n == 0) {
+        // A target that takes nothing and reports no error would hold the run up for ever.
+        errno = EIO;
+        return -1;
+    }
+    if (n > 0) {
+        *pos += n;
+        *len -= static_cast<size_t>(n);
+    }
+    return n;
+}
+
 ssize_t bb_full_write(int fd, const void *buf, size_t len)
 {
     const char *pos = static_cast<const char *>(buf);
-    ssize_t total = 0;
+    const size_t total = len;
     while (len != 0) {
-        const ssize_t n = safe_write(fd, pos, len);
+        const ssize_t n = write_some(fd, &pos, &len);
         if (n < 0)
             return n;
-        if (n == 0) {
-            // A target that takes nothing and reports no error would hold the run up for ever.
-            errno = EIO;
-            return -1;
-        }
-        total += n;
-        pos += n;
-        len -= static_cast<size_t>(n);
     }
-    return total;
+    return static_cast<ssize_t>(total);
 }
 
 size_t full_pread(int fd, void *buf, size_t len, off_t offset)

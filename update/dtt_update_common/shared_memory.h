@@ -3,7 +3,8 @@
 #define DTT_UPDATE_COMMON_SHARED_MEMORY_H
 
 // Attaches the segment of key `shmkey` that holds at least `shmsize` bytes, creating it with
-// permission 0600 if there is none. Returns its address, or null.
+// permission 0600 if there is none, with room for the whole progress record. Returns its address,
+// or null.
 char *attach_shm(int shmkey, int shmsize);
 
 // What shmdt(2) returns for `addr`.

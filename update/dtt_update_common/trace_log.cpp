@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
+#include <pthread.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -14,6 +15,9 @@ int log_debug = 1;
 static int log_num = 0;
 static FILE *log_fp = nullptr;
 static int log_lastday = 0;
+
+// A card's answer writes a line from another thread than the run's.
+static pthread_mutex_t log_lock = PTHREAD_MUTEX_INITIALIZER;
 
 static void open_log_file(int today)
 {
@@ -37,6 +41,7 @@ void trace_line(std::string_view dir, const char *func, int line, const char *fo
     tm local;
     localtime_r(&now.tv_sec, &local);
 
+    pthread_mutex_lock(&log_lock);
     if (log_fp == nullptr)
         open_log_file(local.tm_mday);
 
@@ -68,5 +73,6 @@ void trace_line(std::string_view dir, const char *func, int line, const char *fo
             log_num = 1 - log_num;
         }
     }
+    pthread_mutex_unlock(&log_lock);
     errno = saved_errno;
 }

@@ -1,5 +1,5 @@
 // The tool's own log: each trace line goes to one of two files, which take turns at a change of
-// day, and to standard output. One thread at a time may write trace lines.
+// day, and to standard output. Any thread may write trace lines.
 #ifndef DTT_UPDATE_COMMON_TRACE_LOG_H
 #define DTT_UPDATE_COMMON_TRACE_LOG_H
 

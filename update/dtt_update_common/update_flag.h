@@ -2,8 +2,8 @@
 #ifndef DTT_UPDATE_COMMON_UPDATE_FLAG_H
 #define DTT_UPDATE_COMMON_UPDATE_FLAG_H
 
-// Values of the flag file: one decimal digit and a line feed. Absent or empty, an apply run was
-// cut while it was starting.
+// Values of the flag file: one decimal digit and a line feed. Empty, an apply run was cut while
+// it was starting; absent, the same, or none was ever started.
 enum { UPDATE_FLAG_STARTED = 1, UPDATE_FLAG_DONE = 2 };
 
 // Brings `flag_file` to `value`. The results of the commands it runs are not looked at. Returns 0,

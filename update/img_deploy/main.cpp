@@ -5,9 +5,11 @@
 #include "update/dtt_update_common/update_flag.h"
 #include "update_header.h"
 
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <unistd.h>
 
 static constexpr aptid_t MODULE_ID = 0xa3c00;
@@ -31,6 +33,24 @@ int verbose = 0;
     fprintf(stderr, "    img_deploy -c /nand -p 3 update.img  /\n");
     fprintf(stderr, "    img_deploy -u update.img \n");
     exit(1);
+}
+
+// A file that the run opens must not become one of the standard streams that the caller has closed:
+// lines of the log would go into it.
+static void open_standard_streams()
+{
+    int fd;
+    do {
+        fd = open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    close(fd);
+}
+
+// Anything but 1 runs without a restart, so a number that is too large must not wrap round to it.
+static int read_mode(const char *text, char **rest)
+{
+    const unsigned long mode = strtoul(text, rest, 0);
+    return mode > INT_MAX ? INT_MAX : static_cast<int>(mode);
 }
 
 static int run_update(char *filename, int mode)
@@ -58,6 +78,9 @@ int main(int argc, char **argv)
     char *new_version = nullptr;
     char *rest = nullptr;
 
+    open_standard_streams();
+    // Options may stand behind the positional arguments, whatever the environment says.
+    unsetenv("POSIXLY_CORRECT");
     // Whole lines in the order in which they happen, also on a pipe and up to a sudden end.
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     aptid_self_set(static_cast<aptid_t>(apcard_bit_self()) << 24 | MODULE_ID);
@@ -76,7 +99,7 @@ int main(int argc, char **argv)
             filename = optarg;
             break;
         case 'm':
-            mode = static_cast<int>(strtoul(optarg, &rest, 0));
+            mode = read_mode(optarg, &rest);
             if (*rest != '\0') {
                 fprintf(stderr, "Invalid mode: %s\n", optarg);
                 return -1;
