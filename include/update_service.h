@@ -6,11 +6,76 @@
 #ifndef UPDATE_SERVICE_H
 #define UPDATE_SERVICE_H
 
+#include "device_msg.h"
+#include "update_header.h"
 #include "upgrade_info.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* ---- A service run: an update with events, a watch on the USB disk and the card stage ---- */
+
+/* Applies the image `updfile` below the directory `upgd_dir`, made if it is missing, or below the
+ * one that the image asks for if it is null. Events go to the task `uid` at each step and failure;
+ * none is sent at the end. `updfile` must be writable: it is cut at a line feed. Never restarts the
+ * board. Ahead of it, set_usb_status(TRUE) while the disk that holds the image is there, and
+ * empty_UserFile_patch() if a run came before in this process.
+ * Blocks for the whole run: a second at least, two more after a failure, and for each card file as
+ * long as the card takes, 120 seconds at most. Returns 0, or:
+ *   -1   the file is missing; an entry, the boot loader or the kernel could not be written; the
+ * disk is gone; a card has failed or not answered in time -3   the image can't be mapped -10  the
+ * image was refused other negative: what the platform gave for a card update request that did not
+ * go out What was written stays. After a failed copy the kernel partition may still be mounted. */
+int do_update_upgd(aptid_t uid, char *updfile, char *upgd_dir);
+
+/* The run itself, without the first test that the file is there: a missing file gives -10. `mode`
+ * REBOOT_MODE restarts the board at the end, whatever the outcome. */
+int do_update_upgrade(aptid_t uid, char *update_file, int mode, char *force_base_dir);
+
+/* The one event message of all service runs, for reading from any thread, without a lock. It keeps
+ * the state of the last run. */
+upgrade_msg_t *get_upgd_msg(void);
+
+/* The presence of the USB disk that holds the image, FALSE at the start of the process. From any
+ * thread. While it is FALSE a run stops at its next entry or card, and its failures read
+ * UPGD_ERROR_NODISK. */
+BOOL get_usb_status(void);
+void set_usb_status(BOOL b);
+
+/* ---- The card stage ---- */
+
+/* Forgets the card files and answers of the runs so far. Between runs only. */
+void empty_UserFile_patch(void);
+
+/* A card's answer to the request for the firmware `type`, the type word of the request: 0 done, -2
+ * failed; any other value keeps the run waiting. From any thread but the run's. */
+void set_update_card_result(int type, int result);
+
+/* The last answer for `type`; -1 if there was none, or no such type. */
+int get_update_card_result(int type);
+
+/* ---- Other operations ---- */
+
+/* Applies the image `updfile` like the command-line tool in ONLINE_MODE: without events and card
+ * stage, with its progress in the shared block. `ubck_dir` as `upgd_dir` above. Returns 0, -1 if
+ * the file is missing, -10 if the image was refused or there is no progress block, -3, -4 (an entry
+ * could not be written), -5 or -14 (boot loader, kernel). */
+int do_update_backup(char *updfile, char *ubck_dir);
+
+/* Runs the command-line tool on the image in a process of its own and waits for it. `mode` is its
+ * run mode; `force_base_dir` is not used. Always returns 0: the outcome is not looked at. A path of
+ * more than 220 characters is not tried. */
+int do_update_runcmd(char *update_file, int mode, char *force_base_dir);
+
+/* Kills the device's other tasks. Always returns 0; the log tells which could not be. */
+int kill_task(void);
+
+/* Writes the `nSize` bytes in memory at `source` to the file `dest`, created with mode 0755 if it
+ * is missing, and counts `update_info->cur_percent` from 0 to 100 meanwhile. Returns 0 or -1. */
+int copy_file_new(upgrade_info_t *update_info, const char *source, const char *dest, int nSize);
+
+/* ---- The shared progress block ---- */
 
 /* Attaches the shared progress block, creating it if it does not exist. Returns its address, or
  * null. A block that a peer has created may hold only the first UPGRADE_INFO_SHM_SIZE bytes of an

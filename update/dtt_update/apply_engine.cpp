@@ -1,7 +1,9 @@
 // Applying an update image, with its progress in the shared block.
 #include "update/dtt_update/apply_engine.h"
 
+#include "update/dtt_update/card_table.h"
 #include "update/dtt_update/installer.h"
+#include "update/dtt_update/run_steps.h"
 #include "update/dtt_update/take_image.h"
 #include "update/dtt_update/unpack.h"
 #include "update/dtt_update_common/platform_log.h"
@@ -9,7 +11,6 @@
 #include "update_service.h"
 
 #include <arpa/inet.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 // Every line of this engine names it, whichever of the functions below writes it.
@@ -18,12 +19,6 @@ static constexpr char ENGINE[] = "do_update";
 #define ENGINE_TRACE(...) TRACE_AS(ENGINE, __VA_ARGS__)
 
 enum { RESULT_STARTED = -1, RESULT_UNPACKING = 0, RESULT_DONE = 1, RESULT_FAILED = 2 };
-
-static void show_result(const upgrade_info_t *update_info)
-{
-    ENGINE_LOG("\n now update_info->result = %d ", update_info->result);
-    ENGINE_TRACE("\n now update_info->result = %d \n", update_info->result);
-}
 
 // Returns the entry's result.
 static int apply_entry(const image *img, const char *filedata, image_entry *entry, char *u_base_dir,
@@ -38,7 +33,8 @@ static int apply_entry(const image *img, const char *filedata, image_entry *entr
     const int ret = update_LinuxFile(entry->type, basename);
     if (ret < 0)
         return ret;
-    update_info->cur_nums++;
+    if (save_UserFile_patch(entry->type, basename) != 0)
+        update_info->cur_nums++;
     if (entry->type == ENTRY_LINK)
         creat_link_file(basename, entry->name);
     return 0;
@@ -67,34 +63,28 @@ static int walk_entries(const image *img, const char *filedata, char *u_base_dir
 
 static int unpack_image(image *img, char *u_base_dir, upgrade_info_t *update_info)
 {
-    void *const filedata = mmap(nullptr, img->size, PROT_READ, MAP_SHARED, img->fd, 0);
-    if (filedata == MAP_FAILED)
+    const char *const filedata = map_image(img);
+    if (filedata == nullptr)
         return APPLY_NOT_MAPPED;
-    update_info->file_nums = static_cast<int>(ntohl(img->header.ih_filenum));
     update_info->result = RESULT_UNPACKING;
-    show_result(update_info);
-    ENGINE_TRACE("\n\n\n\n\rround 1 --------unpress ***.img file and update Linux files ....\n");
-    update_info->cur_nums = 0;
+    begin_unpacking(ENGINE, img, update_info);
 
-    const int ret = walk_entries(img, static_cast<char *>(filedata), u_base_dir, update_info);
-    // The walk ends with its first failure, so one entry has failed or none.
-    const int failed_count = ret < 0 ? 1 : 0;
+    const int ret = walk_entries(img, filedata, u_base_dir, update_info);
     if (ret == APPLY_COPY_FAILED)
         update_info->failed_nums++;
-    munmap(filedata, img->size);
+    unmap_image(img, filedata);
     ENGINE_LOG(" update_info->result = %d (1:ok, 2:error). \n", update_info->result);
-    if (failed_count == 0) {
-        update_info->cur_nums = update_info->file_nums;
-        update_info->result = RESULT_DONE;
-        ENGINE_TRACE("result = 1, update successful !! \n");
-        update_fw_version(&img->header);
-        my_system("/bin/sync");
-        ENGINE_LOG(" run rsync ok.");
-    } else {
+    if (ret < 0) {
         update_info->result = RESULT_FAILED;
-        ENGINE_TRACE("result = 2, update %d file error !! \n", failed_count);
+        // The walk ends with its first failure, so there is one.
+        ENGINE_TRACE("result = 2, update %d file error !! \n", 1);
+        return ret;
     }
-    return ret;
+    update_info->cur_nums = update_info->file_nums;
+    update_info->result = RESULT_DONE;
+    ENGINE_TRACE("result = 1, update successful !! \n");
+    record_image(ENGINE, img);
+    return 0;
 }
 
 static int apply_image(char *update_file, char *force_base_dir, upgrade_info_t *update_info)
@@ -127,7 +117,7 @@ int do_update(char *update_file, int mode, char *force_base_dir)
     ENGINE_LOG("get_upgrade_info success!! ");
     *update_info = {};
     update_info->result = RESULT_STARTED;
-    show_result(update_info);
+    show_result(ENGINE, update_info);
 
     const int ret = apply_image(update_file, force_base_dir, update_info);
     if (ret < 0) {
@@ -136,11 +126,6 @@ int do_update(char *update_file, int mode, char *force_base_dir)
         ENGINE_LOG(" result = 2, update error !!");
     }
     usleep(20000);
-    if (mode == REBOOT_MODE) {
-        ENGINE_LOG(" mode = 1; reboot !");
-        sleep(6);
-        my_system("reboot -f");
-    }
-    ENGINE_LOG(" end");
+    end_run(ENGINE, mode);
     return ret;
 }

@@ -1,0 +1,120 @@
+// The card stage of a service run.
+#include "update/dtt_update/card_sequencer.h"
+
+#include "update/dtt_update/card_table.h"
+#include "update/dtt_update/device_messages.h"
+#include "update/dtt_update/service_run.h"
+#include "update/dtt_update_common/trace_log.h"
+#include "update_service.h"
+
+#include <cstring>
+#include <sys/select.h>
+
+static constexpr int STAGE_PERCENT = 900; // of the run's 1000
+static constexpr int POLL_US = 10000;
+static constexpr int COMMAND_FLASH = 254;
+static constexpr unsigned char MCU_SLOT = 1;
+static constexpr unsigned short MODEL_FPGA = 0x100;
+static constexpr unsigned short MODEL_GOLDEN = 0x1ff;
+
+static constexpr int CARD_DONE = 0;
+static constexpr int CARD_FAILED = -2;
+
+// How each kind of firmware is asked for and reported, in the rows of the card firmware table. The
+// MCU programs of all cards go out with one slot and model: the card side tells them by their type.
+struct card_request {
+    unsigned char slot;
+    unsigned short model;
+    int step;
+    int failure;
+};
+
+static constexpr card_request REQUESTS[CARD_TYPES] = {
+    {FPGA_INPUT_SLOT, MODEL_FPGA, UPGD_INPUT_FPGA, UPGD_ERROR_INPUT_FPGA},
+    {FPGA_INPUT_SLOT, MODEL_GOLDEN, UPGD_INPUT_FPGAGOLDEN, UPGD_ERROR_INPUT_FPGA},
+    {FPGA_OUTPUT_SLOT, MODEL_FPGA, UPGD_OUTPUT_FPGA, UPGD_ERROR_OUTPUT_FPGA},
+    {FPGA_OUTPUT_SLOT, MODEL_GOLDEN, UPGD_OUTPUT_FPGAGOLDEN, UPGD_ERROR_OUTPUT_FPGA},
+    {FPGA_VPU_SLOT, MODEL_FPGA, UPGD_VPU_FPGA, UPGD_ERROR_VPU_FPGA},
+    {FPGA_VPU_SLOT, MODEL_GOLDEN, UPGD_VPU_FPGAGOLDEN, UPGD_ERROR_VPU_FPGA},
+    {MCU_SLOT, 0, UPGD_INPUT_MCU, UPGD_ERROR_INPUT_MCU},
+    {MCU_SLOT, 0, UPGD_OUTPUT_MCU, UPGD_ERROR_OUTPUT_MCU},
+    {MCU_SLOT, 0, UPGD_VPU_MCU, UPGD_ERROR_VPU_MCU},
+};
+
+static bool has_file(const type_patch_t *row)
+{
+    return row->file_patch[0] != '\0';
+}
+
+static int count_files()
+{
+    int count = 0;
+    for (const type_patch_t &row : type_patch)
+        count += has_file(&row) ? 1 : 0;
+    return count;
+}
+
+static int send_request(const type_patch_t *row, const card_request *request)
+{
+    stPmdFile file = {};
+    file.file_type = row->file_type;
+    memcpy(file.file_patch, row->file_patch, sizeof file.file_patch);
+    return ipc_send_card_update(COMMAND_FLASH, request->slot, request->model, 0, sizeof file,
+                                reinterpret_cast<unsigned char *>(&file));
+}
+
+// Polls for the card's answer and moves `cur_percent` by the time that has passed, through the
+// share `pertime` over the row's limit. Returns whether the card has finished well.
+static bool wait_for_card(const type_patch_t *row, int pertime, upgrade_info_t *update_info)
+{
+    const int percent = update_info->cur_percent;
+    for (int count = 1;; count++) {
+        timeval timeout = {0, POLL_US};
+        select(0, nullptr, nullptr, nullptr, &timeout);
+        update_info->cur_percent = percent + count * pertime / row->time;
+        const int result = get_update_card_result(row->file_type);
+        if (result == CARD_DONE) {
+            update_info->cur_percent = percent + pertime;
+            return true;
+        }
+        if (result == CARD_FAILED || count >= row->time)
+            return false;
+    }
+}
+
+int update_all_UserFile(aptid_t uid, upgrade_msg_t *upgd_msg)
+{
+    upgrade_info_t *const update_info = &upgd_msg->upgrade_info;
+    const int c = count_files();
+    if (c == 0) {
+        update_info->cur_percent += STAGE_PERCENT;
+        TRACE("no mcu fpga\n");
+        return 0;
+    }
+    const int pertime = STAGE_PERCENT / c;
+
+    for (int i = 0; i < CARD_TYPES; i++) {
+        const type_patch_t *const row = &type_patch[i];
+        const card_request *const request = &REQUESTS[i];
+        if (!get_usb_status()) {
+            send_result(uid, upgd_msg, UPGD_ERROR_NODISK);
+            TRACE("UPGD_ERROR_NODISK\n");
+            return -1;
+        }
+        if (!has_file(row))
+            continue;
+        upgd_msg->update_param.value = request->step;
+        send_event(uid, upgd_msg);
+        const int sent = send_request(row, request);
+        if (sent != 0)
+            return sent;
+        TRACE("update %s\n", row->file_patch);
+        if (!wait_for_card(row, pertime, update_info)) {
+            TRACE("update %s error\n", row->file_patch);
+            send_result(uid, upgd_msg, request->failure);
+            return -1;
+        }
+        TRACE("update %s ok\n", row->file_patch);
+    }
+    return 0;
+}

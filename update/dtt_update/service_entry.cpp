@@ -1,0 +1,79 @@
+// The entry points of the resident service.
+#include "update/dtt_update/apply_engine.h"
+#include "update/dtt_update/service_run.h"
+#include "update/dtt_update_common/bounded_text.h"
+#include "update/dtt_update_common/platform_log.h"
+#include "update_service.h"
+
+#include <cstring>
+#include <unistd.h>
+
+// The file's absence is said in the name of the operation that was called.
+static bool file_exists(const char *operation, const char *updfile)
+{
+    if (updfile != nullptr && access(updfile, F_OK) == 0)
+        return true;
+    PLATFORM_LOG_AS(operation, "'%s' can't open. please check path.",
+                    updfile != nullptr ? updfile : "(null)");
+    return false;
+}
+
+static void log_outcome(const char *operation, int ret)
+{
+    PLATFORM_LOG_AS(operation, ret == 0 ? "do_update_backup OK" : "do_update_backup NG");
+}
+
+int do_update_upgd(aptid_t uid, char *updfile, char *upgd_dir)
+{
+    int ret = -1;
+    PLATFORM_LOG("start");
+    if (file_exists(__func__, updfile)) {
+        // These lines read the same as in do_update_backup; the function's name tells them apart.
+        PLATFORM_LOG("do_update_backup runing...");
+        ret = do_update_upgrade(uid, updfile, ONLINE_MODE, upgd_dir);
+        log_outcome(__func__, ret);
+    } else {
+        report_failure(uid, get_upgd_msg(), UPGD_ERROR_FILENOTEXIST);
+    }
+    PLATFORM_LOG("end");
+    return ret;
+}
+
+int do_update_backup(char *updfile, char *ubck_dir)
+{
+    int ret = -1;
+    PLATFORM_LOG("start");
+    if (file_exists(__func__, updfile)) {
+        PLATFORM_LOG("do_update_backup runing...");
+        ret = do_update(updfile, ONLINE_MODE, ubck_dir);
+        log_outcome(__func__, ret);
+    }
+    PLATFORM_LOG("end");
+    return ret;
+}
+
+int do_update_runcmd(char *update_file, int mode, char * /*force_base_dir*/)
+{
+    PLATFORM_LOG(" <do_update_runcmd> update_file = %s", update_file);
+    char cmd[256];
+    if (format_text(cmd, sizeof cmd, "/usr/qrx310/bin/img_deploy -u %s -m %d", update_file, mode))
+        my_system(cmd);
+    else
+        PLATFORM_LOG("command too long for <%s>.", update_file);
+    return 0;
+}
+
+int kill_task(void)
+{
+    static constexpr const char *tasks[] = {"watchdog", "browser", "videod", "aptid",
+                                            "dropbear", "tmd",     nullptr};
+    for (int i = 0; tasks[i] != nullptr; i++) {
+        char cmd[1024] = "/nand/usr/lmt240/bin/telapnet tmd kall  2>&1";
+        // This task is asked to end and take its children along.
+        if (strcmp(tasks[i], "aptid") != 0)
+            format_text(cmd, sizeof cmd, "killall -9 %s  2>&1", tasks[i]);
+        if (my_system(cmd) != 0)
+            PLATFORM_LOG("kill NG. %s", tasks[i]);
+    }
+    return 0;
+}

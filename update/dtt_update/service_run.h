@@ -1,0 +1,20 @@
+// The state of a service run that its parts share: the one event message, and the presence of the
+// USB disk, which the resident service keeps up to date. get_upgd_msg, get_usb_status and
+// set_usb_status stand in update_service.h.
+#ifndef DTT_UPDATE_SERVICE_RUN_H
+#define DTT_UPDATE_SERVICE_RUN_H
+
+#include "device_msg.h"
+
+// Sends the run's message as it stands to the task `uid`. An event that is lost does not hold the
+// run up.
+void send_event(aptid_t uid, upgrade_msg_t *msg);
+
+// Sets the run's result to `code` and sends the event.
+void send_result(aptid_t uid, upgrade_msg_t *msg, int code);
+
+// The same two seconds later, when a disk that has been pulled is known to be gone: that takes
+// precedence over `code`, which is then only what came of it.
+void report_failure(aptid_t uid, upgrade_msg_t *msg, int code);
+
+#endif
