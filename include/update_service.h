@@ -7,6 +7,7 @@
 #define UPDATE_SERVICE_H
 
 #include "device_msg.h"
+#include "udisk_info.h"
 #include "update_header.h"
 #include "upgrade_info.h"
 
@@ -54,6 +55,32 @@ void set_update_card_result(int type, int result);
 
 /* The last answer for `type`; -1 if there was none, or no such type. */
 int get_update_card_result(int type);
+
+/* ---- USB disks ---- */
+
+/* Fills `udisk_info` with the mounted disks whose devices are there, their names, and the images,
+ * backups and .rcfgx files in their top directories; a fifth disk and a ninth file of a kind are
+ * left out. What is not written keeps its content, `event` always. Returns 0, or -1 if a command
+ * could not be run: `upath_num` is not written then. */
+int get_udisk_all_info(udisk_info_t *udisk_info);
+
+/* Sends a fresh inventory to the module MODULE_UDISK of this board. Returns 0 if it went out, -1 if
+ * not. Without a receiver, and after a failed inventory, the inventory's result: a message that is
+ * incomplete goes out all the same. */
+int sendmsg_udisk_all_info(void);
+
+/* The same under the large label `l_l` and the small label `s_l`, as an answer with the event `ev`
+ * and its `name`, which is cut at 127 bytes; it may be null. */
+int sendmsg_ack_back(int l_l, int s_l, int ev, char *name);
+
+/* Saves the device's settings as an image on the disk mounted at `udisk_path`, at most 52
+ * characters, and leaves its path in `ret_filename`, which has room for the path of the disk and
+ * 128 bytes more. do_update_backup(FILE, "/") brings them back. The working directory is left
+ * changed. Returns 0, -11 if the disk can't be opened, -12 or -13 if there is too little room on
+ * the device or on the disk (100,000 KiB are kept free), or -1: no device_name in the
+ * configuration, or one that is no file name, a failed build or copy, a path that fits no command.
+ * The log tells which. */
+int do_create_backup(char *udisk_path, char *ret_filename);
 
 /* ---- Other operations ---- */
 

@@ -15,6 +15,8 @@ int main(void)
         (operation)set_usb_status,         (operation)free_upgrade_info,
         (operation)get_upgrade_info,       (operation)empty_UserFile_patch,
         (operation)set_update_card_result, (operation)get_update_card_result,
+        (operation)get_udisk_all_info,     (operation)sendmsg_ack_back,
+        (operation)sendmsg_udisk_all_info, (operation)do_create_backup,
         };
     int missing = 0;
     for (unsigned int i = 0; i < sizeof operations / sizeof operations[0]; i++)

@@ -1,0 +1,199 @@
+// The settings backup: the device's settings go to a USB disk as an image, which is built in a
+// scratch tree.
+#include "platform/platform.h"
+#include "update/dtt_create/command_output.h"
+#include "update/dtt_create/create_image.h"
+#include "update/dtt_update_common/bounded_text.h"
+#include "update/dtt_update_common/platform_log.h"
+#include "update_service.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <unistd.h>
+
+// Every line names the operation that was called.
+#define BACKUP_LOG(...) PLATFORM_LOG_AS("do_create_backup", __VA_ARGS__)
+
+static constexpr int FAILED = -1;
+static constexpr int NO_DISK = -11;
+static constexpr int NO_ROOM_ON_DEVICE = -12;
+static constexpr int NO_ROOM_ON_DISK = -13;
+
+static constexpr size_t TEXT_SIZE = 128; // of commands, their output, and the backup's paths
+static constexpr size_t NAME_SIZE = 32;  // of the device's name and of the time stamp
+static constexpr int RESERVE_KIB = 100000;
+
+static int check_disk(const char *udisk_path)
+{
+    DIR *const dir = opendir(udisk_path);
+    if (dir == nullptr) {
+        BACKUP_LOG("'%s' can't open. please check path", udisk_path);
+        return NO_DISK;
+    }
+    closedir(dir);
+    BACKUP_LOG("build .ubck at udisk: %s ", udisk_path);
+    if (!is_plain_word(udisk_path)) {
+        BACKUP_LOG("'%s' has no place in a command", udisk_path);
+        return FAILED;
+    }
+    return 0;
+}
+
+// Builds a command with `argument` in it. Returns -1, with a line, if it does not fit.
+static int build_command(char (&command)[TEXT_SIZE], const char *head, const char *argument,
+                         const char *tail)
+{
+    if (format_text(command, sizeof command, "%s%s%s", head, argument, tail))
+        return 0;
+    BACKUP_LOG("command too long for <%s>.", argument);
+    return FAILED;
+}
+
+// Reads a size in KiB from the output of a command; no output is the size 0.
+static int read_size(char *command, int *size)
+{
+    char result_str[TEXT_SIZE] = "";
+    if (run_command_return_string(command, result_str) != 0) {
+        BACKUP_LOG("get ubackup size faild.");
+        return FAILED;
+    }
+    *size = atoi(result_str);
+    return 0;
+}
+
+static bool has_room(int avail_size, int uback_size)
+{
+    return avail_size - RESERVE_KIB >= uback_size;
+}
+
+static int check_room(const char *udisk_path)
+{
+    int uback_size = 0;
+    char du[] = "du -sk /usr/qrx310/etc/ |awk '{print $1}'";
+    if (read_size(du, &uback_size) != 0)
+        return FAILED;
+    BACKUP_LOG("ubackup size    =  %08d Bytes", uback_size);
+
+    int sys_avail_size = 0;
+    char df_root[] = " df |grep /dev/root |awk '{print $4}'";
+    if (read_size(df_root, &sys_avail_size) != 0)
+        return FAILED;
+    BACKUP_LOG("sys_avail_size  =  %08d Bytes", sys_avail_size);
+
+    int udisk_avail_size = 0;
+    char df_disk[TEXT_SIZE];
+    if (build_command(df_disk, " df |grep ", udisk_path, " |awk '{print $4}'") != 0 ||
+        read_size(df_disk, &udisk_avail_size) != 0)
+        return FAILED;
+    BACKUP_LOG("udisk_avail_size = %08d Bytes", udisk_avail_size);
+
+    if (!has_room(sys_avail_size, uback_size)) {
+        BACKUP_LOG("sys_avail_size is not enough.resverd size is 100M.");
+        return NO_ROOM_ON_DEVICE;
+    }
+    if (!has_room(udisk_avail_size, uback_size)) {
+        BACKUP_LOG("udisk_avail_size is not enough.resverd size is 100M.");
+        return NO_ROOM_ON_DISK;
+    }
+    return 0;
+}
+
+static void make_scratch_tree()
+{
+    BACKUP_LOG("creat dir: /tmp/ubackup");
+    my_system("/bin/rm -rf /tmp/ubackup");
+    my_system("/bin/mkdir -p /tmp/ubackup/bkdir/usr/qrx310/etc/sysconf");
+    my_system("/bin/cp -rf /usr/qrx310/etc/mcucored /tmp/ubackup/bkdir/usr/qrx310/etc/");
+    my_system("/bin/cp -rf /usr/qrx310/etc/vsp /tmp/ubackup/bkdir/usr/qrx310/etc/");
+    my_system("/bin/cp -rf /usr/qrx310/etc/sysconf/qrxpara "
+              "/tmp/ubackup/bkdir/usr/qrx310/etc/sysconf/");
+}
+
+static int name_backup(char (&updfilename)[TEXT_SIZE])
+{
+    if (sysconf_openenv() != 0) {
+        BACKUP_LOG("sysconf_open error");
+        return FAILED;
+    }
+    const char *const configured = sysconf_getenv("device_name");
+    if (configured == nullptr) {
+        BACKUP_LOG("sysconf get env device_name error");
+        return FAILED;
+    }
+    char device_name[NAME_SIZE];
+    if (!copy_text(device_name, sizeof device_name, configured) || !is_plain_word(device_name) ||
+        strchr(device_name, '/') != nullptr) {
+        BACKUP_LOG("device_name <%s> is no file name of at most 31 characters", configured);
+        return FAILED;
+    }
+    char date[] = "/bin/date +%Y%m%d%H%M";
+    char device_id[OUTPUT_LINE_SIZE] = "";
+    if (run_command_return_string(date, device_id) != 0) {
+        BACKUP_LOG("get ubackup name(date) faild.");
+        return FAILED;
+    }
+    device_id[NAME_SIZE - 1] = '\0';
+    format_text(updfilename, sizeof updfilename, "%s_%s.ubck", device_name, device_id);
+    BACKUP_LOG("begin to create updfilename = %s ", updfilename);
+    return 0;
+}
+
+// Packs the scratch tree and copies the image to the disk.
+static int build_backup(const char *udisk_path, const char *updfilename, char *ret_filename)
+{
+    char updfilepath[TEXT_SIZE];
+    format_text(updfilepath, sizeof updfilepath, "/tmp/ubackup/%s", updfilename);
+    BACKUP_LOG("do_create %s, chdir to /tmp/ubackup/bkdir", updfilepath);
+    [[maybe_unused]] int moved = chdir("/tmp/ubackup/bkdir/");
+    char updatedir[] = ".";
+    if (do_create(updatedir, ONLINE_MODE, updfilepath, PLACE_ROOTFS, nullptr, nullptr) != 0) {
+        BACKUP_LOG("do_create error !!!");
+        return FAILED;
+    }
+    moved = chdir("/tmp/");
+    if (access(udisk_path, F_OK) != 0 || access(updfilepath, F_OK) != 0) {
+        BACKUP_LOG("accessing img is not  F_OK");
+        return FAILED;
+    }
+    char command[TEXT_SIZE];
+    char operands[2 * TEXT_SIZE];
+    if (!format_text(operands, sizeof operands, "%s %s", updfilepath, udisk_path) ||
+        build_command(command, "/bin/cp -rf ", operands, "") != 0)
+        return FAILED;
+    my_system(command);
+    my_system("sync");
+
+    format_text(ret_filename, strlen(udisk_path) + 1 + strlen(updfilename) + 1, "%s/%s", udisk_path,
+                updfilename);
+    const bool copied = access(ret_filename, F_OK) == 0;
+    BACKUP_LOG("%s", copied ? "do_create ubck success !" : "do_create ubck faild !");
+    BACKUP_LOG("return .ubck file: %s", copied ? ret_filename : "");
+    return copied ? 0 : FAILED;
+}
+
+static int create_backup(const char *udisk_path, char *ret_filename)
+{
+    int result = check_disk(udisk_path);
+    if (result == 0)
+        result = check_room(udisk_path);
+    if (result != 0)
+        return result;
+    make_scratch_tree();
+    char updfilename[TEXT_SIZE];
+    // After a failure here the scratch tree stays until the next backup.
+    if (name_backup(updfilename) != 0)
+        return FAILED;
+    result = build_backup(udisk_path, updfilename, ret_filename);
+    BACKUP_LOG("remove dir: /tmp/ubackup");
+    my_system("/bin/rm -rf /tmp/ubackup");
+    return result;
+}
+
+int do_create_backup(char *udisk_path, char *ret_filename)
+{
+    BACKUP_LOG("START");
+    const int result = create_backup(udisk_path, ret_filename);
+    BACKUP_LOG("END");
+    return result;
+}
