@@ -11,6 +11,9 @@
 #include "update_header.h"
 #include "upgrade_info.h"
 
+#include <stddef.h>
+#include <stdio.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -83,6 +86,26 @@ int sendmsg_ack_back(int l_l, int s_l, int ev, char *name);
 int do_create_backup(char *udisk_path, char *ret_filename);
 
 /* ---- Other operations ---- */
+
+/* Flashes the firmware file `name` of the entry type `type`, 22 to 30, on this board through the
+ * device's flashing tools, which set their own time limits. Returns 0 if the tool was run, whatever
+ * became of it; -1 if the file does not exist or `type` is another; -6 if the tool could not be run
+ * or the path, over 202 characters, does not fit its command. */
+int update_one_UserFile(int type, char *name);
+
+/* Replaces the `data_len` bytes of body behind the `head_len` bytes of header of the image open for
+ * reading and writing on `update_fd` by their gzip form. The header stays as it is, with sizes that
+ * no longer fit; `update_header` is not used. Works in /tmp/tmppfile and /tmp/tmppfile.gz, which
+ * need room for the body and its compressed form. Returns 0, or -1: the image then has its plain
+ * body; if even that could not be put back, the log tells where the body is kept. */
+int gzip_dirs_and_files(int update_fd, struct tagupdate_header *update_header, size_t head_len,
+                        size_t data_len);
+
+/* Opens a stream on the expanded body of the image `infile`, whose compressed body has `data_len`
+ * bytes behind a header of 488. The caller closes the stream and removes the file behind it,
+ * /tmp/tmppfile. Never returns null, but 1 if the body could not be expanded and 2 if the expanded
+ * file could not be opened: test for these two values before using the result as a stream. */
+FILE *open_gunzip_file(FILE *infile, size_t data_len);
 
 /* Applies the image `updfile` like the command-line tool in ONLINE_MODE: without events and card
  * stage, with its progress in the shared block. `ubck_dir` as `upgd_dir` above. Returns 0, -1 if

@@ -17,7 +17,9 @@ int main(void)
         (operation)set_update_card_result, (operation)get_update_card_result,
         (operation)get_udisk_all_info,     (operation)sendmsg_ack_back,
         (operation)sendmsg_udisk_all_info, (operation)do_create_backup,
-        };
+        (operation)update_one_UserFile,    (operation)gzip_dirs_and_files,
+        (operation)open_gunzip_file,
+    };
     int missing = 0;
     for (unsigned int i = 0; i < sizeof operations / sizeof operations[0]; i++)
         missing += operations[i] == NULL;

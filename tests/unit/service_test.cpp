@@ -495,6 +495,46 @@ TEST_F(Service, EntryPoints)
                               "dropbear|kill_task: kill NG. tmd");
 }
 
+TEST_F(Service, LocalFlashing)
+{
+    // 202 characters fit the longest of the nine commands; one more is not run.
+    std::string file = dir + "/" + std::string(202 - dir.size() - 1, 'f');
+    write_file_text(file, "x");
+    EXPECT_EQ(update_one_UserFile(21, (dir + "/missing").data()), -1) << "the file comes first";
+    EXPECT_EQ(rec.lines.size(), 0U);
+    for (const int type : {21, 31, 0}) {
+        rec.lines.clear();
+        EXPECT_EQ(update_one_UserFile(type, file.data()), -1);
+        EXPECT_EQ(rec.lines,
+                  std::vector<std::string>{"trace     no file need to update in round 1... \n"});
+    }
+    for (const int result : {256, -1}) {
+        rec.on_run = [result](const std::string &) { return result; };
+        rec.lines.clear();
+        EXPECT_EQ(update_one_UserFile(24, file.data()), result == -1 ? -6 : 0);
+        const std::string cmd = "/usr/vorn/bin/mcu_isp -B vpu     -C 0x31 -b " + file + " -r 0x00 ";
+        std::vector<std::string> expected = {"trace     file name is " + file + " \n",
+                                             "trace     file type is 24 \n",
+                                             "log update_one_UserFile: bin type is = 24 ",
+                                             "trace     cmdstr=" + cmd + " \n\n",
+                                             "log update_one_UserFile: cmdstr=" + cmd + " \n\n",
+                                             "trace     begin update self bin \n",
+                                             "run " + cmd};
+        if (result == -1) {
+            expected.push_back("trace     update err !\n");
+            expected.push_back("log update_one_UserFile: update faild!!: <" + file + ">.\n");
+        } else {
+            expected.push_back("trace     update OK !\n");
+        }
+        EXPECT_EQ(rec.lines, expected);
+    }
+    write_file_text(file + "f", "x");
+    rec.lines.clear();
+    EXPECT_EQ(update_one_UserFile(24, (file + "f").data()), -6);
+    EXPECT_EQ(rec.all("run"), "");
+    EXPECT_EQ(rec.lines.back(), "log update_one_UserFile: command too long for <" + file + "f>.");
+}
+
 TEST_F(Service, CopyFileWithProgress)
 {
     upgrade_info_t info = {1, 2, 3, 4, 5};
