@@ -47,8 +47,10 @@ static void *flash_cards(void *mailbox)
     stPmdFile file;
     for (;;) {
         const ssize_t size = recv(*(int *)mailbox, message, sizeof message, 0);
-        if (size < (ssize_t)(STAPMSG_DATA_OFFSET + sizeof file))
+        if (size <= 0)
             return NULL;
+        if (size < (ssize_t)(STAPMSG_DATA_OFFSET + sizeof file))
+            continue; /* no request for a file */
         memcpy(&file, message + STAPMSG_DATA_OFFSET, sizeof file);
         const int result = update_one_UserFile(file.file_type, file.file_patch);
         set_update_card_result(file.file_type, result == 0 ? 0 : -2);

@@ -6,11 +6,13 @@
  *
  * Card update request, a stApMsg and a payload: asks the card side to flash one firmware file.
  *
- *     0    head         ihead_t; `size` is that of the whole message: 40 + the payload's
- *     16   lable        Flabel_t; large LABEL_MSG, small LABEL_MSG_LOCAL; `size` is 14 + the
- * payload's 24   kmddata      stPmdData, packed 38   payload      for a firmware file, stPmdFile:
- * 1028 bytes
- *     ..   2 bytes      0; they make up for the rounded size of stApMsg
+ *     0    head       ihead_t; `size` is the whole message's: 40 + the payload's
+ *     16   lable      Flabel_t; LABEL_MSG, LABEL_MSG_LOCAL; `size` is 14 + the payload's
+ *     24   kmddata    stPmdData, packed
+ *     38   payload    of a firmware file, stPmdFile: 1028 bytes
+ *     ..   2 bytes    0; they make up for the rounded size of stApMsg
+ *
+ * The payload is no member of a record: it begins at STAPMSG_DATA_OFFSET, inside that rounding.
  */
 #ifndef DEVICE_MSG_H
 #define DEVICE_MSG_H
@@ -207,7 +209,7 @@ static_assert(STAPMSG_DATA_OFFSET == 38, "nothing stands between kmddata and the
 /* Payload of a request for a firmware file. */
 typedef struct stPmdFile {
     int file_type;         /* entry type of the image, 22 to 30 */
-    char file_patch[1024]; /* path of the file, padded with zeros */
+    char file_patch[1024]; /* its path; what stands behind the terminator has no meaning */
 } stPmdFile;
 
 static_assert(sizeof(stPmdFile) == 1028, "stPmdFile is a record of messages");

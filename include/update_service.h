@@ -27,10 +27,12 @@ extern "C" {
  * empty_UserFile_patch() if a run came before in this process.
  * Blocks for the whole run: a second at least, two more after a failure, and for each card file as
  * long as the card takes, 120 seconds at most. Returns 0, or:
- *   -1   the file is missing; an entry, the boot loader or the kernel could not be written; the
- * disk is gone; a card has failed or not answered in time -3   the image can't be mapped -10  the
- * image was refused other negative: what the platform gave for a card update request that did not
- * go out What was written stays. After a failed copy the kernel partition may still be mounted. */
+ *   -1    the file is missing; an entry, the boot loader or the kernel could not be written;
+ *         the disk is gone; a card has failed or not answered in time
+ *   -3    the image can't be mapped
+ *   -10   the image was refused
+ *   other negative values: what the platform gave for a card update request that did not go out
+ * What was written stays. After a failed copy the kernel partition may still be mounted. */
 int do_update_upgd(aptid_t uid, char *updfile, char *upgd_dir);
 
 /* The run itself, without the first test that the file is there: a missing file gives -10. `mode`
@@ -90,7 +92,7 @@ int do_create_backup(char *udisk_path, char *ret_filename);
 /* Flashes the firmware file `name` of the entry type `type`, 22 to 30, on this board through the
  * device's flashing tools, which set their own time limits. Returns 0 if the tool was run, whatever
  * became of it; -1 if the file does not exist or `type` is another; -6 if the tool could not be run
- * or the path, over 202 characters, does not fit its command. */
+ * or its command takes more than 255 characters. */
 int update_one_UserFile(int type, char *name);
 
 /* Replaces the `data_len` bytes of body behind the `head_len` bytes of header of the image open for

@@ -42,7 +42,9 @@ apcard_bit_t configured_card_bit(const char *path)
     return static_cast<apcard_bit_t>(bit);
 }
 
+// A board keeps its place, so the file is read once: a message then costs one system call.
 apcard_bit_t apcard_bit_self(void)
 {
-    return configured_card_bit(CONFIGURATION_PATH);
+    static const apcard_bit_t bit = configured_card_bit(CONFIGURATION_PATH);
+    return bit;
 }

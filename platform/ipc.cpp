@@ -56,6 +56,16 @@ static int sending_socket()
     return fd;
 }
 
+static int send_datagram(int fd, const sockaddr_un *address, const void *msg, size_t size)
+{
+    ssize_t sent;
+    do {
+        sent = sendto(fd, msg, size, MSG_DONTWAIT | MSG_NOSIGNAL,
+                      reinterpret_cast<const sockaddr *>(address), sizeof *address);
+    } while (sent < 0 && errno == EINTR);
+    return sent < 0 ? -errno : 0;
+}
+
 int mailbox_send(const char *path, const void *msg, size_t size)
 {
     if (msg == nullptr)
@@ -70,12 +80,17 @@ int mailbox_send(const char *path, const void *msg, size_t size)
     if (fd < 0)
         return fd;
 
-    ssize_t sent;
-    do {
-        sent = sendto(fd, msg, size, MSG_DONTWAIT | MSG_NOSIGNAL,
-                      reinterpret_cast<const sockaddr *>(&address), sizeof address);
-    } while (sent < 0 && errno == EINTR);
-    return sent < 0 ? -errno : 0;
+    const int result = send_datagram(fd, &address, msg, size);
+    if (result != -EAGAIN)
+        return result;
+    // What other receivers have not read counts against the sending socket. That must not keep a
+    // message from a receiver that reads: a fresh socket has nothing to its account.
+    const int fresh = open_socket();
+    if (fresh < 0)
+        return result;
+    const int second = send_datagram(fresh, &address, msg, size);
+    close(fresh);
+    return second;
 }
 
 int mailbox_probe(const char *path)

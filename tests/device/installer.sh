@@ -58,6 +58,17 @@ rk3288-tyx.dtb first rk3288-tyx.dtb
 zImage second' "$(partition_files)"
 expect 'version after the second run' V2 "$(version)"
 
+# The same where the partition is a block device, as on the board.
+loop=$(losetup -f --show /dev/mmcblk0p6)
+mv /dev/mmcblk0p6 image && cp -a "$loop" /dev/mmcblk0p6
+mount /dev/mmcblk0p6 /mntker/
+run img_deploy -u update.img -m 2
+expect 'one mount of the block device' "0 1" "$status $(grep -c ' /mntker ' /proc/self/mounts)"
+expect 'a file that the run does not replace' 'of the board' "$(cat /mntker/board.txt)"
+umount /mntker
+losetup -d "$loop"
+mv image /dev/mmcblk0p6
+
 # A failed run leaves the old version.
 img_deploy -c ./tree -r V3 update.img >/dev/null
 rm -r /opt/upgddir && mkdir -p /opt/upgddir/tree/vorn-kernel/zImage

@@ -83,6 +83,7 @@ struct receiver {
 struct ServiceRun : testing::Test {
     std::string image = "/tmp/service.img";
     std::string events;             // "step/result " of each
+    std::string percents;           // of each event, in thousandths
     std::string requests;           // "type " of each
     std::function<int(int)> answer; // a card's answer by type; 1 for none
     std::function<void()> at_event; // called with each event
@@ -107,6 +108,7 @@ struct ServiceRun : testing::Test {
             memcpy(&msg, event.data(), sizeof msg);
             events += std::to_string(msg.update_param.value) + "/" +
                       std::to_string(msg.upgrade_info.result) + " ";
+            percents += std::to_string(msg.upgrade_info.cur_percent) + " ";
             if (at_event)
                 at_event();
         });
@@ -159,6 +161,7 @@ TEST_F(ServiceRun, AllNineCardFiles)
 {
     EXPECT_EQ(run(image_bytes(files(ALL))), 0);
     EXPECT_EQ(events, "2/0 3/0 4/0 6/0 7/0 9/0 10/0 5/0 8/0 11/0 ");
+    EXPECT_EQ(percents, "0 18 118 218 318 418 518 618 718 818 ");
     EXPECT_EQ(requests, "25 28 26 29 27 30 22 23 24 ");
 }
 

@@ -394,6 +394,8 @@ TEST_F(Service, FailureTable)
             if (!disk && row.waits)
                 expected[expected.rfind('/', expected.rfind('/') - 1) + 1] = '3';
             EXPECT_EQ(messages(), expected) << row.what;
+            EXPECT_EQ(get_upgd_msg()->upgrade_info.failed_nums,
+                      row.expected.find("2/8/") != std::string::npos ? 1 : 0);
             EXPECT_EQ(rec.has("sleep 2"), row.waits) << row.what;
             EXPECT_EQ(rec.has("run /bin/sync; /bin/umount /mntker/"), row.unmounts) << row.what;
             EXPECT_FALSE(rec.has("run sysconfig set fw_version V1.0.0.0"));
@@ -527,6 +529,20 @@ TEST_F(Service, LocalFlashing)
             expected.push_back("trace     update OK !\n");
         }
         EXPECT_EQ(rec.lines, expected);
+    }
+    // Every blank is part of a command.
+    const char *const commands[] = {
+        "mcu_isp -B input  -C 0x31 -b F ",          "mcu_isp -B output  -C 0x31 -b F ",
+        "mcu_isp -B vpu     -C 0x31 -b F -r 0x00 ", "kmd_test 0 update   0x0100 2 F ",
+        "kmd_test -B update   0x0100 4  F ",        "kmd_test -B update   0x0100 1  F ",
+        "kmd_test -B update   0x01ff 2  F ",        "kmd_test -B update   0x01ff 4  F ",
+        "kmd_test -B update   0x01ff 1  F "};
+    for (int type = 22; type <= 30; type++) {
+        std::string cmd = std::string("/usr/vorn/bin/") + commands[type - 22];
+        cmd.replace(cmd.find('F'), 1, file);
+        rec.lines.clear();
+        update_one_UserFile(type, file.data());
+        EXPECT_EQ(rec.all("run"), cmd);
     }
     write_file_text(file + "f", "x");
     rec.lines.clear();

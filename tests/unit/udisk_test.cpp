@@ -74,7 +74,8 @@ TEST_F(Udisk, Labels)
          "b"},
         {"A\\x20B", 1, "A B"},
         {"AB\\x", 1, "AB"},
-        {"AB\\x4", 1, "AB\x04"},
+        {"AB\\x4", 1, "AB"},
+        {"AB\\x+1G", 1, "AB"},
         {"AB\\xZZCD", 1, "AB"},              // no digits: the byte 0
         {"\\xFF\\xFF", 1, ""},               // an escape always wins, be it with nothing
         {"\xFF\xFF raw", 1, "\xFF\xFF raw"}, // nothing was converted
@@ -417,6 +418,7 @@ TEST_F(Udisk, BackupRefusals)
     EXPECT_TRUE(rec.has(f + "udisk_avail_size is not enough.resverd size is 100M."));
     outputs[" df |grep /dev/root"] = "";
     EXPECT_EQ(backup("/tmp"), -12) << "no output is no room";
+    EXPECT_TRUE(rec.has(f + "sys_avail_size is not enough.resverd size is 100M."));
     EXPECT_FALSE(rec.has(f + "udisk_avail_size is not enough.resverd size is 100M."));
     for (const char *command : {"du -sk", " df |grep /dev/root", " df |grep /tmp"}) {
         failing = command;

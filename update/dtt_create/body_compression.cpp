@@ -12,10 +12,17 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 static constexpr char PLAIN_BODY[] = "/tmp/tmppfile";
 static constexpr char COMPRESSED_BODY[] = "/tmp/tmppfile.gz";
+
+// Room for a body on the heap, which the caller frees; null if it is longer than an image can be.
+static char *allocate_body(size_t data_len)
+{
+    return data_len <= INT_MAX ? static_cast<char *>(malloc(data_len + 1)) : nullptr;
+}
 
 static int copy_body(int fd, size_t head_len, size_t data_len, char *buffer, const char *tmp_file)
 {
@@ -28,8 +35,7 @@ static int copy_body(int fd, size_t head_len, size_t data_len, char *buffer, con
 
 int cut_file(int cut_file_fd, size_t head_len, size_t data_len, const char *tmp_file)
 {
-    // What is longer than an image can be has no place in memory either.
-    char *const buffer = data_len <= INT_MAX ? static_cast<char *>(malloc(data_len + 1)) : nullptr;
+    char *const buffer = allocate_body(data_len);
     if (buffer == nullptr) {
         TRACE(" gzip: malloc buff falid.\n");
         return -1;
@@ -82,16 +88,35 @@ int combine_file(int cut_file_fd, size_t head_len, const char *tmp_file)
     return status;
 }
 
-// Gives the image the plain body again after a failure behind the cut. gzip replaces the plain file
-// by the compressed one only when that is complete, so one of them holds the body. Returns whether
-// the image is whole.
+// Whether the whole body stands in its plain file. A tool that was killed leaves a part of it.
+static bool plain_body_is_whole(size_t data_len)
+{
+    struct stat st;
+    return stat(PLAIN_BODY, &st) == 0 && st.st_size == static_cast<off_t>(data_len);
+}
+
+// Gives the image the plain body again after a failure behind the cut. gzip removes the plain file
+// only when the compressed one is complete, so one of them holds the body. Returns whether the
+// image is whole.
 static bool put_body_back(int update_fd, size_t head_len, size_t data_len)
 {
-    if (access(PLAIN_BODY, F_OK) != 0)
+    if (!plain_body_is_whole(data_len))
         my_system("gunzip /tmp/tmppfile.gz");
-    const off_t whole = static_cast<off_t>(head_len + data_len);
-    const bool back = data_len == 0 || combine_file(update_fd, head_len, PLAIN_BODY) == 0;
-    return back && ftruncate(update_fd, whole) == 0 && lseek(update_fd, 0, SEEK_END) == whole;
+    if (!plain_body_is_whole(data_len))
+        return false;
+    return (data_len == 0 || combine_file(update_fd, head_len, PLAIN_BODY) == 0) &&
+           ftruncate(update_fd, static_cast<off_t>(head_len + data_len)) == 0;
+}
+
+// Compresses what has been cut off and gives it to the image. Returns 0 or -1.
+static int compress_body(int update_fd, size_t head_len)
+{
+    my_system("rm /tmp/tmppfile.gz -rf");
+    my_system("gzip /tmp/tmppfile");
+    // A gzip that ended before its time has left the plain file.
+    if (access(PLAIN_BODY, F_OK) == 0)
+        return -1;
+    return combine_file(update_fd, head_len, COMPRESSED_BODY);
 }
 
 int gzip_dirs_and_files(int update_fd, struct tagupdate_header * /*update_header*/, size_t head_len,
@@ -103,18 +128,15 @@ int gzip_dirs_and_files(int update_fd, struct tagupdate_header * /*update_header
     if (cut_file(update_fd, head_len, data_len, PLAIN_BODY) < 0) {
         status = -1;
         fputs("step1:cut_file faild.\n", stderr);
-    } else {
-        my_system("rm /tmp/tmppfile.gz -rf");
-        my_system("gzip /tmp/tmppfile");
-        if (combine_file(update_fd, head_len, COMPRESSED_BODY) < 0) {
-            status = -1;
-            fputs("combine_file faild.\n", stderr);
-            if (!put_body_back(update_fd, head_len, data_len)) {
-                // The only copy of the body must not be removed.
-                PLATFORM_LOG("the image has lost its body, which is kept in %s or %s", PLAIN_BODY,
-                             COMPRESSED_BODY);
-                return status;
-            }
+    } else if (compress_body(update_fd, head_len) < 0) {
+        status = -1;
+        fputs("combine_file faild.\n", stderr);
+        if (!put_body_back(update_fd, head_len, data_len)) {
+            // The only copy of the body must not be removed.
+            PLATFORM_LOG("the image has lost its body: move %s or %s away before anything else "
+                         "is compressed",
+                         PLAIN_BODY, COMPRESSED_BODY);
+            return status;
         }
     }
     my_system("rm /tmp/tmppfile.gz /tmp/tmppfile -rf");
@@ -124,7 +146,7 @@ int gzip_dirs_and_files(int update_fd, struct tagupdate_header * /*update_header
 // Copies the compressed body to its file. Returns 0 or -1.
 static int extract_body(FILE *infile, size_t data_len)
 {
-    char *const buffer = data_len <= INT_MAX ? static_cast<char *>(malloc(data_len + 1)) : nullptr;
+    char *const buffer = allocate_body(data_len);
     if (buffer == nullptr)
         return -1;
     int status = -1;

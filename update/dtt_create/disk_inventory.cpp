@@ -74,7 +74,9 @@ static void copy_name(char *field, size_t size, const char *name)
     size_t len = strlen(name);
     if (len >= size) {
         len = size - 1;
-        while (len > 0 && (static_cast<unsigned char>(name[len]) & 0xC0U) == 0x80U)
+        // A character has at most three bytes behind its first; more are no UTF-8 anyway.
+        for (int back = 0; back < 3 && (static_cast<unsigned char>(name[len]) & 0xC0U) == 0x80U;
+             back++)
             len--;
     }
     memset(field, 0, size);
@@ -95,6 +97,7 @@ static void take_label(FILE *stream, int number, char *label)
     }
 }
 
+// The commands below fit: a mount path that is_present lets through has at most 15 characters.
 static int find_label(const char *device, int number, udisk_list_t *disk)
 {
     static_assert(LABEL_SIZE == OUTPUT_LINE_SIZE, "a label is decoded where it has been read");

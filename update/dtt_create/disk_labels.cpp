@@ -2,6 +2,7 @@
 #include "update/dtt_create/disk_labels.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -73,7 +74,10 @@ static bool resolve_escapes(const char *lable, size_t len, char (&bytes)[LABEL_S
         if (i < end)
             memcpy(digits, lable + i, std::min(DIGITS, end - i));
         i += DIGITS;
-        bytes[j] = static_cast<char>(strtoul(digits, nullptr, 16));
+        // What is no pair of digits is the byte 0, where the text will end.
+        const bool pair = isxdigit(static_cast<unsigned char>(digits[0])) != 0 &&
+                          isxdigit(static_cast<unsigned char>(digits[1])) != 0;
+        bytes[j] = pair ? static_cast<char>(strtoul(digits, nullptr, 16)) : '\0';
         obvious = true;
         printf("1 hex_temp[%d]=%02x\n", static_cast<int>(j),
                static_cast<unsigned int>(static_cast<unsigned char>(bytes[j])));

@@ -1,8 +1,8 @@
 // The USB disk messages: a fresh inventory for the task that receives them.
 #include "device_msg.h"
-#include "platform/platform.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/session_operations.h"
+#include "update/dtt_update_common/task_id.h"
 #include "update_service.h"
 
 #include <cstdio>
@@ -79,7 +79,7 @@ static int send_to(aptid_t receiver, const disk_message *message)
 
 static int send_to_all(const disk_message *message)
 {
-    const int msg_notify[] = {apcard_bit_self() << 24 | MODULE_UDISK, -1};
+    const int msg_notify[] = {static_cast<int>(task_on_this_board(MODULE_UDISK)), -1};
     int ret = 0;
     PLATFORM_LOG_AS(message->operation, "start");
     for (int i = 0; msg_notify[i] != -1; i++)

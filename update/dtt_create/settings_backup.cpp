@@ -7,6 +7,7 @@
 #include "update/dtt_update_common/platform_log.h"
 #include "update_service.h"
 
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
@@ -38,16 +39,6 @@ static int check_disk(const char *udisk_path)
         return FAILED;
     }
     return 0;
-}
-
-// Builds a command with `argument` in it. Returns -1, with a line, if it does not fit.
-static int build_command(char (&command)[TEXT_SIZE], const char *head, const char *argument,
-                         const char *tail)
-{
-    if (format_text(command, sizeof command, "%s%s%s", head, argument, tail))
-        return 0;
-    BACKUP_LOG("command too long for <%s>.", argument);
-    return FAILED;
 }
 
 // Reads a size in KiB from the output of a command; no output is the size 0.
@@ -83,8 +74,11 @@ static int check_room(const char *udisk_path)
 
     int udisk_avail_size = 0;
     char df_disk[TEXT_SIZE];
-    if (build_command(df_disk, " df |grep ", udisk_path, " |awk '{print $4}'") != 0 ||
-        read_size(df_disk, &udisk_avail_size) != 0)
+    if (!format_text(df_disk, sizeof df_disk, " df |grep %s |awk '{print $4}'", udisk_path)) {
+        BACKUP_LOG("command too long for <%s>.", udisk_path);
+        return FAILED;
+    }
+    if (read_size(df_disk, &udisk_avail_size) != 0)
         return FAILED;
     BACKUP_LOG("udisk_avail_size = %08d Bytes", udisk_avail_size);
 
@@ -110,6 +104,16 @@ static void make_scratch_tree()
               "/tmp/ubackup/bkdir/usr/qrx310/etc/sysconf/");
 }
 
+// Whether a part of a file name also means itself in a command line.
+static bool is_file_name(const char *text)
+{
+    for (; *text != '\0'; text++)
+        if (iscntrl(static_cast<unsigned char>(*text)) != 0 ||
+            strchr(" /'\"\\`$;&|<>()*?[", *text) != nullptr)
+            return false;
+    return true;
+}
+
 static int name_backup(char (&updfilename)[TEXT_SIZE])
 {
     if (sysconf_openenv() != 0) {
@@ -122,8 +126,7 @@ static int name_backup(char (&updfilename)[TEXT_SIZE])
         return FAILED;
     }
     char device_name[NAME_SIZE];
-    if (!copy_text(device_name, sizeof device_name, configured) || !is_plain_word(device_name) ||
-        strchr(device_name, '/') != nullptr) {
+    if (!copy_text(device_name, sizeof device_name, configured) || !is_file_name(device_name)) {
         BACKUP_LOG("device_name <%s> is no file name of at most 31 characters", configured);
         return FAILED;
     }
@@ -139,31 +142,39 @@ static int name_backup(char (&updfilename)[TEXT_SIZE])
     return 0;
 }
 
+// A failure shows in what is done there next.
+static void move_to(const char *directory)
+{
+    if (chdir(directory) != 0)
+        BACKUP_LOG("can't move to %s", directory);
+}
+
 // Packs the scratch tree and copies the image to the disk.
 static int build_backup(const char *udisk_path, const char *updfilename, char *ret_filename)
 {
     char updfilepath[TEXT_SIZE];
     format_text(updfilepath, sizeof updfilepath, "/tmp/ubackup/%s", updfilename);
     BACKUP_LOG("do_create %s, chdir to /tmp/ubackup/bkdir", updfilepath);
-    [[maybe_unused]] int moved = chdir("/tmp/ubackup/bkdir/");
+    move_to("/tmp/ubackup/bkdir/");
     char updatedir[] = ".";
     if (do_create(updatedir, ONLINE_MODE, updfilepath, PLACE_ROOTFS, nullptr, nullptr) != 0) {
         BACKUP_LOG("do_create error !!!");
         return FAILED;
     }
-    moved = chdir("/tmp/");
+    move_to("/tmp/");
     if (access(udisk_path, F_OK) != 0 || access(updfilepath, F_OK) != 0) {
         BACKUP_LOG("accessing img is not  F_OK");
         return FAILED;
     }
     char command[TEXT_SIZE];
-    char operands[2 * TEXT_SIZE];
-    if (!format_text(operands, sizeof operands, "%s %s", updfilepath, udisk_path) ||
-        build_command(command, "/bin/cp -rf ", operands, "") != 0)
+    if (!format_text(command, sizeof command, "/bin/cp -rf %s %s", updfilepath, udisk_path)) {
+        BACKUP_LOG("command too long for <%s>.", updfilepath);
         return FAILED;
+    }
     my_system(command);
     my_system("sync");
 
+    // The caller has made room for just this.
     format_text(ret_filename, strlen(udisk_path) + 1 + strlen(updfilename) + 1, "%s/%s", udisk_path,
                 updfilename);
     const bool copied = access(ret_filename, F_OK) == 0;

@@ -1,7 +1,7 @@
 // The messages of an update run.
 #include "update/dtt_update/device_messages.h"
 
-#include "platform/platform.h"
+#include "update/dtt_update_common/task_id.h"
 #include "update/dtt_update_common/trace_log.h"
 
 #include <cstdlib>
@@ -9,11 +9,6 @@
 #include <pthread.h>
 
 static pthread_mutex_t mtx = PTHREAD_MUTEX_INITIALIZER;
-
-static aptid_t task_on_this_board(aptid_t module)
-{
-    return static_cast<aptid_t>(apcard_bit_self()) << 24 | module;
-}
 
 int ipc_event_send_upgmsg(aptid_t aptid, upgrade_msg_t *msg, unsigned short l, unsigned short s)
 {

@@ -93,3 +93,27 @@ const char *read_entry(entry_walk *walk, image_entry *entry)
     walk->next = data_offset + data_size;
     return nullptr;
 }
+
+size_t entry_path_length(const image_entry *entry)
+{
+    const char *const divider = entry->type == ENTRY_LINK ? strrchr(entry->name, ';') : nullptr;
+    return divider != nullptr ? static_cast<size_t>(divider - entry->name) : strlen(entry->name);
+}
+
+bool climbs_out(const image_entry *entry)
+{
+    const char *path = entry->name;
+    const char *const end = path + entry_path_length(entry);
+    int depth = 0;
+    while (path < end) {
+        const size_t len = std::min(strcspn(path, "/"), static_cast<size_t>(end - path));
+        if (len == 2 && path[0] == '.' && path[1] == '.')
+            depth--;
+        else if (len > 0 && !(len == 1 && path[0] == '.'))
+            depth++;
+        if (depth < 0)
+            return true;
+        path += len + strspn(path + len, "/");
+    }
+    return false;
+}

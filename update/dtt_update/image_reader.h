@@ -42,4 +42,10 @@ void start_walk(entry_walk *walk, const image *source);
 // entry; nothing behind the image's size is ever read.
 const char *read_entry(entry_walk *walk, image_entry *entry);
 
+// The bytes of the entry's name that are its path: in a link, those ahead of the last ';'.
+size_t entry_path_length(const image_entry *entry);
+
+// Whether the entry's path leads above the directory that it is relative to, be it only on its way.
+bool climbs_out(const image_entry *entry);
+
 #endif

@@ -73,20 +73,30 @@ static walk_end apply_entry(aptid_t uid, upgrade_msg_t *upgd_msg, const image *i
     return WALK_DONE;
 }
 
+// Returns whether the disk is gone, and has said so then.
+static bool disk_is_gone(aptid_t uid, upgrade_msg_t *upgd_msg)
+{
+    if (get_usb_status())
+        return false;
+    send_result(uid, upgd_msg, UPGD_ERROR_NODISK);
+    ENGINE_TRACE("UPGD_ERROR_NODISK\n");
+    return true;
+}
+
 static walk_end walk_entries(aptid_t uid, upgrade_msg_t *upgd_msg, const image *img,
                              const char *filedata, char *u_base_dir)
 {
+    const uint32_t count = ntohl(img->header.ih_filenum);
+    // A list that can't be read because its disk is gone is no damaged one.
+    if (count > 0 && disk_is_gone(uid, upgd_msg))
+        return WALK_STOPPED;
     if (check_entries(ENGINE, img, u_base_dir) != 0)
         return copy_failed(uid, upgd_msg);
     entry_walk walk;
     start_walk(&walk, img);
-    const uint32_t count = ntohl(img->header.ih_filenum);
     for (uint32_t i = 0; i < count; i++) {
-        if (!get_usb_status()) {
-            send_result(uid, upgd_msg, UPGD_ERROR_NODISK);
-            ENGINE_TRACE("UPGD_ERROR_NODISK\n");
+        if (disk_is_gone(uid, upgd_msg))
             return WALK_STOPPED;
-        }
         image_entry entry;
         if (next_entry(ENGINE, &walk, u_base_dir, &entry) != 0)
             return copy_failed(uid, upgd_msg);

@@ -23,7 +23,8 @@ static image_refusal find_file(const char *engine, char *update_file, off_t *len
         return IMAGE_NO_NAME;
     }
     // The path may come from a line that was read with its line feed.
-    strtok(update_file, "\n");
+    char *rest = nullptr;
+    strtok_r(update_file, "\n", &rest);
     if (access(update_file, F_OK) != 0) {
         PLATFORM_LOG_AS(engine, " file not exist filename %s", update_file);
         TRACE_AS(engine, "error, access.\n");

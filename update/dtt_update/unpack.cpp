@@ -101,24 +101,6 @@ int next_entry(const char *engine, entry_walk *walk, const char *u_base_dir, ima
     return -1;
 }
 
-// Whether a relative path leads above the directory that it starts from, be it only on its way.
-static bool climbs_out(const char *path)
-{
-    int depth = 0;
-    while (*path != '\0') {
-        const size_t len = strcspn(path, "/");
-        if (len == 2 && path[0] == '.' && path[1] == '.')
-            depth--;
-        else if (len > 0 && !(len == 1 && path[0] == '.'))
-            depth++;
-        if (depth < 0)
-            return true;
-        path += len;
-        path += strspn(path, "/");
-    }
-    return false;
-}
-
 // The full path of the entry's file or link, into `basename` of PATH_SIZE bytes, empty if it does
 // not fit.
 static void target_path(const char *u_base_dir, const image_entry *entry, char *basename)
@@ -139,11 +121,7 @@ static const char *entry_fault(const char *u_base_dir, const image_entry *entry,
 {
     if (basename[0] == '\0')
         return "its path is too long";
-    char name[PATH_SIZE];
-    copy_text(name, sizeof name, entry->name);
-    if (entry->type == ENTRY_LINK)
-        cut_link_filename(name);
-    if (climbs_out(name))
+    if (climbs_out(entry))
         return "its name leads out of the directory";
 
     char parent[PATH_SIZE];

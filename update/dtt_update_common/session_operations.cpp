@@ -9,7 +9,7 @@
 apsess_id_t Simdc_sess_id(aptid_t pid, const char *qname)
 {
     apsess_id_t id = 0;
-    apsess_key_t key;
+    apsess_key_t key = {};
     apsess_key_init(&key, &pid, qname, 0, 0, 0);
     const int result = apsess_find(&id, &key, 0);
     PLATFORM_LOG("Session ID get:0x%x TID:0x%x (%d)", id, pid, result);

@@ -1,7 +1,7 @@
 // img_deploy: builds update images and applies them.
-#include "platform/platform.h"
 #include "update/dtt_create/create_image.h"
 #include "update/dtt_update/apply_engine.h"
+#include "update/dtt_update_common/task_id.h"
 #include "update/dtt_update_common/update_flag.h"
 #include "update_header.h"
 
@@ -11,8 +11,6 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <unistd.h>
-
-static constexpr aptid_t MODULE_ID = 0xa3c00;
 
 enum { OP_NONE = 0, OP_CREATE = 1, OP_UPDATE = 2 };
 
@@ -83,7 +81,7 @@ int main(int argc, char **argv)
     unsetenv("POSIXLY_CORRECT");
     // Whole lines in the order in which they happen, also on a pipe and up to a sudden end.
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    aptid_self_set(static_cast<aptid_t>(apcard_bit_self()) << 24 | MODULE_ID);
+    aptid_self_set(task_on_this_board(MODULE_UPDATE));
 
     for (int opt = 0; (opt = getopt(argc, argv, "c:u:s:m:C:p:vr:")) != -1;) {
         switch (opt) {
