@@ -118,7 +118,7 @@ TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
     const std::string body = noise(1000000);
     EXPECT_EQ(compress(body, body.size() + 1), -1) << "more than the image holds";
     expect_plain(body);
-    EXPECT_EQ(compress(body, size_t{1} << 40), -1);
+    EXPECT_EQ(compress(body, size_t{1} << 31), -1);
     expect_plain(body);
     // Room in /tmp for nothing, for a part of the body, and for the body but not its compressed
     // form.
@@ -131,6 +131,10 @@ TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
     sh("mv /bin/gzip /bin/gzip.away");
     EXPECT_EQ(compress(body, body.size()), -1) << "no gzip";
     expect_plain(body);
+    // One that is killed in its midst leaves a part of the compressed body.
+    sh(R"(printf '#!/bin/sh\nhead -c 1000 "$1" > "$1.gz"; kill -KILL $$\n' > /bin/gzip; chmod +x /bin/gzip)");
+    EXPECT_EQ(compress(body, body.size()), -1);
+    expect_plain(body);
     sh("mv /bin/gzip.away /bin/gzip");
 
     // The disk of the image has room for the plain body, to the last page, and no more.
@@ -139,6 +143,12 @@ TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
     const std::string full = noise(2000 * 1024 - 488);
     EXPECT_EQ(compress(full, full.size()), -1);
     expect_plain(full);
+    // If it can't be expanded either, it is kept.
+    sh(R"(mv /bin/gunzip /bin/gunzip.away
+          printf '#!/bin/sh\nhead -c 1000 /dev/zero > "${1%%.gz}"; kill -KILL $$\n' > /bin/gunzip; chmod +x /bin/gunzip)");
+    EXPECT_EQ(compress(full, full.size()), -1);
+    sh("mv /bin/gunzip.away /bin/gunzip; rm /tmp/tmppfile; gunzip /tmp/tmppfile.gz");
+    EXPECT_TRUE(read_file("/tmp/tmppfile") == full);
     sh("umount /small");
 }
 

@@ -110,9 +110,13 @@ static void target_path(const char *u_base_dir, const image_entry *entry, char *
         cut_link_filename(basename);
 }
 
+// A missing directory is made by a shell, which takes the path apart at such a character: what it
+// made then would be other directories, wherever they are.
 static bool directory_can_be_made(const char *path)
 {
-    return strlen(path) <= MKDIR_PATH_MAX || access(path, F_OK) == 0;
+    const bool fits_command =
+        strlen(path) <= MKDIR_PATH_MAX && strpbrk(path, " \t\r\n|&;<>()$`\"'\\") == nullptr;
+    return fits_command || access(path, F_OK) == 0;
 }
 
 // Why the entry can't be unpacked to `basename` below `u_base_dir`, or null.
@@ -128,7 +132,7 @@ static const char *entry_fault(const char *u_base_dir, const image_entry *entry,
     parent_directory(u_base_dir, entry->name, parent);
     if (!directory_can_be_made(parent) ||
         (entry->type == ENTRY_DIRECTORY && !directory_can_be_made(basename)))
-        return "its path is too long for a directory to be made";
+        return "its directory can't be made by a command";
     char cmd[LINK_TEXT_SIZE];
     if (entry->type == ENTRY_LINK && !link_command(basename, entry->name, cmd))
         return "its path and target are too long for a link";

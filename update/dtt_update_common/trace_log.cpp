@@ -28,6 +28,9 @@ static void open_log_file(int today)
 }
 
 static void write_line(FILE *sink, const char *prefix, const char *format, va_list args)
+    __attribute__((format(printf, 3, 0)));
+
+static void write_line(FILE *sink, const char *prefix, const char *format, va_list args)
 {
     fputs(prefix, sink);
     vfprintf(sink, format, args);
