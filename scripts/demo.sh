@@ -18,7 +18,7 @@ lay_out_tree() {
     mkdir -p "$tree"/{files,bin,.hidden,vorn-kernel,vorn-uboot}
     # The first headers of the machine's kernel interface, with their directories.
     (cd /usr/include && find linux -type f | sort | head -n 400 | tar -cf - -T -) |
-        tar -xf - -C "$tree/files"
+        tar -xf - --no-same-owner -C "$tree/files"
     file=$(find "$tree/files" -type f | sort | tail -n 1)
     cp "$(command -v bash)" "$tree/bin/shell"
     ln -s shell "$tree/bin/sh"
@@ -39,14 +39,21 @@ build() {
     echo '$ img_deploy -c ./tree -p 2 -r V2.0.0.0 update.img'
     img_deploy -c ./tree -p 2 -r V2.0.0.0 update.img >build.log
     stat -c '%n: %s bytes' update.img
-    say 'its header'
+    say 'its header, as the build reports it'
     messages <build.log | grep -E '^ {3}[A-Z].* : '
+    say 'look into it'
+    echo '$ img_info update.img'
+    img_info update.img | sed -n '1,/^$/d; 1,/bin\/last/p' | tail -n 6
+    echo '$ img_info --verify update.img'
+    img_info --verify update.img
 }
 
 apply() {
-    say 'apply it'
-    echo '$ img_deploy -u update.img -m 2'
+    say 'apply it, and watch it from another process'
+    echo '$ upgd_service watch & img_deploy -u update.img -m 2'
+    upgd_service watch &
     img_deploy -u update.img -m 2 >run.log 2>entries.log
+    wait
     grep '^(num-' entries.log >announced.log
     printf 'exit status 0; %s entries, the first and the last:\n' "$(wc -l <announced.log)"
     sed -n '1p;$p' announced.log
@@ -76,6 +83,40 @@ apply() {
     fi
 }
 
+# A USB disk is a file system below /mnt/ whose device the kernel lists.
+plug_in_disk() {
+    mkdir -p /mnt/sda1 /mnt/root /dev/disk/by-label
+    mount -t tmpfs -o size=150m tmpfs /mnt/sda1
+    echo '   8       1 sda1 1 2 3' >stats
+    mount --bind stats /proc/diskstats
+    ln -s ../../sda1 '/dev/disk/by-label/FIELD\x20KIT'
+    # The backup measures the room on the root file system by this name.
+    mount -t tmpfs -o size=200m /dev/root /mnt/root
+}
+
+serve() {
+    say 'a service update from a USB disk, with simulated cards'
+    cp update.img /mnt/sda1/
+    echo '$ upgd_service update /mnt/sda1/update.img --dir /opt/upgddir --cards simulate=1'
+    upgd_service update /mnt/sda1/update.img --dir /opt/upgddir --cards simulate=1
+
+    say 'save the settings to the disk, change them, bring them back'
+    mkdir -p /usr/qrx310/etc/{mcucored,vsp,sysconf}
+    echo 'brightness 7' >/usr/qrx310/etc/vsp/screen
+    sysconfig set device_name unit7
+    echo '$ upgd_service backup /mnt/sda1'
+    upgd_service backup /mnt/sda1 | tee backup
+    echo 'brightness 0' >/usr/qrx310/etc/vsp/screen
+    echo '$ upgd_service restore ...'
+    upgd_service restore "$(<backup)"
+    cat /usr/qrx310/etc/vsp/screen
+    grep -qx 'brightness 7' /usr/qrx310/etc/vsp/screen
+
+    say 'the disk'
+    echo '$ upgd_service disks'
+    upgd_service disks
+}
+
 show() {
     local root scratch log=/var/log/upgd_log0.txt
     root=$(realpath "$(dirname "$0")/..")
@@ -83,9 +124,11 @@ show() {
     scripts/setup.sh
     say 'build the tool'
     cmake --preset release >/dev/null
-    cmake --build --preset release --target img_deploy sysconfig progress_block | tail -n 1
+    cmake --build --preset release --target \
+        img_deploy sysconfig progress_block img_info upgd_service | tail -n 1
 
-    export SANDBOX_PATH=$root/build/release/update/img_deploy:$root/build/release/platform:$root/build/release/tests
+    local build=$root/build/release
+    export SANDBOX_PATH=$build/update/img_deploy:$build/platform:$build/tests:$build/tools:$build/service
     scratch=$(mktemp -d)
     # shellcheck disable=SC2064 # these are its values at this place
     trap "rm -rf '$scratch'" EXIT
@@ -106,6 +149,12 @@ show() {
 if [[ ${1:-} == --in-sandbox ]]; then
     build
     apply
+    if [[ $SANDBOX_PRIVILEGED == 1 ]]; then
+        plug_in_disk
+        serve
+    else
+        say 'the service update and the backup are not shown: only root can plug a disk in'
+    fi
 else
     show
 fi

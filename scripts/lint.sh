@@ -7,7 +7,8 @@ scripts/setup.sh --lint
 mapfile -t sources < <(git ls-files '*.cpp' '*.h')
 clang-format --dry-run -Werror "${sources[@]}"
 mapfile -t scripts < <(git grep -lE '^#!.*sh$' -- .)
-shellcheck -x "${scripts[@]}"
+shellcheck -x "${scripts[@]}" completion/*
+mandoc -Tlint -Wwarning man/*
 cmake --preset release >/dev/null
 git ls-files 'platform/*.cpp' 'update/*.cpp' |
     xargs -P "$(nproc)" -n 4 clang-tidy -p build/release --quiet 2>/dev/null

@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Installs what is missing on a Debian machine to build, test and check the project.
-# Usage: scripts/setup.sh [--lint]
+# Usage: scripts/setup.sh [--lint|--fuzz|--device]
 set -euo pipefail
 
-packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux)
-[[ ${1:-} != --lint ]] || packages+=(clang-format clang-tidy shellcheck)
+packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux dpkg-dev file pkgconf)
+[[ ${1:-} != --lint ]] || packages+=(clang-format clang-tidy mandoc shellcheck)
+[[ ${1:-} != --device ]] || packages+=(g++-arm-linux-gnueabihf googletest qemu-user)
+[[ ${1:-} != --fuzz ]] || packages+=(clang libclang-rt-dev llvm)
 
 missing=()
 for package in "${packages[@]}"; do

@@ -1,0 +1,161 @@
+// The system calls and shell commands of an apply run, kept below its base directory.
+#include "fuzz/confinement.h"
+
+#include "fuzz/stub.h"
+#include "platform/platform.h"
+#include "upgrade_info.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+confinement confined;
+
+void confine()
+{
+    // A link and its command have to fit 127 characters, so the names are short.
+    const char *const place = getenv("TMPDIR");
+    confined.dir = fs::canonical(place != nullptr ? place : "/tmp").string() + "/XXXXXX";
+    check(mkdtemp(confined.dir.data()) != nullptr, "there is room for temporary files");
+    confined.base = confined.dir + "/b";
+    fs::create_directories(confined.dir + "/root/nand/bin/tools");
+    fs::create_directories(confined.dir + "/root/usr/nand");
+}
+
+static bool is_below_base(const std::string &path)
+{
+    return path == confined.base || path.rfind(confined.base + "/", 0) == 0;
+}
+
+// Whether the item `path` may be made or removed. By its name alone it must not lie elsewhere. One
+// that a link takes elsewhere is no fault of the name: the tool follows the links that it finds, as
+// a board has them from one file system to another. It is refused here.
+static bool may_change(const std::string &path)
+{
+    check(is_below_base(fs::path(path).lexically_normal()), "an entry stays below the directory");
+    char parent[PATH_MAX];
+    return realpath(fs::path(path).parent_path().c_str(), parent) == nullptr ||
+           is_below_base(parent) || path == confined.base;
+}
+
+static void make_directories(const std::string &path)
+{
+    size_t end = confined.base.size();
+    while (end != std::string::npos) {
+        const std::string part = path.substr(0, end);
+        if (access(part.c_str(), F_OK) != 0) {
+            if (!may_change(part) || mkdir(part.c_str(), 0755) != 0)
+                return;
+        }
+        end =
+            end == path.size() ? std::string::npos : std::min(path.find('/', end + 1), path.size());
+    }
+}
+
+// "DIR/ && /bin/ln -sf TARGET NAME"
+static void make_link(const std::string &text)
+{
+    static const std::string ln = "/ && /bin/ln -sf ";
+    const size_t command = text.rfind(ln);
+    const size_t space = text.rfind(' ');
+    if (command == std::string::npos || space < command + ln.size())
+        return;
+    const std::string link = text.substr(0, command) + "/" + text.substr(space + 1);
+    const std::string target = text.substr(command + ln.size(), space - command - ln.size());
+    if (may_change(link)) {
+        unlink(link.c_str());
+        (void)!symlink(target.c_str(), link.c_str());
+    }
+}
+
+// The effect of the commands that make directories and links, without a shell: an entry's name can
+// hold any text.
+int my_system(const char *cmd)
+{
+    static const std::string mkdir_p = "/bin/mkdir -p ";
+    static const std::string cd = "cd /";
+    const bool was_under_test = under_test;
+    under_test = false;
+    const std::string text = cmd;
+    int result = 0;
+    if (text.rfind(mkdir_p, 0) == 0)
+        make_directories(text.substr(mkdir_p.size()));
+    else if (text.rfind(cd, 0) == 0)
+        make_link(text.substr(cd.size()));
+    else
+        result = confined.commands_fail ? -1 : 0;
+    under_test = was_under_test;
+    return result;
+}
+
+extern "C" {
+
+// What open(2) is called where file offsets have 64 bits.
+int __real_open64(const char *path, int flags, ...);
+int __wrap_open64(const char *path, int flags, ...);
+int __real_unlink(const char *path);
+int __wrap_unlink(const char *path);
+DIR *__real_opendir(const char *path);
+DIR *__wrap_opendir(const char *path);
+int __wrap_usleep(useconds_t us);
+int __wrap_shmget(int key, size_t size, int flags);
+void *__wrap_shmat(int id, const void *address, int flags);
+
+int __wrap_open64(const char *path, int flags, ...)
+{
+    va_list args;
+    va_start(args, flags);
+    const unsigned int mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned int) : 0;
+    va_end(args);
+    if (under_test && (flags & O_CREAT) != 0) {
+        if (!may_change(path)) {
+            errno = EACCES;
+            return -1;
+        }
+        flags |= O_NOFOLLOW;
+    }
+    return __real_open64(path, flags, mode);
+}
+
+int __wrap_unlink(const char *path)
+{
+    if (under_test && !may_change(path)) {
+        errno = EACCES;
+        return -1;
+    }
+    return __real_unlink(path);
+}
+
+// The target search begins at the root directory.
+DIR *__wrap_opendir(const char *path)
+{
+    return __real_opendir(under_test ? (confined.dir + "/root" + path).c_str() : path);
+}
+
+int __wrap_usleep(useconds_t)
+{
+    return 0;
+}
+
+static upgrade_info_t progress_block;
+
+int __wrap_shmget(int, size_t, int)
+{
+    return 5;
+}
+
+void *__wrap_shmat(int, const void *, int)
+{
+    return &progress_block;
+}
+}

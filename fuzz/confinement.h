@@ -1,0 +1,19 @@
+// The system calls and shell commands of an apply run, kept below its base directory. Whatever the
+// image says, nothing else of this machine is touched.
+#ifndef FUZZ_CONFINEMENT_H
+#define FUZZ_CONFINEMENT_H
+
+#include <string>
+
+struct confinement {
+    std::string dir;            // holds everything else
+    std::string base;           // the run's base directory
+    bool commands_fail = false; // those that can't be run here: do they fail?
+};
+
+extern confinement confined;
+
+// Makes the directory, with a small tree in place of the file system that the target search sees.
+void confine();
+
+#endif

@@ -1,0 +1,129 @@
+// What a person sees.
+#include "service/console.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <pthread.h>
+#include <string>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+static FILE *out = stdout;
+static FILE *errors = stderr;
+static bool on_terminal = false;
+
+// The run's thread and the one that shows the progress write here.
+static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+static bool line_is_open = false;
+static int shown_permille = 0;
+static time_t started = 0;
+
+static time_t now()
+{
+    timespec time;
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return time.tv_sec;
+}
+
+void take_console()
+{
+    fflush(stdout);
+    out = fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "w");
+    errors = fdopen(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3), "w");
+    if (out == nullptr || errors == nullptr)
+        _exit(SERVICE_FAILED);
+    on_terminal = isatty(fileno(out)) != 0;
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDOUT_FILENO);
+    dup2(nowhere, STDERR_FILENO);
+    close(nowhere);
+    started = now();
+}
+
+static void clear_line()
+{
+    if (line_is_open)
+        fputs("\r\033[K", out);
+    line_is_open = false;
+}
+
+void say(const char *format, ...)
+{
+    pthread_mutex_lock(&lock);
+    clear_line();
+    va_list args;
+    va_start(args, format);
+    vfprintf(out, format, args);
+    va_end(args);
+    fputc('\n', out);
+    fflush(out);
+    pthread_mutex_unlock(&lock);
+}
+
+void complain(const char *format, ...)
+{
+    pthread_mutex_lock(&lock);
+    clear_line();
+    fflush(out);
+    fputs("upgd_service: ", errors);
+    va_list args;
+    va_start(args, format);
+    vfprintf(errors, format, args);
+    va_end(args);
+    fputc('\n', errors);
+    fflush(errors);
+    pthread_mutex_unlock(&lock);
+}
+
+static size_t columns()
+{
+    winsize size = {};
+    return ioctl(fileno(out), TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+// The line for a terminal of `width` columns: the bar takes what room the words leave, and the
+// step's words are cut last. The last column stays free, where terminals would wrap.
+static std::string progress_line(const char *step, int permille, int done, int total, size_t width)
+{
+    const long seconds = static_cast<long>(now() - started);
+    char tail[64];
+    snprintf(tail, sizeof tail, " %3d %% %d/%d %ld:%02ld", permille / 10, done, total, seconds / 60,
+             seconds % 60);
+    std::string line = step;
+    const size_t room = width - 1;
+    const size_t used = std::max<size_t>(line.size(), 24) + strlen(tail) + 3;
+    if (room >= used + 8) {
+        const size_t bar = std::min<size_t>(room - used, 40);
+        const size_t full = bar * static_cast<size_t>(permille) / 1000;
+        line.resize(std::max<size_t>(line.size(), 24), ' ');
+        line += " [" + std::string(full, '#') + std::string(bar - full, '.') + "]";
+    }
+    line = line.substr(0, room > strlen(tail) ? room - strlen(tail) : 0) + tail;
+    return line.substr(0, room);
+}
+
+void show_progress(const char *step, int permille, int done, int total)
+{
+    if (!on_terminal)
+        return;
+    pthread_mutex_lock(&lock);
+    shown_permille = std::max(shown_permille, std::min(permille, 1000));
+    const std::string line = progress_line(step, shown_permille, done, total, columns());
+    fprintf(out, "\r%s\033[K", line.c_str());
+    fflush(out);
+    line_is_open = true;
+    pthread_mutex_unlock(&lock);
+}
+
+void end_progress()
+{
+    pthread_mutex_lock(&lock);
+    if (line_is_open)
+        fputc('\n', out);
+    fflush(out);
+    line_is_open = false;
+    pthread_mutex_unlock(&lock);
+}

@@ -1,0 +1,28 @@
+// What a person sees: on a terminal one line that shows the progress and never goes backwards, on a
+// pipe one plain line an event. The system's own lines, which go to the standard streams, are kept
+// out of it; the trace log has them.
+#ifndef SERVICE_CONSOLE_H
+#define SERVICE_CONSOLE_H
+
+#include <cstdio>
+
+// Exit statuses.
+enum { SERVICE_WELL = 0, SERVICE_FAILED = 1, SERVICE_BAD_CALL = 2 };
+
+// Takes the standard streams away from the system's lines. What follows still reaches the person.
+void take_console();
+
+// A line of its own, also while a progress line is shown.
+void say(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+// "upgd_service: " and a sentence, on standard error.
+void complain(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+// The state of a run: `permille` of it is done, `done` of `total` entries. A smaller `permille`
+// than before is shown as before. Nothing is shown on a pipe.
+void show_progress(const char *step, int permille, int done, int total);
+
+// Ends the progress line, so that it stays.
+void end_progress();
+
+#endif

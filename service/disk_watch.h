@@ -1,0 +1,17 @@
+// Whether the disk that holds an image is still there.
+#ifndef SERVICE_DISK_WATCH_H
+#define SERVICE_DISK_WATCH_H
+
+struct watched_image {
+    char path[4096];        // absolute
+    char mount_point[4096]; // of the USB disk, empty if the image lies on none
+};
+
+// Finds the disk of the image `file`. Returns 0, or -1 with errno set if there is no such file.
+int find_disk(const char *file, watched_image *image);
+
+// A USB disk is gone when its file system is unmounted or its device has left the kernel's list; an
+// image on no USB disk counts as present while it can be opened.
+bool disk_is_there(const watched_image *image);
+
+#endif

@@ -1,0 +1,81 @@
+// Watching an apply run of the command-line tool in another process, through its progress block.
+#include "service/commands.h"
+#include "service/console.h"
+#include "upgrade_info.h"
+
+#include <cstdint>
+#include <sys/shm.h>
+#include <unistd.h>
+
+static constexpr int WATCH_US = 100000;
+static constexpr int PATIENCE = 10; // looks at a block without a writer before it is given up
+
+enum { RUN_STARTED = -1, RUN_UNPACKING = 0, RUN_DONE = 1 };
+
+// Waits for the block, which a first run makes. Its four first fields are there in any case.
+static const upgrade_info_t *attach_block(int *id)
+{
+    bool waiting = false;
+    while ((*id = shmget(UPGRADE_INFO_SHM_KEY, UPGRADE_INFO_SHM_SIZE, 0)) < 0) {
+        if (!waiting)
+            say("no run so far, waiting for one");
+        waiting = true;
+        usleep(WATCH_US);
+    }
+    const void *const block = shmat(*id, nullptr, SHM_RDONLY);
+    return reinterpret_cast<intptr_t>(block) == -1 ? nullptr
+                                                   : static_cast<const upgrade_info_t *>(block);
+}
+
+static int field(const int *value)
+{
+    return __atomic_load_n(value, __ATOMIC_RELAXED);
+}
+
+// Somebody beside this program has the block attached, as a run has up to its end.
+static bool has_writer(int id)
+{
+    shmid_ds state;
+    return shmctl(id, IPC_STAT, &state) == 0 && state.shm_nattch > 1;
+}
+
+int watch_command()
+{
+    int id = -1;
+    const upgrade_info_t *const info = attach_block(&id);
+    if (info == nullptr) {
+        complain("the progress block can't be read");
+        return SERVICE_FAILED;
+    }
+    int last = -2;
+    for (int alone = 0;; usleep(WATCH_US)) {
+        const int result = field(&info->result);
+        const int total = field(&info->file_nums);
+        const int done = field(&info->cur_nums);
+        const bool over = result != RUN_STARTED && result != RUN_UNPACKING;
+        const int permille = result == RUN_DONE
+                                 ? 1000
+                                 : static_cast<int>(total > 0 ? int64_t{1000} * done / total : 0);
+        show_progress(result == RUN_STARTED ? "starting"
+                      : over                ? "ended"
+                                            : "unpacking",
+                      permille, done, total);
+        if (result != last && !over)
+            say("%s", result == RUN_STARTED ? "starting" : "unpacking");
+        last = result;
+        if (over) {
+            end_progress();
+            say(result == RUN_DONE ? "the run went well: %d of %d entries"
+                                   : "the run has failed: %d of %d entries",
+                done, total);
+            return result == RUN_DONE ? SERVICE_WELL : SERVICE_FAILED;
+        }
+        alone = has_writer(id) ? 0 : alone + 1;
+        if (alone > PATIENCE) {
+            end_progress();
+            complain("no writer is alive behind this run, which has not ended: %d of %d entries",
+                     done, total);
+            return SERVICE_FAILED;
+        }
+    }
+}

@@ -1,0 +1,116 @@
+#!/usr/bin/env bash
+# The two companions as a person uses them: img_info on good and bad files, upgd_service with
+# simulated cards, a disk that leaves, interrupts, and what stands on a terminal.
+# shellcheck source=tests/device/lib.sh
+. "$(dirname "$0")/lib.sh"
+
+# expect_call STATUS ERRORS COMMAND...
+expect_call() {
+    local expected=$1 errors=$2
+    shift 2
+    run "$@"
+    expect "status and errors of $*" "$expected $errors" "$status $(head -n 1 err)"
+}
+
+lay_out_tree
+echo fpga >tree/InputCardTop.bin
+img_deploy -c ./tree -r V7 u.img >/dev/null
+
+# img_info
+expect_call 0 '' img_info u.img
+expect_line out 'Version           V7'
+expect_line out 'link                   0  tree/etc/deep/link -> ../../bin/tool'
+expect_line out 'boot loader            5  tree/vorn-uboot/u-boot.bin'
+expect 'entries' 9 "$(sed '1,/^$/d' out | wc -l)"
+expect_call 0 '' img_info --json u.img
+expect 'JSON' 9 "$(grep -c '"type":' out)"
+expect_call 0 '' img_info --verify u.img
+expect 'verification' 'u.img: well, 9 entries' "$(cat out)"
+img_info --verify - <u.img >out
+expect 'standard input' 'standard input: well, 9 entries' "$(cat out)"
+expect_call 0 '' img_info --extract new u.img
+expect 'what was extracted' '' "$(diff -r --no-dereference tree new/tree 2>&1)"
+run img_info --extract new u.img
+expect 'extracted over what stands there' '1 9' "$status $(grep -c '^img_info: u.img: left out: .*: File exists$' err)"
+expect 'what stood there' '' "$(diff -r --no-dereference tree new/tree 2>&1)"
+expect_call 0 '' img_info --extract part u.img tree/bin
+expect 'a part' part/tree/bin/tool "$(find part -type f)"
+# Nothing lands outside, neither through ".." nor through a link of the image or of the directory.
+{ head -c 488 u.img; printf '../x\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0\0\1y'; } >evil.img
+expect_call 1 'img_info: evil.img: left out: ../x: leads upwards' img_info --extract evil evil.img
+expect 'what the image reached' 'evil/l' "$(find evil x /tmp/y -mindepth 1 2>/dev/null)"
+expect_call 1 '' img_info --verify evil.img
+expect_line out 'evil.img: entry 0 at offset 488: its name leads out of the directory'
+expect_line out 'evil.img: the header counts 9 entries, the body has 3'
+head -c 2000 u.img >cut.img
+: >empty
+for row in 'missing No such file or directory' '/tmp is no plain file' 'empty is empty' '/etc/passwd is no update image'; do
+    read -r file words <<<"$row"
+    expect_call 2 "img_info: $file: $words" img_info "$file"
+    expect_call 1 "upgd_service: $file: $words" upgd_service update "$file"
+done
+expect_call 1 'upgd_service: cut.img: has another length than its header says: it is cut off, or was never finished' \
+    upgd_service update cut.img
+for call in 'img_info' 'img_info a b' 'img_info --extract d -' 'upgd_service' 'upgd_service update' \
+    'upgd_service update u.img --cards fail=21' 'upgd_service disks x' 'upgd_service flash 31 f'; do
+    # shellcheck disable=SC2086 # the words of a call
+    run $call
+    expect "status of '$call'" '2 Usage:' "$status $(grep -o -m 1 '^Usage:' err)"
+done
+
+# A service update: events on a pipe, one failing card, the program's end by interrupts.
+expect_call 0 '' upgd_service update u.img --dir /opt/upgddir --cards simulate=0
+expect 'events' 'unpacking,input card FPGA,video card MCU,u.img: applied, 9 entries' \
+    "$(sed 's/^ *[0-9]* %  //' out | paste -sd,)"
+expect_call 1 "upgd_service: u.img: the video card's MCU was not flashed" \
+    upgd_service update u.img --dir /opt/upgddir --cards fail=24
+# interrupt WAIT STATUS: once, or twice.
+env --default-signal=INT upgd_service update u.img --dir /opt/upgddir --cards simulate=30 >out 2>err &
+until grep -q FPGA out; do sleep 0.05; done
+kill -INT $!
+until grep -q '^interrupted' out; do sleep 0.05; done
+kill -INT $!
+wait $!
+expect 'after two interrupts' 130 $?
+env --default-signal=INT upgd_service update u.img --dir /opt/upgddir --cards simulate=1 >out 2>err &
+until grep -q FPGA out; do sleep 0.05; done
+kill -INT $!
+wait $!
+expect 'after one interrupt' '130 upgd_service: u.img: interrupted: what was written stays' "$? $(cat err)"
+expect 'the file in hand was finished, the next one not begun' 0 "$(grep -c MCU out)"
+
+# The disk with the image leaves while a card is flashed.
+mkdir -p /mnt/sda1 && mount -t tmpfs tmpfs /mnt/sda1
+cp u.img /mnt/sda1/
+echo '8 1 sda1 1 2 3' >stats
+if mount --bind stats /proc/diskstats; then
+    upgd_service update /mnt/sda1/u.img --dir /opt/upgddir --cards simulate=1 >out 2>err &
+    until grep -q FPGA out; do sleep 0.05; done
+    umount -l /mnt/sda1
+    wait $!
+    expect 'a disk that leaves' '1 upgd_service: /mnt/sda1/u.img: the disk is gone' "$? $(cat err)"
+fi
+
+# Watching a run in another process, and a block whose writer has died.
+(sleep 0.3; exec img_deploy -u u.img -m 2) >/dev/null 2>&1 &
+expect_call 0 '' upgd_service watch
+expect 'the end that was watched' 'the run went well: 9 of 9 entries' "$(tail -n 1 out)"
+wait
+for i in {1..150}; do mkdir "tree/d$i" && echo "$i" >"tree/d$i/f"; done
+img_deploy -c ./tree long.img >/dev/null
+img_deploy -u long.img -m 2 >out 2>err &
+until grep -qs '(num-9)' err; do sleep 0.01; done
+kill -KILL $!
+run upgd_service watch
+expect 'a run without a writer' 1 "$status"
+grep -q 'no writer is alive' err || expect 'its words' 'no writer is alive' "$(cat err)"
+
+# On a terminal: one line that fits, never goes backwards and ends at 100 %.
+for columns in 80 40; do
+    script -qec "stty cols $columns; exec upgd_service update u.img --dir /opt/upgddir --cards simulate=1" /dev/null |
+        tr '\r' '\n' | sed 's/\x1b\[K//g' | grep ' %' >lines
+    expect "width at $columns" '' "$(awk -v max=$columns 'length >= max' lines)"
+    expect "percents at $columns" '' "$(grep -oE '[0-9]+ %' lines | sort -nc 2>&1)"
+    expect "the end at $columns" '100 % 9/9' "$(grep -oE '[0-9]+ % 9/9' lines | tail -n 1)"
+done
+finish

@@ -1,0 +1,159 @@
+// Unpacking an image below a directory with system calls alone: no command is run, nothing that
+// stands there is touched, and no link is followed, so that nothing lands anywhere else.
+#include "tools/img_info.h"
+
+#include "update/dtt_update_common/raw_io.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+// An entry's path is walked in a copy that is cut up.
+static void copy_path(const image_entry *entry, char (&path)[PATH_SIZE])
+{
+    const size_t len = entry_path_length(entry);
+    memcpy(path, entry->name, len);
+    path[len] = '\0';
+}
+
+static bool is_wanted(const char *path, char **names)
+{
+    if (*names == nullptr)
+        return true;
+    for (; *names != nullptr; names++) {
+        const size_t len = strlen(*names);
+        if (strncmp(path, *names, len) == 0 && (path[len] == '\0' || path[len] == '/'))
+            return true;
+    }
+    return false;
+}
+
+// Opens the directory that holds the last component of `path`, below the one open on `top`, and
+// makes those on the way. `*last` is that component. Returns a descriptor, or -1 with errno set.
+static int open_parent(int top, char *path, char **last)
+{
+    int fd = dup(top);
+    char *component = path;
+    for (char *slash; fd >= 0 && (slash = strchr(component, '/')) != nullptr;
+         component = slash + 1) {
+        *slash = '\0';
+        if (component[0] == '\0')
+            continue;
+        mkdirat(fd, component, 0755);
+        const int next = openat(fd, component, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        const int error = errno;
+        close(fd);
+        errno = error;
+        fd = next;
+    }
+    *last = component;
+    return fd;
+}
+
+// Returns 0, or -1 with errno set and no file left.
+static int extract_file(const image *img, const image_entry *entry, int parent, const char *name)
+{
+    const int fd = openat(parent, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0755);
+    if (fd < 0)
+        return -1;
+    static char block[256 * 1024];
+    int error = 0;
+    for (size_t done = 0, size = static_cast<size_t>(entry->file_size);
+         done < size && error == 0;) {
+        const size_t len = std::min(sizeof block, size - done);
+        if (full_pread(img->fd, block, len, static_cast<off_t>(entry->data_offset + done)) != len)
+            error = EIO;
+        else if (bb_full_write(fd, block, len) < 0)
+            error = errno;
+        done += len;
+    }
+    if (close(fd) != 0 && error == 0)
+        error = errno;
+    if (error != 0)
+        unlinkat(parent, name, 0);
+    errno = error;
+    return error == 0 ? 0 : -1;
+}
+
+static int extract_entry(const image *img, const image_entry *entry, int parent, const char *name)
+{
+    if (entry->type == ENTRY_LINK) {
+        const size_t len = entry_path_length(entry);
+        const char *const target = entry->name[len] != '\0' ? entry->name + len + 1 : "";
+        return symlinkat(target, parent, name);
+    }
+    if (entry->type == ENTRY_DIRECTORY)
+        return mkdirat(parent, name, 0755) == 0 || errno == EEXIST ? 0 : -1;
+    return extract_file(img, entry, parent, name);
+}
+
+// A ".." that stays below the directory would be harmless by itself, but not behind a link.
+static bool goes_upwards(const char *path)
+{
+    for (const char *at = path; (at = strstr(at, "..")) != nullptr; at += 2)
+        if ((at == path || at[-1] == '/') && (at[2] == '\0' || at[2] == '/'))
+            return true;
+    return false;
+}
+
+// Returns whether the entry `path`, which is cut up, is there now.
+static bool take_entry(const opened_image *opened, const image_entry *entry, int top, char *path)
+{
+    const int path_len = static_cast<int>(entry_path_length(entry));
+    if (goes_upwards(path)) {
+        complain(opened->name, "left out: %s: leads upwards", path);
+        return false;
+    }
+    char *name = nullptr;
+    const int parent = open_parent(top, path, &name);
+    bool taken = false;
+    if (parent >= 0)
+        taken = extract_entry(&opened->img, entry, parent, name) == 0;
+    if (!taken)
+        complain(opened->name, "left out: %.*s: %s", path_len, entry->name, strerror(errno));
+    if (parent >= 0)
+        close(parent);
+    return taken;
+}
+
+int extract_image(const opened_image *opened, const char *dir, char **names)
+{
+    mkdir(dir, 0755);
+    const int top = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (top < 0) {
+        complain(dir, "%s", strerror(errno));
+        return INFO_UNUSABLE;
+    }
+    int status = INFO_WELL;
+    entry_walk walk;
+    start_walk(&walk, &opened->img);
+    const uint32_t count = ntohl(opened->img.header.ih_filenum);
+    uint32_t wanted = 0;
+    for (uint32_t i = 0; i < count; i++) {
+        image_entry entry;
+        const char *const fault = read_entry(&walk, &entry);
+        if (fault != nullptr) {
+            complain(opened->name, "entry %u at offset %u: %s", walk.number, walk.next, fault);
+            status = INFO_FINDINGS;
+            break;
+        }
+        char path[PATH_SIZE];
+        copy_path(&entry, path);
+        if (!is_wanted(path, names))
+            continue;
+        wanted++;
+        if (!take_entry(opened, &entry, top, path))
+            status = INFO_FINDINGS;
+    }
+    close(top);
+    if (wanted == 0 && names[0] != nullptr) {
+        complain(opened->name, "holds nothing of these names");
+        status = INFO_FINDINGS;
+    }
+    return status;
+}

@@ -1,0 +1,95 @@
+// Testing all that the image format promises.
+#include "tools/img_info.h"
+
+#include "update/dtt_update_common/crc32.h"
+#include "update/dtt_update_common/raw_io.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstdarg>
+#include <cstdio>
+
+// The findings so far, and how they are shown.
+struct findings {
+    const char *name;
+    bool json;
+    int count;
+};
+
+static void add_finding(findings *found, const char *format, ...)
+    __attribute__((format(printf, 2, 3)));
+
+static void add_finding(findings *found, const char *format, ...)
+{
+    char text[256];
+    va_list args;
+    va_start(args, format);
+    const int len = vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    if (found->json) {
+        fputs(found->count > 0 ? "," : "", stdout);
+        print_json_text(text, std::min(static_cast<size_t>(std::max(len, 0)), sizeof text - 1));
+    } else {
+        printf("%s: %s\n", found->name, text);
+    }
+    found->count++;
+}
+
+// Read in blocks, never from a mapping: the image's disk may go away meanwhile.
+static bool body_crc(const image *img, uint32_t *crc)
+{
+    static char block[256 * 1024];
+    *crc = 0;
+    for (uint32_t at = sizeof(update_header_t); at < img->size;) {
+        const size_t len = std::min<size_t>(sizeof block, img->size - at);
+        if (full_pread(img->fd, block, len, at) != len)
+            return false;
+        *crc = crc32_update(*crc, block, len);
+        at += static_cast<uint32_t>(len);
+    }
+    return true;
+}
+
+static void verify_entries(const image *img, findings *found)
+{
+    entry_walk walk;
+    start_walk(&walk, img);
+    while (walk.next < img->size) {
+        image_entry entry;
+        const uint32_t offset = walk.next;
+        const char *const fault = read_entry(&walk, &entry);
+        if (fault != nullptr) {
+            add_finding(found, "entry %u at offset %u: %s", walk.number, offset, fault);
+            break;
+        }
+        if (climbs_out(&entry))
+            add_finding(found, "entry %u at offset %u: its name leads out of the directory",
+                        entry.number, offset);
+    }
+    const uint32_t count = ntohl(img->header.ih_filenum);
+    if (walk.number != count)
+        add_finding(found, "the header counts %u entries, the body has %u", count, walk.number);
+}
+
+int verify_image(const opened_image *opened, bool json)
+{
+    const image *const img = &opened->img;
+    findings found = {opened->name, json, 0};
+    if (json)
+        fputs("{\"findings\":[", stdout);
+    const uint32_t size = ntohl(img->header.ih_size);
+    if (size != img->size)
+        add_finding(&found, "the header says %u bytes, the file has %u", size, img->size);
+    uint32_t crc = 0;
+    if (!body_crc(img, &crc))
+        add_finding(&found, "the body can't be read");
+    else if (crc != ntohl(img->header.ih_crc))
+        add_finding(&found, "the header says the CRC %08x, the body has %08x",
+                    ntohl(img->header.ih_crc), crc);
+    verify_entries(img, &found);
+    if (json)
+        printf("],\"well\":%s}\n", found.count == 0 ? "true" : "false");
+    else if (found.count == 0)
+        printf("%s: well, %u entries\n", opened->name, ntohl(img->header.ih_filenum));
+    return found.count == 0 ? INFO_WELL : INFO_FINDINGS;
+}

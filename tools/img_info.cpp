@@ -1,0 +1,126 @@
+// img_info: looks into an update image.
+#include "tools/img_info.h"
+
+#include "tools/open_image.h"
+#include "update/dtt_update_common/raw_io.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <getopt.h>
+#include <unistd.h>
+
+static constexpr char USAGE[] =
+    "Usage: img_info [--json] FILE              show the header and the entries\n"
+    "       img_info --verify [--json] FILE     test all that the format promises\n"
+    "       img_info --extract DIR FILE [NAME...]\n"
+    "                                           unpack below DIR, all or what is named\n"
+    "       img_info --help                     print this text\n"
+    "FILE may be - for standard input, but not to extract.\n"
+    "Exit status: 0 well, 1 findings, 2 unusable.\n";
+
+void complain(const char *name, const char *format, ...)
+{
+    // What has been shown so far stands ahead of it.
+    fflush(stdout);
+    fprintf(stderr, "img_info: %s: ", name);
+    va_list args;
+    va_start(args, format);
+    vfprintf(stderr, format, args);
+    va_end(args);
+    fputc('\n', stderr);
+}
+
+[[noreturn]] static void bad_call()
+{
+    fputs(USAGE, stderr);
+    exit(INFO_UNUSABLE);
+}
+
+// Entries are read at offsets, which a pipe does not have: what comes through one is kept in a file
+// without a name. Returns a descriptor, or -1 with errno set.
+static int spool_standard_input()
+{
+    FILE *const spool = tmpfile();
+    if (spool == nullptr)
+        return -1;
+    static char buffer[64 * 1024];
+    for (;;) {
+        const ssize_t n = read(STDIN_FILENO, buffer, sizeof buffer);
+        if (n == 0)
+            return fileno(spool);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 || bb_full_write(fileno(spool), buffer, static_cast<size_t>(n)) < 0)
+            return -1;
+    }
+}
+
+// Opens the image and reads its header. Returns 0, or -1 with a sentence about what is wrong.
+static int open_image(opened_image *opened)
+{
+    const bool standard_input = strcmp(opened->name, "-") == 0;
+    if (standard_input)
+        opened->name = "standard input";
+    const int fd = standard_input ? spool_standard_input()
+                                  : open(opened->name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const char *const fault = fd < 0 ? strerror(errno) : take_opened(fd, &opened->img);
+    if (fault == nullptr)
+        return 0;
+    complain(opened->name, "%s", fault);
+    return -1;
+}
+
+int main(int argc, char **argv)
+{
+    static const option OPTIONS[] = {{"json", no_argument, nullptr, 'j'},
+                                     {"verify", no_argument, nullptr, 'v'},
+                                     {"extract", required_argument, nullptr, 'x'},
+                                     {"help", no_argument, nullptr, 'h'},
+                                     {}};
+    bool json = false;
+    bool verify = false;
+    const char *dir = nullptr;
+    for (int opt = 0; (opt = getopt_long(argc, argv, "", OPTIONS, nullptr)) != -1;) {
+        switch (opt) {
+        case 'j':
+            json = true;
+            break;
+        case 'v':
+            verify = true;
+            break;
+        case 'x':
+            dir = optarg;
+            break;
+        case 'h':
+            fputs(USAGE, stdout);
+            return INFO_WELL;
+        default:
+            bad_call();
+        }
+    }
+    const bool extract = dir != nullptr;
+    if (optind >= argc || (!extract && optind + 1 < argc) || (extract && (json || verify)))
+        bad_call();
+    opened_image opened = {argv[optind], {}};
+    if (extract && strcmp(opened.name, "-") == 0)
+        bad_call();
+    if (open_image(&opened) != 0)
+        return INFO_UNUSABLE;
+
+    int status;
+    if (extract)
+        status = extract_image(&opened, dir, argv + optind + 1);
+    else if (verify)
+        status = verify_image(&opened, json);
+    else
+        status = list_image(&opened, json);
+    if (fflush(stdout) != 0 || ferror(stdout) != 0) {
+        complain("standard output", "%s", strerror(errno));
+        return INFO_UNUSABLE;
+    }
+    return status;
+}

@@ -1,0 +1,15 @@
+// Opening an image to look at it, and saying in words why that can't be done.
+#ifndef TOOLS_OPEN_IMAGE_H
+#define TOOLS_OPEN_IMAGE_H
+
+#include "update/dtt_update/image_reader.h"
+
+// Takes the file open on `fd` for an image: reads its header, and sets `img->size` to the file's
+// own length, whatever the header says. Returns null, or what is wrong with the file.
+const char *take_opened(int fd, image *img);
+
+// Returns null if an update can begin with the image `name`, or what is wrong with it: an error of
+// the system, what take_opened says, or another length than the header's.
+const char *image_fault(const char *name);
+
+#endif
