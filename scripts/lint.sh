@@ -10,5 +10,5 @@ mapfile -t scripts < <(git grep -lE '^#!.*sh$' -- .)
 shellcheck -x "${scripts[@]}" completion/*
 mandoc -Tlint -Wwarning man/*
 cmake --preset release >/dev/null
-git ls-files 'platform/*.cpp' 'update/*.cpp' |
+git ls-files 'platform/*.cpp' 'update/*.cpp' 'tools/*.cpp' 'service/*.cpp' |
     xargs -P "$(nproc)" -n 4 clang-tidy -p build/release --quiet 2>/dev/null

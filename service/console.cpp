@@ -101,8 +101,8 @@ static std::string progress_line(const char *step, int permille, int done, int t
         line.resize(std::max<size_t>(line.size(), 24), ' ');
         line += " [" + std::string(full, '#') + std::string(bar - full, '.') + "]";
     }
-    line = line.substr(0, room > strlen(tail) ? room - strlen(tail) : 0) + tail;
-    return line.substr(0, room);
+    line.resize(std::min(line.size(), room > strlen(tail) ? room - strlen(tail) : 0));
+    return (line + tail).substr(0, room);
 }
 
 void show_progress(const char *step, int permille, int done, int total)

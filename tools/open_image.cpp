@@ -37,7 +37,7 @@ const char *image_fault(const char *name)
     const int fd = open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0)
         return strerror(errno);
-    image img;
+    image img = {};
     const char *fault = take_opened(fd, &img);
     if (fault == nullptr && ntohl(img.header.ih_size) != img.size)
         fault = "has another length than its header says: it is cut off, or was never finished";
