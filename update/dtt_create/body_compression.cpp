@@ -7,6 +7,7 @@
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
@@ -57,8 +58,9 @@ static int append_mapped(int cut_file_fd, size_t head_len, int tmp_fd, size_t tm
         return -1;
     }
     int status = 0;
-    lseek(cut_file_fd, static_cast<off_t>(head_len), SEEK_SET);
-    if (bb_full_write(cut_file_fd, data, tmp_len) < 0) {
+    // Where the position can't be set, the body would be written over the header.
+    if (lseek(cut_file_fd, static_cast<off_t>(head_len), SEEK_SET) < 0 ||
+        bb_full_write(cut_file_fd, data, tmp_len) < 0) {
         TRACE_AS("combine_file", "bb_full_write failed `(size=%zu)'\n", tmp_len);
         status = -1;
     } else {
@@ -124,8 +126,8 @@ int gzip_dirs_and_files(int update_fd, struct tagupdate_header * /*update_header
 {
     int status = 0;
     // A longer leftover would keep its end behind the body.
-    unlink(PLAIN_BODY);
-    if (cut_file(update_fd, head_len, data_len, PLAIN_BODY) < 0) {
+    const bool no_leftover = unlink(PLAIN_BODY) == 0 || errno == ENOENT;
+    if (!no_leftover || cut_file(update_fd, head_len, data_len, PLAIN_BODY) < 0) {
         status = -1;
         fputs("step1:cut_file faild.\n", stderr);
     } else if (compress_body(update_fd, head_len) < 0) {

@@ -133,8 +133,12 @@ int do_create(char *updatedir, int /*mode*/, char *updata_file, int place_type, 
         PLATFORM_LOG("Can't open %s: %s", updata_file, strerror(errno));
         return -1;
     }
-    const int status = build_image(ifd, &ap, updatedir, place_type, to_dir, version);
-    close(ifd);
+    int status = build_image(ifd, &ap, updatedir, place_type, to_dir, version);
+    // A disk that is reached over a network may say only now that it is full.
+    if (close(ifd) != 0) {
+        TRACE("unable to close `%s': %s\n", updata_file, strerror(errno));
+        status = -1;
+    }
     total_file_nums = 0;
     total_dir_nums = 0;
     return status;

@@ -1,0 +1,56 @@
+// fault_driver OPERATION PATH: one operation of the resident service, with faults in its own calls
+// alone. Exits 0 or 3 as it went well or failed, and 4 if it left descriptors or mappings behind.
+#include "platform/mailbox.h"
+#include "update/dtt_update_common/trace_log.h"
+#include "update_service.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace fs = std::filesystem;
+
+// Open descriptors, and mappings of files.
+static int count_held()
+{
+    int count = 0;
+    for (auto item = fs::directory_iterator("/proc/self/fd"); item != fs::end(item); item++)
+        count++;
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);)
+        count += line.find('/') != std::string::npos ? 1 : 0;
+    return count;
+}
+
+static int run(const std::string &operation, char *path, int image)
+{
+    char base[] = "/opt/upgddir/";
+    char backup[256];
+    if (operation == "service")
+        return do_update_upgd(0x010a3d00, path, base);
+    if (operation == "restore")
+        return do_update_backup(path, base);
+    if (operation == "backup")
+        return do_create_backup(path, backup);
+    constexpr size_t head = sizeof(update_header_t);
+    return gzip_dirs_and_files(image, nullptr, head, fs::file_size(path) - head);
+}
+
+int main(int, char **argv)
+{
+    const char *const number = getenv("FAULT_AT");
+    const std::string at = number != nullptr ? number : "";
+    unsetenv("FAULT_AT");
+    // The log file and the sending socket stay open from here on.
+    TRACE("%s\n", argv[1]);
+    mailbox_send("/run/mailbox/none", "", 0);
+    set_usb_status(TRUE);
+    const int image = open(argv[2], O_RDWR | O_CLOEXEC);
+    const int held = count_held();
+    setenv("FAULT_AT", at.c_str(), 1);
+    const int result = run(argv[1], argv[2], image);
+    unsetenv("FAULT_AT");
+    return count_held() != held ? 4 : result == 0 ? 0 : 3;
+}

@@ -1,0 +1,156 @@
+#!/usr/bin/env bash
+# faults.sh SHIM OPERATION...: each operation with each of its calls to the system failing once, and
+# each that moves data also coming up short and interrupted. It fails and says so, or its outcome is
+# whole and right; what a failure leaves does not harm the next run, which follows on every third.
+# shellcheck source=tests/device/lib.sh disable=SC2034 # the operations are used by their names
+. "$(dirname "$0")/lib.sh"
+
+shim=$1
+shift
+export FAULT_REPORT=$work/fault
+# The shim comes ahead of a sanitizer's runtime, which can do with that.
+export ASAN_OPTIONS=verify_asan_link_order=0
+# Hundreds of runs are not to reach the disks of the whole machine, and backups are to have one name.
+ln -sf true /bin/sync
+rm /bin/date && printf '#!/bin/sh\necho 202601020304\n' >/bin/date && chmod +x /bin/date
+# Without the partition the kernel goes to the directory beside it.
+rm /dev/mmcblk0p6
+
+mkdir -p tree/bin tree/vorn-kernel tree/vorn-uboot old/tree/vorn-uboot /etc/sysconfig
+echo tool >tree/bin/tool
+head -c 3000 /dev/urandom >tree/vorn-kernel/zImage
+head -c 2000 /dev/urandom >tree/vorn-uboot/u-boot.bin
+ln -s bin/tool tree/link
+# What an update finds is older and longer.
+head -c 4000 /dev/urandom >old/tree/vorn-uboot/u-boot.bin
+
+# plain COMMAND...: in the standing time of the shim.
+plain() { FAULT_AT=0 LD_PRELOAD=$shim run "$@"; }
+plain img_deploy -c ./tree -r V2 update.img
+
+# --- The operations: how each is called, the statuses that tell of a failure, what it finds, and
+# what then holds after a failure and after a success. Each prints what does not hold.
+conf=/etc/sysconfig/device.conf
+
+build=(255 img_deploy -c ./tree -r V2 made.img)
+build_before() { rm -f made.img; }
+build_failed() { # it is not taken for an image, unless it is all there
+    cmp -s update.img made.img || ! img_deploy -u made.img -m 2 | grep 'check img ok'
+}
+build_right() { cmp update.img made.img; }
+
+apply=('246|242|251|252|253' img_deploy -u update.img -m 2)
+apply_before() {
+    rm -rf /opt/upgddir /mntker
+    cp -r old /opt/upgddir
+    : >/dev/mmcblk0p1
+    echo fw_version=V1 >$conf
+    echo 2 >/usr/local/upgdflag
+}
+apply_failed() {
+    service_failed
+    progress_block | grep -v result=2
+    ! grep 2 /usr/local/upgdflag
+}
+apply_right() {
+    service_right
+    progress_block | grep -v result=1
+    grep -q 2 /usr/local/upgdflag || echo 'the flag'
+}
+
+service=(3 fault_driver service "$work/update.img")
+service_before() { apply_before; }
+service_failed() { [[ $(<$conf) == fw_version=V1 ]] || echo 'the version'; }
+service_right() {
+    diff -r --no-dereference tree /opt/upgddir/tree
+    cmp tree/vorn-uboot/u-boot.bin /dev/mmcblk0p1
+    cmp tree/vorn-kernel/zImage /mntker/zImage
+    [[ $(<$conf) == fw_version=V2 ]] || echo 'the version'
+}
+
+backup=(3 fault_driver backup /mnt/sda1)
+backup_before() {
+    echo device_name=unit7 >$conf
+    mkdir -p /tmp/ubackup/bkdir && echo 'left by a failure' >/tmp/ubackup/bkdir/stale
+    echo 'of the same minute' >/mnt/sda1/unit7_202601020304.ubck
+}
+backup_failed() { :; }
+backup_right() { cmp first.ubck /mnt/sda1/unit7_202601020304.ubck; }
+
+compress=(3 fault_driver compress body.img)
+compress_before() {
+    cp update.img body.img
+    cat update.img update.img >/tmp/tmppfile # left by a failure, as this is
+    cp first.ubck.gz /tmp/tmppfile.gz
+}
+compress_failed() { cmp update.img body.img; }
+compress_right() { { head -c 488 body.img && tail -c +489 body.img | gunzip; } | cmp - update.img; }
+
+configure=(1 sysconfig set b new)
+configure_before() { printf 'a=1\nb=old\nc=3\n' >$conf; }
+configure_failed() { cmp -s $conf configured || printf 'a=1\nb=old\nc=3\n' | cmp - $conf; }
+configure_right() { cmp $conf configured; }
+
+# Whether "OPERATION: CALL: WHAT DOES NOT HOLD" is to be, by the words of the header named.
+unnoticed() {
+    case $1 in
+        build:\ open\ ./tree/* | backup:\ open\ ./usr/*) ;;     # entry_writer.h: not in the image
+        build:\ opendir\ ./tree/* | backup:\ opendir\ ./usr*) ;; # tree_walk.h: not in the image
+        build:\ mmap\ *'made.img: '*'check img ok'*) ;;         # create_image.h: without its CRC
+        apply:\ spawn\ /bin/echo\ 2\ *': the flag') ;;          # update_flag.h: not looked at
+        *'/bin/ln -sf bin/tool link: File tree/link is a symbolic link while '*'regular empty file') ;;
+        *) return 1 ;; # the last one, by unpack.h: a file stands in the link's place
+    esac
+}
+
+# strike OPERATION N KIND: false if the operation makes fewer calls.
+strike() {
+    local -n operation=$1
+    "$1_before"
+    rm -f fault
+    FAULT_AT=$2 FAULT_KIND=$3 LD_PRELOAD=$shim run "${operation[@]:1}"
+    [[ -e fault ]] || return 1
+    call=$(<fault)
+    if ((status == 0)); then
+        "$1_right" >wrong 2>&1
+    elif [[ $3 == fail && $status =~ ^(${operation[0]})$ ]]; then
+        "$1_failed" >wrong 2>&1
+        status=0
+        (($2 % 3 != 0)) || { plain "${operation[@]:1}" && "$1_right" >>wrong 2>&1; }
+    else
+        tail -n 3 err >wrong
+    fi
+    ((status == 0)) && unnoticed "$1: $call: $(<wrong)" && return
+    expect "$1, $3 of $2, $call" '0 ' "$status $(<wrong)"
+}
+
+# walk OPERATION
+walk() {
+    local n moves=0
+    for ((n = 1; ; n++)); do
+        strike "$1" "$n" fail || break
+        [[ $call == @(read|pread|write)\ * ]] || continue
+        strike "$1" "$n" short
+        strike "$1" "$n" interrupted
+        moves=$((moves + 1))
+    done
+    expect "$1 without a fault" '0 ' "$status $("$1_right" 2>&1)"
+    echo "$1: $((n - 1)) calls failed, $moves short and interrupted"
+}
+
+mkdir -p /mnt/sda1 /mnt/root /usr/qrx310/etc/{vsp,mcucored,sysconf}
+mount -t tmpfs -o size=150m tmpfs /mnt/sda1
+mount -t tmpfs -o size=150m /dev/root /mnt/root
+for file in vsp/layout mcucored/conf sysconf/qrxpara; do echo $file >/usr/qrx310/etc/$file; done
+echo device_name=unit7 >$conf
+plain "${backup[@]:1}"
+cp /mnt/sda1/*.ubck first.ubck
+gzip -k first.ubck
+if [[ $* == *service* ]]; then # the engine of the operation apply, called in a service
+    apply_before
+    plain fault_driver restore "$work/update.img"
+    expect 'a restored backup, without a fault' 0 "$status"
+fi
+printf 'a=1\nb=new\nc=3\n' >configured
+for name; do walk "$name"; done
+finish

@@ -1,0 +1,150 @@
+/*
+ * Preloaded into a program, makes one of its calls go wrong: the one of number FAULT_AT, counted
+ * over the calls below, in the way FAULT_KIND: "fail", or for data that is moved also "short" and
+ * "interrupted". Which call it was goes to the file FAULT_REPORT; a program that makes fewer calls
+ * leaves no such file. What the C library calls for itself, for streams and the log, is not seen.
+ * Waits return at once, and the time stands still, so that images are the same byte for byte.
+ *
+ * The names are those that a program built for large files calls.
+ */
+#include <dirent.h>
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#define REAL(call) ((__typeof__(&call))dlsym(RTLD_NEXT, #call))
+
+/* A call that fails with `result` and the error `code`. */
+#define CALL(type, call, parameters, arguments, shown, detail, code, result)                       \
+    type call parameters                                                                           \
+    {                                                                                              \
+        if (!strike(shown, detail))                                                                \
+            return REAL(call) arguments;                                                           \
+        errno = code;                                                                              \
+        return result;                                                                             \
+    }
+
+/* A call that moves `size` bytes, or fails with the error `code`. */
+#define MOVE(call, parameters, arguments, shown, code)                                             \
+    ssize_t call parameters                                                                        \
+    {                                                                                              \
+        const char fault = strike(shown, path_of(fd));                                             \
+        size = fault == 's' ? (size + 1) / 2 : size;                                               \
+        if (fault == 0 || fault == 's')                                                            \
+            return REAL(call) arguments;                                                           \
+        errno = fault == 'i' ? EINTR : code;                                                       \
+        return -1;                                                                                 \
+    }
+
+#define FDS 1024
+
+static char unconfirmed[FDS]; /* by descriptor: it has been written to since the last fsync */
+
+#define WAIT(type, call, parameters, result)                                                       \
+    type call parameters                                                                           \
+    {                                                                                              \
+        return result;                                                                             \
+    }
+
+/* The shell commands of the program run as they are. */
+__attribute__((constructor)) static void spare_children(void)
+{
+    unsetenv("LD_PRELOAD");
+}
+
+/* The first letter of the kind if this call is to go wrong, else 0. */
+static char strike(const char *call, const char *detail)
+{
+    static int calls = 0;
+    const char *const at = getenv("FAULT_AT");
+    if (at == NULL || ++calls != atoi(at))
+        return 0;
+    FILE *const report = fopen(getenv("FAULT_REPORT"), "we");
+    fprintf(report, "%s %s", call, detail);
+    fclose(report);
+    return getenv("FAULT_KIND")[0];
+}
+
+static const char *path_of(int fd)
+{
+    static char path[4096];
+    char name[64];
+    snprintf(name, sizeof name, "/proc/self/fd/%d", fd);
+    const ssize_t len = readlink(name, path, sizeof path - 1);
+    path[len > 0 ? len : 0] = '\0';
+    return path;
+}
+
+static int wrote(int fd)
+{
+    unconfirmed[fd % FDS] = 1;
+    return fd;
+}
+
+MOVE(read, (int fd, void *data, size_t size), (fd, data, size), "read", EIO)
+MOVE(pread64, (int fd, void *data, size_t size, off64_t at), (fd, data, size, at), "pread", EIO)
+MOVE(write, (int fd, const void *data, size_t size), (wrote(fd), data, size), "write", ENOSPC)
+
+CALL(void *, mmap64, (void *place, size_t size, int access, int flags, int fd, off64_t at),
+     (place, size, access, flags, fd, at), "mmap", path_of(fd), ENOMEM, MAP_FAILED)
+CALL(off64_t, lseek64, (int fd, off64_t at, int from), (fd, at, from), "lseek", path_of(fd), EIO,
+     -1)
+CALL(int, fstat64, (int fd, struct stat64 *st), (fd, st), "fstat", path_of(fd), EIO, -1)
+CALL(int, ftruncate64, (int fd, off64_t size), (fd, size), "ftruncate", path_of(fd), EIO, -1)
+CALL(int, unlink, (const char *path), (path), "unlink", path, EIO, -1)
+CALL(int, rename, (const char *from, const char *to), (from, to), "rename", to, ENOSPC, -1)
+CALL(DIR *, opendir, (const char *path), (path), "opendir", path, EMFILE, NULL)
+CALL(FILE *, popen, (const char *command, const char *mode), (command, mode), "spawn", command,
+     EAGAIN, NULL)
+CALL(int, posix_spawn,
+     (pid_t * pid, const char *path, const posix_spawn_file_actions_t *actions,
+      const posix_spawnattr_t *attributes, char *const argv[], char *const envp[]),
+     (pid, path, actions, attributes, argv, envp), "spawn", argv[2], 0, EAGAIN)
+
+int open64(const char *path, int flags, ...)
+{
+    va_list args;
+    va_start(args, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
+    va_end(args);
+    if (!strike("open", path))
+        return REAL(open64)(path, flags, mode);
+    errno = EMFILE;
+    return -1;
+}
+
+int fsync(int fd)
+{
+    const char fault = strike("fsync", path_of(fd));
+    if (!fault)
+        unconfirmed[fd % FDS] = 0;
+    errno = fault == 'i' ? EINTR : EIO;
+    return fault ? -1 : REAL(fsync)(fd);
+}
+
+int close(int fd)
+{
+    const char fault = strike("close", path_of(fd));
+    /* A failure says that what was written has not reached the disk. */
+    if (fault && unconfirmed[fd % FDS])
+        (void)!REAL(ftruncate64)(fd, 0);
+    unconfirmed[fd % FDS] = 0;
+    const int result = REAL(close)(fd);
+    errno = fault ? EIO : errno;
+    return fault ? -1 : result;
+}
+
+WAIT(unsigned int, sleep, (unsigned int seconds), seconds * 0)
+WAIT(int, usleep, (useconds_t us), (int)us * 0)
+WAIT(int, select, (int n, fd_set *in, fd_set *out, fd_set *bad, struct timeval *limit),
+     n *(in == out && out == bad && limit == NULL))
+WAIT(time_t, time, (time_t * now), now == NULL)
