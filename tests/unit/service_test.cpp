@@ -9,7 +9,9 @@
 #include "update_service.h"
 
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -410,6 +412,36 @@ TEST_F(Service, FailureTable)
                                 "log do_update_upgrade:  end"}));
         }
     }
+}
+
+// No name; descriptors that run out at the moment of the open; one that can't be mapped.
+TEST_F(Service, ImagesThatCannotBeUsed)
+{
+    EXPECT_EQ(do_update_upgrade(RECEIVER, nullptr, ONLINE_MODE, base.data()), -10);
+    EXPECT_EQ(messages(), "1/4/0 ");
+    rlimit limit;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    rec.on_line = [&limit](const std::string &line) {
+        const bool before = line.find("log do_update_upgrade: <do_update>") == 0;
+        const rlimit none = {0, limit.rlim_max};
+        setrlimit(RLIMIT_NOFILE, before ? &none : &limit);
+    };
+    EXPECT_EQ(run(image_bytes({})), -10);
+    EXPECT_EQ(messages(), "1/5/0 ");
+    rec.on_line = [](const std::string &line) {
+        if (line != "trace start creat img.\n")
+            return;
+        for (const fs::directory_entry &item : fs::directory_iterator("/proc/self/fd")) {
+            std::error_code error;
+            if (fs::read_symlink(item, error).filename() != "update.img")
+                continue;
+            const int plain = open("/dev/null", O_WRONLY);
+            dup2(plain, atoi(item.path().filename().c_str()));
+            close(plain);
+        }
+    };
+    EXPECT_EQ(run(image_bytes({})), -3);
+    EXPECT_EQ(messages(), "1/7/0 ");
 }
 
 TEST_F(Service, DiskGoneAtAnEntry)
