@@ -84,7 +84,8 @@ int sendmsg_ack_back(int l_l, int s_l, int ev, char *name);
  * changed. Returns 0, -11 if the disk can't be opened, -12 or -13 if there is too little room on
  * the device or on the disk (100,000 KiB are kept free), or -1: no device_name in the
  * configuration, or one that is no file name, a failed build or copy, a path that fits no command.
- * The log tells which. */
+ * The log tells which. What can't be copied from the settings is left out, and a copy to the disk
+ * that fails behind an older backup of the same minute leaves that one: neither is noticed. */
 int do_create_backup(char *udisk_path, char *ret_filename);
 
 /* ---- Other operations ---- */

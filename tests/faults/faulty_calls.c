@@ -15,6 +15,7 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/mman.h>
 #include <sys/select.h>
 #include <sys/stat.h>
@@ -47,6 +48,7 @@
 
 #define FDS 1024
 
+static char inherited[FDS];   /* by descriptor: it was open at the start */
 static char unconfirmed[FDS]; /* by descriptor: it has been written to since the last fsync */
 
 #define WAIT(type, call, parameters, result)                                                       \
@@ -55,10 +57,12 @@ static char unconfirmed[FDS]; /* by descriptor: it has been written to since the
         return result;                                                                             \
     }
 
-/* The shell commands of the program run as they are. */
-__attribute__((constructor)) static void spare_children(void)
+__attribute__((constructor)) static void begin(void)
 {
+    /* The shell commands of the program run as they are. */
     unsetenv("LD_PRELOAD");
+    for (int fd = 0; fd < FDS; fd++)
+        inherited[fd] = fcntl(fd, F_GETFD) >= 0;
 }
 
 /* The first letter of the kind if this call is to go wrong, else 0. */
@@ -82,6 +86,25 @@ static const char *path_of(int fd)
     const ssize_t len = readlink(name, path, sizeof path - 1);
     path[len > 0 ? len : 0] = '\0';
     return path;
+}
+
+/* Says what the program still holds when it ends, beside the log, the socket to its daemon, and the
+ * progress block: descriptors, and mappings of files other than those of the C library. */
+__attribute__((destructor)) static void report_held(void)
+{
+    char line[4200];
+    for (int fd = 0; fd < FDS; fd++) {
+        const char *const path = inherited[fd] ? "" : path_of(fd);
+        if (path[0] != '\0' && strncmp(path, "/var/log/", 9) != 0 &&
+            strncmp(path, "socket:", 7) != 0)
+            fprintf(stderr, "held: %s\n", path);
+    }
+    FILE *const maps = fopen("/proc/self/maps", "re");
+    while (fgets(line, sizeof line, maps) != NULL)
+        if (strstr(line, " r--s ") != NULL && strstr(line, "/SYSV") == NULL &&
+            strstr(line, "/usr/lib/") == NULL)
+            fprintf(stderr, "held: %s", line);
+    fclose(maps);
 }
 
 static int wrote(int fd)

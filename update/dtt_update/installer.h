@@ -1,6 +1,6 @@
 // Bringing the boot loader and the kernel files of an unpacked image to where the board boots from,
 // and recording the image's version. All of it works through shell commands; a command has failed
-// only if it could not be run at all.
+// only if it could not be run at all. Whether the mount point could be made is not looked at.
 #ifndef DTT_UPDATE_INSTALLER_H
 #define DTT_UPDATE_INSTALLER_H
 
@@ -18,7 +18,8 @@ extern int ker_img_num;
 // partition stays mounted on /mntker.
 int update_LinuxFile(int type, char *filename);
 
-// Records the version in `pheader` in the device's configuration. Returns what my_system returned.
+// Records the version in `pheader` in the device's configuration. Returns what my_system returned,
+// which fails no run: the image is on the device by then.
 int update_fw_version(update_header_t *pheader);
 
 #endif

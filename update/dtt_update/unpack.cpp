@@ -7,6 +7,7 @@
 #include "update/dtt_update_common/trace_log.h"
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <sys/stat.h>
@@ -172,8 +173,11 @@ void prepare_entry(const char *engine, char *u_base_dir, image_entry *entry, cha
             entry->type, entry->file_size);
     PLATFORM_LOG_AS(engine, "(num-%d)%s type(%d), size(%d)", static_cast<int>(entry->number),
                     basename, entry->type, entry->file_size);
-    // A process that runs from the old file goes on with the old bytes.
-    unlink(basename);
+    // A process that runs from the old file goes on with the old bytes. A file that can't be
+    // unlinked, a mount point say, is emptied: its old end would stand behind the new data.
+    if (unlink(basename) != 0 && errno != ENOENT && entry->type != ENTRY_DIRECTORY &&
+        truncate(basename, 0) != 0)
+        TRACE_AS(engine, "unable to empty `%s': %s\n", basename, strerror(errno));
 }
 
 // A file that has been cut short reads as zeros from its new end to the end of that page: what has

@@ -14,8 +14,8 @@ int check_entries(const char *engine, const image *img, const char *u_base_dir);
 int next_entry(const char *engine, entry_walk *walk, const char *u_base_dir, image_entry *entry);
 
 // Makes way for an entry: its parent directory is made, the entry is announced, and what stands at
-// its target path is unlinked. A directory entry is made here whole. The target path, a link's own
-// path, is left in `basename` of PATH_SIZE bytes.
+// its target path is unlinked, or emptied if it can't be. A directory entry is made here whole. The
+// target path, a link's own path, is left in `basename` of PATH_SIZE bytes.
 void prepare_entry(const char *engine, char *u_base_dir, image_entry *entry, char *basename);
 
 // Writes the entry's data from the image `img`, mapped at `filedata`, to the new file `basename`; a

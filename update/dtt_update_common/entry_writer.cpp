@@ -116,7 +116,9 @@ int write_file(int dst_fd, int type, const char *path, const char *filename)
     }
     int status = -1;
     struct stat st;
-    if (fstat(fd, &st) == 0 && st.st_size > 0)
+    if (fstat(fd, &st) != 0)
+        TRACE("unable to read `%s'\n", path);
+    else if (st.st_size > 0)
         status = append_entry(dst_fd, fd, type, path, filename, st.st_size);
     if (close(fd) < 0) {
         const int error = errno;
