@@ -47,16 +47,19 @@ static int spool_standard_input()
     FILE *const spool = tmpfile();
     if (spool == nullptr)
         return -1;
+    const int fd = fcntl(fileno(spool), F_DUPFD_CLOEXEC, 0);
+    fclose(spool);
     static char buffer[64 * 1024];
-    for (;;) {
+    while (fd >= 0) {
         const ssize_t n = read(STDIN_FILENO, buffer, sizeof buffer);
         if (n == 0)
-            return fileno(spool);
+            break;
         if (n < 0 && errno == EINTR)
             continue;
-        if (n < 0 || bb_full_write(fileno(spool), buffer, static_cast<size_t>(n)) < 0)
+        if (n < 0 || bb_full_write(fd, buffer, static_cast<size_t>(n)) < 0)
             return -1;
     }
+    return fd;
 }
 
 // Opens the image and reads its header. Returns 0, or -1 with a sentence about what is wrong.
