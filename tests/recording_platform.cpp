@@ -6,12 +6,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -41,6 +44,49 @@ bool recording::has(const std::string &line) const
     return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
+std::vector<std::string> recording::last(size_t count) const
+{
+    return {lines.end() - static_cast<long>(std::min(count, lines.size())), lines.end()};
+}
+
+// Sets the limit `size` on `resource` while a line that begins with `head` is the last one.
+static void limit_at(const std::string &head, __rlimit_resource_t resource, rlim_t size)
+{
+    rlimit usual;
+    ASSERT_EQ(getrlimit(resource, &usual), 0);
+    rec.on_line = [head, resource, size, usual](const std::string &line) {
+        const rlimit tight = {size, usual.rlim_max};
+        setrlimit(resource, line.rfind(head, 0) == 0 ? &tight : &usual);
+    };
+}
+
+void exhaust_descriptors_at(const std::string &head)
+{
+    limit_at(head, RLIMIT_NOFILE, 0);
+}
+
+void limit_files_at(const std::string &head, size_t size)
+{
+    signal(SIGXFSZ, SIG_IGN);
+    limit_at(head, RLIMIT_FSIZE, size);
+}
+
+void unmappable_at(const std::string &line, const std::string &name)
+{
+    rec.on_line = [line, name](const std::string &now) {
+        if (now != line)
+            return;
+        for (const fs::directory_entry &item : fs::directory_iterator("/proc/self/fd")) {
+            std::error_code error;
+            if (fs::read_symlink(item, error).filename() != name)
+                continue;
+            const int plain = open("/dev/null", O_WRONLY);
+            dup2(plain, atoi(item.path().filename().c_str()));
+            close(plain);
+        }
+    };
+}
+
 void Recorded::SetUp()
 {
     // Paths in links and commands have to be short, so this is no place of the tester's choice.
@@ -62,16 +108,18 @@ std::string Recorded::console()
         testing::internal::GetCapturedStderr() + testing::internal::GetCapturedStdout();
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
+    console_text += text;
     return text;
 }
 
 void Recorded::TearDown()
 {
     // The reports of failures have gone to the same places.
-    const std::string shown =
-        testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
+    console();
+    testing::internal::GetCapturedStdout();
+    testing::internal::GetCapturedStderr();
     if (HasFailure())
-        fputs(shown.c_str(), stdout);
+        fputs(console_text.c_str(), stdout);
     EXPECT_EQ(chdir("/"), 0);
     fs::remove_all(dir);
 }
@@ -152,13 +200,18 @@ static void take_effect(std::string cmd)
     }
 }
 
+static bool fails(const char *cmd)
+{
+    return !rec.failing.empty() && strncmp(cmd, rec.failing.c_str(), rec.failing.size()) == 0;
+}
+
 int my_system(const char *cmd)
 {
     add(std::string("run ") + cmd);
-    if (rec.on_run)
-        return rec.on_run(cmd);
+    if (fails(cmd))
+        return -1;
     take_effect(cmd);
-    return 0;
+    return rec.run_result;
 }
 
 apcard_bit_t apcard_bit_self(void)
@@ -170,12 +223,15 @@ FILE *my_popen(const char *cmd, const char *mode)
 {
     EXPECT_STREQ(mode, "r");
     add(std::string("popen ") + cmd);
-    const char *const output = rec.on_popen ? rec.on_popen(cmd) : "";
-    if (output == nullptr)
+    if (fails(cmd))
         return nullptr;
     rec.open_streams++;
     FILE *const stream = tmpfile();
-    fputs(output, stream);
+    for (const auto &[head, output] : rec.outputs)
+        if (strncmp(cmd, head.c_str(), head.size()) == 0) {
+            fputs(output.c_str(), stream);
+            break;
+        }
     rewind(stream);
     return stream;
 }

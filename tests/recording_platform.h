@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <gtest/gtest.h>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -19,16 +20,17 @@ struct recording {
     std::string prefix; // of the last trace line
 
     std::string dir;                                  // where commands take effect
-    std::function<int(const std::string &)> on_run;   // gives a command's result, if set
     std::function<void(const std::string &)> on_line; // called with each line
+    std::string failing;                              // commands that begin so can't be run
+    int run_result = 0;                               // of the others
+    std::map<std::string, std::string> outputs;       // of commands, by their beginnings
     bool log_file_opens = true;
     long long time_us = 1764000000123456; // the clock
     bool shm_exists = false;
     bool shm_fails = false;
     upgrade_info_t block = {7, 7, 7, 7, 7}; // the shared memory
 
-    std::function<const char *(const std::string &)> on_popen; // gives a command's output, or null
-    int open_streams = 0;                                      // of commands
+    int open_streams = 0;              // of commands
     const char *device_name = "unit7"; // in the configuration: null without one, "-" without a name
     bool session_exists = true;
     int open_messages = 0;
@@ -42,6 +44,8 @@ struct recording {
     // The lines that begin with `kind`, without it, joined by '|'.
     std::string all(const std::string &kind) const;
     bool has(const std::string &line) const;
+    // The last lines.
+    std::vector<std::string> last(size_t count) const;
 };
 
 extern recording rec;
@@ -55,7 +59,18 @@ struct Recorded : testing::Test {
 
     // What has gone to standard error and standard output since the last call.
     std::string console();
+
+  private:
+    std::string console_text; // by console(), a failure's message maybe among it
 };
+
+// Lets descriptors run out, or files end at `size` bytes as on a full disk, while a line that
+// begins with `head` is the last one.
+void exhaust_descriptors_at(const std::string &head);
+void limit_files_at(const std::string &head, size_t size);
+
+// Makes the open file `name` one that can't be mapped, at the line `line`.
+void unmappable_at(const std::string &line, const std::string &name);
 
 std::string read_file(const std::string &path);
 void write_file_text(const std::string &path, const std::string &text);

@@ -7,12 +7,10 @@
 #include "update/dtt_update_common/path_operations.h"
 #include "update_header.h"
 
-#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <random>
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -254,36 +252,18 @@ TEST_F(Apply, RefusalsHaveTheirLinesAndNeverTouchTheBase)
 TEST_F(Apply, OpenAndMapFailures)
 {
     const std::string bytes = image_bytes({{"a", 0, "x"}});
-    rlimit limit;
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    rec.on_line = [&limit](const std::string &line) {
-        const bool before = line.find("log do_update: <do_update>") == 0;
-        const rlimit none = {0, limit.rlim_max};
-        setrlimit(RLIMIT_NOFILE, before ? &none : &limit);
-    };
+    exhaust_descriptors_at("log do_update: <do_update>");
     EXPECT_EQ(apply(bytes), -10);
     EXPECT_TRUE(rec.has("log do_update: open error filename " + image));
     EXPECT_TRUE(rec.has("trace open error filename.\n"));
 
     rec.lines.clear();
-    rec.on_line = [](const std::string &line) {
-        if (line != "trace start creat img.\n")
-            return;
-        for (const fs::directory_entry &item : fs::directory_iterator("/proc/self/fd")) {
-            std::error_code error;
-            if (fs::read_symlink(item, error).filename() == "update.img") {
-                const int plain = open("/dev/null", O_WRONLY);
-                dup2(plain, atoi(item.path().filename().c_str()));
-                close(plain);
-            }
-        }
-    };
+    unmappable_at("trace start creat img.\n", "update.img");
     EXPECT_EQ(apply(bytes), -3);
-    const std::vector<std::string> last(rec.lines.end() - 5, rec.lines.end());
-    EXPECT_EQ(last, (std::vector<std::string>{"trace start creat img.\n",
-                                              "trace result = 2, update error !! \n",
-                                              "log do_update:  result = 2, update error !!",
-                                              "usleep 20000", "log do_update:  end"}));
+    EXPECT_EQ(rec.last(5), (std::vector<std::string>{"trace start creat img.\n",
+                                                     "trace result = 2, update error !! \n",
+                                                     "log do_update:  result = 2, update error !!",
+                                                     "usleep 20000", "log do_update:  end"}));
     EXPECT_EQ(block_text(), "0 0 2 0 0");
 }
 
@@ -292,8 +272,7 @@ TEST_F(Apply, RebootsWhateverTheOutcome)
     for (const std::string &bytes : {image_bytes({}), std::string("bad")}) {
         rec.lines.clear();
         apply(bytes, REBOOT_MODE);
-        const std::vector<std::string> last(rec.lines.end() - 5, rec.lines.end());
-        EXPECT_EQ(last,
+        EXPECT_EQ(rec.last(5),
                   (std::vector<std::string>{"usleep 20000", "log do_update:  mode = 1; reboot !",
                                             "sleep 6", "run reboot -f", "log do_update:  end"}));
     }
@@ -373,17 +352,9 @@ TEST_F(Apply, WhatOnlyLooksDamaged)
 
 TEST_F(Apply, AFailedEntryEndsTheRunAndKeepsTheOnesBefore)
 {
-    rlimit limit;
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
-    signal(SIGXFSZ, SIG_IGN);
     const std::string big(9000, 'b');
-    rec.on_line = [&limit](const std::string &line) {
-        const bool now = line.find("log do_update: (num-1)") == 0;
-        const rlimit tight = {5000, limit.rlim_max};
-        setrlimit(RLIMIT_FSIZE, now ? &tight : &limit);
-    };
+    limit_files_at("log do_update: (num-1)", 5000);
     EXPECT_EQ(apply({{"a", 0, "1"}, {"b", 0, big}, {"c", 0, "3"}}), -4);
-    signal(SIGXFSZ, SIG_DFL);
     EXPECT_EQ(tree(), "a = 1\nb = " + big.substr(0, 5000) + "\n") << "as on a full disk";
     EXPECT_EQ(block_text(), "3 1 2 100 1");
     EXPECT_TRUE(rec.has("trace bb_full_write failed `" + base + "/b' size= 9000\n"));

@@ -12,18 +12,13 @@ struct Installer : Recorded {
     {
         Recorded::SetUp();
         ker_img_num = 0;
+        rec.run_result = 256; // an exit status of 1 is no failure
     }
 
     int install(int type, std::string path)
     {
         rec.lines.clear();
         return update_LinuxFile(type, path.data());
-    }
-
-    // Lets the commands that begin like this fail to be run.
-    static void fail(const std::string &head)
-    {
-        rec.on_run = [head](const std::string &cmd) { return cmd.rfind(head, 0) == 0 ? -1 : 256; };
     }
 };
 
@@ -35,7 +30,6 @@ TEST_F(Installer, BootLoader)
     EXPECT_EQ(install(ENTRY_BOOT, path), 0) << "a missing file is no failure";
     EXPECT_EQ(rec.lines, lines{});
     write_file_text(path, "u");
-    rec.on_run = [](const std::string &) { return 256; }; // an exit status of 1 is none either
     EXPECT_EQ(install(ENTRY_BOOT, path), 0);
     const std::string cmd = "dd if=" + path + " of=/dev/mmcblk0p1";
     lines expected = {"trace  ---------------------update uboot------------------\n",
@@ -43,7 +37,7 @@ TEST_F(Installer, BootLoader)
                       "log update_LinuxFile: cmdstr: " + cmd + " \n\n", "run " + cmd,
                       "trace  update uboot ok .\n"};
     EXPECT_EQ(rec.lines, expected);
-    fail("dd ");
+    rec.failing = "dd ";
     EXPECT_EQ(install(ENTRY_BOOT, path), -5);
     expected.back() = "log update_LinuxFile: update faild!!: <" + path + ">.\n";
     EXPECT_EQ(rec.lines, expected);
@@ -69,7 +63,6 @@ static lines joined(lines first, const lines &second)
 
 TEST_F(Installer, KernelFiles)
 {
-    rec.on_run = [](const std::string &) { return 256; };
     EXPECT_EQ(install(ENTRY_KERNEL, dir + "/zImage"), 0);
     EXPECT_EQ(rec.lines, lines{"trace  filename(" + dir + "/zImage) can not access \n"});
 
@@ -103,11 +96,11 @@ TEST_F(Installer, KernelFailures)
     write_file_text(path, "k");
     const std::string mount_error =
         "log update_LinuxFile: /bin/mount /dev/mmcblk0p6 /mntker/ error. \n";
-    fail("/bin/mount");
+    rec.failing = "/bin/mount";
     EXPECT_EQ(install(ENTRY_KERNEL, path), -14);
     EXPECT_EQ(rec.lines, joined(joined(PREPARATION, {mount_error}), copy_lines(path, 0)));
     EXPECT_EQ(ker_img_num, 1) << "copied into the bare directory";
-    fail("/bin/cp");
+    rec.failing = "/bin/cp";
     EXPECT_EQ(install(ENTRY_KERNEL, path), -14);
     EXPECT_EQ(rec.lines, joined(copy_lines(path, 1),
                                 {"log update_LinuxFile: /bin/cp " + path + " /mntker/ error. \n"}));
@@ -138,7 +131,7 @@ TEST_F(Installer, CommandsThatDoNotFitAreNotRun)
 
 TEST_F(Installer, VersionIsTheFieldAndNoMore)
 {
-    rec.on_run = [](const std::string &) { return 7; };
+    rec.run_result = 7;
     update_header_t header = {};
     memset(header.ih_version, 'v', sizeof header.ih_version);
     EXPECT_EQ(update_fw_version(&header), 7);
@@ -153,12 +146,7 @@ TEST_F(Installer, InAnApplyRun)
     write_file_text(image, image_bytes({{"u", 7, "u"}, {"k/zImage", 5, "k"}, {"z", 0, "z"}}));
     const auto apply = [&](const std::string &failing) {
         rec.lines.clear();
-        rec.on_run = [&failing, this](const std::string &cmd) {
-            if (!failing.empty() && cmd.rfind(failing, 0) == 0)
-                return -1;
-            // NOLINTNEXTLINE(cert-env33-c): the test's own directory
-            return cmd.rfind("/bin/mkdir -p " + dir, 0) == 0 ? system(cmd.c_str()) : 0;
-        };
+        rec.failing = failing;
         std::string path = image;
         return do_update(path.data(), ONLINE_MODE, base.data());
     };

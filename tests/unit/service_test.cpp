@@ -9,9 +9,7 @@
 #include "update_service.h"
 
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -385,11 +383,7 @@ TEST_F(Service, FailureTable)
                 if (!disk && line == "sleep 2")
                     set_usb_status(FALSE);
             };
-            rec.on_run = [&row, this](const std::string &cmd) {
-                if (!row.failing_command.empty() && cmd.rfind(row.failing_command, 0) == 0)
-                    return -1;
-                return cmd.rfind("/bin/mkdir -p " + dir, 0) == 0 ? system(cmd.c_str()) : 0;
-            };
+            rec.failing = row.failing_command;
             const int result = row.bytes == "-" ? run_path(image) : run(row.bytes);
             EXPECT_EQ(result, row.result) << row.what;
             std::string expected = row.expected;
@@ -404,12 +398,11 @@ TEST_F(Service, FailureTable)
             EXPECT_TRUE(rec.has("trace \n\n\n\n\rround 2 --------update user file ....\n"));
             EXPECT_FALSE(rec.has("trace no mcu fpga\n")) << "no card stage";
             EXPECT_EQ(rec.has("trace result = 2, update 1 file error !! \n"), row.result == -1);
-            const std::vector<std::string> last(rec.lines.end() - 5, rec.lines.end());
-            EXPECT_EQ(last, (std::vector<std::string>{
-                                "trace end upgrade !! \n", "usleep 1000000",
-                                "trace result = 2, update error !! \n",
-                                "log do_update_upgrade:  result = 2, update error !!",
-                                "log do_update_upgrade:  end"}));
+            EXPECT_EQ(rec.last(5), (std::vector<std::string>{
+                                       "trace end upgrade !! \n", "usleep 1000000",
+                                       "trace result = 2, update error !! \n",
+                                       "log do_update_upgrade:  result = 2, update error !!",
+                                       "log do_update_upgrade:  end"}));
         }
     }
 }
@@ -419,27 +412,10 @@ TEST_F(Service, ImagesThatCannotBeUsed)
 {
     EXPECT_EQ(do_update_upgrade(RECEIVER, nullptr, ONLINE_MODE, base.data()), -10);
     EXPECT_EQ(messages(), "1/4/0 ");
-    rlimit limit;
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    rec.on_line = [&limit](const std::string &line) {
-        const bool before = line.find("log do_update_upgrade: <do_update>") == 0;
-        const rlimit none = {0, limit.rlim_max};
-        setrlimit(RLIMIT_NOFILE, before ? &none : &limit);
-    };
+    exhaust_descriptors_at("log do_update_upgrade: <do_update>");
     EXPECT_EQ(run(image_bytes({})), -10);
     EXPECT_EQ(messages(), "1/5/0 ");
-    rec.on_line = [](const std::string &line) {
-        if (line != "trace start creat img.\n")
-            return;
-        for (const fs::directory_entry &item : fs::directory_iterator("/proc/self/fd")) {
-            std::error_code error;
-            if (fs::read_symlink(item, error).filename() != "update.img")
-                continue;
-            const int plain = open("/dev/null", O_WRONLY);
-            dup2(plain, atoi(item.path().filename().c_str()));
-            close(plain);
-        }
-    };
+    unmappable_at("trace start creat img.\n", "update.img");
     EXPECT_EQ(run(image_bytes({})), -3);
     EXPECT_EQ(messages(), "1/7/0 ");
 }
@@ -511,7 +487,7 @@ TEST_F(Service, EntryPoints)
     EXPECT_TRUE(rec.has(log("do_update_upgd", "do_update_backup NG")));
     EXPECT_FALSE(rec.has("run reboot -f"));
 
-    rec.on_run = [](const std::string &) { return -1; };
+    rec.failing = "/";
     rec.lines.clear();
     EXPECT_EQ(do_update_runcmd(image.data(), 2, base.data()), 0);
     EXPECT_EQ(rec.all("run"), "/usr/qrx310/bin/img_deploy -u " + image + " -m 2");
@@ -519,6 +495,8 @@ TEST_F(Service, EntryPoints)
     EXPECT_EQ(do_update_runcmd(std::string(221, 'p').data(), 2, nullptr), 0);
     EXPECT_EQ(rec.all("run"), "");
     rec.lines.clear();
+    rec.failing = "";
+    rec.run_result = -1;
     EXPECT_EQ(kill_task(), 0);
     EXPECT_EQ(rec.all("run"),
               "killall -9 watchdog  2>&1|killall -9 browser  2>&1|killall -9 videod  2>&1|"
@@ -543,7 +521,7 @@ TEST_F(Service, LocalFlashing)
                   std::vector<std::string>{"trace     no file need to update in round 1... \n"});
     }
     for (const int result : {256, -1}) {
-        rec.on_run = [result](const std::string &) { return result; };
+        rec.run_result = result;
         rec.lines.clear();
         EXPECT_EQ(update_one_UserFile(24, file.data()), result == -1 ? -6 : 0);
         const std::string cmd = "/usr/vorn/bin/mcu_isp -B vpu     -C 0x31 -b " + file + " -r 0x00 ";

@@ -133,7 +133,7 @@ TEST_F(Flag, GoesFromAnyStateToStartedAndThenToDone)
 TEST_F(Flag, AFileThatCannotBeRemovedDoesNotHoldTheRunUp)
 {
     write_file_text(path, "1\n");
-    rec.on_run = [](const std::string &) { return -1; };
+    rec.failing = "/bin/";
     EXPECT_EQ(set_update_flag(path.data(), 1), 0);
     const std::string rm = "/bin/rm -rf " + path + "|";
     EXPECT_EQ(rec.all("run"), rm + rm + rm + "/bin/echo 1 > " + path);

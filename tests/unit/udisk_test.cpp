@@ -9,29 +9,13 @@
 
 #include <cstring>
 #include <filesystem>
-#include <map>
 #include <random>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
 
 struct Udisk : Recorded {
-    std::map<std::string, std::string> outputs; // by a command's beginning; none is no output
-    std::string failing;                        // beginning of a command that can't be run
     std::unique_ptr<udisk_info_t> info{new udisk_info_t{}};
-
-    void SetUp() override
-    {
-        Recorded::SetUp();
-        rec.on_popen = [this](const std::string &cmd) -> const char * {
-            if (!failing.empty() && cmd.rfind(failing, 0) == 0)
-                return nullptr;
-            for (const auto &[head, output] : outputs)
-                if (cmd.rfind(head, 0) == 0)
-                    return output.c_str();
-            return "";
-        };
-    }
 
     void TearDown() override
     {
@@ -128,16 +112,16 @@ TEST_F(Udisk, CommandOutput)
         {"", 0, "old"}, {"\n", -1, "old"}, {"first\r\nsecond\n", 0, "first"}, {"open", 0, "open"}};
     for (const auto &row : rows) {
         char result[OUTPUT_LINE_SIZE] = "old";
-        outputs["cmd"] = row.output;
+        rec.outputs["cmd"] = row.output;
         EXPECT_EQ(run_command_return_string(cmd, result), row.status) << row.output;
         EXPECT_STREQ(result, row.result);
     }
-    outputs["cmd"] = std::string(100, 'x');
+    rec.outputs["cmd"] = std::string(100, 'x');
     char result[63] = "";
     EXPECT_EQ(run_command_return_string(cmd, result), 0);
     EXPECT_EQ(result, std::string(62, 'x'));
     EXPECT_EQ(run_command_return_string(nullptr, result), -1);
-    failing = "cmd";
+    rec.failing = "cmd";
     EXPECT_EQ(run_command_return_string(cmd, result), -1);
     EXPECT_EQ(rec.lines.back(), "log run_command_return_string: popen read_device_info");
 }
@@ -147,7 +131,7 @@ TEST_F(Udisk, PresenceOfADevice)
     std::string names;
     for (int i = 1; i <= 13; i++)
         names += "sd" + std::to_string(i) + "\n";
-    outputs["/bin/cat /proc/diskstats"] = names;
+    rec.outputs["/bin/cat /proc/diskstats"] = names;
     const struct {
         std::string path;
         int present;
@@ -162,10 +146,10 @@ TEST_F(Udisk, PresenceOfADevice)
     std::string path = "/mnt/sd2\n";
     check_udisk_mount_status(path.data());
     EXPECT_EQ(console(), "path=/mnt/sd2\n\nstat=sd1, res_stat=sd2\nstat=sd2, res_stat=sd2\nfind\n");
-    outputs["/bin/cat /proc/diskstats"] = "\nsd1\n";
+    rec.outputs["/bin/cat /proc/diskstats"] = "\nsd1\n";
     path = "/mnt/sd1";
     EXPECT_EQ(check_udisk_mount_status(path.data()), 0) << "stops at an empty name";
-    failing = "/bin/cat";
+    rec.failing = "/bin/cat";
     EXPECT_EQ(check_udisk_mount_status(path.data()), 0);
 }
 
@@ -173,13 +157,13 @@ TEST_F(Udisk, PresenceOfADevice)
 // serve as mount points.
 TEST_F(Udisk, InventoryOfADisk)
 {
-    outputs["/bin/mount"] =
+    rec.outputs["/bin/mount"] =
         "/mnt/gone\n/\n/usr/lib\n/usr/lib;x\n/no/where\n/usr/bin/../lib/x\nsda1\n";
-    outputs["/bin/cat"] = "lib\nwhere\nsda1\n";
-    outputs["ls -l"] = "\\xB0\\xA1\nsecond\n";
-    outputs["/usr/bin/find /usr/lib -maxdepth 1 -name '*.img'"] =
+    rec.outputs["/bin/cat"] = "lib\nwhere\nsda1\n";
+    rec.outputs["ls -l"] = "\\xB0\\xA1\nsecond\n";
+    rec.outputs["/usr/bin/find /usr/lib -maxdepth 1 -name '*.img'"] =
         "/usr/lib/a.img\n/usr/lib/" + std::string(60, 'b') + ".img\nx\n\n";
-    outputs["/usr/bin/find /usr/lib -maxdepth 1 -name '*.ubck'"] = "/usr/lib/c.ubck\n";
+    rec.outputs["/usr/bin/find /usr/lib -maxdepth 1 -name '*.ubck'"] = "/usr/lib/c.ubck\n";
     EXPECT_EQ(inventory(), 0);
     const std::string f = "get_udisk_all_info: ";
     const std::string find = "/usr/bin/find /usr/lib -maxdepth 1 -name ";
@@ -237,18 +221,18 @@ TEST_F(Udisk, InventoryOfADisk)
 
 TEST_F(Udisk, NamesAndLimits)
 {
-    outputs["/bin/mount"] = "/usr/lib\n/usr/bin\n/usr/sbin\n/usr/share\n/usr/include\n";
-    outputs["/bin/cat"] = "lib\nbin\nsbin\nshare\ninclude\n";
-    outputs["ls -l /dev/disk/by-label/ |grep lib"] = "\n";
-    outputs["ls -l /dev/disk/by-label/ |grep bin"] = "\\xFF\n";
+    rec.outputs["/bin/mount"] = "/usr/lib\n/usr/bin\n/usr/sbin\n/usr/share\n/usr/include\n";
+    rec.outputs["/bin/cat"] = "lib\nbin\nsbin\nshare\ninclude\n";
+    rec.outputs["ls -l /dev/disk/by-label/ |grep lib"] = "\n";
+    rec.outputs["ls -l /dev/disk/by-label/ |grep bin"] = "\\xFF\n";
     std::string chinese = "ten_bytes_";
     for (int i = 0; i < 8; i++)
         chinese += "\xB0\xA1";
-    outputs["ls -l /dev/disk/by-label/ |grep sbin"] = chinese + "\n";
+    rec.outputs["ls -l /dev/disk/by-label/ |grep sbin"] = chinese + "\n";
     std::string files;
     for (int i = 0; i < 10; i++)
         files += "/usr/share/" + std::to_string(i) + ".img\n";
-    outputs["/usr/bin/find /usr/share"] = files;
+    rec.outputs["/usr/bin/find /usr/share"] = files;
     EXPECT_EQ(inventory(), 0);
     EXPECT_EQ(info->upath_num, 4) << "a fifth disk is left out";
     EXPECT_STREQ(info->upath[0].udisk_name, "UNKNOWNNAME") << "an empty label";
@@ -261,13 +245,13 @@ TEST_F(Udisk, NamesAndLimits)
     EXPECT_EQ(info->upath[3].imgfile.uimgfile_num, 8) << "and a ninth file";
     EXPECT_STREQ(info->upath[3].imgfile.uimgfile[7], "/usr/share/7.img");
     EXPECT_EQ(info->upath[2].imgfile.uimgfile_num, 0);
-    outputs["ls -l /dev/disk/by-label/ |grep lib"] = std::string(30, 'x') + "\\xB0\\xA1\n";
+    rec.outputs["ls -l /dev/disk/by-label/ |grep lib"] = std::string(30, 'x') + "\\xB0\\xA1\n";
     EXPECT_EQ(inventory(), 0);
     EXPECT_EQ(info->upath[0].udisk_name, std::string(30, 'x')) << "half a character is none";
 
     for (const char *command :
          {"/bin/mount", "ls -l", "/usr/bin/find /usr/bin -maxdepth 1 -name '*.u"}) {
-        failing = command;
+        rec.failing = command;
         info->upath_num = -7;
         EXPECT_EQ(inventory(), -1) << command;
         EXPECT_EQ(info->upath_num, -7);
@@ -314,12 +298,12 @@ TEST_F(Udisk, MutatedOutputs)
         return text;
     };
     for (int round = 0; round < 3000; round++) {
-        outputs["/bin/mount"] =
+        rec.outputs["/bin/mount"] =
             "/usr/lib\n" + noise(random() % 200) + "\n/usr/bin\n/usr/lib\n/usr/lib\n/usr/lib\n";
-        outputs["/bin/cat"] = "lib\n" + noise(random() % 50) + "\nbin\n";
+        rec.outputs["/bin/cat"] = "lib\n" + noise(random() % 50) + "\nbin\n";
         const std::string label = noise(random() % 255) + "\\x41";
-        outputs["ls -l"] = label;
-        outputs["/usr/bin/find"] = noise(random() % 1500);
+        rec.outputs["ls -l"] = label;
+        rec.outputs["/usr/bin/find"] = noise(random() % 1500);
         info.reset(new udisk_info_t);
         memset(info.get(), 'q', sizeof *info);
         rec.on_line = [](const std::string &line) {
@@ -385,7 +369,7 @@ TEST_F(Udisk, Messages)
     EXPECT_EQ(rec.all("apmsg"), "detach|send 5|free");
     EXPECT_TRUE(rec.has("log sendmsg_udisk_all_info: Simdc_sess_send(0x10a3900) failed..."));
     rec.send_result = 3;
-    failing = "/bin/mount";
+    rec.failing = "/bin/mount";
     EXPECT_EQ(sendmsg_udisk_all_info(), 0) << "an incomplete inventory goes out all the same";
     rec.session_exists = false;
     rec.lines.clear();
@@ -402,9 +386,9 @@ TEST_F(Udisk, BackupRefusals)
         rec.lines.clear();
         return do_create_backup(disk.data(), file);
     };
-    outputs["du -sk"] = "50\n";
-    outputs[" df |grep /dev/root"] = "100050\n";
-    outputs[" df |grep /tmp"] = "100049\n";
+    rec.outputs["du -sk"] = "50\n";
+    rec.outputs[" df |grep /dev/root"] = "100050\n";
+    rec.outputs[" df |grep /tmp"] = "100049\n";
     const std::string f = "log do_create_backup: ";
     const std::string sizes =
         "do_create_backup: ubackup size    =  00000050 Bytes|do_create_backup: sys_avail_size  =  "
@@ -416,18 +400,18 @@ TEST_F(Udisk, BackupRefusals)
     EXPECT_EQ(backup("/tmp"), -13);
     EXPECT_NE(rec.all("log").find(sizes), std::string::npos);
     EXPECT_TRUE(rec.has(f + "udisk_avail_size is not enough.resverd size is 100M."));
-    outputs[" df |grep /dev/root"] = "";
+    rec.outputs[" df |grep /dev/root"] = "";
     EXPECT_EQ(backup("/tmp"), -12) << "no output is no room";
     EXPECT_TRUE(rec.has(f + "sys_avail_size is not enough.resverd size is 100M."));
     EXPECT_FALSE(rec.has(f + "udisk_avail_size is not enough.resverd size is 100M."));
     for (const char *command : {"du -sk", " df |grep /dev/root", " df |grep /tmp"}) {
-        failing = command;
+        rec.failing = command;
         EXPECT_EQ(backup("/tmp"), -1);
         EXPECT_TRUE(rec.has(f + "get ubackup size faild."));
     }
     EXPECT_EQ(rec.all("run"), "");
-    failing = "/bin/date";
-    outputs[" df |grep /dev/root"] = outputs[" df |grep /tmp"] = "100050\n";
+    rec.failing = "/bin/date";
+    rec.outputs[" df |grep /dev/root"] = rec.outputs[" df |grep /tmp"] = "100050\n";
     const std::string scratch =
         "/bin/rm -rf /tmp/ubackup|/bin/mkdir -p /tmp/ubackup/bkdir/usr/qrx310/etc/sysconf|"
         "/bin/cp -rf /usr/qrx310/etc/mcucored /tmp/ubackup/bkdir/usr/qrx310/etc/|"
