@@ -105,6 +105,34 @@ run upgd_service watch
 expect 'a run without a writer' 1 "$status"
 grep -q 'no writer is alive' err || expect 'its words' 'no writer is alive' "$(cat err)"
 
+# What is on the disks, a backup of the settings and its way back, and one card's file.
+mkdir -p /mnt/root /usr/qrx310/etc/{vsp,mcucored,sysconf} /usr/vorn/bin
+mount -t tmpfs tmpfs /mnt/sda1
+mount -t tmpfs -o size=150m /dev/root /mnt/root
+cp u.img /mnt/sda1/
+touch '/mnt/sda1/a"\.rcfgx'
+if grep -q sda1 /proc/diskstats; then
+    expect_call 0 '' upgd_service disks
+    expect 'disks' 'PATH NAME IMAGES BACKUPS RCFGX,/mnt/sda1 UsbDisk0 1 0 1' "$(tr -s ' ' <out | paste -sd,)"
+    expect_call 0 '' upgd_service disks --json
+    expect 'disks in JSON' '[{"path":"/mnt/sda1","name":"UsbDisk0","images":["/mnt/sda1/u.img"],"backups":[],"rcfgx":["/mnt/sda1/a\"\\.rcfgx"]}]' "$(cat out)"
+fi
+sysconfig set device_name unit7
+echo saved >/usr/qrx310/etc/vsp/layout
+expect_call 0 '' upgd_service backup /mnt/sda1
+saved=$(cat out)
+expect 'the name of a backup' '/mnt/sda1/unit7_' "${saved:0:16}"
+echo changed >/usr/qrx310/etc/vsp/layout
+expect_call 0 '' upgd_service restore "$saved"
+expect 'what was brought back' saved "$(cat /usr/qrx310/etc/vsp/layout)"
+expect_call 0 '' upgd_service restore "$saved" "$work/below"
+expect 'below another directory' saved "$(cat below/usr/qrx310/etc/vsp/layout)"
+expect_call 1 "upgd_service: $saved: the directory can't be reached" upgd_service restore "$saved" u.img/x
+expect_call 1 "upgd_service: /mnt/sdz: the disk can't be opened" upgd_service backup /mnt/sdz
+ln -sf "$(command -v mcu_isp)" /usr/vorn/bin/
+expect_call 0 '' upgd_service flash 24 u.img
+expect 'what the tool was called with' $'mcu_isp\t-B\tvpu\t-C\t0x31\t-b\tu.img\t-r\t0x00' "$(grep mcu_isp /run/sandbox/calls)"
+
 # On a terminal: one line that fits, never goes backwards and ends at 100 %.
 for columns in 80 40; do
     script -qec "stty cols $columns; exec upgd_service update u.img --dir /opt/upgddir --cards simulate=1" /dev/null |
