@@ -14,6 +14,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <numeric>
+#include <set>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/time.h>
@@ -138,65 +140,39 @@ void write_file_text(const std::string &path, const std::string &text)
 
 std::string tree_text(const std::string &dir)
 {
-    std::vector<std::string> items;
+    std::set<std::string> items;
     for (const fs::directory_entry &item : fs::recursive_directory_iterator(dir)) {
         const std::string path = item.path().lexically_relative(dir);
         if (item.is_symlink())
-            items.push_back(path + " -> " + fs::read_symlink(item).string());
+            items.insert(path + " -> " + fs::read_symlink(item).string() + "\n");
         else if (item.is_regular_file())
-            items.push_back(path + " = " + read_file(item.path()));
+            items.insert(path + " = " + read_file(item.path()) + "\n");
         else if (fs::is_empty(item))
-            items.push_back(path + "/");
+            items.insert(path + "/\n");
     }
-    std::sort(items.begin(), items.end());
-    std::string text;
-    for (const std::string &item : items)
-        text += item + "\n";
-    return text;
-}
-
-// If `text` begins with `head`, takes that off and returns true.
-static bool take_head(std::string *text, const std::string &head)
-{
-    if (text->rfind(head, 0) != 0)
-        return false;
-    text->erase(0, head.size());
-    return true;
-}
-
-// Splits `text` at the last `divider` and returns what stands behind it.
-static std::string split_tail(std::string *text, const std::string &divider)
-{
-    const size_t at = text->rfind(divider);
-    if (at == std::string::npos)
-        return "";
-    const std::string tail = text->substr(at + divider.size());
-    text->resize(at);
-    return tail;
+    return std::accumulate(items.begin(), items.end(), std::string());
 }
 
 // The effect of the commands that a test needs, without a shell: a damaged image can hold any text.
-static void take_effect(std::string cmd)
+static void take_effect(const char *cmd)
 {
-    const auto ours = [](const std::string &path) { return path.rfind(rec.dir, 0) == 0; };
+    char path[4096];
+    char text[4096];
+    char link[4096];
     std::error_code error;
-    if (take_head(&cmd, "/bin/mkdir -p ") && ours(cmd)) {
-        fs::create_directories(cmd, error);
-    } else if (take_head(&cmd, "cd /")) {
-        const std::string link = split_tail(&cmd, " ");
-        const std::string target = split_tail(&cmd, "/ && /bin/ln -sf ");
-        if (!ours(cmd))
-            return;
-        fs::remove(cmd + "/" + link, error);
-        fs::create_symlink(target, cmd + "/" + link, error);
-    } else if (take_head(&cmd, "/bin/touch  ") && ours(cmd)) {
-        std::ofstream(cmd, std::ios::app).flush();
-    } else if (take_head(&cmd, "/bin/echo ")) {
-        const std::string path = split_tail(&cmd, " > ");
-        if (ours(path))
-            std::ofstream(path) << cmd << "\n";
-    } else if (take_head(&cmd, "/bin/rm -rf ") && ours(cmd)) {
-        fs::remove_all(cmd, error);
+    const auto ours = [&path] { return std::string(path).rfind(rec.dir, 0) == 0; };
+    if (sscanf(cmd, "/bin/mkdir -p %4095[^\n]", path) == 1 && ours()) {
+        fs::create_directories(path, error);
+    } else if (sscanf(cmd, "cd /%4095s && /bin/ln -sf %4095s %4095s", path, text, link) == 3 &&
+               ours()) {
+        fs::remove(std::string(path) + link, error);
+        fs::create_symlink(text, std::string(path) + link, error);
+    } else if (sscanf(cmd, "/bin/touch %4095s", path) == 1 && ours()) {
+        std::ofstream(path, std::ios::app).flush();
+    } else if (sscanf(cmd, "/bin/echo %4095s > %4095s", text, path) == 2 && ours()) {
+        std::ofstream(path) << text << "\n";
+    } else if (sscanf(cmd, "/bin/rm -rf %4095s", path) == 1 && ours()) {
+        fs::remove_all(path, error);
     }
 }
 
@@ -346,16 +322,7 @@ extern "C" {
 
 // What fopen(3) is called where file offsets have 64 bits.
 FILE *__real_fopen64(const char *path, const char *mode);
-FILE *__wrap_fopen64(const char *path, const char *mode);
-int __wrap_fclose(FILE *stream);
 int __real_fclose(FILE *stream);
-int __wrap_gettimeofday(timeval *now, void *zone);
-unsigned int __wrap_sleep(unsigned int seconds);
-int __wrap_usleep(useconds_t us);
-int __wrap_select(int count, fd_set *in, fd_set *out, fd_set *bad, timeval *timeout);
-int __wrap_shmget(int key, size_t size, int flags);
-void *__wrap_shmat(int id, const void *address, int flags);
-int __wrap_shmdt(const void *address);
 
 static FILE *trace_stream = nullptr;
 
