@@ -1,91 +1,101 @@
 // The operations that live on other tools, in the sandbox: local card flashing with recorders in
 // the place of the flashing tools, and body compression with the real gzip and gunzip.
+#include "tests/real_platform.h"
 #include "update/dtt_create/body_compression.h"
 #include "update_service.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <iterator>
+#include <functional>
 #include <random>
-#include <unistd.h>
+#include <sstream>
 
 namespace fs = std::filesystem;
 
-static void sh(const std::string &script)
-{
-    EXPECT_EQ(system(("set -e\n" + script).c_str()), 0) << script;
-}
-
-static std::string read_file(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
+// What the shell makes of the blanks of a command, and of a tool that fails.
 TEST(Flashing, ArgumentsAfterTheShell)
 {
     sh(R"sh(
-        mkdir -p /usr/vorn/bin /tmp/fw
+        mkdir -p /usr/vorn/bin
         for tool in mcu_isp kmd_test; do ln -sf "$(command -v $tool)" /usr/vorn/bin/; done
-        : > /run/sandbox/calls
-        echo x > /tmp/fw/file
+        echo x > /tmp/file
         echo 3 > /run/sandbox/status.kmd_test
     )sh");
-    char file[] = "/tmp/fw/file";
-    for (int type = 22; type <= 30; type++)
-        EXPECT_EQ(update_one_UserFile(type, file), 0) << "also when the tool fails";
-    const char *const calls[] = {
-        "mcu_isp -B input -C 0x31 -b F",       "mcu_isp -B output -C 0x31 -b F",
-        "mcu_isp -B vpu -C 0x31 -b F -r 0x00", "kmd_test 0 update 0x0100 2 F",
-        "kmd_test -B update 0x0100 4 F",       "kmd_test -B update 0x0100 1 F",
-        "kmd_test -B update 0x01ff 2 F",       "kmd_test -B update 0x01ff 4 F",
-        "kmd_test -B update 0x01ff 1 F"};
-    std::string expected;
-    for (std::string call : calls) {
-        call.replace(call.find('F'), 1, file);
-        std::replace(call.begin(), call.end(), ' ', '\t');
-        expected += call + "\n";
-    }
-    EXPECT_EQ(read_file("/run/sandbox/calls"), expected);
+    char file[] = "/tmp/file";
+    for (const int type : {24, 30})
+        EXPECT_EQ(update_one_UserFile(type, file), 0);
+    EXPECT_EQ(read_file("/run/sandbox/calls"),
+              "mcu_isp\t-B\tvpu\t-C\t0x31\t-b\t/tmp/file\t-r\t0x00\n"
+              "kmd_test\t-B\tupdate\t0x01ff\t1\t/tmp/file\n");
 }
 
 struct Compression : testing::Test {
     std::string path = "/opt/image";
     const std::string header = std::string(488, 'h');
-    int fd = -1;
+    const int log = bind_mailbox("/dev/log");
 
     static std::string noise(size_t size)
     {
-        std::mt19937 random(3);
         std::string text(size, '\0');
-        for (char &c : text)
-            c = static_cast<char>(random());
+        std::generate(text.begin(), text.end(), std::mt19937(3));
         return text;
     }
 
-    int compress(const std::string &body, size_t data_len)
+    // What the operation returns, its trace lines, its lines on standard error, and its log lines.
+    std::string outcome(const std::function<std::string()> &operation) const
     {
-        std::ofstream(path, std::ios::binary) << header << body;
-        fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
-        const int result = gzip_dirs_and_files(fd, nullptr, 488, data_len);
-        close(fd);
-        return result;
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        std::string text = operation() + "\n";
+        text += testing::internal::GetCapturedStdout();
+        for (size_t end; (end = text.find("]:: ")) != std::string::npos;) {
+            const size_t begin = text.rfind("[20", end), slash = text.rfind('/', end);
+            const size_t name = text.find_last_of(" /", slash - 1) + 1; // of the function
+            text.replace(begin, end + 4 - begin, text.substr(name, slash - name) + ": ");
+        }
+        std::istringstream errors(testing::internal::GetCapturedStderr());
+        for (std::string line; std::getline(errors, line);)
+            if (line.find("faild") != std::string::npos) // and no line of a tool or the shell
+                text += line + "\n";
+        for (std::string line; (line = received(log)) != "nothing";)
+            text += line.substr(line.find(": 00000000 ") + 11) + "\n";
+        return text;
     }
 
-    void expect_plain(const std::string &body) const
+    // The result, whether the image has its plain body, the files that are left, and the lines;
+    // after a script in which `room 4k` gives /tmp a size for this call and `fake TOOL SCRIPT` puts
+    // a script in front of a tool.
+    std::string compress(const std::string &body, size_t data_len, const std::string &script = "",
+                         int mode = O_RDWR) const
     {
-        EXPECT_TRUE(read_file(path) == header + body) << "the image has its plain body";
-        EXPECT_FALSE(fs::exists("/tmp/tmppfile"));
-        EXPECT_FALSE(fs::exists("/tmp/tmppfile.gz"));
+        std::ofstream(path, std::ios::binary) << header << body;
+        return outcome([&] {
+            sh("room() { mount -t tmpfs -o size=$1 tmpfs /tmp; }\n"
+               "fake() { echo \"$2\" > /usr/local/sbin/$1; chmod +x /usr/local/sbin/$1; }\n" +
+               script);
+            const int fd = open(path.c_str(), mode | O_CLOEXEC);
+            std::string text = std::to_string(gzip_dirs_and_files(fd, nullptr, 488, data_len));
+            close(fd);
+            text += read_file(path) == header + body ? ", plain body" : "";
+            for (const char *left : {"/tmp/tmppfile", "/tmp/tmppfile.gz"})
+                text += fs::exists(left) ? std::string(", ") + left : "";
+            sh("umount /tmp 2>/dev/null || :");
+            return text;
+        });
+    }
+
+    // The lines of a body of `size` bytes that is put into the image.
+    static std::string combined(size_t size)
+    {
+        return "combine_file:  tmp_len = " + std::to_string(size) +
+               ",combine_file:    Data Size(compressed): " + std::to_string(488 + size) +
+               " Bytes\n";
     }
 
     void TearDown() override
     {
-        sh("umount /tmp 2>/dev/null || :; rm -rf /tmp/tmppfile* /opt/image");
+        close(log);
+        sh("rm -rf /dev/log /tmp/tmppfile* /opt/image /usr/local/sbin/g*zip");
     }
 };
 
@@ -95,12 +105,10 @@ TEST_F(Compression, RoundTrip)
          {std::string(), std::string("x"), noise(3000000), std::string(100 << 20, 'a')}) {
         std::ofstream("/tmp/tmppfile") << std::string(5000000, 'l');
         std::ofstream("/tmp/tmppfile.gz") << "leftover";
-        ASSERT_EQ(compress(body, body.size()), 0) << body.size();
-        EXPECT_FALSE(fs::exists("/tmp/tmppfile"));
-        EXPECT_FALSE(fs::exists("/tmp/tmppfile.gz"));
+        const std::string text = compress(body, body.size());
         const std::string image = read_file(path);
-        EXPECT_EQ(image.substr(0, 488), header);
-        EXPECT_EQ(image.substr(488, 2), "\x1f\x8b");
+        EXPECT_EQ(text, "0\n" + combined(image.size() - 488)) << body.size();
+        EXPECT_EQ(image.substr(0, 490), header + "\x1f\x8b");
         FILE *const infile = fopen(path.c_str(), "rb");
         FILE *const stream = open_gunzip_file(infile, image.size() - 488);
         ASSERT_GT(reinterpret_cast<uintptr_t>(stream), 2U);
@@ -116,52 +124,79 @@ TEST_F(Compression, RoundTrip)
 TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
 {
     const std::string body = noise(1000000);
-    EXPECT_EQ(compress(body, body.size() + 1), -1) << "more than the image holds";
-    expect_plain(body);
-    EXPECT_EQ(compress(body, size_t{1} << 31), -1);
-    expect_plain(body);
-    // Room in /tmp for nothing, for a part of the body, and for the body but not its compressed
-    // form.
-    for (const char *size : {"4k", "500k", "1500k"}) {
-        sh(std::string("mount -t tmpfs -o size=") + size + " tmpfs /tmp");
-        EXPECT_EQ(compress(body, body.size()), -1) << size;
-        expect_plain(body);
-        sh("umount /tmp");
-    }
-    sh("mv /bin/gzip /bin/gzip.away");
-    EXPECT_EQ(compress(body, body.size()), -1) << "no gzip";
-    expect_plain(body);
-    // One that is killed in its midst leaves a part of the compressed body.
-    sh(R"(printf '#!/bin/sh\nhead -c 1000 "$1" > "$1.gz"; kill -KILL $$\n' > /bin/gzip; chmod +x /bin/gzip)");
-    EXPECT_EQ(compress(body, body.size()), -1);
-    expect_plain(body);
-    sh("mv /bin/gzip.away /bin/gzip");
+    const std::string plain = "-1, plain body\n";
+    const std::string uncut = "step1:cut_file faild.\n";
+    const std::string unwritten =
+        plain + "copy_file: bb_full_write failed `/tmp/tmppfile' size= 1000000\n" + uncut;
+    const std::string put_back = plain + combined(1000000) + "combine_file faild.\n";
+    const std::string lost =
+        "combine_file faild.\ngzip_dirs_and_files: the image has lost its body: move "
+        "/tmp/tmppfile or /tmp/tmppfile.gz away before anything else is compressed\n";
+    const struct {
+        size_t data_len;
+        int mode;
+        const char *script;
+        std::string expected;
+    } rows[] = {
+        {1000001, O_RDWR, "", plain + "cut_file: fread /update_fd falid.\n" + uncut},
+        {1U << 31, O_RDWR, "", plain + "cut_file:  gzip: malloc buff falid.\n" + uncut},
+        {1000000, O_RDONLY, "", plain + "cut_file: unable to cut the image\n" + uncut},
+        // For nothing, for a part of the body, and for the body but not its compressed form.
+        {1000000, O_RDWR, "room 4k", unwritten},
+        {1000000, O_RDWR, "room 500k", unwritten},
+        {1000000, O_RDWR, "room 1500k", put_back},
+        // A gzip that is killed in its midst leaves a part of the compressed body; one that goes
+        // wrong otherwise may leave none at all.
+        {1000000, O_RDWR, "fake gzip 'exit 127'", put_back},
+        {1000000, O_RDWR, R"(fake gzip 'head -c 1000 "$1" > "$1.gz"; kill -KILL $$')", put_back},
+        {1000000, O_RDWR, R"(fake gzip 'rm "$1"')",
+         "-1\ncombine_file: unable to open `/tmp/tmppfile.gz'\n" + lost},
+        {1000000, O_RDWR, R"(fake gzip 'rm "$1"; : > "$1.gz"')",
+         "-1, /tmp/tmppfile.gz\ncombine_file:  tmp_len = 0,combine_file: mmap failed "
+         "`(size=0)'\n" +
+             lost},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(compress(body, row.data_len, row.script, row.mode), row.expected) << row.script;
 
-    // The disk of the image has room for the plain body, to the last page, and no more.
-    sh("mkdir -p /small && mount -t tmpfs -o size=2000k tmpfs /small");
+    // The disk of the image has room for the plain body, to the last page, and no more. If that
+    // can't be expanded either, the compressed one is kept.
+    sh("rm /usr/local/sbin/gzip; mkdir -p /small; mount -t tmpfs -o size=2000k tmpfs /small");
     path = "/small/image";
     const std::string full = noise(2000 * 1024 - 488);
-    EXPECT_EQ(compress(full, full.size()), -1);
-    expect_plain(full);
-    // If it can't be expanded either, it is kept.
-    sh(R"(mv /bin/gunzip /bin/gunzip.away
-          printf '#!/bin/sh\nhead -c 1000 /dev/zero > "${1%%.gz}"; kill -KILL $$\n' > /bin/gunzip; chmod +x /bin/gunzip)");
-    EXPECT_EQ(compress(full, full.size()), -1);
-    sh("mv /bin/gunzip.away /bin/gunzip; rm /tmp/tmppfile; gunzip /tmp/tmppfile.gz");
+    const std::string expanded = compress(full, full.size());
+    const std::string kept = compress(
+        full, full.size(), R"(fake gunzip 'head -c 1000 "$1" > "${1%.gz}"; kill -KILL $$')");
+    const std::string size = std::to_string(fs::file_size("/tmp/tmppfile.gz"));
+    const std::string failed = "combine_file:  tmp_len = " + size +
+                               ",combine_file: bb_full_write failed `(size=" + size + ")'\n";
+    EXPECT_EQ(expanded, plain + failed + combined(full.size()) + "combine_file faild.\n");
+    EXPECT_EQ(kept, "-1, /tmp/tmppfile, /tmp/tmppfile.gz\n" + failed + lost);
+    sh("umount /small; rm /tmp/tmppfile /usr/local/sbin/gunzip; gunzip /tmp/tmppfile.gz");
     EXPECT_TRUE(read_file("/tmp/tmppfile") == full);
-    sh("umount /small");
 }
 
 TEST_F(Compression, WhatCannotBeExpanded)
 {
-    const auto expand = [this](const std::string &image, size_t data_len) {
-        std::ofstream(path, std::ios::binary) << image;
+    const auto expand = [this](const std::string &body, size_t data_len) {
+        std::ofstream(path, std::ios::binary) << header << body;
         FILE *const infile = fopen(path.c_str(), "rb");
-        const uintptr_t result = reinterpret_cast<uintptr_t>(open_gunzip_file(infile, data_len));
+        const std::string text = outcome([infile, data_len] {
+            return std::to_string(reinterpret_cast<uintptr_t>(open_gunzip_file(infile, data_len)));
+        });
         fclose(infile);
-        return result;
+        return text;
     };
-    EXPECT_EQ(expand(header + "no gzip data", 12), 1U);
-    EXPECT_EQ(expand(header + "short", 12), 1U);
-    EXPECT_EQ(expand(header, 0), 1U);
+    const std::string f = "open_gunzip_file: ";
+    const std::string missing = f + " file not exist filename </tmp/tmppfile>.\n\n";
+    const std::string uncopied = f + "copy_file </tmp/tmppfile.gz> failed.\n\n";
+    EXPECT_EQ(expand("no gzip data", 12), "1\n" + missing);
+    EXPECT_EQ(expand("", 0), "1\n" + missing);
+    EXPECT_EQ(expand("short", 12), "1\n" + uncopied + missing);
+    EXPECT_EQ(expand("long", 1U << 31), "1\n" + uncopied + missing);
+    // A socket can't be opened.
+    close(bind_mailbox("/tmp/socket"));
+    sh("cd /usr/local/sbin; echo 'mv /tmp/socket /tmp/tmppfile' > gunzip; chmod +x gunzip");
+    EXPECT_EQ(expand("", 0), "2\n" + f + "open error  filename </tmp/tmppfile>.\n\n");
+    EXPECT_FALSE(fs::exists("/tmp/tmppfile.gz"));
 }

@@ -1,20 +1,14 @@
 // The platform layer itself, in a temporary directory.
 #include "platform/configuration.h"
 #include "platform/identity.h"
-#include "platform/mailbox.h"
+#include "tests/real_platform.h"
 
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <future>
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 struct Platform : testing::Test {
     std::string dir = testing::TempDir() + "platform_XXXXXX";
@@ -36,29 +30,7 @@ struct Platform : testing::Test {
     {
         return configuration_set(conf.c_str(), key.c_str(), value.c_str());
     }
-
-    std::string conf_text() const
-    {
-        std::ifstream in(conf);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
 };
-
-static int bind_mailbox(const std::string &path)
-{
-    sockaddr_un address = {AF_UNIX, ""};
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-    return fd;
-}
-
-static std::string received(int box)
-{
-    std::string data(MAILBOX_MESSAGE_MAX + 1, '\0');
-    const ssize_t size = recv(box, data.data(), data.size(), 0);
-    return size < 0 ? "nothing" : data.substr(0, static_cast<size_t>(size));
-}
 
 TEST_F(Platform, SettingAKeyKeepsEveryOtherByteOfTheFile)
 {
@@ -73,7 +45,7 @@ TEST_F(Platform, SettingAKeyKeepsEveryOtherByteOfTheFile)
     for (const auto &[before, key, value, after] : rows) {
         std::ofstream(conf) << before;
         EXPECT_EQ(set(key, value), 0) << before;
-        EXPECT_EQ(conf_text(), after);
+        EXPECT_EQ(read_file(conf), after);
         EXPECT_EQ(get(key), value) << before;
     }
 }
@@ -94,28 +66,23 @@ TEST_F(Platform, ConfigurationIsMadeReadableForAllAndRefusesWhatItCouldNotGiveBa
     const std::string longest(CONFIGURATION_VALUE_SIZE - 1, 'x');
     EXPECT_EQ(set("a", "2\nb=3"), -EINVAL);
     EXPECT_EQ(set("a", longest + "x"), -EOVERFLOW);
-    EXPECT_EQ(conf_text(), "a=1\n");
+    EXPECT_EQ(read_file(conf), "a=1\n");
     EXPECT_TRUE(set("a", longest) == 0 && get("a") == longest);
-    std::ofstream(conf) << "# head\na=" << longest << "x\nb c=2\nd= = \nd=3";
+    const std::string old = "# head\na=" + longest + "x\nb c=2\nd= = \nd=3";
+    std::ofstream(conf) << old;
     EXPECT_EQ(get("a"), "EOVERFLOW") << "written by hand";
     testing::internal::CaptureStdout();
     EXPECT_EQ(configuration_list(conf.c_str(), stdout), 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "a=" + longest + "x\nd= = \nd=3\n");
-}
 
-// The new file can't be written to its end, as on a full disk.
-TEST_F(Platform, AFailedWriteLeavesTheOldFileAlone)
-{
-    const std::string old = "a=1\n" + std::string(500, '#') + "\n";
-    std::ofstream(conf) << old;
+    // The new file can't be written to its end, as on a full disk: the old one stays.
     signal(SIGXFSZ, SIG_IGN);
     const rlimit tight = {100, RLIM_INFINITY}, unlimited = {RLIM_INFINITY, RLIM_INFINITY};
     setrlimit(RLIMIT_FSIZE, &tight);
-    const int result = set("a", "2");
+    const int result = set("d", "2");
     setrlimit(RLIMIT_FSIZE, &unlimited);
     EXPECT_EQ(result, -EFBIG);
-    EXPECT_EQ(conf_text(), old);
-    EXPECT_FALSE(std::filesystem::exists(conf + ".new"));
+    EXPECT_TRUE(read_file(conf) == old && !exists(conf + ".new"));
 }
 
 TEST_F(Platform, ConcurrentWritersLoseNothing)
@@ -125,7 +92,7 @@ TEST_F(Platform, ConcurrentWritersLoseNothing)
         results.push_back(std::async(std::launch::async, &Platform::set, this, key, "v"));
     for (std::future<int> &result : results)
         EXPECT_EQ(result.get(), 0);
-    EXPECT_EQ(conf_text().size(), results.size() * strlen("a=v\n")) << conf_text();
+    EXPECT_EQ(read_file(conf).size(), results.size() * strlen("a=v\n")) << read_file(conf);
 }
 
 TEST_F(Platform, CardBitThatIsNoByteMeansTheMainBoard)
@@ -143,13 +110,11 @@ TEST(Shell, RunsALineAndReturnsItsWaitStatus)
     EXPECT_EQ(WTERMSIG(my_system("kill -TERM $$")), SIGTERM);
     FILE *const stream = my_popen("echo out; exit 3", "r");
     EXPECT_EQ(fgetc(stream), 'o');
-    const std::string inherited = "test -e /proc/self/fd/" + std::to_string(fileno(stream));
-    EXPECT_NE(my_system(inherited.c_str()), 0) << "a command inherits the stream of another";
+    EXPECT_NE(my_system(("test -e /proc/self/fd/" + std::to_string(fileno(stream))).c_str()), 0)
+        << "a command inherits the stream of another";
     EXPECT_EQ(WEXITSTATUS(my_pclose(stream)), 3);
-}
 
-TEST(Shell, OutputStandsInTheOrderOfTheCalls)
-{
+    // Output stands in the order of the calls.
     testing::internal::CaptureStdout();
     dup2(STDOUT_FILENO, 9);
     printf("one ");
@@ -225,7 +190,6 @@ TEST_F(FixedPaths, ServeTheConfigurationTheLogAndTheSessions)
     EXPECT_EQ(apsess_key_init(&key, &task, std::string(60, 'q').c_str(), 0, 0, 0), -EINVAL);
     EXPECT_EQ(apsess_key_init(&key, &task, nullptr, 0, 0, 0), 0);
     EXPECT_TRUE(apsess_find(&session, &key, 0) == -ENOENT && session == 99) << session;
-    std::filesystem::create_directory("/run/mailbox");
     const int box = bind_mailbox("/run/mailbox/010a3b00");
     EXPECT_TRUE(apsess_find(&session, &key, 0) == 0 && session == task) << session;
 
