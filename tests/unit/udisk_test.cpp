@@ -7,6 +7,7 @@
 #include "update/dtt_update_common/session_operations.h"
 #include "update_service.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <random>
@@ -24,12 +25,35 @@ struct Udisk : Recorded {
         Recorded::TearDown();
     }
 
-    int inventory()
+    // The result, and "PATH <NAME> IMAGES" of each disk.
+    std::string inventory()
     {
         rec.lines.clear();
-        return get_udisk_all_info(info.get());
+        std::string text = std::to_string(get_udisk_all_info(info.get()));
+        for (const udisk_list_t *disk = info->upath; disk < info->upath + info->upath_num; disk++)
+            text += std::string("\n") + disk->udisk_path + " <" + disk->udisk_name + "> " +
+                    std::to_string(disk->imgfile.uimgfile_num);
+        return text;
     }
 };
+
+// The lines since the last call without the log lines' `head`, but those with one of `others` in
+// them.
+static std::string story(const std::string &head, std::initializer_list<const char *> others = {})
+{
+    std::string text;
+    for (std::string line : rec.lines)
+        if (std::none_of(others.begin(), others.end(),
+                         [&line](const char *other) { return line.find(other) != line.npos; }))
+            text += line.erase(0, line.rfind(head, 0) == 0 ? head.size() : 0) + "\n";
+    rec.lines.clear();
+    return text;
+}
+
+static std::string repeated(int count, const std::string &text)
+{
+    return count > 0 ? text + repeated(count - 1, text) : "";
+}
 
 // A label in a buffer as the inventory has it.
 static std::string decoded(const std::string &label)
@@ -66,6 +90,9 @@ TEST_F(Udisk, Labels)
         {"A\xB0\xA1", 1, "A\xE5\x95\x8A"},
         {"AB\xFFGHIJKL", 1, "AB\xFFGHIJKL"}, // less than half
         {"ABCD\xFFGH", 1, "ABCD"},
+        // Two bytes of a character become three. What fits is whole characters, and a terminator.
+        {repeated(31, "\xB0\xA1"), 1, repeated(21, "\xE5\x95\x8A")},
+        {"g" + repeated(31, "\xB0\xA1"), 1, "g" + repeated(20, "\xE5\x95\x8A")},
     };
     for (const auto &row : rows) {
         std::string label = row.label;
@@ -74,15 +101,6 @@ TEST_F(Udisk, Labels)
     }
     EXPECT_EQ(check_is_gbk(nullptr), 0);
     EXPECT_EQ(get_udisk_real_name(nullptr), -1);
-    // 31 characters of two bytes become 93; what fits is whole characters, 21 of them.
-    std::string chinese;
-    std::string utf8;
-    for (int i = 0; i < 31; i++)
-        chinese += "\xB0\xA1";
-    for (int i = 0; i < 21; i++)
-        utf8 += "\xE5\x95\x8A";
-    EXPECT_EQ(decoded(chinese), utf8);
-
     console();
     char label[LABEL_SIZE] = "\\x41\xB0";
     check_is_gbk(label);
@@ -105,21 +123,21 @@ TEST_F(Udisk, CommandOutput)
     EXPECT_STREQ(s, "a\nb");
     char cmd[] = "cmd";
     const struct {
-        const char *output;
+        std::string output;
         int status;
-        const char *result;
-    } rows[] = {
-        {"", 0, "old"}, {"\n", -1, "old"}, {"first\r\nsecond\n", 0, "first"}, {"open", 0, "open"}};
+        std::string result;
+    } rows[] = {{"", 0, "old"},
+                {"\n", -1, "old"},
+                {"first\r\nsecond\n", 0, "first"},
+                {"open", 0, "open"},
+                {std::string(100, 'x'), 0, std::string(62, 'x')}};
+    char result[63];
     for (const auto &row : rows) {
-        char result[OUTPUT_LINE_SIZE] = "old";
+        strcpy(result, "old");
         rec.outputs["cmd"] = row.output;
         EXPECT_EQ(run_command_return_string(cmd, result), row.status) << row.output;
-        EXPECT_STREQ(result, row.result);
+        EXPECT_EQ(result, row.result);
     }
-    rec.outputs["cmd"] = std::string(100, 'x');
-    char result[63] = "";
-    EXPECT_EQ(run_command_return_string(cmd, result), 0);
-    EXPECT_EQ(result, std::string(62, 'x'));
     EXPECT_EQ(run_command_return_string(nullptr, result), -1);
     rec.failing = "cmd";
     EXPECT_EQ(run_command_return_string(cmd, result), -1);
@@ -132,15 +150,11 @@ TEST_F(Udisk, PresenceOfADevice)
     for (int i = 1; i <= 13; i++)
         names += "sd" + std::to_string(i) + "\n";
     rec.outputs["/bin/cat /proc/diskstats"] = names;
-    const struct {
-        std::string path;
-        int present;
-    } rows[] = {{"/mnt/sd1", 1},   {"/mnt/sd12", 1}, {"/mnt/sd13", 0}, {"/mnt/sd", 0},
-                {"/mnt/sd1/x", 1}, {"/mnt", 0},      {"", 0},          {"/x/mnt/sd1", 0}};
-    for (const auto &row : rows) {
-        std::string path = row.path;
-        EXPECT_EQ(check_udisk_mount_status(path.data()), row.present) << row.path;
-    }
+    std::string present;
+    for (const std::string path :
+         {"/mnt/sd1", "/mnt/sd12", "/mnt/sd13", "/mnt/sd", "/mnt/sd1/x", "/mnt", "", "/x/mnt/sd1"})
+        present += check_udisk_mount_status(std::string(path).data()) == 1 ? path + " " : "";
+    EXPECT_EQ(present, "/mnt/sd1 /mnt/sd12 /mnt/sd1/x ");
     EXPECT_EQ(check_udisk_mount_status(nullptr), 0);
     console();
     std::string path = "/mnt/sd2\n";
@@ -157,117 +171,85 @@ TEST_F(Udisk, PresenceOfADevice)
 // serve as mount points.
 TEST_F(Udisk, InventoryOfADisk)
 {
-    rec.outputs["/bin/mount"] =
-        "/mnt/gone\n/\n/usr/lib\n/usr/lib;x\n/no/where\n/usr/bin/../lib/x\nsda1\n";
+    rec.outputs["/bin/mount"] = "/mnt/gone\n/\n/usr/lib\n/usr/lib;x\n/no/where\nsda1\n";
     rec.outputs["/bin/cat"] = "lib\nwhere\nsda1\n";
     rec.outputs["ls -l"] = "\\xB0\\xA1\nsecond\n";
     rec.outputs["/usr/bin/find /usr/lib -maxdepth 1 -name '*.img'"] =
         "/usr/lib/a.img\n/usr/lib/" + std::string(60, 'b') + ".img\nx\n\n";
     rec.outputs["/usr/bin/find /usr/lib -maxdepth 1 -name '*.ubck'"] = "/usr/lib/c.ubck\n";
-    EXPECT_EQ(inventory(), 0);
-    const std::string f = "get_udisk_all_info: ";
-    const std::string find = "/usr/bin/find /usr/lib -maxdepth 1 -name ";
+    EXPECT_EQ(inventory(), "0\n/usr/lib <\xE5\x95\x8A> 3");
+    const std::string name = info->upath[0].udisk_name;
     const std::string piece = "/usr/lib/" + std::string(53, 'b');
-    const auto candidate = [&f](const std::string &path, const std::string &name) {
-        return "log " + f + "udisk_path = " + path + ", u_path_name = " + name;
-    };
-    const std::string stat = "popen /bin/cat /proc/diskstats |grep sd|awk '{print $3}'";
-    EXPECT_EQ(rec.lines, (std::vector<std::string>{
-                             "log " + f + "start.(upgd/update/)",
-                             "log " + f + "cmd=/bin/mount |grep /mnt/sd |awk '{print $3}'",
-                             "popen /bin/mount |grep /mnt/sd |awk '{print $3}'",
-                             "log " + f + "popen ok",
-                             candidate("/mnt/gone", "gone"),
-                             stat,
-                             candidate("/usr/lib", "lib"),
-                             stat,
-                             "log " + f + "strlen(udisk_path) =8",
-                             "log " + f + "udisk_path = /usr/lib",
-                             "popen ls -l /dev/disk/by-label/ |grep lib |awk '{print $9}'",
-                             "log " + f + "get udisk_name is chinese, use english instead.",
-                             "log " + f + "get udisk_label = \xE5\x95\x8A",
-                             "log " + f + "cmd=" + find + "'*.img'",
-                             "popen " + find + "'*.img'",
-                             "log " + f + "</usr/lib>:/usr/lib/a.img",
-                             "log " + f + "</usr/lib>:" + piece,
-                             "log " + f + "</usr/lib>:" + std::string(7, 'b') + ".img",
-                             "log " + f + "</usr/lib>: uimg_num = 3",
-                             "log " + f + "cmd=" + find + "'*.ubck'",
-                             "popen " + find + "'*.ubck'",
-                             "log " + f + "</usr/lib>: /usr/lib/c.ubck",
-                             "log " + f + "</usr/lib>: uback_num = 1",
-                             "log " + f + "cmd=" + find + "'*.rcfgx'",
-                             "popen " + find + "'*.rcfgx'",
-                             "log " + f + "</usr/lib>: urcfg_num = 0",
-                             candidate("/usr/lib;x", "lib;x"),
-                             "log " + f + "passed over: </usr/lib;x>",
-                             candidate("/no/where", "where"),
-                             stat,
-                             "log " + f + "strlen(udisk_path) =9",
-                             candidate("/usr/bin/../lib/x", "x"),
-                             "log " + f + "passed over: </usr/bin/../lib/x>",
-                             candidate("sda1", ""),
-                             "log " + f + "passed over: <sda1>",
-                             "log " + f + "found all udisk, udisk_num = 1",
-                             "log " + f + "end.(upgd/update/)"}));
-    EXPECT_EQ(info->upath_num, 1);
-    EXPECT_STREQ(info->upath[0].udisk_path, "/usr/lib");
-    EXPECT_STREQ(info->upath[0].udisk_name, "\xE5\x95\x8A");
-    EXPECT_EQ(info->upath[0].imgfile.uimgfile_num, 3);
+    const std::string stat = "popen /bin/cat /proc/diskstats |grep sd|awk '{print $3}'\n";
+    EXPECT_EQ(story("log get_udisk_all_info: "), R"(start.(upgd/update/)
+cmd=/bin/mount |grep /mnt/sd |awk '{print $3}'
+popen /bin/mount |grep /mnt/sd |awk '{print $3}'
+popen ok
+udisk_path = /mnt/gone, u_path_name = gone
+)" + stat + R"(udisk_path = /usr/lib, u_path_name = lib
+)" + stat + R"(strlen(udisk_path) =8
+udisk_path = /usr/lib
+popen ls -l /dev/disk/by-label/ |grep lib |awk '{print $9}'
+get udisk_name is chinese, use english instead.
+get udisk_label = )" + name + R"(
+cmd=/usr/bin/find /usr/lib -maxdepth 1 -name '*.img'
+popen /usr/bin/find /usr/lib -maxdepth 1 -name '*.img'
+</usr/lib>:/usr/lib/a.img
+</usr/lib>:)" + piece + R"(
+</usr/lib>:bbbbbbb.img
+</usr/lib>: uimg_num = 3
+cmd=/usr/bin/find /usr/lib -maxdepth 1 -name '*.ubck'
+popen /usr/bin/find /usr/lib -maxdepth 1 -name '*.ubck'
+</usr/lib>: /usr/lib/c.ubck
+</usr/lib>: uback_num = 1
+cmd=/usr/bin/find /usr/lib -maxdepth 1 -name '*.rcfgx'
+popen /usr/bin/find /usr/lib -maxdepth 1 -name '*.rcfgx'
+</usr/lib>: urcfg_num = 0
+udisk_path = /usr/lib;x, u_path_name = lib;x
+passed over: </usr/lib;x>
+udisk_path = /no/where, u_path_name = where
+)" + stat + R"(strlen(udisk_path) =9
+udisk_path = sda1, u_path_name = 
+passed over: <sda1>
+found all udisk, udisk_num = 1
+end.(upgd/update/)
+)");
     EXPECT_STREQ(info->upath[0].imgfile.uimgfile[1], piece.c_str());
     EXPECT_STREQ(info->upath[0].backfile.ubackfile[0], "/usr/lib/c.ubck");
     EXPECT_EQ(info->upath[0].rcfgfile.urcfgfile_num, 0);
 }
 
+// A path of 15 characters fits its field, one of 16 is passed over. A label that is empty or
+// decodes to nothing has a name in its place; one that is too long ends with a whole character.
 TEST_F(Udisk, NamesAndLimits)
 {
-    rec.outputs["/bin/mount"] = "/usr/lib\n/usr/bin\n/usr/sbin\n/usr/share\n/usr/include\n";
-    rec.outputs["/bin/cat"] = "lib\nbin\nsbin\nshare\ninclude\n";
+    rec.outputs["/bin/mount"] = "/usr/sbin/../lib\n/usr/bin/../lib\n/usr/bin\n/usr/sbin\n/usr/share"
+                                "\n/usr/include\n";
+    rec.outputs["/bin/cat"] = "bin\nsbin\nshare\ninclude\n";
     rec.outputs["ls -l /dev/disk/by-label/ |grep lib"] = "\n";
     rec.outputs["ls -l /dev/disk/by-label/ |grep bin"] = "\\xFF\n";
-    std::string chinese = "ten_bytes_";
-    for (int i = 0; i < 8; i++)
-        chinese += "\xB0\xA1";
-    rec.outputs["ls -l /dev/disk/by-label/ |grep sbin"] = chinese + "\n";
-    std::string files;
+    rec.outputs["ls -l /dev/disk/by-label/ |grep sbin"] = "ten_bytes_" + repeated(8, "\xB0\xA1");
     for (int i = 0; i < 10; i++)
-        files += "/usr/share/" + std::to_string(i) + ".img\n";
-    rec.outputs["/usr/bin/find /usr/share"] = files;
-    EXPECT_EQ(inventory(), 0);
-    EXPECT_EQ(info->upath_num, 4) << "a fifth disk is left out";
-    EXPECT_STREQ(info->upath[0].udisk_name, "UNKNOWNNAME") << "an empty label";
-    EXPECT_STREQ(info->upath[1].udisk_name, "UNKNOWNNAME") << "decodes to nothing";
-    std::string name = "ten_bytes_";
-    for (int i = 0; i < 7; i++)
-        name += "\xE5\x95\x8A";
-    EXPECT_EQ(info->upath[2].udisk_name, name) << "31 bytes, whole characters";
-    EXPECT_STREQ(info->upath[3].udisk_name, "UsbDisk3");
-    EXPECT_EQ(info->upath[3].imgfile.uimgfile_num, 8) << "and a ninth file";
+        rec.outputs["/usr/bin/find /usr/share"] += "/usr/share/" + std::to_string(i) + ".img\n";
+    EXPECT_EQ(inventory(), "0\n/usr/bin/../lib <UNKNOWNNAME> 0\n/usr/bin <UNKNOWNNAME> 0\n"
+                           "/usr/sbin <ten_bytes_" +
+                               repeated(7, "\xE5\x95\x8A") + "> 0\n/usr/share <UsbDisk3> 8")
+        << "a fifth disk and a ninth file are left out";
     EXPECT_STREQ(info->upath[3].imgfile.uimgfile[7], "/usr/share/7.img");
-    EXPECT_EQ(info->upath[2].imgfile.uimgfile_num, 0);
-    rec.outputs["ls -l /dev/disk/by-label/ |grep lib"] = std::string(30, 'x') + "\\xB0\\xA1\n";
-    EXPECT_EQ(inventory(), 0);
-    EXPECT_EQ(info->upath[0].udisk_name, std::string(30, 'x')) << "half a character is none";
+    rec.outputs["ls -l /dev/disk/by-label/ |grep lib"] = std::string(29, 'x') + "\\xB0\\xA1\n";
+    inventory();
+    EXPECT_EQ(info->upath[0].udisk_name, std::string(29, 'x'));
 
     for (const char *command :
          {"/bin/mount", "ls -l", "/usr/bin/find /usr/bin -maxdepth 1 -name '*.u"}) {
         rec.failing = command;
         info->upath_num = -7;
-        EXPECT_EQ(inventory(), -1) << command;
+        EXPECT_EQ(inventory(), "-1") << command;
         EXPECT_EQ(info->upath_num, -7);
-        const std::vector<std::string> last(rec.lines.end() - 2, rec.lines.end());
-        EXPECT_EQ(last, (std::vector<std::string>{"log get_udisk_all_info: popen read_device_info",
-                                                  "log get_udisk_all_info: end.(upgd/update/)"}));
+        EXPECT_EQ(rec.last(2),
+                  (std::vector<std::string>{"log get_udisk_all_info: popen read_device_info",
+                                            "log get_udisk_all_info: end.(upgd/update/)"}));
     }
-}
-
-static bool is_utf8(const std::string &text)
-{
-    std::string copy = text;
-    std::string out(256, '\0');
-    char utf8[] = "utf-8";
-    return code_convert(utf8, utf8, copy.data(), static_cast<int>(copy.size()), out.data(), 256) ==
-           0;
 }
 
 // Whatever anybody writes on a disk: nothing runs past a field, and counts keep their limits.
@@ -275,27 +257,23 @@ TEST_F(Udisk, MutatedOutputs)
 {
     std::mt19937 random(5);
     const auto noise = [&random](size_t size) {
-        static const std::string pieces[] = {"\\x",
-                                             "\\xB0",
-                                             "\xA1",
-                                             "/",
-                                             "\n",
-                                             " ",
-                                             "'",
-                                             "\"",
-                                             "$(x)",
-                                             "sda1",
-                                             std::string(40, 'y'),
-                                             "\\",
-                                             "x",
-                                             "\xFF",
-                                             "..",
-                                             "/usr/lib"};
+        static const char *const pieces[] = {
+            "\\x",  "\\xB0", "\xA1",     "/",
+            "\n",   " ",     "'",        "\"",
+            "$(x)", "sda1",  "\\",       "x",
+            "\xFF", "..",    "/usr/lib", "yyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyy"};
         std::string text;
         while (text.size() < size)
             text += random() % 4 == 0 ? std::string(1, static_cast<char>(random() % 255 + 1))
                                       : pieces[random() % 16];
         return text;
+    };
+    rec.on_line = [](const std::string &line) {
+        if (line.rfind("popen ls", 0) == 0 || line.rfind("popen /usr/bin/find", 0) == 0) {
+            ASSERT_EQ(line.find_first_of("$(;\"\n"),
+                      line.rfind("ls", 6) == 6 ? line.find('$') : std::string::npos)
+                << line;
+        }
     };
     for (int round = 0; round < 3000; round++) {
         rec.outputs["/bin/mount"] =
@@ -306,138 +284,199 @@ TEST_F(Udisk, MutatedOutputs)
         rec.outputs["/usr/bin/find"] = noise(random() % 1500);
         info.reset(new udisk_info_t);
         memset(info.get(), 'q', sizeof *info);
-        rec.on_line = [](const std::string &line) {
-            if (line.rfind("popen ls", 0) == 0 || line.rfind("popen /usr/bin/find", 0) == 0) {
-                ASSERT_EQ(line.find_first_of("$(;\"\n"),
-                          line.rfind("ls", 6) == 6 ? line.find('$') : std::string::npos)
-                    << line;
-            }
-        };
-        ASSERT_EQ(inventory(), 0);
-        ASSERT_GE(info->upath_num, 1);
-        ASSERT_LE(info->upath_num, 4);
+        ASSERT_EQ(get_udisk_all_info(info.get()), 0);
+        ASSERT_TRUE(info->upath_num >= 1 && info->upath_num <= 4) << info->upath_num;
         for (int i = 0; i < info->upath_num; i++) {
             const udisk_list_t &disk = info->upath[i];
-            ASSERT_NE(memchr(disk.udisk_path, '\0', sizeof disk.udisk_path), nullptr);
-            ASSERT_NE(memchr(disk.udisk_name, '\0', sizeof disk.udisk_name), nullptr);
+            ASSERT_LT(strnlen(disk.udisk_path, 16), 16U);
+            ASSERT_LT(strnlen(disk.udisk_name, 32), 32U);
             ASSERT_LE(disk.imgfile.uimgfile_num, 8);
             for (int j = 0; j < disk.imgfile.uimgfile_num; j++)
-                ASSERT_NE(memchr(disk.imgfile.uimgfile[j], '\0', 96), nullptr);
+                ASSERT_LT(strnlen(disk.imgfile.uimgfile[j], 96), 96U);
         }
-        const std::string text = decoded(label.substr(0, 59) + "\\x41");
-        ASSERT_TRUE(is_utf8(text)) << testing::PrintToString(text);
+        std::string text = decoded(label.substr(0, 59) + "\\x41");
+        char utf8[] = "utf-8";
+        char copy[256];
+        ASSERT_EQ(code_convert(utf8, utf8, text.data(), static_cast<int>(text.size()), copy, 256),
+                  0)
+            << testing::PrintToString(text);
     }
 }
 
 TEST_F(Udisk, Messages)
 {
+    const std::string session = "log Simdc_sess_id: Session ID get:0x5 TID:0x10a3900 (0)\n"
+                                "log Simdc_sess_send: 0x5\napmsg detach\napmsg send 5\n";
+    const std::string sent = session + "log Simdc_sess_send: 0\n";
+    const auto lines = [](const std::string &operation) {
+        return story("log " + operation + ": ", {"get_udisk_all_info", "popen"});
+    };
     EXPECT_EQ(sendmsg_udisk_all_info(), 0);
+    EXPECT_EQ(lines("sendmsg_udisk_all_info"), "start\n" + sent + "end\n");
+    EXPECT_NE(console().find("send label udisk...\n"), std::string::npos);
     ASSERT_EQ(rec.messages.size(), 1U);
     std::string expected(9616, '\0');
     expected.replace(16, 8, std::string("\x03\0\x1d\0\x78\x25\0\0", 8));
     EXPECT_EQ(rec.messages[0], expected);
-    EXPECT_NE(console().find("send label udisk...\n"), std::string::npos);
-    EXPECT_EQ(rec.all("apmsg"), "detach|send 5");
-    EXPECT_EQ(rec.lines.front(), "log sendmsg_udisk_all_info: start");
-    EXPECT_EQ(rec.lines.back(), "log sendmsg_udisk_all_info: end");
-    EXPECT_TRUE(rec.has("log Simdc_sess_id: Session ID get:0x5 TID:0x10a3900 (0)"));
-    EXPECT_TRUE(rec.has("log Simdc_sess_send: 0x5"));
 
-    rec.lines.clear();
     std::string name(127, 'n');
     EXPECT_EQ(sendmsg_ack_back(0x1001d, 0x7fff6, -3, (name + "cut").data()), 0);
+    EXPECT_EQ(lines("sendmsg_ack_back"),
+              "start\nlabel edit: large label=65565, small label=524278 \n"
+              "small label: LABEL_UDISK_HOTPLUG    \t (2)\n"
+              "\t\t\t  LABEL_UDISK_ALL_INFO   \t (3)\n"
+              "\t\t\t  LABEL_UDISK_UBACK_CREAT    (4)\n"
+              "\t\t\t  LABEL_UDISK_UBACK_RELOAD   (5)\n"
+              "\t\t\t  LABEL_UDISK_FWARE_UPDATE   (6)\n"
+              "data edit: udisk_info->event.ev= -3\ndata edit: udisk_info->event.name = " +
+                  name + "\n" + sent + "end\n");
     expected.replace(16, 4, std::string("\xf6\xff\x1d\0", 4));
     expected.replace(28, 4, "\xfd\xff\xff\xff");
     expected.replace(32, 127, name);
     EXPECT_EQ(rec.messages[1], expected);
-    const std::string f = "sendmsg_ack_back: ";
-    EXPECT_EQ(rec.all("log").substr(0, rec.all("log").find("|get_udisk")),
-              f + "start|" + f + "label edit: large label=65565, small label=524278 |" + f +
-                  "small label: LABEL_UDISK_HOTPLUG    \t (2)|" + f +
-                  "\t\t\t  LABEL_UDISK_ALL_INFO   \t (3)|" + f +
-                  "\t\t\t  LABEL_UDISK_UBACK_CREAT    (4)|" + f +
-                  "\t\t\t  LABEL_UDISK_UBACK_RELOAD   (5)|" + f +
-                  "\t\t\t  LABEL_UDISK_FWARE_UPDATE   (6)");
-    EXPECT_TRUE(rec.has("log " + f + "data edit: udisk_info->event.ev= -3"));
-    EXPECT_TRUE(rec.has("log " + f + "data edit: udisk_info->event.name = " + name));
     EXPECT_EQ(sendmsg_ack_back(29, 3, 1, nullptr), 0);
     EXPECT_EQ(rec.messages[2].substr(32, 128), std::string(128, '\0'));
 
     rec.lines.clear();
     rec.send_result = -11;
     EXPECT_EQ(sendmsg_udisk_all_info(), -1);
-    EXPECT_EQ(rec.all("apmsg"), "detach|send 5|free");
-    EXPECT_TRUE(rec.has("log sendmsg_udisk_all_info: Simdc_sess_send(0x10a3900) failed..."));
+    EXPECT_EQ(lines("sendmsg_udisk_all_info"), "start\n" + session +
+                                                   "apmsg free\nlog Simdc_sess_send: -1\n"
+                                                   "Simdc_sess_send(0x10a3900) failed...\nend\n");
     rec.send_result = 3;
     rec.failing = "/bin/mount";
     EXPECT_EQ(sendmsg_udisk_all_info(), 0) << "an incomplete inventory goes out all the same";
     rec.session_exists = false;
     rec.lines.clear();
     EXPECT_EQ(sendmsg_udisk_all_info(), -1);
-    EXPECT_EQ(rec.all("apmsg"), "detach|free");
-    EXPECT_TRUE(rec.has("log sendmsg_udisk_all_info: Simdc_sess_id(0x10a3900) failed..."));
+    EXPECT_EQ(lines("sendmsg_udisk_all_info"),
+              "start\nlog Simdc_sess_id: Session ID get:0x0 TID:0x10a3900 (-2)\n"
+              "Simdc_sess_id(0x10a3900) failed...\napmsg detach\napmsg free\nend\n");
 }
 
-// What needs no real scratch tree; the device tests have the rest.
-TEST_F(Udisk, BackupRefusals)
+// The commands for the scratch tree take effect, in its fixed place; the disk is a directory. All
+// lines are compared, from START to END, but for those of the image builder.
+TEST_F(Udisk, Backups)
 {
-    char file[256] = "untouched";
-    const auto backup = [&file](std::string disk) {
-        rec.lines.clear();
-        return do_create_backup(disk.data(), file);
+    const std::string image = "/tmp/ubackup/unit7_202601020304.ubck";
+    const auto backup = [](std::string disk) {
+        char file[256] = "untouched";
+        const int result = do_create_backup(disk.data(), file);
+        std::string text = std::to_string(result) + " " + file + "\n";
+        text += story("log do_create_backup: ", {"crc32_img_body", "print_image_hdr", "trace "});
+        for (size_t at; (at = text.find(disk)) != std::string::npos;)
+            text.replace(at, disk.size(), "DISK");
+        return text;
     };
-    rec.outputs["du -sk"] = "50\n";
-    rec.outputs[" df |grep /dev/root"] = "100050\n";
-    rec.outputs[" df |grep /tmp"] = "100049\n";
-    const std::string f = "log do_create_backup: ";
-    const std::string sizes =
-        "do_create_backup: ubackup size    =  00000050 Bytes|do_create_backup: sys_avail_size  =  "
-        "00100050 Bytes|do_create_backup: udisk_avail_size = 00100049 Bytes";
-    EXPECT_EQ(backup("/missing"), -11);
-    EXPECT_EQ(rec.lines,
-              (std::vector<std::string>{f + "START", f + "'/missing' can't open. please check path",
-                                        f + "END"}));
-    EXPECT_EQ(backup("/tmp"), -13);
-    EXPECT_NE(rec.all("log").find(sizes), std::string::npos);
-    EXPECT_TRUE(rec.has(f + "udisk_avail_size is not enough.resverd size is 100M."));
-    rec.outputs[" df |grep /dev/root"] = "";
-    EXPECT_EQ(backup("/tmp"), -12) << "no output is no room";
-    EXPECT_TRUE(rec.has(f + "sys_avail_size is not enough.resverd size is 100M."));
-    EXPECT_FALSE(rec.has(f + "udisk_avail_size is not enough.resverd size is 100M."));
-    for (const char *command : {"du -sk", " df |grep /dev/root", " df |grep /tmp"}) {
-        rec.failing = command;
-        EXPECT_EQ(backup("/tmp"), -1);
-        EXPECT_TRUE(rec.has(f + "get ubackup size faild."));
-    }
-    EXPECT_EQ(rec.all("run"), "");
-    rec.failing = "/bin/date";
-    rec.outputs[" df |grep /dev/root"] = rec.outputs[" df |grep /tmp"] = "100050\n";
-    const std::string scratch =
-        "/bin/rm -rf /tmp/ubackup|/bin/mkdir -p /tmp/ubackup/bkdir/usr/qrx310/etc/sysconf|"
-        "/bin/cp -rf /usr/qrx310/etc/mcucored /tmp/ubackup/bkdir/usr/qrx310/etc/|"
-        "/bin/cp -rf /usr/qrx310/etc/vsp /tmp/ubackup/bkdir/usr/qrx310/etc/|"
-        "/bin/cp -rf /usr/qrx310/etc/sysconf/qrxpara /tmp/ubackup/bkdir/usr/qrx310/etc/sysconf/";
+    const auto make_disk = [this](size_t path_size) {
+        const std::string disk = dir + "/" + std::string(path_size - dir.size() - 1, 'd');
+        fs::remove_all(disk);
+        fs::create_directory(disk);
+        return disk;
+    };
+    const std::string disk = make_disk(78);
+    rec.dir = "/tmp/ubackup";
+    rec.outputs = {{"du -sk", "50\n"},
+                   {" df |grep /dev/root", "100050\n"},
+                   {" df |grep /tmp", "100050\n"},
+                   {"/bin/date", "202601020304\n"}};
+    rec.on_line = [&image, &disk](const std::string &line) {
+        if (line == "run /bin/cp -rf " + image + " " + disk)
+            fs::copy(image, disk);
+    };
+    const std::string whole =
+        "START\n"
+        "build .ubck at udisk: DISK \n"
+        "popen du -sk /usr/qrx310/etc/ |awk '{print $1}'\n"
+        "ubackup size    =  00000050 Bytes\n"
+        "popen  df |grep /dev/root |awk '{print $4}'\n"
+        "sys_avail_size  =  00100050 Bytes\n"
+        "popen  df |grep DISK |awk '{print $4}'\n"
+        "udisk_avail_size = 00100050 Bytes\n"
+        "creat dir: /tmp/ubackup\n"
+        "run /bin/rm -rf /tmp/ubackup\n"
+        "run /bin/mkdir -p /tmp/ubackup/bkdir/usr/qrx310/etc/sysconf\n"
+        "run /bin/cp -rf /usr/qrx310/etc/mcucored /tmp/ubackup/bkdir/usr/qrx310/etc/\n"
+        "run /bin/cp -rf /usr/qrx310/etc/vsp /tmp/ubackup/bkdir/usr/qrx310/etc/\n"
+        "run /bin/cp -rf /usr/qrx310/etc/sysconf/qrxpara "
+        "/tmp/ubackup/bkdir/usr/qrx310/etc/sysconf/\n"
+        "popen /bin/date +%Y%m%d%H%M\n"
+        "begin to create updfilename = unit7_202601020304.ubck \n"
+        "do_create /tmp/ubackup/unit7_202601020304.ubck, chdir to /tmp/ubackup/bkdir\n"
+        "run /bin/cp -rf /tmp/ubackup/unit7_202601020304.ubck DISK\n"
+        "run sync\n"
+        "do_create ubck success !\n"
+        "return .ubck file: DISK/unit7_202601020304.ubck\n"
+        "remove dir: /tmp/ubackup\n"
+        "run /bin/rm -rf /tmp/ubackup\n"
+        "END\n";
+    // What comes up to the end of the line with `text`.
+    const auto until = [&whole](const std::string &text) {
+        return whole.substr(0, whole.find('\n', whole.find(text)) + 1);
+    };
+    const recording usual = rec;
+    EXPECT_EQ(backup(disk), "0 DISK/unit7_202601020304.ubck\n" + whole);
+    EXPECT_EQ(read_file(disk + "/unit7_202601020304.ubck").substr(32, 4), be32(1)) << "its place";
+    EXPECT_EQ(fs::current_path(), "/tmp");
+
+    const std::string removed = whole.substr(whole.find("remove dir"));
+    const std::string no_stream = "log run_command_return_string: popen read_device_info\n";
+    const std::string no_size = no_stream + "get ubackup size faild.\nEND\n";
+    const std::string no_room = " is not enough.resverd size is 100M.\nEND\n";
+    const std::string no_name = "> is no file name of at most 31 characters\nEND\n";
     const std::string long_name(32, 'n');
+    const auto without = [](const char *command) { return [command] { rec.failing = command; }; };
+    const auto name = [](const char *text) { return [text] { rec.device_name = text; }; };
     const struct {
-        const char *device_name;
-        std::string line;
+        int result;
+        std::function<void()> change;
+        std::string last; // line as ever
+        std::string rest;
     } rows[] = {
-        {nullptr, "sysconf_open error"},
-        {"-", "sysconf get env device_name error"},
-        {"unit;7", "device_name <unit;7> is no file name of at most 31 characters"},
-        {long_name.c_str(),
-         "device_name <" + long_name + "> is no file name of at most 31 characters"},
-        {"unit7", "get ubackup name(date) faild."},
+        {-13, [] { rec.outputs[" df |grep /tmp"] = "100049\n"; }, "df |grep DISK",
+         "udisk_avail_size = 00100049 Bytes\nudisk_avail_size" + no_room},
+        {-12, [] { rec.outputs[" df |grep /dev/root"] = ""; }, "df |grep /dev/root",
+         "sys_avail_size  =  00000000 Bytes\npopen  df |grep DISK |awk '{print $4}'\n"
+         "udisk_avail_size = 00100050 Bytes\nsys_avail_size" +
+             no_room},
+        {-1, without("du -sk"), "du -sk", no_size},
+        {-1, without(" df |grep /dev/root"), "df |grep /dev/root", no_size},
+        {-1, without(" df |grep /tmp"), "df |grep DISK", no_size},
+        // From here on the scratch tree stays.
+        {-1, name(nullptr), "qrxpara", "sysconf_open error\nEND\n"},
+        {-1, name("-"), "qrxpara", "sysconf get env device_name error\nEND\n"},
+        {-1, name("unit;7"), "qrxpara", "device_name <unit;7" + no_name},
+        {-1, name(long_name.c_str()), "qrxpara", "device_name <" + long_name + no_name},
+        {-1, without("/bin/date"), "/bin/date", no_stream + "get ubackup name(date) faild.\nEND\n"},
+        // And from here on it goes.
+        {-1, without("/bin/mkdir"), "do_create ",
+         "can't move to /tmp/ubackup/bkdir/\nlog do_create: Can't open " + image +
+             ": No such file or directory\ndo_create error !!!\n" + removed},
     };
     for (const auto &row : rows) {
-        rec.device_name = row.device_name;
-        EXPECT_EQ(backup("/tmp"), -1) << row.line;
-        EXPECT_TRUE(rec.has(f + row.line)) << row.line;
-        EXPECT_EQ(rec.all("run"), scratch) << "the scratch tree stays";
+        rec = usual;
+        row.change();
+        EXPECT_EQ(backup(make_disk(78)),
+                  std::to_string(row.result) + " untouched\n" + until(row.last) + row.rest);
     }
-    const std::string odd = dir + "/a b";
-    fs::create_directory(odd);
-    EXPECT_EQ(backup(odd), -1) << "no place in a command";
-    EXPECT_EQ(rec.all("run") + rec.all("popen"), "");
-    EXPECT_STREQ(file, "untouched");
+    rec = usual;
+    rec.on_line = [&disk](const std::string &line) {
+        if (line.rfind("popen /bin/date", 0) == 0)
+            fs::remove(disk); // is pulled
+    };
+    EXPECT_EQ(backup(make_disk(78)),
+              "-1 untouched\n" + until("do_create ") + "accessing img is not  F_OK\n" + removed);
+    rec.on_line = nullptr; // nothing is copied
+    EXPECT_EQ(backup(make_disk(78)), "-1 DISK/unit7_202601020304.ubck\n" + until("run sync") +
+                                         "do_create ubck faild !\nreturn .ubck file: \n" + removed);
+    for (const size_t size : {79U, 99U})
+        EXPECT_EQ(backup(make_disk(size)), "-1 untouched\n" + until("do_create ") +
+                                               "command too long for <" + image + ">.\n" + removed);
+    EXPECT_EQ(backup(make_disk(100)),
+              "-1 untouched\n" + until("sys_avail") + "command too long for <DISK>.\nEND\n");
+    EXPECT_EQ(backup(dir + "/none"),
+              "-11 untouched\nSTART\n'DISK' can't open. please check path\nEND\n");
+    fs::create_directory(dir + "/a b");
+    EXPECT_EQ(backup(dir + "/a b"),
+              "-1 untouched\n" + until("build .ubck") + "'DISK' has no place in a command\nEND\n");
 }
