@@ -153,6 +153,12 @@ std::string tree_text(const std::string &dir)
     return std::accumulate(items.begin(), items.end(), std::string());
 }
 
+// The fixed scratch tree of a backup, which lies in the test's directory here.
+static std::string placed(const char *path)
+{
+    return strncmp(path, "/tmp/ubackup", 12) == 0 ? rec.dir + path : path;
+}
+
 // The effect of the commands that a test needs, without a shell: a damaged image can hold any text.
 static void take_effect(const char *cmd)
 {
@@ -160,7 +166,11 @@ static void take_effect(const char *cmd)
     char text[4096];
     char link[4096];
     std::error_code error;
-    const auto ours = [&path] { return std::string(path).rfind(rec.dir, 0) == 0; };
+    const auto ours = [&path] {
+        const std::string place = placed(path);
+        snprintf(path, sizeof path, "%s", place.c_str());
+        return place.rfind(rec.dir, 0) == 0;
+    };
     if (sscanf(cmd, "/bin/mkdir -p %4095[^\n]", path) == 1 && ours()) {
         fs::create_directories(path, error);
     } else if (sscanf(cmd, "cd /%4095s && /bin/ln -sf %4095s %4095s", path, text, link) == 3 &&
@@ -323,6 +333,9 @@ extern "C" {
 // What fopen(3) is called where file offsets have 64 bits.
 FILE *__real_fopen64(const char *path, const char *mode);
 int __real_fclose(FILE *stream);
+int __real_open64(const char *path, int flags, ...);
+int __real_access(const char *path, int mode);
+int __real_chdir(const char *path);
 
 static FILE *trace_stream = nullptr;
 
@@ -337,6 +350,21 @@ FILE *__wrap_fopen64(const char *path, const char *mode)
     trace_stream = fopencookie(nullptr, "w", {nullptr, take_trace, nullptr, nullptr});
     setvbuf(trace_stream, nullptr, _IOFBF, 1 << 16);
     return trace_stream;
+}
+
+int __wrap_open64(const char *path, int flags, mode_t mode)
+{
+    return __real_open64(placed(path).c_str(), flags, mode);
+}
+
+int __wrap_access(const char *path, int mode)
+{
+    return __real_access(placed(path).c_str(), mode);
+}
+
+int __wrap_chdir(const char *path)
+{
+    return __real_chdir(placed(path).c_str());
 }
 
 int __wrap_fclose(FILE *stream)

@@ -354,8 +354,8 @@ TEST_F(Udisk, Messages)
               "Simdc_sess_id(0x10a3900) failed...\napmsg detach\napmsg free\nend\n");
 }
 
-// The commands for the scratch tree take effect, in its fixed place; the disk is a directory. All
-// lines are compared, from START to END, but for those of the image builder.
+// The commands for the scratch tree take effect; the disk is a directory. All lines are compared,
+// from START to END, but for those of the image builder.
 TEST_F(Udisk, Backups)
 {
     const std::string image = "/tmp/ubackup/unit7_202601020304.ubck";
@@ -375,14 +375,13 @@ TEST_F(Udisk, Backups)
         return disk;
     };
     const std::string disk = make_disk(78);
-    rec.dir = "/tmp/ubackup";
     rec.outputs = {{"du -sk", "50\n"},
                    {" df |grep /dev/root", "100050\n"},
                    {" df |grep /tmp", "100050\n"},
                    {"/bin/date", "202601020304\n"}};
-    rec.on_line = [&image, &disk](const std::string &line) {
+    rec.on_line = [&](const std::string &line) {
         if (line == "run /bin/cp -rf " + image + " " + disk)
-            fs::copy(image, disk);
+            fs::copy(dir + image, disk);
     };
     const std::string whole =
         "START\n"
