@@ -101,8 +101,8 @@ int my_system(const char *cmd)
 extern "C" {
 
 // What open(2) is called where file offsets have 64 bits.
-int __real_open64(const char *path, int flags, ...);
-int __wrap_open64(const char *path, int flags, ...);
+int __real_open(const char *path, int flags, ...);
+int __wrap_open(const char *path, int flags, ...);
 int __real_unlink(const char *path);
 int __wrap_unlink(const char *path);
 DIR *__real_opendir(const char *path);
@@ -111,7 +111,7 @@ int __wrap_usleep(useconds_t us);
 int __wrap_shmget(int key, size_t size, int flags);
 void *__wrap_shmat(int id, const void *address, int flags);
 
-int __wrap_open64(const char *path, int flags, ...)
+int __wrap_open(const char *path, int flags, ...)
 {
     va_list args;
     va_start(args, flags);
@@ -124,7 +124,7 @@ int __wrap_open64(const char *path, int flags, ...)
         }
         flags |= O_NOFOLLOW;
     }
-    return __real_open64(path, flags, mode);
+    return __real_open(path, flags, mode);
 }
 
 int __wrap_unlink(const char *path)

@@ -40,13 +40,13 @@ static ssize_t drop(void *, const char *, size_t size)
 extern "C" {
 
 // What fopen(3) is called where file offsets have 64 bits.
-FILE *__real_fopen64(const char *path, const char *mode);
-FILE *__wrap_fopen64(const char *path, const char *mode);
+FILE *__real_fopen(const char *path, const char *mode);
+FILE *__wrap_fopen(const char *path, const char *mode);
 
-FILE *__wrap_fopen64(const char *path, const char *mode)
+FILE *__wrap_fopen(const char *path, const char *mode)
 {
     if (strncmp(path, "/var/log/", 9) != 0)
-        return __real_fopen64(path, mode);
+        return __real_fopen(path, mode);
     return fopencookie(nullptr, "w", {nullptr, drop, nullptr, nullptr});
 }
 }

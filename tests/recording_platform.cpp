@@ -330,19 +330,18 @@ static ssize_t take_trace(void *, const char *data, size_t size)
 
 extern "C" {
 
-// What fopen(3) is called where file offsets have 64 bits.
-FILE *__real_fopen64(const char *path, const char *mode);
+FILE *FILE_CALL(__real_, fopen)(const char *path, const char *mode);
 int __real_fclose(FILE *stream);
-int __real_open64(const char *path, int flags, ...);
+int FILE_CALL(__real_, open)(const char *path, int flags, ...);
 int __real_access(const char *path, int mode);
 int __real_chdir(const char *path);
 
 static FILE *trace_stream = nullptr;
 
-FILE *__wrap_fopen64(const char *path, const char *mode)
+FILE *FILE_CALL(__wrap_, fopen)(const char *path, const char *mode)
 {
     if (strncmp(path, "/var/log/", 9) != 0)
-        return __real_fopen64(path, mode);
+        return FILE_CALL(__real_, fopen)(path, mode);
     EXPECT_EQ(std::string(mode).substr(0, 2), "w+");
     add(std::string("open ") + path);
     if (!rec.log_file_opens)
@@ -352,9 +351,9 @@ FILE *__wrap_fopen64(const char *path, const char *mode)
     return trace_stream;
 }
 
-int __wrap_open64(const char *path, int flags, mode_t mode)
+int FILE_CALL(__wrap_, open)(const char *path, int flags, mode_t mode)
 {
-    return __real_open64(placed(path).c_str(), flags, mode);
+    return FILE_CALL(__real_, open)(placed(path).c_str(), flags, mode);
 }
 
 int __wrap_access(const char *path, int mode)

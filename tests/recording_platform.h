@@ -12,6 +12,13 @@
 #include <string>
 #include <vector>
 
+// The name of a call on files in the C library.
+#if __SIZEOF_POINTER__ == 4
+#define FILE_CALL(prefix, call) prefix##call##64
+#else
+#define FILE_CALL(prefix, call) prefix##call
+#endif
+
 struct recording {
     // In order: "log FUNCTION: TEXT", "trace TEXT", "run COMMAND", "sleep SECONDS",
     // "usleep MICROSECONDS", "open PATH" and "close" of the trace log, "shm CALL", "send TASK

@@ -4,8 +4,6 @@
  * "interrupted". Which call it was goes to the file FAULT_REPORT; a program that makes fewer calls
  * leaves no such file. What the C library calls for itself, for streams and the log, is not seen.
  * Waits return at once, and the time stands still, so that images are the same byte for byte.
- *
- * The names are those that a program built for large files calls.
  */
 #include <dirent.h>
 #include <dlfcn.h>
@@ -114,15 +112,14 @@ static int wrote(int fd)
 }
 
 MOVE(read, (int fd, void *data, size_t size), (fd, data, size), "read", EIO)
-MOVE(pread64, (int fd, void *data, size_t size, off64_t at), (fd, data, size, at), "pread", EIO)
+MOVE(pread, (int fd, void *data, size_t size, off_t at), (fd, data, size, at), "pread", EIO)
 MOVE(write, (int fd, const void *data, size_t size), (wrote(fd), data, size), "write", ENOSPC)
 
-CALL(void *, mmap64, (void *place, size_t size, int access, int flags, int fd, off64_t at),
+CALL(void *, mmap, (void *place, size_t size, int access, int flags, int fd, off_t at),
      (place, size, access, flags, fd, at), "mmap", path_of(fd), ENOMEM, MAP_FAILED)
-CALL(off64_t, lseek64, (int fd, off64_t at, int from), (fd, at, from), "lseek", path_of(fd), EIO,
-     -1)
-CALL(int, fstat64, (int fd, struct stat64 *st), (fd, st), "fstat", path_of(fd), EIO, -1)
-CALL(int, ftruncate64, (int fd, off64_t size), (fd, size), "ftruncate", path_of(fd), EIO, -1)
+CALL(off_t, lseek, (int fd, off_t at, int from), (fd, at, from), "lseek", path_of(fd), EIO, -1)
+CALL(int, fstat, (int fd, struct stat *st), (fd, st), "fstat", path_of(fd), EIO, -1)
+CALL(int, ftruncate, (int fd, off_t size), (fd, size), "ftruncate", path_of(fd), EIO, -1)
 CALL(int, unlink, (const char *path), (path), "unlink", path, EIO, -1)
 CALL(int, rename, (const char *from, const char *to), (from, to), "rename", to, ENOSPC, -1)
 CALL(DIR *, opendir, (const char *path), (path), "opendir", path, EMFILE, NULL)
@@ -133,14 +130,14 @@ CALL(int, posix_spawn,
       const posix_spawnattr_t *attributes, char *const argv[], char *const envp[]),
      (pid, path, actions, attributes, argv, envp), "spawn", argv[2], 0, EAGAIN)
 
-int open64(const char *path, int flags, ...)
+int open(const char *path, int flags, ...)
 {
     va_list args;
     va_start(args, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
     va_end(args);
     if (!strike("open", path))
-        return REAL(open64)(path, flags, mode);
+        return REAL(open)(path, flags, mode);
     errno = EMFILE;
     return -1;
 }
@@ -159,7 +156,7 @@ int close(int fd)
     const char fault = strike("close", path_of(fd));
     /* A failure says that what was written has not reached the disk. */
     if (fault && unconfirmed[fd % FDS])
-        (void)!REAL(ftruncate64)(fd, 0);
+        (void)!REAL(ftruncate)(fd, 0);
     unconfirmed[fd % FDS] = 0;
     const int result = REAL(close)(fd);
     errno = fault ? EIO : errno;

@@ -18,10 +18,10 @@ namespace fs = std::filesystem;
 static bool types_are_told = true;
 static int items_left = INT_MAX;
 
-extern "C" dirent *__real_readdir64(DIR *dir);
-extern "C" dirent *__wrap_readdir64(DIR *dir)
+extern "C" dirent *FILE_CALL(__real_, readdir)(DIR *dir);
+extern "C" dirent *FILE_CALL(__wrap_, readdir)(DIR *dir)
 {
-    dirent *const item = items_left-- > 0 ? __real_readdir64(dir) : nullptr;
+    dirent *const item = items_left-- > 0 ? FILE_CALL(__real_, readdir)(dir) : nullptr;
     if (item != nullptr && !types_are_told)
         item->d_type = DT_UNKNOWN;
     return item;
