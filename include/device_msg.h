@@ -171,14 +171,15 @@ enum { FPGA_VPU_SLOT = 1, FPGA_INPUT_SLOT = 2, FPGA_OUTPUT_SLOT = 4 };
 enum { FPGA_VPU_MODEL = 0, FPGA_INPUT_MODEL = 0, FPGA_OUTPUT_MODEL = 0 };
 
 typedef struct stPmdData {
-    uint8_t pid;    /* bits 8 to 15 of head.ui_id */
-    uint8_t id;     /* 254 in a request for a firmware file */
-    uint8_t cmd;    /* CMD_UPDATE */
-    uint8_t slot;   /* FPGA_..._SLOT */
-    uint16_t model; /* 0, 0x100 for an FPGA image, 0x1ff for a golden one */
-    uint16_t seq;   /* counts the requests of a process */
-    uint32_t addr;  /* 0 in a request for a firmware file */
-    uint16_t len;   /* bytes of the payload, their low 16 bits */
+    uint8_t pid;                   /* bits 8 to 15 of head.ui_id */
+    uint8_t id;                    /* 254 in a request for a firmware file */
+    uint8_t cmd;                   /* CMD_UPDATE */
+    uint8_t slot;                  /* FPGA_..._SLOT */
+    uint16_t model;                /* 0, 0x100 for an FPGA image, 0x1ff for a golden one */
+    uint16_t seq;                  /* counts the requests of a process */
+    uint32_t addr;                 /* 0 in a request for a firmware file */
+    uint16_t len;                  /* bytes of the payload, their low 16 bits */
+    __extension__ uint8_t data[0]; /* the payload */
 } __attribute__((packed)) stPmdData;
 
 static_assert(sizeof(stPmdData) == 14, "stPmdData is a record of messages");
@@ -190,6 +191,7 @@ static_assert(offsetof(stPmdData, model) == 4, "model");
 static_assert(offsetof(stPmdData, seq) == 6, "seq");
 static_assert(offsetof(stPmdData, addr) == 8, "addr");
 static_assert(offsetof(stPmdData, len) == 12, "len");
+static_assert(offsetof(stPmdData, data) == 14, "data");
 
 typedef struct stApMsg {
     ihead_t head;
@@ -203,7 +205,7 @@ static_assert(offsetof(stApMsg, lable) == 16, "lable");
 static_assert(offsetof(stApMsg, kmddata) == 24, "kmddata");
 
 /* Where the payload begins. */
-#define STAPMSG_DATA_OFFSET (offsetof(stApMsg, kmddata) + sizeof(stPmdData))
+#define STAPMSG_DATA_OFFSET (offsetof(stApMsg, kmddata) + offsetof(stPmdData, data))
 static_assert(STAPMSG_DATA_OFFSET == 38, "nothing stands between kmddata and the payload");
 
 /* Payload of a request for a firmware file. */

@@ -128,7 +128,8 @@ TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
     const std::string uncut = "step1:cut_file faild.\n";
     const std::string unwritten =
         plain + "copy_file: bb_full_write failed `/tmp/tmppfile' size= 1000000\n" + uncut;
-    const std::string put_back = plain + combined(1000000) + "combine_file faild.\n";
+    const std::string unpacked = "combine_file: unable to open `/tmp/tmppfile.gz'\n";
+    const std::string put_back = plain + unpacked + combined(1000000) + "combine_file faild.\n";
     const std::string lost =
         "combine_file faild.\ngzip_dirs_and_files: the image has lost its body: move "
         "/tmp/tmppfile or /tmp/tmppfile.gz away before anything else is compressed\n";
@@ -149,8 +150,7 @@ TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
         // wrong otherwise may leave none at all.
         {1000000, O_RDWR, "fake gzip 'exit 127'", put_back},
         {1000000, O_RDWR, R"(fake gzip 'head -c 1000 "$1" > "$1.gz"; kill -KILL $$')", put_back},
-        {1000000, O_RDWR, R"(fake gzip 'rm "$1"')",
-         "-1\ncombine_file: unable to open `/tmp/tmppfile.gz'\n" + lost},
+        {1000000, O_RDWR, R"(fake gzip 'rm "$1"')", "-1\n" + unpacked + lost},
         {1000000, O_RDWR, R"(fake gzip 'rm "$1"; : > "$1.gz"')",
          "-1, /tmp/tmppfile.gz\ncombine_file:  tmp_len = 0,combine_file: mmap failed "
          "`(size=0)'\n" +
@@ -158,6 +158,9 @@ TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
     };
     for (const auto &row : rows)
         EXPECT_EQ(compress(body, row.data_len, row.script, row.mode), row.expected) << row.script;
+
+    const std::string beside = compress(body, 1000000, R"(fake gzip '/bin/gzip -k "$1"')");
+    EXPECT_EQ(beside.substr(0, 2), "0\n") << "a plain file beside the whole compressed one";
 
     // The disk of the image has room for the plain body, to the last page, and no more. If that
     // can't be expanded either, the compressed one is kept.

@@ -17,13 +17,14 @@ namespace fs = std::filesystem;
 using lines = std::vector<std::string>;
 
 // Every other read is interrupted, and none gives more than 300 bytes.
-extern "C" ssize_t __real_pread64(int fd, void *buf, size_t len, off_t offset);
-extern "C" ssize_t __wrap_pread64(int fd, void *buf, size_t len, off_t offset)
+extern "C" ssize_t FILE_CALL(__real_, pread)(int fd, void *buf, size_t len, off_t offset);
+extern "C" ssize_t FILE_CALL(__wrap_, pread)(int fd, void *buf, size_t len, off_t offset)
 {
     static bool interrupted = false;
     interrupted = !interrupted;
     errno = EINTR;
-    return interrupted ? -1 : __real_pread64(fd, buf, std::min<size_t>(len, 300), offset);
+    return interrupted ? -1
+                       : FILE_CALL(__real_, pread)(fd, buf, std::min<size_t>(len, 300), offset);
 }
 
 static std::string block_text()
@@ -368,6 +369,9 @@ TEST_F(Apply, AFailedEntryEndsTheRunAndKeepsTheOnesBefore)
     EXPECT_TRUE(rec.has("trace unable to open `" + base + "/b'\n"));
     EXPECT_EQ(apply({{"a;b/c", 0, "1"}}), -4) << "its directory is cut at the ';' and not made";
     EXPECT_EQ(apply({{"", 0, "1"}}), -4) << "no name";
+    fs::create_symlink("b", base + "/l");
+    EXPECT_EQ(apply({{"l", 1, ""}, {"l/c", 0, "3"}, {"a", 1, ""}}), -4) << "a file in the way";
+    EXPECT_EQ(tree_text(base), "a = 1\nb/c = 3\nb/x/\nl -> b\n") << "a link to a directory is one";
 }
 
 // The image's disk is pulled: the file ends at any place, at the moment of any entry.

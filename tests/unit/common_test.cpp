@@ -166,14 +166,14 @@ TEST_F(HeaderReport, GroupsDoNotInterleave)
     header.crc = 0xFFFFFFFF;
     header.dirs = 3;
     header.comp = 1;
-    setenv("TZ", "UTC", 1);
+    setenv("TZ", "UTC-1", 1); // the zone has changed since the process began
     report(header);
     const std::string lines[] = {
         "   Image Name       : Vorn Video Systems firmware package",
         "   Firmware Version : V1.0.0.0",
         "   Update Place     : /usr/nand",
         "   Update Dir       : nand",
-        "   Created          : Thu Jan  1 00:00:00 1970\n",
+        "   Created          : Thu Jan  1 01:00:00 1970\n",
         "   Image Type       : (GZIP Compressed)",
         "   Data Size        : 496 Bytes",
         "   Directorys       : 3",

@@ -4,11 +4,14 @@
 #include "platform/platform.h"
 #include "tests/test_image.h"
 #include "update/dtt_create/create_image.h"
+#include "update/dtt_create/tree_walk.h"
 #include "update/dtt_update_common/entry_writer.h"
 #include "update_header.h"
 
 #include <arpa/inet.h>
+#include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -297,6 +300,16 @@ TEST_F(Create, AFullDiskLeavesAnImageThatEveryReaderRefuses)
         EXPECT_EQ(image().size(), room);
         EXPECT_NE(rec.all("trace").find("File too large"), std::string::npos) << room;
         EXPECT_TRUE(room < 488 || number(12) == 0x27051966) << "the magic number is no size";
+    }
+    rec.on_line = nullptr;
+    for (const char *target : {"/dev/full", "/dev/null"}) {
+        arena ap = {};
+        strcpy(ap.devpath, "./nand");
+        total_file_nums = 0;
+        const int fd = open(target, O_WRONLY | O_CLOEXEC);
+        EXPECT_EQ(get_dirs_and_files(fd, &ap), target[5] == 'f' ? -1 : 0) << target;
+        EXPECT_EQ(total_file_nums, target[5] == 'f' ? 0 : 20) << "nothing is left of a failure";
+        close(fd);
     }
 }
 

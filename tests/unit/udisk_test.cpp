@@ -156,8 +156,11 @@ TEST_F(Udisk, PresenceOfADevice)
         present += check_udisk_mount_status(std::string(path).data()) == 1 ? path + " " : "";
     EXPECT_EQ(present, "/mnt/sd1 /mnt/sd12 /mnt/sd1/x ");
     EXPECT_EQ(check_udisk_mount_status(nullptr), 0);
+    std::string path = "/mnt/sd2/x/y";
+    check_udisk_mount_status(path.data());
+    EXPECT_EQ(path, std::string("/mnt\0sd2\0x\0y", 12)) << "is taken apart";
     console();
-    std::string path = "/mnt/sd2\n";
+    path = "/mnt/sd2\n";
     check_udisk_mount_status(path.data());
     EXPECT_EQ(console(), "path=/mnt/sd2\n\nstat=sd1, res_stat=sd2\nstat=sd2, res_stat=sd2\nfind\n");
     rec.outputs["/bin/cat /proc/diskstats"] = "\nsd1\n";
@@ -418,6 +421,8 @@ TEST_F(Udisk, Backups)
     EXPECT_EQ(read_file(disk + "/unit7_202601020304.ubck").substr(32, 4), be32(1)) << "its place";
     EXPECT_EQ(fs::current_path(), "/tmp");
 
+    rec.outputs[" df |grep /dev/root"] = "3000000000\n";
+    EXPECT_EQ(backup(make_disk(78)).find("0 DISK/"), 0U) << "a very large disk";
     const std::string removed = whole.substr(whole.find("remove dir"));
     const std::string no_stream = "log run_command_return_string: popen read_device_info\n";
     const std::string no_size = no_stream + "get ubackup size faild.\nEND\n";

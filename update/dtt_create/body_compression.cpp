@@ -114,10 +114,9 @@ static bool put_body_back(int update_fd, size_t head_len, size_t data_len)
 static int compress_body(int update_fd, size_t head_len)
 {
     my_system("rm /tmp/tmppfile.gz -rf");
-    my_system("gzip /tmp/tmppfile");
-    // A gzip that ended before its time has left the plain file.
-    if (access(PLAIN_BODY, F_OK) == 0)
-        return -1;
+    // One that ended before its time has left the plain file, and maybe a part of the other.
+    if (my_system("gzip /tmp/tmppfile") != 0 && access(PLAIN_BODY, F_OK) == 0)
+        unlink(COMPRESSED_BODY);
     return combine_file(update_fd, head_len, COMPRESSED_BODY);
 }
 

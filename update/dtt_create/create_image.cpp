@@ -90,7 +90,6 @@ static int build_image(int ifd, struct arena *ap, const char *updatedir, int pla
                        const char *to_dir, const char *version)
 {
     update_header_t header = first_header(place_type, version);
-    begin_image();
     if (write_header(ifd, &header) != 0 || get_dirs_and_files(ifd, ap) != 0)
         return -1;
 
@@ -113,6 +112,9 @@ static int build_image(int ifd, struct arena *ap, const char *updatedir, int pla
 int do_create(char *updatedir, int /*mode*/, char *updata_file, int place_type, char *to_dir,
               char *version)
 {
+    // Of a walk that was not a build's.
+    total_file_nums = 0;
+    total_dir_nums = 0;
     struct arena ap = {};
     if (lstat(updatedir, &ap.st) != 0)
         return -1;

@@ -50,6 +50,8 @@ int check_udisk_mount_status(char *path)
     const char *res_stat = strtok_r(nullptr, "/", &rest);
     if (res_stat == nullptr)
         res_stat = "";
+    while (strtok_r(nullptr, "/", &rest) != nullptr)
+        continue;
     for (int i = 0; i < count && devices[i][0] != '\0'; i++) {
         printf("stat=%s, res_stat=%s\n", devices[i], res_stat);
         if (strcmp(devices[i], res_stat) == 0) {

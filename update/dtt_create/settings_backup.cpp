@@ -7,7 +7,9 @@
 #include "update/dtt_update_common/platform_log.h"
 #include "update_service.h"
 
+#include <algorithm>
 #include <cctype>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
@@ -49,7 +51,8 @@ static int read_size(char *command, int *size)
         BACKUP_LOG("get ubackup size faild.");
         return FAILED;
     }
-    *size = atoi(result_str);
+    // A disk of two TiB and more counts as that.
+    *size = static_cast<int>(std::clamp<long>(strtol(result_str, nullptr, 10), 0, INT_MAX));
     return 0;
 }
 

@@ -74,13 +74,15 @@ static void add_link(int dst_fd, struct arena *ap)
     free(target);
 }
 
+static int walk_directory(int dst_fd, struct arena *ap);
+
 static int add_directory(int dst_fd, struct arena *ap, const char *name)
 {
     char own_name[NAME_MAX + 1];
     copy_text(own_name, sizeof own_name, ap->path);
     copy_text(ap->path, sizeof ap->path, name);
     total_dir_nums++;
-    const int status = get_dirs_and_files(dst_fd, ap);
+    const int status = walk_directory(dst_fd, ap);
     copy_text(ap->path, sizeof ap->path, own_name);
     return status;
 }
@@ -129,7 +131,7 @@ static int walk_listing(DIR *dir, int dst_fd, struct arena *ap)
     }
 }
 
-int get_dirs_and_files(int dst_fd, struct arena *ap)
+static int walk_directory(int dst_fd, struct arena *ap)
 {
     DIR *dir = opendir(ap->devpath);
     if (dir == nullptr)
@@ -137,4 +139,10 @@ int get_dirs_and_files(int dst_fd, struct arena *ap)
     const int status = walk_listing(dir, dst_fd, ap);
     closedir(dir);
     return status;
+}
+
+int get_dirs_and_files(int dst_fd, struct arena *ap)
+{
+    begin_image();
+    return walk_directory(dst_fd, ap);
 }

@@ -73,10 +73,8 @@ static bool wait_for_card(const type_patch_t *row, int pertime, upgrade_info_t *
         select(0, nullptr, nullptr, nullptr, &timeout);
         update_info->cur_percent = percent + count * pertime / row->time;
         const int result = get_update_card_result(row->file_type);
-        if (result == CARD_DONE) {
-            update_info->cur_percent = percent + pertime;
+        if (result == CARD_DONE)
             return true;
-        }
         if (result == CARD_FAILED || count >= row->time)
             return false;
     }
@@ -109,12 +107,14 @@ int update_all_UserFile(aptid_t uid, upgrade_msg_t *upgd_msg)
         if (sent != 0)
             return sent;
         TRACE("update %s\n", row->file_patch);
+        const int percent = update_info->cur_percent;
         if (!wait_for_card(row, pertime, update_info)) {
             TRACE("update %s error\n", row->file_patch);
             send_result(uid, upgd_msg, request->failure);
             return -1;
         }
         TRACE("update %s ok\n", row->file_patch);
+        update_info->cur_percent = percent + pertime;
     }
     return 0;
 }

@@ -106,9 +106,6 @@ static bool is_kernel_file(const char *filename)
 
 static int copy_kernel_file(const char *filename)
 {
-    INSTALLER_TRACE("      kernel-%d(%s) \n", ker_img_num, filename);
-    // Counted whether it fails or not: the partition has been prepared for it.
-    ker_img_num++;
     char cmdstr[COMMAND_SIZE];
     if (!format_text(cmdstr, sizeof cmdstr, "/bin/cp %s /mntker/ -rf", filename)) {
         command_too_long(filename);
@@ -130,7 +127,12 @@ static int install_kernel_file(const char *filename)
     }
     // A file is copied after a failed mount too; the failure stands.
     const int prepared = ker_img_num == 0 ? prepare_kernel_partition() : 0;
-    const int copied = is_kernel_file(filename) ? copy_kernel_file(filename) : 0;
+    if (!is_kernel_file(filename))
+        return prepared;
+    INSTALLER_TRACE("      kernel-%d(%s) \n", ker_img_num, filename);
+    const int copied = copy_kernel_file(filename);
+    // Counted whether it fails or not: the partition has been prepared for it.
+    ker_img_num++;
     return prepared != 0 ? prepared : copied;
 }
 

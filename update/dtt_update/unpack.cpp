@@ -116,7 +116,7 @@ static void target_path(const char *u_base_dir, const image_entry *entry, char *
 static bool directory_can_be_made(const char *path)
 {
     const bool fits_command =
-        strlen(path) <= MKDIR_PATH_MAX && strpbrk(path, " \t\r\n|&;<>()$`\"'\\") == nullptr;
+        strlen(path) <= MKDIR_PATH_MAX && strpbrk(path, " \t\n|&;<>()$`\"'\\") == nullptr;
     return fits_command || access(path, F_OK) == 0;
 }
 
@@ -173,11 +173,14 @@ void prepare_entry(const char *engine, char *u_base_dir, image_entry *entry, cha
             entry->type, entry->file_size);
     PLATFORM_LOG_AS(engine, "(num-%d)%s type(%d), size(%d)", static_cast<int>(entry->number),
                     basename, entry->type, entry->file_size);
+    // A link to a directory serves as one.
+    if (entry->type == ENTRY_DIRECTORY)
+        return;
     // A process that runs from the old file goes on with the old bytes. A file that can't be
-    // unlinked, a mount point say, is emptied: its old end would stand behind the new data.
-    if (unlink(basename) != 0 && errno != ENOENT && entry->type != ENTRY_DIRECTORY &&
-        truncate(basename, 0) != 0)
-        TRACE_AS(engine, "unable to empty `%s': %s\n", basename, strerror(errno));
+    // unlinked, a mount point say, is emptied: its old end would stand behind the new data. What
+    // can't be emptied can't be opened for writing either, which is told then.
+    if (unlink(basename) != 0 && errno != ENOENT) [[maybe_unused]]
+        const int emptied = truncate(basename, 0);
 }
 
 // A file that has been cut short reads as zeros from its new end to the end of that page: what has
@@ -189,12 +192,21 @@ static bool still_holds(const image *img, const image_entry *entry)
     return fstat(img->fd, &st) == 0 && st.st_size >= end;
 }
 
+// Whether something else stands in a directory's place.
+static bool is_in_the_way(const char *path)
+{
+    struct stat st;
+    return stat(path, &st) == 0 && !S_ISDIR(st.st_mode);
+}
+
 int write_entry(const char *engine, const image *img, const char *filedata,
                 const image_entry *entry, const char *basename)
 {
-    if (entry->type == ENTRY_DIRECTORY)
+    const bool directory = entry->type == ENTRY_DIRECTORY;
+    if (directory && !is_in_the_way(basename))
         return 0;
-    int status = copy_file(filedata + entry->data_offset, basename, entry->file_size);
+    int status =
+        directory ? -1 : copy_file(filedata + entry->data_offset, basename, entry->file_size);
     if (status == 0 && !still_holds(img, entry)) {
         damaged_entry(engine, entry, "the image has shrunk");
         status = -1;

@@ -10,7 +10,7 @@ constexpr size_t LINK_NAME_SIZE = 128;
 // Largest image in bytes: sizes are handled as signed 32-bit numbers by every reader.
 constexpr long long IMAGE_SIZE_MAX = 0x7FFFFFFF;
 
-// Starts the bookkeeping of a new image, which holds the header alone.
+// Starts the bookkeeping of a new image, which holds the header alone. Every walk does it.
 void begin_image(void);
 
 // Whether the image can't be finished since begin_image: an entry was begun and not completed, the

@@ -40,6 +40,7 @@ void print_image_hdr(update_header_t *pheader)
 {
     const time_t timestamp = ntohl(pheader->ih_time);
     char created[26] = "";
+    tzset(); // the zone of now, also in a process that runs for months
     ctime_r(&timestamp, created);
     const int place = static_cast<int>(ntohl(pheader->ih_place));
     const char *dest = place == PLACE_COSTOM ? reinterpret_cast<const char *>(pheader->ih_dest_dir)
