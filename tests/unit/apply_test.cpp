@@ -4,7 +4,7 @@
 #include "tests/test_image.h"
 #include "update/dtt_update/apply_engine.h"
 #include "update/dtt_update/image_reader.h"
-#include "update_header.h"
+#include "update_service.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -144,6 +144,10 @@ TEST_F(Apply, ProgressBlockAndReboot)
         EXPECT_EQ(rec.all("shm"), "get 0x600001 16 00") << "a peer's segment of 16 bytes is used";
         EXPECT_EQ(rec.last(3), mode == REBOOT_MODE ? reboot : plain);
     }
+    rec.lines.clear();
+    free_upgrade_info(get_upgrade_info());
+    free_upgrade_info(nullptr);
+    EXPECT_EQ(rec.all("shm"), "get 0x600001 16 00|detach");
     rec.shm_fails = true;
     EXPECT_EQ(apply(image_bytes({}), REBOOT_MODE), -10);
     EXPECT_EQ(rec.last(2), (lines{"log do_update:  get_upgrade_info Error .\n",
