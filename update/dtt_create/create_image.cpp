@@ -112,7 +112,7 @@ static int build_image(int ifd, struct arena *ap, const char *updatedir, int pla
 int do_create(char *updatedir, int /*mode*/, char *updata_file, int place_type, char *to_dir,
               char *version)
 {
-    // Of a walk that was not a build's.
+    // A walk outside of a build counts as well.
     total_file_nums = 0;
     total_dir_nums = 0;
     struct arena ap = {};

@@ -50,6 +50,7 @@ int check_udisk_mount_status(char *path)
     const char *res_stat = strtok_r(nullptr, "/", &rest);
     if (res_stat == nullptr)
         res_stat = "";
+    // The caller's path is taken apart to its end.
     while (strtok_r(nullptr, "/", &rest) != nullptr)
         continue;
     for (int i = 0; i < count && devices[i][0] != '\0'; i++) {

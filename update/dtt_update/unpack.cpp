@@ -173,14 +173,16 @@ void prepare_entry(const char *engine, char *u_base_dir, image_entry *entry, cha
             entry->type, entry->file_size);
     PLATFORM_LOG_AS(engine, "(num-%d)%s type(%d), size(%d)", static_cast<int>(entry->number),
                     basename, entry->type, entry->file_size);
-    // A link to a directory serves as one.
+    // A link that leads to a directory serves as one.
     if (entry->type == ENTRY_DIRECTORY)
         return;
     // A process that runs from the old file goes on with the old bytes. A file that can't be
     // unlinked, a mount point say, is emptied: its old end would stand behind the new data. What
     // can't be emptied can't be opened for writing either, which is told then.
-    if (unlink(basename) != 0 && errno != ENOENT) [[maybe_unused]]
+    if (unlink(basename) != 0 && errno != ENOENT) {
         const int emptied = truncate(basename, 0);
+        static_cast<void>(emptied);
+    }
 }
 
 // A file that has been cut short reads as zeros from its new end to the end of that page: what has
