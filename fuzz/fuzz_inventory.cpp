@@ -15,7 +15,7 @@
 static constexpr char PART = 0x1f;
 static constexpr char NO_COMMAND[] = "\x1e";
 static constexpr char PLAIN[] =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-/";
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-/+,:@=%";
 
 static std::vector<std::string> outputs;
 static size_t next_output;
