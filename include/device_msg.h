@@ -170,16 +170,20 @@ enum {
 enum { FPGA_VPU_SLOT = 1, FPGA_INPUT_SLOT = 2, FPGA_OUTPUT_SLOT = 4 };
 enum { FPGA_VPU_MODEL = 0, FPGA_INPUT_MODEL = 0, FPGA_OUTPUT_MODEL = 0 };
 
+/* An array without elements is an extension of the compilers. */
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpedantic"
+
 typedef struct stPmdData {
-    uint8_t pid;                   /* bits 8 to 15 of head.ui_id */
-    uint8_t id;                    /* 254 in a request for a firmware file */
-    uint8_t cmd;                   /* CMD_UPDATE */
-    uint8_t slot;                  /* FPGA_..._SLOT */
-    uint16_t model;                /* 0, 0x100 for an FPGA image, 0x1ff for a golden one */
-    uint16_t seq;                  /* counts the requests of a process */
-    uint32_t addr;                 /* 0 in a request for a firmware file */
-    uint16_t len;                  /* bytes of the payload, their low 16 bits */
-    __extension__ uint8_t data[0]; /* the payload */
+    uint8_t pid;     /* bits 8 to 15 of head.ui_id */
+    uint8_t id;      /* 254 in a request for a firmware file */
+    uint8_t cmd;     /* CMD_UPDATE */
+    uint8_t slot;    /* FPGA_..._SLOT */
+    uint16_t model;  /* 0, 0x100 for an FPGA image, 0x1ff for a golden one */
+    uint16_t seq;    /* counts the requests of a process */
+    uint32_t addr;   /* 0 in a request for a firmware file */
+    uint16_t len;    /* bytes of the payload, their low 16 bits */
+    uint8_t data[0]; /* the payload */
 } __attribute__((packed)) stPmdData;
 
 static_assert(sizeof(stPmdData) == 14, "stPmdData is a record of messages");
@@ -198,6 +202,8 @@ typedef struct stApMsg {
     Flabel_t lable;
     stPmdData kmddata;
 } stApMsg;
+
+#pragma GCC diagnostic pop
 
 static_assert(sizeof(stApMsg) == 40, "two bytes behind kmddata round it up");
 static_assert(offsetof(stApMsg, head) == 0, "head");
