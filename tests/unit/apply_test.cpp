@@ -366,9 +366,12 @@ TEST_F(Apply, AFailedEntryEndsTheRunAndKeepsTheOnesBefore)
     EXPECT_TRUE(rec.has("trace bb_full_write failed `" + base + "/b' size= 9000\n"));
     EXPECT_TRUE(rec.has("log do_update: copy_file ----------  " + base + "/b --------- failed."));
 
-    rec.on_line = nullptr;
     fs::remove_all(base);
     fs::create_directories(base + "/b/x");
+    rec.on_line = [](const std::string &line) {
+        EXPECT_TRUE(line.find(" --------- failed") == line.npos || rec.block.failed_nums == 1)
+            << "counted ahead of its lines";
+    };
     EXPECT_EQ(apply({{"a", 0, "1"}, {"b", 0, "2"}}), -4) << "a directory in the way";
     EXPECT_TRUE(rec.has("trace unable to open `" + base + "/b'\n"));
     EXPECT_EQ(apply({{"a;b/c", 0, "1"}}), -4) << "its directory is cut at the ';' and not made";

@@ -28,7 +28,7 @@ static int apply_entry(const image *img, const char *filedata, image_entry *entr
     update_info->cur_percent = 0;
     prepare_entry(ENGINE, u_base_dir, entry, basename);
     update_info->cur_percent = 100;
-    if (write_entry(ENGINE, img, filedata, entry, basename) != 0)
+    if (write_entry(ENGINE, update_info, img, filedata, entry, basename) != 0)
         return APPLY_COPY_FAILED;
     const int ret = update_LinuxFile(entry->type, basename);
     if (ret < 0)
@@ -44,14 +44,14 @@ static int apply_entry(const image *img, const char *filedata, image_entry *entr
 static int walk_entries(const image *img, const char *filedata, char *u_base_dir,
                         upgrade_info_t *update_info)
 {
-    if (check_entries(ENGINE, img, u_base_dir) != 0)
+    if (check_entries(ENGINE, update_info, img, u_base_dir) != 0)
         return APPLY_COPY_FAILED;
     entry_walk walk;
     start_walk(&walk, img);
     const uint32_t count = ntohl(img->header.ih_filenum);
     for (uint32_t i = 0; i < count; i++) {
         image_entry entry;
-        if (next_entry(ENGINE, &walk, u_base_dir, &entry) != 0)
+        if (next_entry(ENGINE, update_info, &walk, u_base_dir, &entry) != 0)
             return APPLY_COPY_FAILED;
         const int ret = apply_entry(img, filedata, &entry, u_base_dir, update_info);
         if (ret < 0)
@@ -70,8 +70,6 @@ static int unpack_image(image *img, char *u_base_dir, upgrade_info_t *update_inf
     begin_unpacking(ENGINE, img, update_info);
 
     const int ret = walk_entries(img, filedata, u_base_dir, update_info);
-    if (ret == APPLY_COPY_FAILED)
-        update_info->failed_nums++;
     unmap_image(img, filedata);
     ENGINE_LOG(" update_info->result = %d (1:ok, 2:error). \n", update_info->result);
     if (ret < 0) {

@@ -44,7 +44,6 @@ static int refusal_code(image_refusal refusal)
 
 static walk_end copy_failed(aptid_t uid, upgrade_msg_t *upgd_msg)
 {
-    upgd_msg->upgrade_info.failed_nums++;
     report_failure(uid, upgd_msg, UPGD_ERROR_COPY);
     return WALK_COPY_FAILED;
 }
@@ -58,7 +57,7 @@ static walk_end apply_entry(aptid_t uid, upgrade_msg_t *upgd_msg, const image *i
     update_info->cur_percent =
         static_cast<int>(UNPACKING_PERCENT * static_cast<unsigned int>(update_info->cur_nums) /
                          ntohl(img->header.ih_filenum));
-    if (write_entry(ENGINE, img, filedata, entry, basename) != 0)
+    if (write_entry(ENGINE, update_info, img, filedata, entry, basename) != 0)
         return copy_failed(uid, upgd_msg);
     const int ret = update_LinuxFile(entry->type, basename);
     if (ret < 0) {
@@ -90,7 +89,7 @@ static walk_end walk_entries(aptid_t uid, upgrade_msg_t *upgd_msg, const image *
     // A list that can't be read because its disk is gone is no damaged one.
     if (count > 0 && disk_is_gone(uid, upgd_msg))
         return WALK_STOPPED;
-    if (check_entries(ENGINE, img, u_base_dir) != 0)
+    if (check_entries(ENGINE, &upgd_msg->upgrade_info, img, u_base_dir) != 0)
         return copy_failed(uid, upgd_msg);
     entry_walk walk;
     start_walk(&walk, img);
@@ -98,7 +97,7 @@ static walk_end walk_entries(aptid_t uid, upgrade_msg_t *upgd_msg, const image *
         if (disk_is_gone(uid, upgd_msg))
             return WALK_STOPPED;
         image_entry entry;
-        if (next_entry(ENGINE, &walk, u_base_dir, &entry) != 0)
+        if (next_entry(ENGINE, &upgd_msg->upgrade_info, &walk, u_base_dir, &entry) != 0)
             return copy_failed(uid, upgd_msg);
         const walk_end end = apply_entry(uid, upgd_msg, img, filedata, &entry, u_base_dir);
         if (end != WALK_DONE)

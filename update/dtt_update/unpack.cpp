@@ -80,8 +80,9 @@ int creat_link_file(char *basename, char *filename)
     return my_system(cmd);
 }
 
-static void copy_failed(const char *engine, const char *basename)
+static void copy_failed(const char *engine, upgrade_info_t *update_info, const char *basename)
 {
+    update_info->failed_nums++;
     PLATFORM_LOG_AS(engine, "copy_file ----------  %s --------- failed.", basename);
     TRACE_AS(engine, "copy_file failed :---------- %s ---------- \n", basename);
 }
@@ -91,14 +92,15 @@ static void damaged_entry(const char *engine, const image_entry *entry, const ch
     TRACE_AS(engine, "image is damaged at entry %u: %s\n", entry->number, fault);
 }
 
-int next_entry(const char *engine, entry_walk *walk, const char *u_base_dir, image_entry *entry)
+int next_entry(const char *engine, upgrade_info_t *update_info, entry_walk *walk,
+               const char *u_base_dir, image_entry *entry)
 {
     const char *const fault = read_entry(walk, entry);
     if (fault == nullptr)
         return 0;
     damaged_entry(engine, entry, fault);
     // An entry without a name would have gone somewhere below this directory.
-    copy_failed(engine, u_base_dir);
+    copy_failed(engine, update_info, u_base_dir);
     return -1;
 }
 
@@ -140,21 +142,22 @@ static const char *entry_fault(const char *u_base_dir, const image_entry *entry,
     return nullptr;
 }
 
-int check_entries(const char *engine, const image *img, const char *u_base_dir)
+int check_entries(const char *engine, upgrade_info_t *update_info, const image *img,
+                  const char *u_base_dir)
 {
     entry_walk walk;
     start_walk(&walk, img);
     const uint32_t count = ntohl(img->header.ih_filenum);
     for (uint32_t i = 0; i < count; i++) {
         image_entry entry;
-        if (next_entry(engine, &walk, u_base_dir, &entry) != 0)
+        if (next_entry(engine, update_info, &walk, u_base_dir, &entry) != 0)
             return -1;
         char basename[PATH_SIZE];
         target_path(u_base_dir, &entry, basename);
         const char *const fault = entry_fault(u_base_dir, &entry, basename);
         if (fault != nullptr) {
             damaged_entry(engine, &entry, fault);
-            copy_failed(engine, basename[0] != '\0' ? basename : entry.name);
+            copy_failed(engine, update_info, basename[0] != '\0' ? basename : entry.name);
             return -1;
         }
     }
@@ -201,8 +204,8 @@ static bool is_in_the_way(const char *path)
     return stat(path, &st) == 0 && !S_ISDIR(st.st_mode);
 }
 
-int write_entry(const char *engine, const image *img, const char *filedata,
-                const image_entry *entry, const char *basename)
+int write_entry(const char *engine, upgrade_info_t *update_info, const image *img,
+                const char *filedata, const image_entry *entry, const char *basename)
 {
     const bool directory = entry->type == ENTRY_DIRECTORY;
     if (directory && !is_in_the_way(basename))
@@ -214,6 +217,6 @@ int write_entry(const char *engine, const image *img, const char *filedata,
         status = -1;
     }
     if (status != 0)
-        copy_failed(engine, basename);
+        copy_failed(engine, update_info, basename);
     return status;
 }

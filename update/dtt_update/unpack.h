@@ -1,17 +1,21 @@
 // Bringing the entries of an image to the file system: what both apply engines do with each entry.
-// Lines are written in the name of the engine that is given.
+// Lines are written in the name of the engine that is given. A failed copy, or what is taken for
+// one, is counted in the progress ahead of its lines.
 #ifndef DTT_UPDATE_UNPACK_H
 #define DTT_UPDATE_UNPACK_H
 
 #include "update/dtt_update/image_reader.h"
+#include "upgrade_info.h"
 
 // Walks the whole list once, before the first entry is written, and tests that every entry can be
 // read, stays below `u_base_dir` and fits the buffers of the operations below. Returns 0, or -1
 // with the lines of a failed copy for the first entry that does not.
-int check_entries(const char *engine, const image *img, const char *u_base_dir);
+int check_entries(const char *engine, upgrade_info_t *update_info, const image *img,
+                  const char *u_base_dir);
 
 // Reads the next entry. Returns 0, or -1 with the lines of a failed copy if it can't be read.
-int next_entry(const char *engine, entry_walk *walk, const char *u_base_dir, image_entry *entry);
+int next_entry(const char *engine, upgrade_info_t *update_info, entry_walk *walk,
+               const char *u_base_dir, image_entry *entry);
 
 // Makes way for an entry: its parent directory is made, the entry is announced, and what stands at
 // its target path is unlinked, or emptied if it can't be. A directory entry is made here whole. The
@@ -20,8 +24,8 @@ void prepare_entry(const char *engine, char *u_base_dir, image_entry *entry, cha
 
 // Writes the entry's data from the image `img`, mapped at `filedata`, to the new file `basename`; a
 // link gets an empty file in its place. Returns 0, or -1 with its lines.
-int write_entry(const char *engine, const image *img, const char *filedata,
-                const image_entry *entry, const char *basename);
+int write_entry(const char *engine, upgrade_info_t *update_info, const image *img,
+                const char *filedata, const image_entry *entry, const char *basename);
 
 // Makes the parent directory of the entry `filename` below `force_dir`, if it is missing. The
 // target of a link is no part of its path.
