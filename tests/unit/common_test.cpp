@@ -97,9 +97,13 @@ TEST_F(PathRecorded, CardNamesAreExact)
     EXPECT_EQ(check_type_SelfFile((name + "x").data(), &type), -1);
     EXPECT_EQ(console(), "ERR:len of self name is to long! \n");
     EXPECT_EQ(type, -7);
-    name = "Golden_Vpu.bin";
-    EXPECT_EQ(check_type_SelfFile(name.data(), &type), 0);
-    EXPECT_EQ(type, 30);
+    int expected = 22;
+    for (std::string card : {"App_inputCard.bin", "App_OutputCard_HDMI.bin", "App_VPUCard.bin",
+                             "InputCardTop.bin", "Tyx_OutputCard.bin", "TYX_VPU_TOP.bin",
+                             "Golden_Input.bin", "Golden_Output.bin", "Golden_Vpu.bin"}) {
+        EXPECT_EQ(check_type_SelfFile(card.data(), &type), 0);
+        EXPECT_EQ(type, expected++) << card;
+    }
 }
 
 TEST_F(PathRecorded, LinkTargetsOfEveryLength)
