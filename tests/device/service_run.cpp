@@ -2,21 +2,15 @@
 // service: it receives the events and the card update requests from their mailboxes, answers for
 // the cards and the USB disk on other threads, and compares what arrived. Waits are shortened.
 #include "platform/configuration.h"
-#include "platform/mailbox.h"
+#include "tests/real_platform.h"
 #include "tests/test_image.h"
 #include "update_service.h"
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
+#include <fcntl.h>
 #include <functional>
-#include <gtest/gtest.h>
-#include <iterator>
 #include <sys/select.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <thread>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -46,22 +40,18 @@ int __wrap_select(int, fd_set *, fd_set *, fd_set *, timeval *)
 // A task's mailbox, which is read on a thread of its own; if nobody takes the messages, it is full
 // and stays so.
 struct mailbox {
-    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     std::string path;
+    int fd = bind_mailbox(path);
     std::thread thread;
 
     mailbox(aptid_t task, const std::function<void(const std::string &)> &take)
         : path(mailbox_of(task).text)
     {
-        fs::create_directory("/run/mailbox");
-        sockaddr_un name = {AF_UNIX, ""};
-        path.copy(name.sun_path, sizeof name.sun_path - 1);
-        const auto *const address = reinterpret_cast<const sockaddr *>(&name);
-        EXPECT_EQ(bind(fd, address, sizeof name), 0);
-        while (!take && sendto(fd, "", 1, MSG_DONTWAIT, address, sizeof name) == 1)
+        while (!take && mailbox_send(path.c_str(), "", 1) == 0)
             ;
         if (!take)
             return;
+        EXPECT_EQ(fcntl(fd, F_SETFL, 0), 0); // the reading waits
         thread = std::thread([this, take] {
             char bytes[4096];
             for (ssize_t n; (n = recv(fd, bytes, sizeof bytes, 0)) > 0;)
@@ -107,8 +97,7 @@ struct ServiceRun : testing::Test {
         stApMsg head;
         memcpy(&head, request.data(), sizeof head);
         EXPECT_EQ(head.kmddata.seq, next_number++);
-        std::ifstream file(request.c_str() + 42, std::ios::binary);
-        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "firmware " + type);
+        EXPECT_EQ(read_file(request.c_str() + 42), "firmware " + type);
         set_update_card_result(stoi(type), answer(stoi(type)));
     }
 
