@@ -6,7 +6,7 @@
 # What the platform's log daemon receives.
 mailbox_reader -t /dev/log >log &
 reader=$!
-until [[ -S /dev/log ]]; do sleep 0.01; done
+await 'the log reader' test -S /dev/log
 
 lay_out_tree
 run img_deploy -c ./tree -p 1 -r V3.2.1.0 update.img
@@ -19,7 +19,7 @@ expect 'progress block' 'file_nums=8 cur_nums=8 result=1 cur_percent=100' "$(pro
 expect_line <(messages out) 'result = 1, update successful !! '
 expect 'what was announced' 8 "$(grep -c '^(num-[0-7])/opt/upgddir/tree/.* type([0-9]*), size([0-9]*)$' err)"
 # The log names no process of its own: task, function, text.
-until grep -q 'set_update_flag: /bin/echo 2' log; do sleep 0.01; done
+await 'the last line of the log' grep -q 'set_update_flag: /bin/echo 2' log
 grep -qE '^<30>.* imgdeploy\[[0-9]+\]: 010a3c00 do_update:  run rsync ok\.$' log ||
     expect 'the platform log' 'run rsync ok' "$(tail -n 3 log)"
 kill "$reader"
@@ -54,7 +54,7 @@ rm -r /opt/upgddir
 run img_deploy -u bad.img -m 2
 expect 'status of a damaged body' '252 1' "$status $(flag)"
 expect 'what it has left' '' "$(find /opt/upgddir -mindepth 1)"
-expect 'its progress block' 'file_nums=8 cur_nums=0 result=2 cur_percent=0' "$(progress_block)"
+expect 'its progress block' 'file_nums=8 cur_nums=0 result=2 cur_percent=100' "$(progress_block)"
 
 # Full disks: under the target, and under the image.
 mkdir -p /opt/upgddir small
@@ -93,7 +93,7 @@ hit() {
     : >err
     # A shell has its background commands ignore interrupts.
     env --default-signal=INT img_deploy -u long.img -m 2 >out 2>err &
-    until grep -qs '(num-3)' err; do sleep 0.01; done
+    await 'the fourth entry' grep -q '(num-3)' err
     kill "-$1" $!
     wait $!
     expect "status and flag after SIG$1" "$2 $3" "$? $(flag)"

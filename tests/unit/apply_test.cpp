@@ -4,6 +4,7 @@
 #include "tests/test_image.h"
 #include "update/dtt_update/apply_engine.h"
 #include "update/dtt_update/image_reader.h"
+#include "update/dtt_update_common/shared_memory.h"
 #include "update_service.h"
 
 #include <cerrno>
@@ -148,6 +149,11 @@ TEST_F(Apply, ProgressBlockAndReboot)
     free_upgrade_info(get_upgrade_info());
     free_upgrade_info(nullptr);
     EXPECT_EQ(rec.all("shm"), "get 0x600001 16 00|detach");
+    rec.shm_exists = false;
+    rec.lines.clear();
+    attach_shm(0x600002, 16);
+    EXPECT_EQ(rec.all("shm"), "get 0x600002 16 00|get 0x600002 16 01600")
+        << "no other segment grows";
     rec.shm_fails = true;
     EXPECT_EQ(apply(image_bytes({}), REBOOT_MODE), -10);
     EXPECT_EQ(rec.last(2), (lines{"log do_update:  get_upgrade_info Error .\n",
@@ -269,16 +275,23 @@ TEST_F(Apply, BootLoaderAndKernelInARun)
     const std::string done = "|sysconfig set fw_version V1.0.0.0|/bin/sync";
     for (int i = 0; i < 2; i++)
         EXPECT_EQ(run(""), "0, 4 4 1 100 0, " + boot + kernel + done) << "each run prepares anew";
+    test_header header;
+    header.version = "V1;touch${IFS}x";
+    EXPECT_EQ(outcome(apply(image_bytes({}, header))),
+              "0, 0 0 1 0 0, /bin/mkdir -p D/base|/bin/sync");
+    EXPECT_TRUE(rec.has(
+        "log do_update: version <V1;touch${IFS}x> has no place in a command: not recorded"));
     fs::remove(base + "/z");
     EXPECT_EQ(run("dd "), "-5, 4 0 2 100 0, " + boot) << "its file was written";
     EXPECT_EQ(run("/bin/cp"), "-14, 4 1 2 100 0, " + boot + kernel);
     EXPECT_FALSE(fs::exists(base + "/z")) << "nothing behind the failed entry";
 }
 
-// Each damage ends the run with the code of a failed copy before the first entry is written.
-TEST_F(Apply, DamagedImagesAreFoundBeforeTheFirstEntry)
+// Each damage ends the run at its entry like a failed copy: the one ahead of it is on disk, and no
+// command has been run for it. `cost$` and the like mean themselves to a shell.
+TEST_F(Apply, DamagedEntriesFailAtTheirTurn)
 {
-    const std::string good = entry_bytes({"good", 0, "x"});
+    const std::string good = entry_bytes({"cost$", 0, "x"});
     const auto named = [&good](const std::string &name, int type = 0) {
         return good + entry_bytes({name, type, "x"});
     };
@@ -287,6 +300,8 @@ TEST_F(Apply, DamagedImagesAreFoundBeforeTheFirstEntry)
     const std::string climbs = "1: its name leads out of the directory";
     const std::string no_command = "1: its directory can't be made by a command";
     const std::string no_link = "1: its path and target are too long for a link";
+    const std::string no_word = "1: its path or target would be taken apart by a command";
+    const std::string no_install = "1: its path would be taken apart by a command";
     const std::string name1023(1023, 'n');
     const std::string deep(497 - base.size(), 'd'); // a path of 498, and a command has room for 497
     const struct {
@@ -310,20 +325,30 @@ TEST_F(Apply, DamagedImagesAreFoundBeforeTheFirstEntry)
         {named(deep + "/x"), no_command, "D/base/" + deep + "/x"},
         {named(deep, 1), no_command, "D/base/" + deep},
         {named("d /tmp/x"), no_command, "D/base/d /tmp/x"},
+        {named("a$(touch x)/x"), no_command, "D/base/a$(touch x)/x"},
+        {named("a`b`", 1), no_command, "D/base/a`b`"},
+        {named("z$(touch x);t", 4), no_word, "D/base/z$(touch x)"},
+        {named("l;$HOME", 4), no_word, "D/base/l"},
+        {named("l;-t", 4), no_word, "D/base/l"},
+        {named("-l;t", 4), no_word, "D/base/-l"},
+        {named("u;b", 7), no_install, "D/base/u;b"},
+        {named("zImage&", 5), no_install, "D/base/zImage&"},
         {named("l;" + std::string(126, 't'), 4), no_link, "D/base/l"},
         // One character more than its command has room for.
         {named("l;" + std::string(105 - base.size(), 't'), 4), no_link, "D/base/l"},
     };
     for (const auto &row : rows) {
+        fs::remove_all(base);
         const int result = apply(image_around(row.body, row.count), REBOOT_MODE);
-        EXPECT_EQ(outcome(result), "-4, " + std::to_string(static_cast<int>(row.count)) +
-                                       " 0 2 0 1, /bin/mkdir -p D/base|reboot -f");
+        const std::string ahead = row.body == "" ? " 0" : " 1";
+        EXPECT_EQ(outcome(result), "-4, " + std::to_string(static_cast<int>(row.count)) + ahead +
+                                       " 2 100 1, /bin/mkdir -p D/base|reboot -f");
         expect_end("|trace image is damaged at entry " + row.fault +
                    "\n|log do_update: copy_file ----------  " + row.path +
                    " --------- failed.|trace copy_file failed :---------- " + row.path +
                    " ---------- \n|log do_update:  update_info->result = 0 (1:ok, 2:error). \n"
                    "|trace result = 2, update 1 file error !! \n");
-        EXPECT_EQ(tree_text(base), "") << row.fault;
+        EXPECT_EQ(tree_text(base), row.body == "" ? "" : "cost$ = x\n") << row.fault;
     }
     // An image of 4 GiB would have room for the data of this entry.
     write_file_text(image, std::string(488, 'h') + std::string("name\0\0\x80\0\0\0", 10));
@@ -343,9 +368,16 @@ TEST_F(Apply, WhatOnlyLooksDamaged)
         longest += std::string(99, 'd') + "/";
     fs::create_directories(base + "/" + longest);
     longest.resize(PATH_SIZE - 1 - base.size() - 1, 'f');
-    EXPECT_EQ(apply({{longest, 0, "1"}, {"d/../e", 0, "2"}, {"..f/...", 0, "3"}, {"g;h", 0, "4"}}),
+    EXPECT_EQ(apply({{longest, 0, "1"},
+                     {"d/../e", 0, "2"},
+                     {"..f/...", 0, "3"},
+                     {"g;h", 0, "4"},
+                     {"a$./[", 0, "5"},
+                     {"l[;*", 4, ""},
+                     {"k i", 5, "6"}}),
               0);
-    EXPECT_EQ(tree_text(base), "..f/... = 3\nd/\n" + longest + " = 1\ne = 2\ng;h = 4\n");
+    EXPECT_EQ(tree_text(base), "..f/... = 3\na$./[ = 5\nd/\n" + longest +
+                                   " = 1\ne = 2\ng;h = 4\nk i = 6\nl[ -> *\n");
     EXPECT_EQ(fs::status(base + "/e").permissions(), fs::perms(0755));
     // Entries at every distance from the end of what is read ahead.
     constexpr size_t window = sizeof entry_walk::window;

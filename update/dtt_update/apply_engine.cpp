@@ -20,23 +20,28 @@ static constexpr char ENGINE[] = "do_update";
 
 enum { RESULT_STARTED = -1, RESULT_UNPACKING = 0, RESULT_DONE = 1, RESULT_FAILED = 2 };
 
-// Returns the entry's result.
-static int apply_entry(const image *img, const char *filedata, image_entry *entry, char *u_base_dir,
+// Returns the next entry's result.
+static int apply_entry(const image *img, const char *filedata, entry_walk *walk, char *u_base_dir,
                        upgrade_info_t *update_info)
 {
+    image_entry entry;
     char basename[PATH_SIZE];
     update_info->cur_percent = 0;
-    prepare_entry(ENGINE, u_base_dir, entry, basename);
+    const bool taken = take_entry(ENGINE, walk, u_base_dir, &entry, basename) == 0;
+    if (taken)
+        prepare_entry(ENGINE, u_base_dir, &entry, basename);
     update_info->cur_percent = 100;
-    if (write_entry(ENGINE, update_info, img, filedata, entry, basename) != 0)
+    if (!taken || write_entry(ENGINE, img, filedata, &entry, basename) != 0) {
+        copy_failed(ENGINE, update_info, basename);
         return APPLY_COPY_FAILED;
-    const int ret = update_LinuxFile(entry->type, basename);
+    }
+    const int ret = update_LinuxFile(entry.type, basename);
     if (ret < 0)
         return ret;
-    if (save_UserFile_patch(entry->type, basename) != 0)
+    if (save_UserFile_patch(entry.type, basename) != 0)
         update_info->cur_nums++;
-    if (entry->type == ENTRY_LINK)
-        creat_link_file(basename, entry->name);
+    if (entry.type == ENTRY_LINK)
+        creat_link_file(basename, entry.name);
     return 0;
 }
 
@@ -44,16 +49,11 @@ static int apply_entry(const image *img, const char *filedata, image_entry *entr
 static int walk_entries(const image *img, const char *filedata, char *u_base_dir,
                         upgrade_info_t *update_info)
 {
-    if (check_entries(ENGINE, update_info, img, u_base_dir) != 0)
-        return APPLY_COPY_FAILED;
     entry_walk walk;
     start_walk(&walk, img);
     const uint32_t count = ntohl(img->header.ih_filenum);
     for (uint32_t i = 0; i < count; i++) {
-        image_entry entry;
-        if (next_entry(ENGINE, update_info, &walk, u_base_dir, &entry) != 0)
-            return APPLY_COPY_FAILED;
-        const int ret = apply_entry(img, filedata, &entry, u_base_dir, update_info);
+        const int ret = apply_entry(img, filedata, &walk, u_base_dir, update_info);
         if (ret < 0)
             return ret;
     }
@@ -66,8 +66,9 @@ static int unpack_image(image *img, char *u_base_dir, upgrade_info_t *update_inf
     const char *const filedata = map_image(img);
     if (filedata == nullptr)
         return APPLY_NOT_MAPPED;
+    update_info->file_nums = static_cast<int>(ntohl(img->header.ih_filenum));
     update_info->result = RESULT_UNPACKING;
-    begin_unpacking(ENGINE, img, update_info);
+    begin_unpacking(ENGINE, update_info);
 
     const int ret = walk_entries(img, filedata, u_base_dir, update_info);
     unmap_image(img, filedata);

@@ -136,6 +136,11 @@ static int install_kernel_file(const char *filename)
     return prepared != 0 ? prepared : copied;
 }
 
+bool installs(int type, const char *filename)
+{
+    return type == ENTRY_BOOT || (type == ENTRY_KERNEL && is_kernel_file(filename));
+}
+
 int update_LinuxFile(int type, char *filename)
 {
     switch (type) {

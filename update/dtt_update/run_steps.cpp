@@ -2,10 +2,11 @@
 #include "update/dtt_update/run_steps.h"
 
 #include "update/dtt_update/installer.h"
+#include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/trace_log.h"
 
-#include <arpa/inet.h>
+#include <cstring>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -26,9 +27,8 @@ void unmap_image(const image *img, const char *filedata)
     munmap(const_cast<char *>(filedata), img->size);
 }
 
-void begin_unpacking(const char *engine, const image *img, upgrade_info_t *update_info)
+void begin_unpacking(const char *engine, upgrade_info_t *update_info)
 {
-    update_info->file_nums = static_cast<int>(ntohl(img->header.ih_filenum));
     show_result(engine, update_info);
     TRACE_AS(engine,
              "\n\n\n\n\rround 1 --------unpress ***.img file and update Linux files ....\n");
@@ -37,7 +37,13 @@ void begin_unpacking(const char *engine, const image *img, upgrade_info_t *updat
 
 void record_image(const char *engine, image *img)
 {
-    update_fw_version(&img->header);
+    char version[IH_NMLEN + 1] = "";
+    // The field may lack a terminator.
+    memcpy(version, img->header.ih_version, IH_NMLEN);
+    if (means_itself(version))
+        update_fw_version(&img->header);
+    else
+        PLATFORM_LOG_AS(engine, "version <%s> has no place in a command: not recorded", version);
     my_system("/bin/sync");
     PLATFORM_LOG_AS(engine, " run rsync ok.");
 }

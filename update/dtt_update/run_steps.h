@@ -13,11 +13,11 @@ void show_result(const char *engine, const upgrade_info_t *update_info);
 const char *map_image(const image *img);
 void unmap_image(const image *img, const char *filedata);
 
-// Enters the number of entries in the progress and announces the unpacking.
-void begin_unpacking(const char *engine, const image *img, upgrade_info_t *update_info);
+// Announces the unpacking of the number of entries that the progress holds.
+void begin_unpacking(const char *engine, upgrade_info_t *update_info);
 
-// After an unpacking without failure: records the image's version and has everything written to the
-// disks.
+// After an unpacking without failure: records the image's version, unless a command would take it
+// apart, and has everything written to the disks.
 void record_image(const char *engine, image *img);
 
 // Ends a run: restarts the board in REBOOT_MODE, after the time that a reader has to see the

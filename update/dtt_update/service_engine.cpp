@@ -42,33 +42,33 @@ static int refusal_code(image_refusal refusal)
     }
 }
 
-static walk_end copy_failed(aptid_t uid, upgrade_msg_t *upgd_msg)
-{
-    report_failure(uid, upgd_msg, UPGD_ERROR_COPY);
-    return WALK_COPY_FAILED;
-}
-
 static walk_end apply_entry(aptid_t uid, upgrade_msg_t *upgd_msg, const image *img,
-                            const char *filedata, image_entry *entry, char *u_base_dir)
+                            const char *filedata, entry_walk *walk, char *u_base_dir)
 {
     upgrade_info_t *const update_info = &upgd_msg->upgrade_info;
+    image_entry entry;
     char basename[PATH_SIZE];
-    prepare_entry(ENGINE, u_base_dir, entry, basename);
+    const bool taken = take_entry(ENGINE, walk, u_base_dir, &entry, basename) == 0;
+    if (taken)
+        prepare_entry(ENGINE, u_base_dir, &entry, basename);
     update_info->cur_percent =
         static_cast<int>(UNPACKING_PERCENT * static_cast<unsigned int>(update_info->cur_nums) /
                          ntohl(img->header.ih_filenum));
-    if (write_entry(ENGINE, update_info, img, filedata, entry, basename) != 0)
-        return copy_failed(uid, upgd_msg);
-    const int ret = update_LinuxFile(entry->type, basename);
+    if (!taken || write_entry(ENGINE, img, filedata, &entry, basename) != 0) {
+        copy_failed(ENGINE, update_info, basename);
+        report_failure(uid, upgd_msg, UPGD_ERROR_COPY);
+        return WALK_COPY_FAILED;
+    }
+    const int ret = update_LinuxFile(entry.type, basename);
     if (ret < 0) {
         send_result(uid, upgd_msg,
                     ret == INSTALL_BOOT_FAILED ? UPGD_ERROR_BOOT : UPGD_ERROR_KERNEL);
         return WALK_STOPPED;
     }
-    if (save_UserFile_patch(entry->type, basename) != 0)
+    if (save_UserFile_patch(entry.type, basename) != 0)
         update_info->cur_nums++;
-    if (entry->type == ENTRY_LINK)
-        creat_link_file(basename, entry->name);
+    if (entry.type == ENTRY_LINK)
+        creat_link_file(basename, entry.name);
     return WALK_DONE;
 }
 
@@ -85,21 +85,13 @@ static bool disk_is_gone(aptid_t uid, upgrade_msg_t *upgd_msg)
 static walk_end walk_entries(aptid_t uid, upgrade_msg_t *upgd_msg, const image *img,
                              const char *filedata, char *u_base_dir)
 {
-    const uint32_t count = ntohl(img->header.ih_filenum);
-    // A list that can't be read because its disk is gone is no damaged one.
-    if (count > 0 && disk_is_gone(uid, upgd_msg))
-        return WALK_STOPPED;
-    if (check_entries(ENGINE, &upgd_msg->upgrade_info, img, u_base_dir) != 0)
-        return copy_failed(uid, upgd_msg);
     entry_walk walk;
     start_walk(&walk, img);
+    const uint32_t count = ntohl(img->header.ih_filenum);
     for (uint32_t i = 0; i < count; i++) {
         if (disk_is_gone(uid, upgd_msg))
             return WALK_STOPPED;
-        image_entry entry;
-        if (next_entry(ENGINE, &upgd_msg->upgrade_info, &walk, u_base_dir, &entry) != 0)
-            return copy_failed(uid, upgd_msg);
-        const walk_end end = apply_entry(uid, upgd_msg, img, filedata, &entry, u_base_dir);
+        const walk_end end = apply_entry(uid, upgd_msg, img, filedata, &walk, u_base_dir);
         if (end != WALK_DONE)
             return end;
     }
@@ -127,7 +119,8 @@ static int unpack_image(aptid_t uid, upgrade_msg_t *upgd_msg, image *img, char *
     ker_img_num = 0;
     update_info->cur_percent = 0;
     send_event(uid, upgd_msg);
-    begin_unpacking(ENGINE, img, update_info);
+    update_info->file_nums = static_cast<int>(ntohl(img->header.ih_filenum));
+    begin_unpacking(ENGINE, update_info);
 
     const walk_end end = walk_entries(uid, upgd_msg, img, filedata, u_base_dir);
     if (end != WALK_COPY_FAILED)

@@ -1,7 +1,9 @@
 // Bringing the entries of an image to the file system.
 #include "update/dtt_update/unpack.h"
 
+#include "update/dtt_update/installer.h"
 #include "update/dtt_update_common/bounded_text.h"
+#include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/copy_file.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/trace_log.h"
@@ -51,36 +53,49 @@ void mkdir_base_dir(char *force_dir, char *filename)
         _mkdir(path);
 }
 
-// Builds the command that makes a link. Returns false if a text does not fit its buffer.
-static bool link_command(const char *basename, const char *filename, char *cmd)
+// What the command that makes a link is built from.
+struct link_texts {
+    char directory[LINK_TEXT_SIZE]; // that the link lies in
+    char path[LINK_TEXT_SIZE];      // the entry's name, cut at the ';'
+    const char *name;               // the link's own last component, empty without a target
+    const char *target;
+};
+
+// Returns false if a text does not fit its buffer.
+static bool take_link_texts(const char *basename, const char *filename, link_texts *link)
 {
-    char dircname[LINK_TEXT_SIZE];
-    char tmpname[LINK_TEXT_SIZE];
-    const char *link_a = "";
-    const char *link_b = "";
-    if (!copy_text(dircname, sizeof dircname, basename) ||
-        !copy_text(tmpname, sizeof tmpname, filename))
+    link->name = "";
+    link->target = "";
+    if (!copy_text(link->directory, sizeof link->directory, basename) ||
+        !copy_text(link->path, sizeof link->path, filename))
         return false;
-    char *const divider = strrchr(tmpname, ';');
+    dirname(link->directory);
+    char *const divider = strrchr(link->path, ';');
     if (divider != nullptr && divider[1] != '\0') {
         *divider = '\0';
-        link_b = divider + 1;
-        link_a = get_dirname(tmpname);
+        link->target = divider + 1;
+        link->name = get_dirname(link->path);
     }
-    dirname(dircname);
-    return format_text(cmd, LINK_TEXT_SIZE, "cd /%s/ && /bin/ln -sf %s %s", dircname, link_b,
-                       link_a);
+    return true;
+}
+
+// Builds the command in `cmd` of LINK_TEXT_SIZE bytes. Returns false if it does not fit.
+static bool link_command(const link_texts *link, char *cmd)
+{
+    return format_text(cmd, LINK_TEXT_SIZE, "cd /%s/ && /bin/ln -sf %s %s", link->directory,
+                       link->target, link->name);
 }
 
 int creat_link_file(char *basename, char *filename)
 {
+    link_texts link;
     char cmd[LINK_TEXT_SIZE];
-    if (!link_command(basename, filename, cmd))
+    if (!take_link_texts(basename, filename, &link) || !link_command(&link, cmd))
         return -1;
     return my_system(cmd);
 }
 
-static void copy_failed(const char *engine, upgrade_info_t *update_info, const char *basename)
+void copy_failed(const char *engine, upgrade_info_t *update_info, const char *basename)
 {
     update_info->failed_nums++;
     PLATFORM_LOG_AS(engine, "copy_file ----------  %s --------- failed.", basename);
@@ -92,82 +107,64 @@ static void damaged_entry(const char *engine, const image_entry *entry, const ch
     TRACE_AS(engine, "image is damaged at entry %u: %s\n", entry->number, fault);
 }
 
-int next_entry(const char *engine, upgrade_info_t *update_info, entry_walk *walk,
-               const char *u_base_dir, image_entry *entry)
+// Whether a command can make the directory `path`.
+static bool can_be_made(const char *path)
 {
-    const char *const fault = read_entry(walk, entry);
-    if (fault == nullptr)
-        return 0;
-    damaged_entry(engine, entry, fault);
-    // An entry without a name would have gone somewhere below this directory.
-    copy_failed(engine, update_info, u_base_dir);
-    return -1;
+    return strlen(path) <= MKDIR_PATH_MAX && means_itself(path);
 }
 
-// The full path of the entry's file or link, into `basename` of PATH_SIZE bytes, empty if it does
-// not fit.
-static void target_path(const char *u_base_dir, const image_entry *entry, char *basename)
-{
-    concat_path_file(u_base_dir, entry->name, basename);
-    if (entry->type == ENTRY_LINK)
-        cut_link_filename(basename);
-}
-
-// A missing directory is made by a shell, which takes the path apart at such a character: what it
-// made then would be other directories, wherever they are.
-static bool directory_can_be_made(const char *path)
-{
-    const bool fits_command =
-        strlen(path) <= MKDIR_PATH_MAX && strpbrk(path, " \t\n|&;<>()$`\"'\\") == nullptr;
-    return fits_command || access(path, F_OK) == 0;
-}
-
-// Why the entry can't be unpacked to `basename` below `u_base_dir`, or null.
+// Why the entry can't be unpacked to `basename` below `u_base_dir`, or null. What this lets through
+// fits every buffer behind it, and every command that it is put into leaves it as it is.
 static const char *entry_fault(const char *u_base_dir, const image_entry *entry,
                                const char *basename)
 {
-    if (basename[0] == '\0')
-        return "its path is too long";
     if (climbs_out(entry))
         return "its name leads out of the directory";
-
     char parent[PATH_SIZE];
     parent_directory(u_base_dir, entry->name, parent);
-    if (!directory_can_be_made(parent) ||
-        (entry->type == ENTRY_DIRECTORY && !directory_can_be_made(basename)))
+    if ((access(parent, F_OK) != 0 && !can_be_made(parent)) ||
+        (entry->type == ENTRY_DIRECTORY && !can_be_made(basename)))
         return "its directory can't be made by a command";
+    link_texts link;
     char cmd[LINK_TEXT_SIZE];
-    if (entry->type == ENTRY_LINK && !link_command(basename, entry->name, cmd))
-        return "its path and target are too long for a link";
+    if (entry->type == ENTRY_LINK) {
+        if (!take_link_texts(basename, entry->name, &link) || !link_command(&link, cmd))
+            return "its path and target are too long for a link";
+        if (!means_itself(basename) || !means_itself(link.target) || !means_itself(link.name))
+            return "its path or target would be taken apart by a command";
+    }
+    if (installs(entry->type, basename) && !means_itself(basename))
+        return "its path would be taken apart by a command";
     return nullptr;
 }
 
-int check_entries(const char *engine, upgrade_info_t *update_info, const image *img,
-                  const char *u_base_dir)
+int take_entry(const char *engine, entry_walk *walk, const char *u_base_dir, image_entry *entry,
+               char *basename)
 {
-    entry_walk walk;
-    start_walk(&walk, img);
-    const uint32_t count = ntohl(img->header.ih_filenum);
-    for (uint32_t i = 0; i < count; i++) {
-        image_entry entry;
-        if (next_entry(engine, update_info, &walk, u_base_dir, &entry) != 0)
-            return -1;
-        char basename[PATH_SIZE];
-        target_path(u_base_dir, &entry, basename);
-        const char *const fault = entry_fault(u_base_dir, &entry, basename);
-        if (fault != nullptr) {
-            damaged_entry(engine, &entry, fault);
-            copy_failed(engine, update_info, basename[0] != '\0' ? basename : entry.name);
-            return -1;
+    const char *fault = read_entry(walk, entry);
+    if (fault != nullptr) {
+        // It has no path: it would have gone somewhere below this directory.
+        copy_text(basename, PATH_SIZE, u_base_dir);
+    } else {
+        concat_path_file(u_base_dir, entry->name, basename);
+        if (basename[0] == '\0') {
+            fault = "its path is too long";
+            copy_text(basename, PATH_SIZE, entry->name);
+        } else {
+            if (entry->type == ENTRY_LINK)
+                cut_link_filename(basename);
+            fault = entry_fault(u_base_dir, entry, basename);
         }
     }
-    return 0;
+    if (fault == nullptr)
+        return 0;
+    damaged_entry(engine, entry, fault);
+    return -1;
 }
 
-void prepare_entry(const char *engine, char *u_base_dir, image_entry *entry, char *basename)
+void prepare_entry(const char *engine, char *u_base_dir, image_entry *entry, const char *basename)
 {
     mkdir_base_dir(u_base_dir, entry->name);
-    target_path(u_base_dir, entry, basename);
     if (entry->type == ENTRY_DIRECTORY)
         _mkdir(basename);
     // Standard error is not buffered: what stands in standard output's buffer happened earlier.
@@ -204,19 +201,15 @@ static bool is_in_the_way(const char *path)
     return stat(path, &st) == 0 && !S_ISDIR(st.st_mode);
 }
 
-int write_entry(const char *engine, upgrade_info_t *update_info, const image *img,
-                const char *filedata, const image_entry *entry, const char *basename)
+int write_entry(const char *engine, const image *img, const char *filedata,
+                const image_entry *entry, const char *basename)
 {
-    const bool directory = entry->type == ENTRY_DIRECTORY;
-    if (directory && !is_in_the_way(basename))
+    if (entry->type == ENTRY_DIRECTORY)
+        return is_in_the_way(basename) ? -1 : 0;
+    if (copy_file(filedata + entry->data_offset, basename, entry->file_size) != 0)
+        return -1;
+    if (still_holds(img, entry))
         return 0;
-    int status =
-        directory ? -1 : copy_file(filedata + entry->data_offset, basename, entry->file_size);
-    if (status == 0 && !still_holds(img, entry)) {
-        damaged_entry(engine, entry, "the image has shrunk");
-        status = -1;
-    }
-    if (status != 0)
-        copy_failed(engine, update_info, basename);
-    return status;
+    damaged_entry(engine, entry, "the image has shrunk");
+    return -1;
 }

@@ -5,7 +5,6 @@
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <sys/ipc.h>
 #include <sys/shm.h>
@@ -15,9 +14,10 @@ char *attach_shm(int shmkey, int shmsize)
     PLATFORM_LOG("  start.");
     int id = shmget(shmkey, static_cast<size_t>(shmsize), 0);
     if (id < 0) {
-        // Readers ask for the progress record less its last field. A segment of our own is made
-        // for the whole record all the same, so that every field lies inside it.
-        const size_t size = std::max(static_cast<size_t>(shmsize), sizeof(upgrade_info_t));
+        // Readers ask for the progress record less its last field. A block of our own is made for
+        // the whole record all the same, so that every field lies inside it.
+        const size_t size =
+            shmkey == UPGRADE_INFO_SHM_KEY ? sizeof(upgrade_info_t) : static_cast<size_t>(shmsize);
         id = shmget(shmkey, size, IPC_CREAT | 0600);
     }
     if (id < 0)

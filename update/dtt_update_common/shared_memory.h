@@ -2,9 +2,9 @@
 #ifndef DTT_UPDATE_COMMON_SHARED_MEMORY_H
 #define DTT_UPDATE_COMMON_SHARED_MEMORY_H
 
-// Attaches the segment of key `shmkey` that holds at least `shmsize` bytes, creating it with
-// permission 0600 if there is none, with room for the whole progress record. Returns its address,
-// or null.
+// Attaches the segment of key `shmkey` that holds at least `shmsize` bytes, creating it with that
+// size and permission 0600 if there is none; the progress block is made for the whole record.
+// Returns its address, or null.
 char *attach_shm(int shmkey, int shmsize);
 
 // What shmdt(2) returns for `addr`.
