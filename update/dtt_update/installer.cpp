@@ -7,9 +7,8 @@
 
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 // The lines of this file name the operation that the engines call.
@@ -18,7 +17,7 @@ static constexpr char OPERATION[] = "update_LinuxFile";
 #define INSTALLER_TRACE(...) TRACE_AS(OPERATION, __VA_ARGS__)
 
 static constexpr size_t COMMAND_SIZE = 128;
-static constexpr char KERNEL_PARTITION[] = "/dev/mmcblk0p6";
+static constexpr char MOUNT_POINT[] = "/mntker";
 
 int ker_img_num = 0;
 
@@ -47,45 +46,40 @@ static int install_boot_loader(const char *filename)
     return 0;
 }
 
-// Whether the file behind the loop device `device` is `path`.
-static bool loop_is_backed_by(dev_t device, const char *path)
-{
-    char name[64];
-    snprintf(name, sizeof name, "/sys/dev/block/%u:%u/loop/backing_file", major(device),
-             minor(device));
-    FILE *const file = fopen(name, "re");
-    if (file == nullptr)
-        return false;
-    char backing[PATH_MAX] = "";
-    const bool read = fgets(backing, sizeof backing, file) != nullptr;
-    fclose(file);
-    backing[strcspn(backing, "\n")] = '\0';
-    return read && strcmp(backing, path) == 0;
-}
+enum mount_state { MOUNT_FREE, MOUNT_TAKEN, MOUNT_UNKNOWN };
 
-// Whether a run before this one has left the partition on /mntker. On a bench, an image file stands
-// for it.
-static bool kernel_partition_is_mounted()
+// Whether something is mounted on the mount point: the partition, left by a run before this one, or
+// what somebody has put in its place.
+static mount_state look_at_mount_point()
 {
-    struct stat partition;
-    struct stat point;
-    if (stat(KERNEL_PARTITION, &partition) != 0 || stat("/mntker", &point) != 0)
-        return false;
-    if (S_ISBLK(partition.st_mode))
-        return point.st_dev == partition.st_rdev;
-    return loop_is_backed_by(point.st_dev, KERNEL_PARTITION);
+    FILE *const mounts = fopen("/proc/self/mountinfo", "re");
+    if (mounts == nullptr)
+        return MOUNT_UNKNOWN;
+    mount_state state = MOUNT_FREE;
+    char *line = nullptr;
+    size_t size = 0;
+    while (state == MOUNT_FREE && getline(&line, &size, mounts) >= 0) {
+        char place[PATH_MAX];
+        if (sscanf(line, "%*s %*s %*s %*s %4095s", place) == 1 && strcmp(place, MOUNT_POINT) == 0)
+            state = MOUNT_TAKEN;
+    }
+    free(line);
+    fclose(mounts);
+    return state;
 }
 
 static int prepare_kernel_partition()
 {
     INSTALLER_TRACE(" ---------------------update kernel------------------\n");
-    if (kernel_partition_is_mounted()) {
-        // Emptying the mount point would reach the files of the partition itself.
-        INSTALLER_TRACE(" %s is mounted already.\n", KERNEL_PARTITION);
+    const mount_state state = look_at_mount_point();
+    if (state == MOUNT_TAKEN) {
+        INSTALLER_TRACE(" %s is mounted already.\n", MOUNT_POINT);
         return 0;
     }
     my_system(" /bin/mkdir -p /mntker");
-    my_system(" /bin/rm -rf /mntker/*");
+    // What a removal would reach behind a mount is the partition itself.
+    if (state == MOUNT_FREE)
+        my_system(" /bin/rm -rf /mntker/*");
     if (my_system("/bin/mount /dev/mmcblk0p6 /mntker/") == -1) {
         INSTALLER_LOG("/bin/mount /dev/mmcblk0p6 /mntker/ error. \n");
         return INSTALL_KERNEL_FAILED;
