@@ -417,6 +417,9 @@ TEST_F(Service, OtherPrograms)
                       : "log do_update_runcmd: command too long for <" + path + ">.");
     }
     rec.lines.clear();
+    EXPECT_EQ(do_update_runcmd(nullptr, 2, nullptr), 0);
+    EXPECT_EQ(rec.all("run"), "") << "no file, no command";
+    rec.lines.clear();
     EXPECT_EQ(kill_task(), 0);
     lines expected;
     for (const std::string task : {"watchdog", "browser", "videod", "aptid", "dropbear", "tmd"}) {

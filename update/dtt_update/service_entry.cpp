@@ -54,7 +54,10 @@ int do_update_backup(char *updfile, char *ubck_dir)
 
 int do_update_runcmd(char *update_file, int mode, char * /*force_base_dir*/)
 {
-    PLATFORM_LOG(" <do_update_runcmd> update_file = %s", update_file);
+    PLATFORM_LOG(" <do_update_runcmd> update_file = %s",
+                 update_file != nullptr ? update_file : "(null)");
+    if (update_file == nullptr)
+        return 0;
     char cmd[256];
     if (format_text(cmd, sizeof cmd, "/usr/qrx310/bin/img_deploy -u %s -m %d", update_file, mode))
         my_system(cmd);
