@@ -20,9 +20,10 @@ static constexpr unsigned short MODEL_GOLDEN = 0x1ff;
 static constexpr int CARD_DONE = 0;
 static constexpr int CARD_FAILED = -2;
 
-// How each kind of firmware is asked for and reported, in the rows of the card firmware table. The
-// MCU programs of all cards go out with one slot and model: the card side tells them by their type.
+// How each kind of firmware is asked for and reported. The MCU programs of all cards go out with
+// one slot and model: the card side tells them by their type.
 struct card_request {
+    int type;
     unsigned char slot;
     unsigned short model;
     int step;
@@ -30,16 +31,26 @@ struct card_request {
 };
 
 static constexpr card_request REQUESTS[CARD_TYPES] = {
-    {FPGA_INPUT_SLOT, MODEL_FPGA, UPGD_INPUT_FPGA, UPGD_ERROR_INPUT_FPGA},
-    {FPGA_INPUT_SLOT, MODEL_GOLDEN, UPGD_INPUT_FPGAGOLDEN, UPGD_ERROR_INPUT_FPGA},
-    {FPGA_OUTPUT_SLOT, MODEL_FPGA, UPGD_OUTPUT_FPGA, UPGD_ERROR_OUTPUT_FPGA},
-    {FPGA_OUTPUT_SLOT, MODEL_GOLDEN, UPGD_OUTPUT_FPGAGOLDEN, UPGD_ERROR_OUTPUT_FPGA},
-    {FPGA_VPU_SLOT, MODEL_FPGA, UPGD_VPU_FPGA, UPGD_ERROR_VPU_FPGA},
-    {FPGA_VPU_SLOT, MODEL_GOLDEN, UPGD_VPU_FPGAGOLDEN, UPGD_ERROR_VPU_FPGA},
-    {MCU_SLOT, 0, UPGD_INPUT_MCU, UPGD_ERROR_INPUT_MCU},
-    {MCU_SLOT, 0, UPGD_OUTPUT_MCU, UPGD_ERROR_OUTPUT_MCU},
-    {MCU_SLOT, 0, UPGD_VPU_MCU, UPGD_ERROR_VPU_MCU},
+    {ENTRY_INPUT_FPGA, FPGA_INPUT_SLOT, MODEL_FPGA, UPGD_INPUT_FPGA, UPGD_ERROR_INPUT_FPGA},
+    {ENTRY_INPUT_GOLDEN, FPGA_INPUT_SLOT, MODEL_GOLDEN, UPGD_INPUT_FPGAGOLDEN,
+     UPGD_ERROR_INPUT_FPGA},
+    {ENTRY_OUTPUT_FPGA, FPGA_OUTPUT_SLOT, MODEL_FPGA, UPGD_OUTPUT_FPGA, UPGD_ERROR_OUTPUT_FPGA},
+    {ENTRY_OUTPUT_GOLDEN, FPGA_OUTPUT_SLOT, MODEL_GOLDEN, UPGD_OUTPUT_FPGAGOLDEN,
+     UPGD_ERROR_OUTPUT_FPGA},
+    {ENTRY_VPU_FPGA, FPGA_VPU_SLOT, MODEL_FPGA, UPGD_VPU_FPGA, UPGD_ERROR_VPU_FPGA},
+    {ENTRY_VPU_GOLDEN, FPGA_VPU_SLOT, MODEL_GOLDEN, UPGD_VPU_FPGAGOLDEN, UPGD_ERROR_VPU_FPGA},
+    {ENTRY_INPUT_MCU, MCU_SLOT, 0, UPGD_INPUT_MCU, UPGD_ERROR_INPUT_MCU},
+    {ENTRY_OUTPUT_MCU, MCU_SLOT, 0, UPGD_OUTPUT_MCU, UPGD_ERROR_OUTPUT_MCU},
+    {ENTRY_VPU_MCU, MCU_SLOT, 0, UPGD_VPU_MCU, UPGD_ERROR_VPU_MCU},
 };
+
+static const card_request *find_request(int type)
+{
+    for (const card_request &request : REQUESTS)
+        if (request.type == type)
+            return &request;
+    return nullptr;
+}
 
 static bool has_file(const type_patch_t *row)
 {
@@ -91,29 +102,28 @@ int update_all_UserFile(aptid_t uid, upgrade_msg_t *upgd_msg)
     }
     const int pertime = STAGE_PERCENT / c;
 
-    for (int i = 0; i < CARD_TYPES; i++) {
-        const type_patch_t *const row = &type_patch[i];
-        const card_request *const request = &REQUESTS[i];
+    for (const type_patch_t &row : type_patch) {
         if (!get_usb_status()) {
             send_result(uid, upgd_msg, UPGD_ERROR_NODISK);
             TRACE("UPGD_ERROR_NODISK\n");
             return -1;
         }
-        if (!has_file(row))
+        const card_request *const request = find_request(row.file_type);
+        if (!has_file(&row) || request == nullptr)
             continue;
         upgd_msg->update_param.value = request->step;
         send_event(uid, upgd_msg);
-        const int sent = send_request(row, request);
+        const int sent = send_request(&row, request);
         if (sent != 0)
             return sent;
-        TRACE("update %s\n", row->file_patch);
+        TRACE("update %s\n", row.file_patch);
         const int percent = update_info->cur_percent;
-        if (!wait_for_card(row, pertime, update_info)) {
-            TRACE("update %s error\n", row->file_patch);
+        if (!wait_for_card(&row, pertime, update_info)) {
+            TRACE("update %s error\n", row.file_patch);
             send_result(uid, upgd_msg, request->failure);
             return -1;
         }
-        TRACE("update %s ok\n", row->file_patch);
+        TRACE("update %s ok\n", row.file_patch);
         update_info->cur_percent = percent + pertime;
     }
     return 0;
