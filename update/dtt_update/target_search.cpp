@@ -27,7 +27,7 @@ char *place2dir(int place)
 }
 
 // Whether the item is a directory to look at. Its path is left in `ap->devpath` then. The listing
-// tells the type on most file systems, which spares a system call for each of many thousand items.
+// tells the type on most file systems, which spares a system call for each of many thousand files.
 static bool is_subdirectory(struct arena *ap, size_t len, size_t rem, const dirent *item)
 {
     if (item->d_type != DT_DIR && item->d_type != DT_UNKNOWN)
@@ -36,7 +36,7 @@ static bool is_subdirectory(struct arena *ap, size_t len, size_t rem, const dire
         return false;
     if (!copy_text(ap->devpath + len, rem + 1, item->d_name))
         return false;
-    return item->d_type == DT_DIR || (lstat(ap->devpath, &ap->st) == 0 && S_ISDIR(ap->st.st_mode));
+    return lstat(ap->devpath, &ap->st) == 0 && S_ISDIR(ap->st.st_mode);
 }
 
 // Cuts the path in front of the first place where the hit's name stands, which may be ahead of its
