@@ -1,7 +1,7 @@
 // The USB disks, the settings backup, and the flashing of single files.
 #include "service/commands.h"
 #include "service/console.h"
-#include "tools/open_image.h"
+#include "update/dtt_update/image_check.h"
 #include "update_service.h"
 
 #include <cerrno>

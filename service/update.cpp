@@ -4,7 +4,7 @@
 #include "service/commands.h"
 #include "service/console.h"
 #include "service/disk_watch.h"
-#include "tools/open_image.h"
+#include "update/dtt_update/image_check.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update_service.h"
 

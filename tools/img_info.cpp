@@ -1,7 +1,7 @@
 // img_info: looks into an update image.
 #include "tools/img_info.h"
 
-#include "tools/open_image.h"
+#include "update/dtt_update/image_check.h"
 #include "update/dtt_update_common/raw_io.h"
 
 #include <cerrno>

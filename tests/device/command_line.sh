@@ -60,6 +60,15 @@ expect 'version' V9.8 "$(tail -c +425 out.img | head -c 4)"
 expect_call 255 '' -c missing out.img
 expect_call 255 '' -c tree /missing/out.img
 
+# A person at a terminal is told in one sentence; a pipe, as above, is not.
+script -qec 'img_deploy -c missing out.img; img_deploy -m 2 -u missing.img' /dev/null </dev/null | tr -d '\r' |
+    grep '^img_deploy: ' >sentences
+expect 'sentences on a terminal' \
+    'img_deploy: out.img was not built from missing: No such file or directory; mend that and build it again
+img_deploy: missing.img was not applied: No such file or directory; mend that and apply it again' \
+    "$(cat sentences)"
+rm -f /usr/local/upgdflag
+
 # Closed standard streams: no line goes into the image.
 cp out.img whole.img
 img_deploy -c ./tree -r V9.8 out.img >&- 2>&- <&-

@@ -65,15 +65,17 @@ expect 'events' 'unpacking,input card FPGA,video card MCU,u.img: applied, 9 entr
 expect_call 1 "upgd_service: u.img: the video card's MCU was not flashed" \
     upgd_service update u.img --dir /opt/upgddir --cards fail=24
 # interrupt WAIT STATUS: once, or twice.
+: >out
 env --default-signal=INT upgd_service update u.img --dir /opt/upgddir --cards simulate=30 >out 2>err &
-until grep -q FPGA out; do sleep 0.05; done
+await 'the first card' grep -q FPGA out
 kill -INT $!
-until grep -q '^interrupted' out; do sleep 0.05; done
+await 'the word of the interrupt' grep -q '^interrupted' out
 kill -INT $!
 wait $!
 expect 'after two interrupts' 130 $?
+: >out
 env --default-signal=INT upgd_service update u.img --dir /opt/upgddir --cards simulate=1 >out 2>err &
-until grep -q FPGA out; do sleep 0.05; done
+await 'the first card' grep -q FPGA out
 kill -INT $!
 wait $!
 expect 'after one interrupt' '130 upgd_service: u.img: interrupted: what was written stays' "$? $(cat err)"
@@ -84,8 +86,9 @@ mkdir -p /mnt/sda1 && mount -t tmpfs tmpfs /mnt/sda1
 cp u.img /mnt/sda1/
 echo '8 1 sda1 1 2 3' >stats
 if mount --bind stats /proc/diskstats; then
+    : >out
     upgd_service update /mnt/sda1/u.img --dir /opt/upgddir --cards simulate=1 >out 2>err &
-    until grep -q FPGA out; do sleep 0.05; done
+    await 'the first card' grep -q FPGA out
     umount -l /mnt/sda1
     wait $!
     expect 'a disk that leaves' '1 upgd_service: /mnt/sda1/u.img: the disk is gone' "$? $(cat err)"
@@ -98,8 +101,9 @@ expect 'the end that was watched' 'the run went well: 9 of 9 entries' "$(tail -n
 wait
 for i in {1..150}; do mkdir "tree/d$i" && echo "$i" >"tree/d$i/f"; done
 img_deploy -c ./tree long.img >/dev/null
+: >err
 img_deploy -u long.img -m 2 >out 2>err &
-until grep -qs '(num-9)' err; do sleep 0.01; done
+await 'the tenth entry' grep -q '(num-9)' err
 kill -KILL $!
 run upgd_service watch
 expect 'a run without a writer' 1 "$status"

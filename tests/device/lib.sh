@@ -25,6 +25,16 @@ run() {
     status=$?
 }
 
+# await WHAT COMMAND...: until the command succeeds, a minute at most.
+await() {
+    local what=$1 end=$((SECONDS + 60))
+    shift
+    until "$@"; do
+        ((SECONDS < end)) || { expect 'what a minute was waited for' "$what" 'nothing'; return 1; }
+        sleep 0.02
+    done
+}
+
 # Trace lines without their prefixes.
 messages() {
     sed 's/^\[[^]]*\] \[[^]]*\]:: //' "$1"

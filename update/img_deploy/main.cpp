@@ -1,14 +1,18 @@
 // img_deploy: builds update images and applies them.
 #include "update/dtt_create/create_image.h"
 #include "update/dtt_update/apply_engine.h"
+#include "update/dtt_update/image_check.h"
+#include "update/dtt_update/installer.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update/dtt_update_common/update_flag.h"
 #include "update_header.h"
 
+#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -51,6 +55,59 @@ static int read_mode(const char *text, char **rest)
     return mode > INT_MAX ? INT_MAX : static_cast<int>(mode);
 }
 
+// Whether a person reads the errors. A log or a pipe gets the lines that its reader knows and no
+// others; a person is told in one sentence what has failed, why, and what to do next.
+static bool person_is_there()
+{
+    return isatty(STDERR_FILENO) != 0;
+}
+
+static void explain_build(const char *directory, const char *image, int error)
+{
+    fprintf(stderr, "img_deploy: %s was not built from %s: %s; mend that and build it again\n",
+            image, directory, error != 0 ? strerror(error) : "the lines above tell why");
+}
+
+static void explain_update(const char *image, int code)
+{
+    const char *reason = nullptr;
+    const char *next = "mend that and apply it again";
+    switch (code) {
+    case APPLY_REFUSED:
+        reason = image_fault(image);
+        if (reason == nullptr)
+            reason = "/opt/upgddir can't be reached, or there is no shared memory for the progress";
+        break;
+    case APPLY_NOT_MAPPED:
+        reason = "it can't be mapped";
+        next = "copy it to another disk and apply it from there";
+        break;
+    case INSTALL_BOOT_FAILED:
+        reason = "the command that writes the boot loader could not be run";
+        next = "apply it again before the board restarts";
+        break;
+    case INSTALL_KERNEL_FAILED:
+        reason = "a command that writes the kernel could not be run";
+        next = "apply it again before the board restarts";
+        break;
+    default:
+        reason = "an entry can't be written or is damaged, which the lines above name";
+        next = "make room or get the image anew, and apply it again";
+        break;
+    }
+    fprintf(stderr, "img_deploy: %s was not applied: %s; %s\n", image, reason, next);
+}
+
+static int run_build(char *directory, int mode, char *image, int place, char *to_dir, char *version)
+{
+    errno = 0;
+    const int ret = do_create(directory, mode, image, place, to_dir, version);
+    const int error = errno;
+    if (ret != 0 && person_is_there())
+        explain_build(directory, image, error);
+    return ret;
+}
+
 static int run_update(char *filename, int mode)
 {
     char flag_file[] = "/usr/local/upgdflag";
@@ -62,6 +119,8 @@ static int run_update(char *filename, int mode)
     const int ret = do_update(filename, mode, base_dir);
     if (ret == 0)
         set_update_flag(flag_file, UPDATE_FLAG_DONE);
+    else if (person_is_there())
+        explain_update(filename, ret);
     return ret;
 }
 
@@ -129,7 +188,7 @@ int main(int argc, char **argv)
                 usage(argv[0]);
             to_dir = argv[optind];
         }
-        return do_create(outfilename, mode, filename, place, to_dir, new_version);
+        return run_build(outfilename, mode, filename, place, to_dir, new_version);
     case OP_UPDATE:
         return run_update(filename, mode);
     default:

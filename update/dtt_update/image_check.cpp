@@ -1,5 +1,5 @@
-// Opening an image to look at it.
-#include "tools/open_image.h"
+// What is wrong with a file as an image, in words.
+#include "update/dtt_update/image_check.h"
 
 #include "update/dtt_update_common/raw_io.h"
 

@@ -1,6 +1,6 @@
-// Opening an image to look at it, and saying in words why that can't be done.
-#ifndef TOOLS_OPEN_IMAGE_H
-#define TOOLS_OPEN_IMAGE_H
+// What is wrong with a file as an image, in words for a person.
+#ifndef DTT_UPDATE_IMAGE_CHECK_H
+#define DTT_UPDATE_IMAGE_CHECK_H
 
 #include "update/dtt_update/image_reader.h"
 
