@@ -18,6 +18,16 @@
 extern "C" {
 #endif
 
+/* Results of an update beside 0. */
+enum {
+    UPDATE_FAILED = -1,        /* a service run: of its unpacking or its card stage */
+    UPDATE_NOT_MAPPED = -3,    /* the image can't be mapped */
+    UPDATE_COPY_FAILED = -4,   /* an entry is damaged or can't be written */
+    UPDATE_BOOT_FAILED = -5,   /* the boot loader can't be installed */
+    UPDATE_REFUSED = -10,      /* the image was refused, or there is no progress block */
+    UPDATE_KERNEL_FAILED = -14 /* a kernel file can't be installed */
+};
+
 /* ---- A service run: an update with events, a watch on the USB disk and the card stage ---- */
 
 /* Applies the image `updfile` below the directory `upgd_dir`, made if it is missing, or below the
@@ -27,15 +37,15 @@ extern "C" {
  * empty_UserFile_patch() if a run came before in this process.
  * Blocks for the whole run: a second at least, two more after a failure, and for each card file as
  * long as the card takes, 120 seconds at most. Returns 0, or:
- *   -1    the file is missing; an entry, the boot loader or the kernel could not be written;
- *         the disk is gone; a card has failed or not answered in time
- *   -3    the image can't be mapped
- *   -10   the image was refused
+ *   UPDATE_FAILED      the file is missing; an entry, the boot loader or the kernel could not be
+ *                      written; the disk is gone; a card has failed or not answered in time
+ *   UPDATE_NOT_MAPPED
+ *   UPDATE_REFUSED
  *   other negative values: what the platform gave for a card update request that did not go out
  * What was written stays. After a failed copy the kernel partition may still be mounted. */
 int do_update_upgd(aptid_t uid, char *updfile, char *upgd_dir);
 
-/* The run itself, without the first test that the file is there: a missing file gives -10. `mode`
+/* The run itself, without the first test that the file is there: a missing file is refused. `mode`
  * REBOOT_MODE restarts the board at the end, whatever the outcome. */
 int do_update_upgrade(aptid_t uid, char *update_file, int mode, char *force_base_dir);
 
@@ -111,9 +121,8 @@ int gzip_dirs_and_files(int update_fd, struct tagupdate_header *update_header, s
 FILE *open_gunzip_file(FILE *infile, size_t data_len);
 
 /* Applies the image `updfile` like the command-line tool in ONLINE_MODE: without events and card
- * stage, with its progress in the shared block. `ubck_dir` as `upgd_dir` above. Returns 0, -1 if
- * the file is missing, -10 if the image was refused or there is no progress block, -3, -4 (an entry
- * could not be written), -5 or -14 (boot loader, kernel). */
+ * stage, with its progress in the shared block. `ubck_dir` as `upgd_dir` above. Returns 0, or
+ * UPDATE_FAILED if the file is missing, else one of UPDATE_... above. */
 int do_update_backup(char *updfile, char *ubck_dir);
 
 /* Runs the command-line tool on the image in a process of its own and waits for it. `mode` is its

@@ -9,10 +9,13 @@
 #include <assert.h>
 #include <stddef.h>
 
+/* Values of `result`. */
+enum { RUN_STARTED = -1, RUN_UNPACKING = 0, RUN_DONE = 1, RUN_FAILED = 2 };
+
 typedef struct upgrade_info {
     int file_nums;   /* entries of the image */
     int cur_nums;    /* entries finished so far, card firmware not counted */
-    int result;      /* -1 started, 0 unpacking, 1 finished well, 2 failed */
+    int result;      /* RUN_... */
     int cur_percent; /* current entry: 0 at its start, 100 when its data is written */
     int failed_nums; /* entries whose file could not be written */
 } upgrade_info_t;

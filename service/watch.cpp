@@ -10,8 +10,6 @@
 static constexpr int WATCH_US = 100000;
 static constexpr int PATIENCE = 10; // looks at a block without a writer before it is given up
 
-enum { RUN_STARTED = -1, RUN_UNPACKING = 0, RUN_DONE = 1 };
-
 // Waits for the block, which a first run makes. Its four first fields are there in any case.
 static const upgrade_info_t *attach_block(int *id)
 {

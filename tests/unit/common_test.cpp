@@ -4,7 +4,7 @@
 #include "tests/test_image.h"
 #include "update/dtt_create/card_file_names.h"
 #include "update/dtt_create/tree_walk.h"
-#include "update/dtt_update/unpack.h"
+#include "update/dtt_update/directories_and_links.h"
 #include "update/dtt_update_common/crc32.h"
 #include "update/dtt_update_common/entry_writer.h"
 #include "update/dtt_update_common/header_report.h"

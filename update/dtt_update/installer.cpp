@@ -4,6 +4,7 @@
 #include "update/dtt_update_common/bounded_text.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/trace_log.h"
+#include "update_service.h"
 
 #include <climits>
 #include <cstdio>
@@ -34,13 +35,13 @@ static int install_boot_loader(const char *filename)
     char cmdstr[COMMAND_SIZE];
     if (!format_text(cmdstr, sizeof cmdstr, "dd if=%s of=/dev/mmcblk0p1", filename)) {
         command_too_long(filename);
-        return INSTALL_BOOT_FAILED;
+        return UPDATE_BOOT_FAILED;
     }
     INSTALLER_TRACE(" cmdstr=%s \n", cmdstr);
     INSTALLER_LOG("cmdstr: %s \n\n", cmdstr);
     if (my_system(cmdstr) == -1) {
         INSTALLER_LOG("update faild!!: <%s>.\n", filename);
-        return INSTALL_BOOT_FAILED;
+        return UPDATE_BOOT_FAILED;
     }
     INSTALLER_TRACE(" update uboot ok .\n");
     return 0;
@@ -82,7 +83,7 @@ static int prepare_kernel_partition()
         my_system(" /bin/rm -rf /mntker/*");
     if (my_system("/bin/mount /dev/mmcblk0p6 /mntker/") == -1) {
         INSTALLER_LOG("/bin/mount /dev/mmcblk0p6 /mntker/ error. \n");
-        return INSTALL_KERNEL_FAILED;
+        return UPDATE_KERNEL_FAILED;
     }
     // This line names another device than the command. Scripts read both texts as they are.
     INSTALLER_TRACE(" /bin/mount /dev/mmcblk1p6 /mntker/ success.\n");
@@ -103,12 +104,12 @@ static int copy_kernel_file(const char *filename)
     char cmdstr[COMMAND_SIZE];
     if (!format_text(cmdstr, sizeof cmdstr, "/bin/cp %s /mntker/ -rf", filename)) {
         command_too_long(filename);
-        return INSTALL_KERNEL_FAILED;
+        return UPDATE_KERNEL_FAILED;
     }
     INSTALLER_LOG("cmdstr: %s \n\n", cmdstr);
     if (my_system(cmdstr) == -1) {
         INSTALLER_LOG("/bin/cp %s /mntker/ error. \n", filename);
-        return INSTALL_KERNEL_FAILED;
+        return UPDATE_KERNEL_FAILED;
     }
     return 0;
 }

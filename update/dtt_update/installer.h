@@ -6,15 +6,13 @@
 
 #include "update_header.h"
 
-// Results of update_LinuxFile beside 0.
-enum { INSTALL_BOOT_FAILED = -5, INSTALL_KERNEL_FAILED = -14 };
-
 // Kernel files that the current run has tried to copy. The engines set it to 0 when a run starts;
 // while it is 0, the next kernel file prepares the partition.
 extern int ker_img_num;
 
 // Installs the unpacked file `filename`, its full path, if its entry's type is ENTRY_BOOT or
-// ENTRY_KERNEL. Returns 0 if nothing failed or nothing was to be done, or a code above. The kernel
+// ENTRY_KERNEL. Returns 0 if nothing failed or nothing was to be done, UPDATE_BOOT_FAILED or
+// UPDATE_KERNEL_FAILED. The kernel
 // partition stays mounted on /mntker.
 int update_LinuxFile(int type, char *filename);
 

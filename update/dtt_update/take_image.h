@@ -3,7 +3,7 @@
 #ifndef DTT_UPDATE_TAKE_IMAGE_H
 #define DTT_UPDATE_TAKE_IMAGE_H
 
-#include "update/dtt_update/image_reader.h"
+#include "update/dtt_update/update_run.h"
 
 enum image_refusal {
     IMAGE_ACCEPTED,
@@ -18,10 +18,8 @@ enum image_refusal {
 
 // Opens and tests the image `update_file`, whose text is cut in place at a line feed, makes
 // `force_base_dir` or the directory that the image asks for (`force_base_dir` null) the working
-// directory, and reports the header. Its lines are written in the name of `engine`. The directory
-// is left in `u_base_dir` of PATH_SIZE bytes. The caller closes `img->fd`, after a refusal too,
-// unless it is -1.
-image_refusal take_image(const char *engine, char *update_file, char *force_base_dir, image *img,
-                         char *u_base_dir);
+// directory and the run's, and reports the header. The caller closes the image, after a refusal
+// too, unless its descriptor is -1.
+image_refusal take_image(update_run *run, char *update_file, char *force_base_dir);
 
 #endif

@@ -1,127 +1,36 @@
 // Bringing the entries of an image to the file system.
 #include "update/dtt_update/unpack.h"
 
+#include "update/dtt_update/card_table.h"
+#include "update/dtt_update/directories_and_links.h"
 #include "update/dtt_update/installer.h"
 #include "update/dtt_update_common/bounded_text.h"
 #include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/copy_file.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/trace_log.h"
+#include "update_service.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
 
-static constexpr size_t LINK_TEXT_SIZE = 128; // each buffer of a link's texts and its command
-static constexpr size_t MKDIR_COMMAND_SIZE = 512;
-static constexpr char MKDIR_COMMAND[] = "/bin/mkdir -p ";
-static constexpr size_t MKDIR_PATH_MAX = MKDIR_COMMAND_SIZE - sizeof MKDIR_COMMAND;
-
-int _mkdir(const char *str)
+static void damaged_entry(const update_run *run, const image_entry *entry, const char *fault)
 {
-    char cmd[MKDIR_COMMAND_SIZE];
-    if (format_text(cmd, sizeof cmd, "%s%s", MKDIR_COMMAND, str))
-        my_system(cmd);
-    else
-        TRACE("path too long for a directory: %s\n", str);
-    return 0;
+    RUN_TRACE(run, "image is damaged at entry %u: %s\n", entry->number, fault);
 }
 
-void cut_link_filename(const char *s)
-{
-    char *const divider = s != nullptr ? const_cast<char *>(strrchr(s, ';')) : nullptr;
-    if (divider != nullptr)
-        *divider = '\0';
-}
-
-// The directory that the entry's file or link lies in, into `path` of PATH_SIZE bytes.
-static void parent_directory(const char *force_dir, const char *filename, char *path)
-{
-    concat_path_file(force_dir, filename, path);
-    cut_link_filename(path);
-    dirname(path);
-}
-
-void mkdir_base_dir(char *force_dir, char *filename)
-{
-    char path[PATH_SIZE];
-    parent_directory(force_dir, filename, path);
-    if (access(path, F_OK) != 0)
-        _mkdir(path);
-}
-
-// What the command that makes a link is built from.
-struct link_texts {
-    char directory[LINK_TEXT_SIZE]; // that the link lies in
-    char path[LINK_TEXT_SIZE];      // the entry's name, cut at the ';'
-    const char *name;               // the link's own last component, empty without a target
-    const char *target;
-};
-
-// Returns false if a text does not fit its buffer.
-static bool take_link_texts(const char *basename, const char *filename, link_texts *link)
-{
-    link->name = "";
-    link->target = "";
-    if (!copy_text(link->directory, sizeof link->directory, basename) ||
-        !copy_text(link->path, sizeof link->path, filename))
-        return false;
-    dirname(link->directory);
-    char *const divider = strrchr(link->path, ';');
-    if (divider != nullptr && divider[1] != '\0') {
-        *divider = '\0';
-        link->target = divider + 1;
-        link->name = get_dirname(link->path);
-    }
-    return true;
-}
-
-// Builds the command in `cmd` of LINK_TEXT_SIZE bytes. Returns false if it does not fit.
-static bool link_command(const link_texts *link, char *cmd)
-{
-    return format_text(cmd, LINK_TEXT_SIZE, "cd /%s/ && /bin/ln -sf %s %s", link->directory,
-                       link->target, link->name);
-}
-
-int creat_link_file(char *basename, char *filename)
-{
-    link_texts link;
-    char cmd[LINK_TEXT_SIZE];
-    if (!take_link_texts(basename, filename, &link) || !link_command(&link, cmd))
-        return -1;
-    return my_system(cmd);
-}
-
-void copy_failed(const char *engine, upgrade_info_t *update_info, const char *basename)
-{
-    update_info->failed_nums++;
-    PLATFORM_LOG_AS(engine, "copy_file ----------  %s --------- failed.", basename);
-    TRACE_AS(engine, "copy_file failed :---------- %s ---------- \n", basename);
-}
-
-static void damaged_entry(const char *engine, const image_entry *entry, const char *fault)
-{
-    TRACE_AS(engine, "image is damaged at entry %u: %s\n", entry->number, fault);
-}
-
-// Whether a command can make the directory `path`.
-static bool can_be_made(const char *path)
-{
-    return strlen(path) <= MKDIR_PATH_MAX && means_itself(path);
-}
-
-// Why the entry can't be unpacked to `basename` below `u_base_dir`, or null. What this lets through
+// Why the entry can't be unpacked to `basename` in this run, or null. What this lets through
 // fits every buffer behind it, and every command that it is put into leaves it as it is.
-static const char *entry_fault(const char *u_base_dir, const image_entry *entry,
+static const char *entry_fault(const update_run *run, const image_entry *entry,
                                const char *basename)
 {
     if (climbs_out(entry))
         return "its name leads out of the directory";
     char parent[PATH_SIZE];
-    parent_directory(u_base_dir, entry->name, parent);
+    parent_directory(run->base_dir, entry->name, parent);
     if ((access(parent, F_OK) != 0 && !can_be_made(parent)) ||
         (entry->type == ENTRY_DIRECTORY && !can_be_made(basename)))
         return "its directory can't be made by a command";
@@ -138,41 +47,52 @@ static const char *entry_fault(const char *u_base_dir, const image_entry *entry,
     return nullptr;
 }
 
-int take_entry(const char *engine, entry_walk *walk, const char *u_base_dir, image_entry *entry,
-               char *basename)
+// The full path of the entry, a link's own, into `basename` of PATH_SIZE bytes, empty if it does
+// not fit.
+static void target_path(const update_run *run, const image_entry *entry, char *basename)
+{
+    concat_path_file(run->base_dir, entry->name, basename);
+    if (entry->type == ENTRY_LINK)
+        cut_link_filename(basename);
+}
+
+// Reads the next entry and tests it; nothing is touched yet. Its path is left in `basename` of
+// PATH_SIZE bytes. Returns 0, or -1 with a trace line that tells the fault; `basename` then names
+// what comes closest to the path.
+static int take_entry(const update_run *run, entry_walk *walk, image_entry *entry, char *basename)
 {
     const char *fault = read_entry(walk, entry);
     if (fault != nullptr) {
-        // It has no path: it would have gone somewhere below this directory.
-        copy_text(basename, PATH_SIZE, u_base_dir);
+        // It would have gone somewhere below this directory.
+        copy_text(basename, PATH_SIZE, run->base_dir);
     } else {
-        concat_path_file(u_base_dir, entry->name, basename);
-        if (basename[0] == '\0') {
+        target_path(run, entry, basename);
+        if (basename[0] != '\0') {
+            fault = entry_fault(run, entry, basename);
+        } else {
             fault = "its path is too long";
             copy_text(basename, PATH_SIZE, entry->name);
-        } else {
-            if (entry->type == ENTRY_LINK)
-                cut_link_filename(basename);
-            fault = entry_fault(u_base_dir, entry, basename);
         }
     }
     if (fault == nullptr)
         return 0;
-    damaged_entry(engine, entry, fault);
+    damaged_entry(run, entry, fault);
     return -1;
 }
 
-void prepare_entry(const char *engine, char *u_base_dir, image_entry *entry, const char *basename)
+// Makes the parent directory, announces the entry, and makes way for its file. A directory entry is
+// made here whole.
+static void prepare_entry(update_run *run, image_entry *entry, const char *basename)
 {
-    mkdir_base_dir(u_base_dir, entry->name);
+    mkdir_base_dir(run->base_dir, entry->name);
     if (entry->type == ENTRY_DIRECTORY)
         _mkdir(basename);
+    const int number = static_cast<int>(entry->number);
     // Standard error is not buffered: what stands in standard output's buffer happened earlier.
     fflush(stdout);
-    fprintf(stderr, "(num-%d)%s type(%d), size(%d)\n", static_cast<int>(entry->number), basename,
-            entry->type, entry->file_size);
-    PLATFORM_LOG_AS(engine, "(num-%d)%s type(%d), size(%d)", static_cast<int>(entry->number),
-                    basename, entry->type, entry->file_size);
+    fprintf(stderr, "(num-%d)%s type(%d), size(%d)\n", number, basename, entry->type,
+            entry->file_size);
+    RUN_LOG(run, "(num-%d)%s type(%d), size(%d)", number, basename, entry->type, entry->file_size);
     // A link that leads to a directory serves as one.
     if (entry->type == ENTRY_DIRECTORY)
         return;
@@ -201,15 +121,39 @@ static bool is_in_the_way(const char *path)
     return stat(path, &st) == 0 && !S_ISDIR(st.st_mode);
 }
 
-int write_entry(const char *engine, const image *img, const char *filedata,
-                const image_entry *entry, const char *basename)
+// Writes the entry's data to its new file; a link gets an empty file in its place. Returns 0 or -1.
+static int write_entry(const update_run *run, const image_entry *entry, const char *basename)
 {
     if (entry->type == ENTRY_DIRECTORY)
         return is_in_the_way(basename) ? -1 : 0;
-    if (copy_file(filedata + entry->data_offset, basename, entry->file_size) != 0)
+    if (copy_file(run->mapping + entry->data_offset, basename, entry->file_size) != 0)
         return -1;
-    if (still_holds(img, entry))
+    if (still_holds(&run->img, entry))
         return 0;
-    damaged_entry(engine, entry, "the image has shrunk");
+    damaged_entry(run, entry, "the image has shrunk");
     return -1;
+}
+
+int unpack_entry(update_run *run, entry_walk *walk, int percent)
+{
+    image_entry entry;
+    char basename[PATH_SIZE];
+    const bool taken = take_entry(run, walk, &entry, basename) == 0;
+    if (taken)
+        prepare_entry(run, &entry, basename);
+    run->progress->cur_percent = percent;
+    if (!taken || write_entry(run, &entry, basename) != 0) {
+        run->progress->failed_nums++;
+        RUN_LOG(run, "copy_file ----------  %s --------- failed.", basename);
+        RUN_TRACE(run, "copy_file failed :---------- %s ---------- \n", basename);
+        return UPDATE_COPY_FAILED;
+    }
+    const int ret = update_LinuxFile(entry.type, basename);
+    if (ret < 0)
+        return ret;
+    if (save_UserFile_patch(entry.type, basename) != 0)
+        run->progress->cur_nums++;
+    if (entry.type == ENTRY_LINK)
+        creat_link_file(basename, entry.name);
+    return 0;
 }

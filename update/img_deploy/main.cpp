@@ -2,10 +2,9 @@
 #include "update/dtt_create/create_image.h"
 #include "update/dtt_update/apply_engine.h"
 #include "update/dtt_update/image_check.h"
-#include "update/dtt_update/installer.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update/dtt_update_common/update_flag.h"
-#include "update_header.h"
+#include "update_service.h"
 
 #include <cerrno>
 #include <climits>
@@ -73,20 +72,20 @@ static void explain_update(const char *image, int code)
     const char *reason = nullptr;
     const char *next = "mend that and apply it again";
     switch (code) {
-    case APPLY_REFUSED:
+    case UPDATE_REFUSED:
         reason = image_fault(image);
         if (reason == nullptr)
             reason = "/opt/upgddir can't be reached, or there is no shared memory for the progress";
         break;
-    case APPLY_NOT_MAPPED:
+    case UPDATE_NOT_MAPPED:
         reason = "it can't be mapped";
         next = "copy it to another disk and apply it from there";
         break;
-    case INSTALL_BOOT_FAILED:
+    case UPDATE_BOOT_FAILED:
         reason = "the command that writes the boot loader could not be run";
         next = "apply it again before the board restarts";
         break;
-    case INSTALL_KERNEL_FAILED:
+    case UPDATE_KERNEL_FAILED:
         reason = "a command that writes the kernel could not be run";
         next = "apply it again before the board restarts";
         break;

@@ -1,0 +1,92 @@
+// The steps of an apply run that both engines take alike.
+#include "update/dtt_update/update_run.h"
+
+#include "update/dtt_update/installer.h"
+#include "update/dtt_update_common/command_words.h"
+#include "update/dtt_update_common/platform_log.h"
+#include "update/dtt_update_common/trace_log.h"
+
+#include <arpa/inet.h>
+#include <cstring>
+#include <sys/mman.h>
+#include <unistd.h>
+
+static void show_result(const update_run *run)
+{
+    RUN_LOG(run, "\n now update_info->result = %d ", run->progress->result);
+    RUN_TRACE(run, "\n now update_info->result = %d \n", run->progress->result);
+}
+
+update_run start_run(const char *engine)
+{
+    update_run run = {};
+    run.engine = engine;
+    run.img.fd = -1;
+    // The line is the same in both engines; the function in its prefix tells them apart.
+    RUN_TRACE(&run, "in fun do_update  ! \n");
+    RUN_LOG(&run, " start");
+    ker_img_num = 0;
+    return run;
+}
+
+void start_progress(update_run *run, int result)
+{
+    RUN_LOG(run, "get_upgrade_info success!! ");
+    *run->progress = {};
+    run->progress->result = result;
+    show_result(run);
+}
+
+int map_image(update_run *run)
+{
+    void *const mapping = mmap(nullptr, run->img.size, PROT_READ, MAP_SHARED, run->img.fd, 0);
+    if (mapping == MAP_FAILED)
+        return -1;
+    run->mapping = static_cast<const char *>(mapping);
+    return 0;
+}
+
+void begin_unpacking(update_run *run)
+{
+    run->progress->file_nums = static_cast<int>(ntohl(run->img.header.ih_filenum));
+    run->progress->result = RUN_UNPACKING;
+    show_result(run);
+    RUN_TRACE(run, "\n\n\n\n\rround 1 --------unpress ***.img file and update Linux files ....\n");
+    run->progress->cur_nums = 0;
+}
+
+void end_unpacking(update_run *run)
+{
+    munmap(const_cast<char *>(run->mapping), run->img.size);
+    run->mapping = nullptr;
+    RUN_LOG(run, " update_info->result = %d (1:ok, 2:error). \n", run->progress->result);
+}
+
+void record_image(update_run *run)
+{
+    char version[IH_NMLEN + 1] = "";
+    // The field may lack a terminator.
+    memcpy(version, run->img.header.ih_version, IH_NMLEN);
+    if (means_itself(version))
+        update_fw_version(&run->img.header);
+    else
+        RUN_LOG(run, "version <%s> has no place in a command: not recorded", version);
+    my_system("/bin/sync");
+    RUN_LOG(run, " run rsync ok.");
+}
+
+void say_failed(const update_run *run)
+{
+    RUN_TRACE(run, "result = 2, update error !! \n");
+    RUN_LOG(run, " result = 2, update error !!");
+}
+
+void end_run(const update_run *run, int mode)
+{
+    if (mode == REBOOT_MODE) {
+        RUN_LOG(run, " mode = 1; reboot !");
+        sleep(6);
+        my_system("reboot -f");
+    }
+    RUN_LOG(run, " end");
+}
