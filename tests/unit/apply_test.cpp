@@ -169,9 +169,9 @@ TEST_F(Apply, ReplacesWhatStandsThereAndKeepsItForWhoHasItOpen)
     EXPECT_EQ(apply({{"nand/a", 0, "new"}, {"nand/l;a", 4, ""}, {"l;/abs/x", 4, ""}}), 0);
     EXPECT_EQ(tree_text(base), "l -> /abs/x\nnand/a = new\nnand/l -> a\n");
     EXPECT_EQ(read_file(old_path), "old and long");
-    base = "/"; // from where the old file can be reached, but not unlinked
-    EXPECT_EQ(apply({{old_path, 0, "new"}}), 0);
-    EXPECT_EQ(read_file(old_path), "new") << "no end of the old data behind the new";
+    base = "/"; // from where a link can be reached that can't be unlinked
+    EXPECT_EQ(apply({{old_path, 0, "new"}}), -4);
+    EXPECT_EQ(read_file(old_path), "old and long") << "nothing is written through it";
     close(old);
 }
 
@@ -358,6 +358,45 @@ TEST_F(Apply, DamagedEntriesFailAtTheirTurn)
     start_walk(&walk, &large);
     EXPECT_STREQ(read_entry(&walk, &entry), past_end.substr(3).c_str());
     close(large.fd);
+}
+
+// Links made by an image, or found there, lead a later entry out of the base directory only if it
+// is told so; below it they are followed.
+TEST_F(Apply, EntriesThroughLinksStayBelow)
+{
+    const std::string out = "/" + dir.substr(1) + "/out";
+    const struct {
+        std::vector<test_entry> entries;
+        int result;
+    } rows[] = {
+        {{{"x;" + out, 4, ""}, {"x/f", 0, "1"}}, -4},
+        {{{"x;" + out, 4, ""}, {"x/new/f", 0, "1"}}, -4},
+        {{{"x;" + out, 4, ""}, {"x/new", 1, ""}}, -4},
+        {{{"x;../out", 4, ""}, {"x/l;f", 4, ""}}, -4},
+        {{{"d/a", 0, "1"}, {"x;.", 4, ""}, {"x/n/../../out/f", 0, "1"}}, -4},
+        {{{"d/a", 0, "1"}, {"x;d", 4, ""}, {"x/../x;" + out, 4, ""}, {"x/../f", 0, "1"}}, -4},
+        {{{"x;d", 4, ""}, {"d/e/a", 0, "1"}, {"x/e/f", 0, "2"}, {"d/../x/n/g", 0, "3"}}, 0},
+    };
+    write_file_text(dir + "/out/kept", "");
+    for (const auto &row : rows) {
+        fs::remove_all(base);
+        EXPECT_EQ(apply(row.entries), row.result) << row.entries.back().name;
+        EXPECT_EQ(tree_text(dir + "/out"), "kept = \n") << row.entries.back().name;
+        EXPECT_EQ(rec.all("run").find("mkdir -p " + base + "/x"), std::string::npos);
+    }
+    EXPECT_EQ(tree_text(base), "d/e/a = 1\nd/e/f = 2\nd/n/g = 3\nx -> d\n");
+}
+
+// What a command has not made is not taken for made.
+TEST_F(Apply, CommandsWithoutEffect)
+{
+    fs::create_directories(base);
+    rec.failing = "/bin/mkdir -p " + base + "/";
+    EXPECT_EQ(apply({{"a", 0, "1"}, {"d", 1, ""}}), -4);
+    rec.failing = "cd ";
+    EXPECT_EQ(apply({{"l;a", 4, ""}, {"b", 0, "2"}}), 0);
+    EXPECT_TRUE(rec.has("trace link not made: " + base + "/l\n"));
+    EXPECT_EQ(tree_text(base), "a = 1\nb = 2\n") << "no empty file in the link's place";
 }
 
 TEST_F(Apply, WhatOnlyLooksDamaged)

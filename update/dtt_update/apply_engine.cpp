@@ -13,7 +13,7 @@
 
 static constexpr int ENTRY_WRITTEN = 100; // percent of the current entry
 
-// Returns the result of the first entry that failed, or 0.
+// Returns 0 if all entries are on the medium, or the result of the first that failed.
 static int walk_entries(update_run *run)
 {
     entry_walk walk;
@@ -26,7 +26,7 @@ static int walk_entries(update_run *run)
             return ret;
     }
     RUN_TRACE(run, "\n\n\n\n\rround 2 --------update user file ....\n");
-    return 0;
+    return sync_unpacked(run);
 }
 
 static int unpack_image(update_run *run)

@@ -44,7 +44,8 @@ static void report_entry(aptid_t uid, int ret)
                     ret == UPDATE_BOOT_FAILED ? UPGD_ERROR_BOOT : UPGD_ERROR_KERNEL);
 }
 
-// Returns 0, the result of the first entry that failed, or UPDATE_FAILED if the disk is gone.
+// Returns 0 if all entries are on the medium, the result of the first that failed, or UPDATE_FAILED
+// if the disk is gone.
 static int walk_entries(aptid_t uid, update_run *run)
 {
     entry_walk walk;
@@ -64,7 +65,10 @@ static int walk_entries(aptid_t uid, update_run *run)
             return ret;
         }
     }
-    return 0;
+    const int ret = sync_unpacked(run);
+    if (ret < 0)
+        report_entry(uid, ret);
+    return ret;
 }
 
 static void unmount_kernel_partition(const update_run *run)

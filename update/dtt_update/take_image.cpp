@@ -92,7 +92,7 @@ static void copy_dest_dir(const update_header_t *header, char *u_base_dir)
 
 static image_refusal enter_base_dir(update_run *run, const char *force_base_dir)
 {
-    char *const u_base_dir = run->base_dir;
+    char *const u_base_dir = run->base.path;
     if (ntohl(run->img.header.ih_place) == PLACE_COSTOM) {
         copy_dest_dir(&run->img.header, u_base_dir);
     } else if (find_dir(&run->img.header, u_base_dir) != 0) {
@@ -109,7 +109,7 @@ static image_refusal enter_base_dir(update_run *run, const char *force_base_dir)
     }
     RUN_LOG(run, "get u_base_dir:%s ", u_base_dir);
     RUN_TRACE(run, "get u_base_dir:%s \n", u_base_dir);
-    if (chdir(u_base_dir) != 0) {
+    if (enter_base_directory(&run->base) != 0) {
         RUN_LOG(run, "chdir(%s) Failed", u_base_dir);
         return IMAGE_NO_BASE_DIR;
     }

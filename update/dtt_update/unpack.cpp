@@ -11,9 +11,9 @@
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,13 +24,14 @@ static void damaged_entry(const update_run *run, const image_entry *entry, const
 
 // Why the entry can't be unpacked to `basename` in this run, or null. What this lets through
 // fits every buffer behind it, and every command that it is put into leaves it as it is.
-static const char *entry_fault(const update_run *run, const image_entry *entry,
-                               const char *basename)
+static const char *entry_fault(update_run *run, const image_entry *entry, const char *basename)
 {
     if (climbs_out(entry))
         return "its name leads out of the directory";
+    if (!parent_lies_below(&run->base, basename))
+        return "a link leads it out of the directory, or nowhere";
     char parent[PATH_SIZE];
-    parent_directory(run->base_dir, entry->name, parent);
+    parent_directory(run->base.path, entry->name, parent);
     if ((access(parent, F_OK) != 0 && !can_be_made(parent)) ||
         (entry->type == ENTRY_DIRECTORY && !can_be_made(basename)))
         return "its directory can't be made by a command";
@@ -51,7 +52,7 @@ static const char *entry_fault(const update_run *run, const image_entry *entry,
 // not fit.
 static void target_path(const update_run *run, const image_entry *entry, char *basename)
 {
-    concat_path_file(run->base_dir, entry->name, basename);
+    concat_path_file(run->base.path, entry->name, basename);
     if (entry->type == ENTRY_LINK)
         cut_link_filename(basename);
 }
@@ -59,12 +60,12 @@ static void target_path(const update_run *run, const image_entry *entry, char *b
 // Reads the next entry and tests it; nothing is touched yet. Its path is left in `basename` of
 // PATH_SIZE bytes. Returns 0, or -1 with a trace line that tells the fault; `basename` then names
 // what comes closest to the path.
-static int take_entry(const update_run *run, entry_walk *walk, image_entry *entry, char *basename)
+static int take_entry(update_run *run, entry_walk *walk, image_entry *entry, char *basename)
 {
     const char *fault = read_entry(walk, entry);
     if (fault != nullptr) {
         // It would have gone somewhere below this directory.
-        copy_text(basename, PATH_SIZE, run->base_dir);
+        copy_text(basename, PATH_SIZE, run->base.path);
     } else {
         target_path(run, entry, basename);
         if (basename[0] != '\0') {
@@ -80,11 +81,28 @@ static int take_entry(const update_run *run, entry_walk *walk, image_entry *entr
     return -1;
 }
 
-// Makes the parent directory, announces the entry, and makes way for its file. A directory entry is
-// made here whole.
-static void prepare_entry(update_run *run, image_entry *entry, const char *basename)
+// Makes way at `path` for a new file. A process that runs from the old one goes on with the old
+// bytes. Returns 0, or -1 if something other than a file stands there that can't be unlinked.
+static int make_way(const char *path)
 {
-    mkdir_base_dir(run->base_dir, entry->name);
+    struct stat st;
+    if (unlink(path) == 0 || lstat(path, &st) != 0)
+        return 0;
+    // That it is a directory is told when it can't be opened for writing.
+    if (!S_ISREG(st.st_mode))
+        return S_ISDIR(st.st_mode) ? 0 : -1;
+    // A mount point, say: its old end would stand behind the new data.
+    const int fd = open(path, O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC);
+    if (fd >= 0)
+        close(fd);
+    return 0;
+}
+
+// Makes the parent directory, announces the entry, and makes way for its file. A directory entry is
+// made here whole. Returns 0 or -1.
+static int prepare_entry(update_run *run, image_entry *entry, const char *basename)
+{
+    mkdir_base_dir(run->base.path, entry->name);
     if (entry->type == ENTRY_DIRECTORY)
         _mkdir(basename);
     const int number = static_cast<int>(entry->number);
@@ -93,16 +111,10 @@ static void prepare_entry(update_run *run, image_entry *entry, const char *basen
     fprintf(stderr, "(num-%d)%s type(%d), size(%d)\n", number, basename, entry->type,
             entry->file_size);
     RUN_LOG(run, "(num-%d)%s type(%d), size(%d)", number, basename, entry->type, entry->file_size);
-    // A link that leads to a directory serves as one.
-    if (entry->type == ENTRY_DIRECTORY)
-        return;
-    // A process that runs from the old file goes on with the old bytes. A file that can't be
-    // unlinked, a mount point say, is emptied: its old end would stand behind the new data. What
-    // can't be emptied can't be opened for writing either, which is told then.
-    if (unlink(basename) != 0 && errno != ENOENT) {
-        const int emptied = truncate(basename, 0);
-        static_cast<void>(emptied);
-    }
+    if (entry->type == ENTRY_DIRECTORY || make_way(basename) == 0)
+        return 0;
+    RUN_TRACE(run, "in the way and not to be removed: %s\n", basename);
+    return -1;
 }
 
 // A file that has been cut short reads as zeros from its new end to the end of that page: what has
@@ -114,18 +126,18 @@ static bool still_holds(const image *img, const image_entry *entry)
     return fstat(img->fd, &st) == 0 && st.st_size >= end;
 }
 
-// Whether something else stands in a directory's place.
-static bool is_in_the_way(const char *path)
+// A link that leads to a directory serves as one.
+static bool is_directory(const char *path)
 {
     struct stat st;
-    return stat(path, &st) == 0 && !S_ISDIR(st.st_mode);
+    return stat(path, &st) == 0 && S_ISDIR(st.st_mode);
 }
 
 // Writes the entry's data to its new file; a link gets an empty file in its place. Returns 0 or -1.
 static int write_entry(const update_run *run, const image_entry *entry, const char *basename)
 {
     if (entry->type == ENTRY_DIRECTORY)
-        return is_in_the_way(basename) ? -1 : 0;
+        return is_directory(basename) ? 0 : -1;
     if (copy_file(run->mapping + entry->data_offset, basename, entry->file_size) != 0)
         return -1;
     if (still_holds(&run->img, entry))
@@ -134,18 +146,28 @@ static int write_entry(const update_run *run, const image_entry *entry, const ch
     return -1;
 }
 
+// Makes the link of a link entry. One that could not be made fails no run, but is not passed over:
+// the empty file in its place would look like a part of the image.
+static void make_link(update_run *run, image_entry *entry, char *basename)
+{
+    creat_link_file(basename, entry->name);
+    links_have_changed(&run->base);
+    struct stat st;
+    if (lstat(basename, &st) == 0 && S_ISLNK(st.st_mode))
+        return;
+    RUN_TRACE(run, "link not made: %s\n", basename);
+    unlink(basename);
+}
+
 int unpack_entry(update_run *run, entry_walk *walk, int percent)
 {
     image_entry entry;
     char basename[PATH_SIZE];
-    const bool taken = take_entry(run, walk, &entry, basename) == 0;
-    if (taken)
-        prepare_entry(run, &entry, basename);
+    const bool ready =
+        take_entry(run, walk, &entry, basename) == 0 && prepare_entry(run, &entry, basename) == 0;
     run->progress->cur_percent = percent;
-    if (!taken || write_entry(run, &entry, basename) != 0) {
-        run->progress->failed_nums++;
-        RUN_LOG(run, "copy_file ----------  %s --------- failed.", basename);
-        RUN_TRACE(run, "copy_file failed :---------- %s ---------- \n", basename);
+    if (!ready || write_entry(run, &entry, basename) != 0) {
+        say_copy_failed(run, basename);
         return UPDATE_COPY_FAILED;
     }
     const int ret = update_LinuxFile(entry.type, basename);
@@ -154,6 +176,6 @@ int unpack_entry(update_run *run, entry_walk *walk, int percent)
     if (save_UserFile_patch(entry.type, basename) != 0)
         run->progress->cur_nums++;
     if (entry.type == ENTRY_LINK)
-        creat_link_file(basename, entry.name);
+        make_link(run, &entry, basename);
     return 0;
 }

@@ -5,9 +5,12 @@
 #include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/trace_log.h"
+#include "update_service.h"
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -53,10 +56,30 @@ void begin_unpacking(update_run *run)
     show_result(run);
     RUN_TRACE(run, "\n\n\n\n\rround 1 --------unpress ***.img file and update Linux files ....\n");
     run->progress->cur_nums = 0;
+    // A failure to write something back is told to who has had the file system open by then.
+    run->base_fd = open(run->base.path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+}
+
+void say_copy_failed(update_run *run, const char *path)
+{
+    run->progress->failed_nums++;
+    RUN_LOG(run, "copy_file ----------  %s --------- failed.", path);
+    RUN_TRACE(run, "copy_file failed :---------- %s ---------- \n", path);
+}
+
+int sync_unpacked(update_run *run)
+{
+    if (syncfs(run->base_fd) == 0 || errno == ENOSYS)
+        return 0;
+    RUN_TRACE(run, "not brought to the medium: %s\n", strerror(errno));
+    say_copy_failed(run, run->base.path);
+    return UPDATE_COPY_FAILED;
 }
 
 void end_unpacking(update_run *run)
 {
+    if (run->base_fd >= 0)
+        close(run->base_fd);
     munmap(const_cast<char *>(run->mapping), run->img.size);
     run->mapping = nullptr;
     RUN_LOG(run, " update_info->result = %d (1:ok, 2:error). \n", run->progress->result);

@@ -3,6 +3,7 @@
 #ifndef DTT_UPDATE_UPDATE_RUN_H
 #define DTT_UPDATE_UPDATE_RUN_H
 
+#include "update/dtt_update/base_directory.h"
 #include "update/dtt_update/image_reader.h"
 #include "upgrade_info.h"
 
@@ -11,7 +12,8 @@ struct update_run {
     upgrade_info_t *progress; // the engine's own, for others to read meanwhile
     image img;                // `fd` is -1 while it is not open
     const char *mapping;      // of the whole image, for write(2) alone
-    char base_dir[PATH_SIZE]; // to unpack below; the working directory once the image is taken
+    base_directory base;      // to unpack below, entered when the image is taken
+    int base_fd;              // the same, open while entries are written
 };
 
 #define RUN_LOG(run, ...) PLATFORM_LOG_AS((run)->engine, __VA_ARGS__)
@@ -28,6 +30,13 @@ int map_image(update_run *run);
 
 // Enters the number of entries in the progress and announces the unpacking.
 void begin_unpacking(update_run *run);
+
+// Brings everything that was unpacked to the medium. Returns 0, or UPDATE_COPY_FAILED with the
+// lines and the count of a failed copy: a disk that fails late fails here.
+int sync_unpacked(update_run *run);
+
+// Counts an entry that has failed at `path` in the progress, and writes its lines.
+void say_copy_failed(update_run *run, const char *path);
 
 // Lets go of the mapping and says how the unpacking has ended.
 void end_unpacking(update_run *run);
