@@ -17,7 +17,7 @@ static void flush_output()
     fflush(stderr);
 }
 
-// Runs the command with the signal mask `mask`. Returns its wait status, or -1.
+// Runs the command with the signal mask `mask`. Returns its wait status, or -1 if it was not run.
 static int run_and_wait(const char *cmd, const sigset_t *mask)
 {
     char shell[] = "sh";
@@ -33,10 +33,12 @@ static int run_and_wait(const char *cmd, const sigset_t *mask)
     posix_spawnattr_destroy(&attributes);
     if (error != 0)
         return -1;
-    int status;
+    int status = 0;
     while (waitpid(pid, &status, 0) != pid)
         if (errno != EINTR)
-            return -1;
+            // Another thread of the process, or its wish not to know, has collected the status of
+            // the command, which has run.
+            return errno == ECHILD ? 0 : -1;
     return status;
 }
 

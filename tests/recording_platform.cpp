@@ -386,6 +386,13 @@ unsigned int __wrap_sleep(unsigned int seconds)
     return 0;
 }
 
+int __wrap_syncfs(int)
+{
+    add("syncfs");
+    errno = rec.sync_error;
+    return rec.sync_error == 0 ? 0 : -1;
+}
+
 int __wrap_usleep(useconds_t us)
 {
     add("usleep " + std::to_string(us));
@@ -410,6 +417,7 @@ int __wrap_shmget(int key, size_t size, int flags)
     snprintf(text, sizeof text, "shm get 0x%x %zu 0%o", static_cast<unsigned int>(key), size,
              static_cast<unsigned int>(flags));
     add(text);
+    errno = ENOENT;
     return (rec.shm_exists || flags != 0) && !rec.shm_fails ? 5 : -1;
 }
 

@@ -21,8 +21,8 @@
 
 struct recording {
     // In order: "log FUNCTION: TEXT", "trace TEXT", "run COMMAND", "sleep SECONDS",
-    // "usleep MICROSECONDS", "open PATH" and "close" of the trace log, "shm CALL", "send TASK
-    // SIZE", "popen COMMAND", "apmsg CALL".
+    // "usleep MICROSECONDS", "open PATH" and "close" of the trace log, "shm CALL", "syncfs", "send
+    // TASK SIZE", "popen COMMAND", "apmsg CALL".
     std::vector<std::string> lines;
     std::string prefix; // of the last trace line
 
@@ -35,6 +35,7 @@ struct recording {
     long long time_us = 1764000000123456; // the clock
     bool shm_exists = false;
     bool shm_fails = false;
+    int sync_error = 0;                     // of the file system, 0 for none
     upgrade_info_t block = {7, 7, 7, 7, 7}; // the shared memory
 
     int open_streams = 0;              // of commands

@@ -123,7 +123,7 @@ TEST_F(Apply, StoryOfARun)
         "|run cd /D/base/nand/d/ && /bin/ln -sf ../a l"
         "|run /bin/mkdir -p D/base/nand/e|log do_update: (num-2)D/base/nand/e type(1), size(0)"
         "|log do_update: (num-3)D/base/nand/odd type(200), size(10000)"
-        "|trace \n\n\n\n\rround 2 --------update user file ....\n"
+        "|trace \n\n\n\n\rround 2 --------update user file ....\n|syncfs"
         "|log do_update:  update_info->result = 0 (1:ok, 2:error). \n"
         "|trace result = 1, update successful !! \n"
         "|run sysconfig set fw_version V1.0.0.0|run /bin/sync|log do_update:  run rsync ok."
@@ -137,12 +137,14 @@ TEST_F(Apply, StoryOfARun)
 TEST_F(Apply, ProgressBlockAndReboot)
 {
     rec.shm_exists = true;
+    apply(image_bytes({}));
     const lines plain = {"log do_update:  run rsync ok.", "usleep 20000", "log do_update:  end"};
     const lines reboot = {"sleep 6", "run reboot -f", "log do_update:  end"};
     for (const int mode : {0, 1, 2, 3, -1}) {
         EXPECT_EQ(apply(image_bytes({}), mode), 0);
         EXPECT_EQ(block_text(), "0 0 1 0 0");
-        EXPECT_EQ(rec.all("shm"), "get 0x600001 16 00") << "a peer's segment of 16 bytes is used";
+        EXPECT_EQ(rec.all("shm"), "get 0x600001 16 00|detach")
+            << "a peer's segment of 16 bytes is used, and a former attachment given up";
         EXPECT_EQ(rec.last(3), mode == REBOOT_MODE ? reboot : plain);
     }
     rec.lines.clear();
@@ -425,6 +427,16 @@ TEST_F(Apply, WhatOnlyLooksDamaged)
         ASSERT_EQ(apply({{"a", 0, std::string(size, 'x')}, {"bbb", 0, "y"}, {"c", 0, "z"}}), 0);
         ASSERT_EQ(read_file(base + "/bbb") + read_file(base + "/c"), "yz") << size;
     }
+}
+
+// A disk that fails when it writes back: the run has not gone well, and no version is recorded.
+TEST_F(Apply, WhatIsNotOnTheMediumIsNotThere)
+{
+    rec.sync_error = EIO;
+    EXPECT_EQ(outcome(apply({{"a", 0, "1"}})), "-4, 1 1 2 100 1, /bin/mkdir -p D/base");
+    EXPECT_TRUE(rec.has("log do_update: copy_file ----------  " + base + " --------- failed."));
+    rec.sync_error = ENOSYS; // an old kernel can't tell
+    EXPECT_EQ(apply({{"a", 0, "1"}}), 0);
 }
 
 TEST_F(Apply, AFailedEntryEndsTheRunAndKeepsTheOnesBefore)

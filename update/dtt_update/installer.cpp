@@ -53,15 +53,18 @@ enum mount_state { MOUNT_FREE, MOUNT_TAKEN, MOUNT_UNKNOWN };
 // what somebody has put in its place.
 static mount_state look_at_mount_point()
 {
+    char real[PATH_MAX];
+    const char *const point = realpath(MOUNT_POINT, real) != nullptr ? real : MOUNT_POINT;
     FILE *const mounts = fopen("/proc/self/mountinfo", "re");
     if (mounts == nullptr)
         return MOUNT_UNKNOWN;
-    mount_state state = MOUNT_FREE;
+    // A link in the mount point's place leads to files that are somebody's.
+    mount_state state = strcmp(point, MOUNT_POINT) == 0 ? MOUNT_FREE : MOUNT_UNKNOWN;
     char *line = nullptr;
     size_t size = 0;
-    while (state == MOUNT_FREE && getline(&line, &size, mounts) >= 0) {
+    while (state != MOUNT_TAKEN && getline(&line, &size, mounts) >= 0) {
         char place[PATH_MAX];
-        if (sscanf(line, "%*s %*s %*s %*s %4095s", place) == 1 && strcmp(place, MOUNT_POINT) == 0)
+        if (sscanf(line, "%*s %*s %*s %*s %4095s", place) == 1 && strcmp(place, point) == 0)
             state = MOUNT_TAKEN;
     }
     free(line);

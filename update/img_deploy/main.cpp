@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 enum { OP_NONE = 0, OP_CREATE = 1, OP_UPDATE = 2 };
@@ -107,13 +108,30 @@ static int run_build(char *directory, int mode, char *image, int place, char *to
     return ret;
 }
 
+// Two runs at once would mix their trees. The lock is held to the end of the process, and not by
+// the commands that it runs. Without a place for the file the run goes on alone. Returns false if
+// another run has it.
+static bool take_run_lock()
+{
+    const int fd = open("/run/img_deploy.lock", O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    return fd < 0 || flock(fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
 static int run_update(char *filename, int mode)
 {
+    if (!take_run_lock()) {
+        fputs("img_deploy: another update is at work: nothing was touched; wait for its end\n",
+              stderr);
+        return UPDATE_REFUSED;
+    }
     char flag_file[] = "/usr/local/upgdflag";
     char base_dir[] = "/opt/upgddir/";
     // A run that has begun goes on when its terminal or the reader of its output goes away.
     signal(SIGHUP, SIG_IGN);
     signal(SIGPIPE, SIG_IGN);
+    // A parent that ignores the end of its children hands that on; every command would seem to
+    // fail.
+    signal(SIGCHLD, SIG_DFL);
     set_update_flag(flag_file, UPDATE_FLAG_STARTED);
     const int ret = do_update(filename, mode, base_dir);
     if (ret == 0)
