@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -106,6 +107,41 @@ int mailbox_probe(const char *path)
     const int result = connected == 0 ? 0 : -errno;
     close(fd);
     return result;
+}
+
+static int bind_mailbox(int fd, const char *path)
+{
+    sockaddr_un address;
+    const int named = set_address(&address, path);
+    if (named < 0)
+        return named;
+    // The mode of the file to be, whatever mask this task runs under: messages are taken from
+    // anyone who may write there.
+    if (fchmod(fd, 0600) != 0)
+        return -errno;
+    const sockaddr *const name = reinterpret_cast<const sockaddr *>(&address);
+    return bind(fd, name, sizeof address) == 0 ? 0 : -errno;
+}
+
+int mailbox_open(const char *path)
+{
+    char directory[sizeof sockaddr_un::sun_path];
+    const char *const slash = strrchr(path, '/');
+    const int len = slash != nullptr ? static_cast<int>(slash - path) : 0;
+    snprintf(directory, sizeof directory, "%.*s", len, path);
+    mkdir(directory, 0755);
+    // A file that is no socket refuses as well, and is not to be removed.
+    struct stat st;
+    if (lstat(path, &st) == 0 && S_ISSOCK(st.st_mode) && mailbox_probe(path) == -ECONNREFUSED)
+        unlink(path);
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return -errno;
+    const int bound = bind_mailbox(fd, path);
+    if (bound == 0)
+        return fd;
+    close(fd);
+    return bound;
 }
 
 int apipc_send(aptid_t dest, const void *msg, unsigned int size)

@@ -21,6 +21,11 @@ mailbox_path mailbox_of(aptid_t id);
 // a negative errno: -EMSGSIZE above MAILBOX_MESSAGE_MAX or what the kernel allows.
 int mailbox_send(const char *path, const void *msg, size_t size);
 
+// Opens the mailbox `path` for receiving, with its directory, for this user alone; what a dead task
+// has left there makes way. Returns the socket, which blocks, or a negative errno: -EADDRINUSE if a
+// task receives there or a file of another kind is in the way. Who closes it removes the file.
+int mailbox_open(const char *path);
+
 // Returns 0 if a task receives at the mailbox `path`, or a negative errno. A socket file that a
 // dead task has left counts as none.
 int mailbox_probe(const char *path);

@@ -92,6 +92,12 @@ int backup_command(char *disk)
         complain("%s: %s", disk, backup_words(result));
         return SERVICE_FAILED;
     }
+    // The operation looks for a file of this name alone: a disk that is full has a part of it.
+    const char *const fault = whole_image_fault(file.get());
+    if (fault != nullptr) {
+        complain("%s: what was saved %s; make room and save again", file.get(), fault);
+        return SERVICE_FAILED;
+    }
     say("%s", file.get());
     return SERVICE_WELL;
 }

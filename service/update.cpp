@@ -5,21 +5,22 @@
 #include "service/console.h"
 #include "service/disk_watch.h"
 #include "update/dtt_update/image_check.h"
+#include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update_service.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <pthread.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 static constexpr int WATCH_US = 100000;
 static constexpr int INTERRUPTED = 130;
+static constexpr size_t THREADS = 4;
 
 // What the threads of a run share.
 struct update_run {
@@ -66,35 +67,52 @@ static const char *result_words(int result)
     return WORDS[result >= 0 && result < count ? result : UPGD_ERROR];
 }
 
-// Returns a bound socket, or -1 with a sentence. A mailbox that somebody reads is not taken away.
+// Returns the mailbox, or -1 with a sentence. One that somebody reads is not taken away.
 static int open_mailbox(aptid_t id)
 {
     const mailbox_path path = mailbox_of(id);
-    const int probe = mailbox_probe(path.text);
-    if (probe == 0) {
-        complain("%s: another service is at work", path.text);
-        return -1;
-    }
-    if (probe == -ECONNREFUSED)
-        unlink(path.text);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    memcpy(address.sun_path, path.text, sizeof path.text);
-    mkdir("/run/mailbox", 0755);
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0 && bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0)
-        return fd;
-    complain("%s: %s", path.text, strerror(errno));
+    const int fd = mailbox_open(path.text);
     if (fd >= 0)
-        close(fd);
+        return fd;
+    complain("%s: %s", path.text, fd == -EADDRINUSE ? "another service is at work" : strerror(-fd));
     return -1;
+}
+
+static void close_mailbox(int fd, aptid_t id)
+{
+    if (fd < 0)
+        return;
+    close(fd);
+    unlink(mailbox_of(id).text);
+}
+
+static void close_mailboxes(const update_run *run)
+{
+    close_mailbox(run->events, task_on_this_board(MODULE_SERVICE));
+    close_mailbox(run->requests, task_on_this_board(MODULE_CARDS));
+}
+
+// Receives the next message of `size` bytes; others are no business of this service and are passed
+// over. Returns false when the run has ended.
+static bool receive(const update_run *run, int mailbox, void *message, size_t size)
+{
+    while (!run->ended) {
+        const ssize_t got = recv(mailbox, message, size, MSG_TRUNC);
+        if (got == static_cast<ssize_t>(size) && !run->ended)
+            return true;
+        if (got < 0 && errno != EINTR) {
+            complain("a mailbox can't be read: %s", strerror(errno));
+            break;
+        }
+    }
+    return false;
 }
 
 static void *receive_events(void *argument)
 {
     update_run *const run = static_cast<update_run *>(argument);
     upgrade_msg_t event;
-    while (recv(run->events, &event, sizeof event, 0) == sizeof event) {
+    while (receive(run, run->events, &event, sizeof event)) {
         const int result = event.upgrade_info.result;
         if (run->interrupted && result == UPGD_ERROR_NODISK)
             continue; // that is how the run was told
@@ -110,6 +128,9 @@ static void *receive_events(void *argument)
 
 static int answer_for_card(const update_run *run, stPmdFile *file)
 {
+    // The flashing tools are called by a shell, and anyone may have sent the request.
+    if (!means_itself(file->file_patch))
+        return -2;
     switch (run->cards.mode) {
     case CARDS_SIMULATE:
         for (int us = 0; us < run->cards.number * 1000000 && !run->ended; us += WATCH_US)
@@ -126,8 +147,7 @@ static void *answer_requests(void *argument)
 {
     update_run *const run = static_cast<update_run *>(argument);
     char message[sizeof(stApMsg) + sizeof(stPmdFile)];
-    constexpr ssize_t size = sizeof message;
-    while (recv(run->requests, message, sizeof message, 0) == size) {
+    while (receive(run, run->requests, message, sizeof message)) {
         stPmdFile file;
         memcpy(&file, message + STAPMSG_DATA_OFFSET, sizeof file);
         file.file_patch[sizeof file.file_patch - 1] = '\0';
@@ -154,14 +174,21 @@ static void *watch_run(void *argument)
     return nullptr;
 }
 
+static sigset_t interrupts()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
 // The first interrupt ends the run after the step in hand, as if the disk had gone: a file or a
 // card is not left half done. The second one ends the program at once.
 static void *take_interrupts(void *argument)
 {
     update_run *const run = static_cast<update_run *>(argument);
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
+    const sigset_t signals = interrupts();
     int signal = 0;
     sigwait(&signals, &signal);
     run->interrupted = true;
@@ -169,34 +196,50 @@ static void *take_interrupts(void *argument)
     say("interrupted: the step in hand is finished first; once more to end at once");
     sigwait(&signals, &signal);
     end_progress();
+    close_mailboxes(run);
     _exit(INTERRUPTED);
 }
 
-static int run_update(update_run *run, char *dir)
+// Starts the threads beside the run's. Returns how many there are, with a sentence if it is not
+// all.
+static size_t start_threads(update_run *run, pthread_t (&threads)[THREADS])
 {
-    pthread_t threads[4];
-    void *(*const bodies[])(void *) = {receive_events, answer_requests, watch_run, take_interrupts};
-    // The commands of the run inherit the mask and are not interrupted in their midst.
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    for (size_t i = 0; i < 4; i++) {
+    void *(*const bodies[THREADS])(void *) = {receive_events, answer_requests, watch_run,
+                                              take_interrupts};
+    for (size_t i = 0; i < THREADS; i++) {
         const int error = pthread_create(&threads[i], nullptr, bodies[i], run);
         if (error != 0) {
-            complain("thread: %s", strerror(error));
-            return -1;
+            complain("a thread can't be started: %s; nothing was touched", strerror(error));
+            return i;
         }
     }
-    set_usb_status(disk_is_there(&run->image) ? TRUE : FALSE);
-    empty_UserFile_patch();
-    char path[sizeof run->image.path];
-    memcpy(path, run->image.path, sizeof path);
-    const int ret = do_update_upgd(task_on_this_board(MODULE_SERVICE), path, dir);
+    return THREADS;
+}
+
+// Returns what do_update_upgd does, or 1 with a sentence if the run could not begin.
+static int run_update(update_run *run, char *dir)
+{
+    // The commands of the run inherit the mask and are not interrupted in their midst.
+    const sigset_t signals = interrupts();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    // A run that has begun goes on when its terminal or the reader of its output goes away.
+    signal(SIGHUP, SIG_IGN);
+    signal(SIGPIPE, SIG_IGN);
+    pthread_t threads[THREADS];
+    const size_t started = start_threads(run, threads);
+    int ret = 1;
+    if (started == THREADS) {
+        set_usb_status(disk_is_there(&run->image) ? TRUE : FALSE);
+        empty_UserFile_patch();
+        char path[sizeof run->image.path];
+        memcpy(path, run->image.path, sizeof path);
+        ret = do_update_upgd(task_on_this_board(MODULE_SERVICE), path, dir);
+    }
     run->ended = true;
     shutdown(run->events, SHUT_RDWR);
     shutdown(run->requests, SHUT_RDWR);
-    for (size_t i = 0; i < 3; i++)
+    // The last one waits for interrupts to the end of the process.
+    for (size_t i = 0; i < std::min(started, THREADS - 1); i++)
         pthread_join(threads[i], nullptr);
     return ret;
 }
@@ -212,11 +255,10 @@ int update_command(const char *image, char *dir, card_choice cards)
     }
     run.events = open_mailbox(task_on_this_board(MODULE_SERVICE));
     run.requests = run.events >= 0 ? open_mailbox(task_on_this_board(MODULE_CARDS)) : -1;
-    if (run.requests < 0)
+    const int ret = run.requests >= 0 ? run_update(&run, dir) : 1;
+    close_mailboxes(&run);
+    if (ret > 0)
         return SERVICE_FAILED;
-    const int ret = run_update(&run, dir);
-    unlink(mailbox_of(task_on_this_board(MODULE_SERVICE)).text);
-    unlink(mailbox_of(task_on_this_board(MODULE_CARDS)).text);
     const upgrade_info_t *const info = &get_upgd_msg()->upgrade_info;
     if (ret == 0) {
         show_progress("done", 1000, info->cur_nums, info->file_nums);

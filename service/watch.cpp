@@ -3,11 +3,18 @@
 #include "service/console.h"
 #include "upgrade_info.h"
 
+#include <cerrno>
 #include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <glob.h>
 #include <sys/shm.h>
 #include <unistd.h>
 
 static constexpr int WATCH_US = 100000;
+// How the kernel names the mapping of a segment: by its key.
+static constexpr char BLOCK_MAPPING[] = "/SYSV00600001";
+static_assert(UPGRADE_INFO_SHM_KEY == 0x600001, "the key in the name above");
 static constexpr int PATIENCE = 10; // looks at a block without a writer before it is given up
 
 // Waits for the block, which a first run makes. Its four first fields are there in any case.
@@ -30,11 +37,37 @@ static int field(const int *value)
     return __atomic_load_n(value, __ATOMIC_RELAXED);
 }
 
-// Somebody beside this program has the block attached, as a run has up to its end.
+// Whether the process has the block attached for writing; `maps` is its list of mappings.
+static bool writes_block(const char *maps)
+{
+    FILE *const list = fopen(maps, "re");
+    if (list == nullptr)
+        return errno == EACCES; // another user's: it may
+    char line[512];
+    bool writes = false;
+    while (!writes && fgets(line, sizeof line, list) != nullptr) {
+        char permissions[8];
+        writes = strstr(line, BLOCK_MAPPING) != nullptr &&
+                 sscanf(line, "%*s %7s", permissions) == 1 && permissions[1] == 'w';
+    }
+    fclose(list);
+    return writes;
+}
+
+// Whether a run has the block attached, as it does up to its end. Watchers attach it as well, but
+// only to read: two of them must not wait for each other.
 static bool has_writer(int id)
 {
     shmid_ds state;
-    return shmctl(id, IPC_STAT, &state) == 0 && state.shm_nattch > 1;
+    if (shmctl(id, IPC_STAT, &state) != 0 || state.shm_nattch <= 1)
+        return false;
+    glob_t processes;
+    bool found = false;
+    if (glob("/proc/[0-9]*/maps", GLOB_NOSORT, nullptr, &processes) == 0)
+        for (size_t i = 0; i < processes.gl_pathc && !found; i++)
+            found = writes_block(processes.gl_pathv[i]);
+    globfree(&processes);
+    return found;
 }
 
 int watch_command()

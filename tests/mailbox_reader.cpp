@@ -6,11 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
-#include <string>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 static int fail(const char *subject, int error)
 {
@@ -37,19 +33,10 @@ int main(int argc, char **argv)
         return 2;
     }
 
-    const std::string path = argv[argc - 1];
-    sockaddr_un address = {AF_UNIX, ""};
-    if (path.copy(address.sun_path, sizeof address.sun_path - 1) < path.size())
-        return fail(path.c_str(), ENAMETOOLONG);
-    mkdir(path.substr(0, path.rfind('/') + 1).c_str(), 0755);
-    // A file that is no socket refuses as well, and is not to be removed.
-    struct stat st;
-    if (stat(path.c_str(), &st) == 0 && S_ISSOCK(st.st_mode) &&
-        mailbox_probe(path.c_str()) == -ECONNREFUSED)
-        unlink(path.c_str());
-    const int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
-    if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
-        return fail(path.c_str(), errno);
+    const char *const path = argv[argc - 1];
+    const int fd = mailbox_open(path);
+    if (fd < 0)
+        return fail(path, -fd);
 
     static unsigned char data[MAILBOX_MESSAGE_MAX];
     for (ssize_t size; (size = recv(fd, data, sizeof data, 0)) >= 0; fflush(stdout)) {

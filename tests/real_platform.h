@@ -5,13 +5,13 @@
 #include "platform/mailbox.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <string>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 inline void sh(const std::string &script)
@@ -28,18 +28,15 @@ inline std::string read_file(const std::string &path)
 // Receives at `path` from now on, as a task does at its mailbox and the log daemon at /dev/log.
 inline int bind_mailbox(const std::string &path)
 {
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    sockaddr_un address = {AF_UNIX, ""};
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    const int fd = mailbox_open(path.c_str());
+    EXPECT_GE(fd, 0) << strerror(-fd);
     return fd;
 }
 
 inline std::string received(int box)
 {
     std::string data(MAILBOX_MESSAGE_MAX + 1, '\0');
-    const ssize_t size = recv(box, data.data(), data.size(), 0);
+    const ssize_t size = recv(box, data.data(), data.size(), MSG_DONTWAIT);
     return size < 0 ? "nothing" : data.substr(0, static_cast<size_t>(size));
 }
 

@@ -1,8 +1,7 @@
 // Testing all that the image format promises.
 #include "tools/img_info.h"
 
-#include "update/dtt_update_common/crc32.h"
-#include "update/dtt_update_common/raw_io.h"
+#include "update/dtt_update/image_check.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -33,21 +32,6 @@ static void add_finding(findings *found, const char *format, ...)
         printf("%s: %s\n", found->name, text);
     }
     found->count++;
-}
-
-// Read in blocks, never from a mapping: the image's disk may go away meanwhile.
-static bool body_crc(const image *img, uint32_t *crc)
-{
-    static char block[256 * 1024];
-    *crc = 0;
-    for (uint32_t at = sizeof(update_header_t); at < img->size;) {
-        const size_t len = std::min<size_t>(sizeof block, img->size - at);
-        if (full_pread(img->fd, block, len, at) != len)
-            return false;
-        *crc = crc32_update(*crc, block, len);
-        at += static_cast<uint32_t>(len);
-    }
-    return true;
 }
 
 static void verify_entries(const image *img, findings *found)

@@ -4,7 +4,9 @@
 #include "update/dtt_update/image_check.h"
 #include "update/dtt_update_common/raw_io.h"
 
+#include <arpa/inet.h>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -40,26 +42,54 @@ void complain(const char *name, const char *format, ...)
     exit(INFO_UNUSABLE);
 }
 
-// Entries are read at offsets, which a pipe does not have: what comes through one is kept in a file
-// without a name. Returns a descriptor, or -1 with errno set.
-static int spool_standard_input()
+// Reads from standard input until `len` bytes are there or it ends. Returns their number, or -1.
+static ssize_t read_input(char *buffer, size_t len)
+{
+    size_t total = 0;
+    while (total < len) {
+        const ssize_t n = read(STDIN_FILENO, buffer + total, len - total);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return -1;
+        if (n == 0)
+            break;
+        total += static_cast<size_t>(n);
+    }
+    return static_cast<ssize_t>(total);
+}
+
+static int open_unnamed_file()
 {
     FILE *const spool = tmpfile();
     if (spool == nullptr)
         return -1;
     const int fd = fcntl(fileno(spool), F_DUPFD_CLOEXEC, 0);
     fclose(spool);
-    static char buffer[64 * 1024];
-    while (fd >= 0) {
-        const ssize_t n = read(STDIN_FILENO, buffer, sizeof buffer);
-        if (n == 0)
-            break;
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0 || bb_full_write(fd, buffer, static_cast<size_t>(n)) < 0)
-            return -1;
-    }
     return fd;
+}
+
+// Entries are read at offsets, which a pipe does not have: what comes through one is kept in a file
+// without a name, unless its beginning shows that it is no image or it is longer than one can be.
+// Returns a descriptor, or -1 with errno set.
+static int spool_standard_input()
+{
+    const int fd = open_unnamed_file();
+    if (fd < 0)
+        return -1;
+    static char buffer[64 * 1024];
+    ssize_t n = read_input(buffer, sizeof(update_header_t));
+    uint32_t magic = 0;
+    memcpy(&magic, buffer, sizeof magic);
+    const bool image = ntohl(magic) == IH_MAGIC;
+    for (long long total = 0; n > 0; n = image ? read_input(buffer, sizeof buffer) : 0) {
+        if (bb_full_write(fd, buffer, static_cast<size_t>(n)) < 0)
+            return -1;
+        total += n;
+        if (total > INT_MAX)
+            break;
+    }
+    return n < 0 ? -1 : fd;
 }
 
 // Opens the image and reads its header. Returns 0, or -1 with a sentence about what is wrong.

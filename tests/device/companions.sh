@@ -28,6 +28,8 @@ expect_call 0 '' img_info --verify u.img
 expect 'verification' 'u.img: well, 9 entries' "$(cat out)"
 img_info --verify - <u.img >out
 expect 'standard input' 'standard input: well, 9 entries' "$(cat out)"
+yes | timeout 60 img_info - 2>err
+expect 'a stream that is no image and has no end' '2 img_info: standard input: is no update image' "$? $(cat err)"
 expect_call 0 '' img_info --extract new u.img
 expect 'what was extracted' '' "$(diff -r --no-dereference tree new/tree 2>&1)"
 run img_info --extract new u.img
@@ -72,7 +74,7 @@ kill -INT $!
 await 'the word of the interrupt' grep -q '^interrupted' out
 kill -INT $!
 wait $!
-expect 'after two interrupts' 130 $?
+expect 'after two interrupts' '130 ' "$? $(ls /run/mailbox)"
 : >out
 env --default-signal=INT upgd_service update u.img --dir /opt/upgddir --cards simulate=1 >out 2>err &
 await 'the first card' grep -q FPGA out
@@ -80,6 +82,25 @@ kill -INT $!
 wait $!
 expect 'after one interrupt' '130 upgd_service: u.img: interrupted: what was written stays' "$? $(cat err)"
 expect 'the file in hand was finished, the next one not begun' 0 "$(grep -c MCU out)"
+
+# What others send to the mailboxes, which are for this user alone, harms no run: a datagram of another
+# size is passed over, and a request whose path a shell would take apart is refused. A reader or a
+# terminal that goes away ends no run. The mailboxes go on every way out.
+mkfifo pipe
+(umask 0 && exec upgd_service update u.img --dir /opt/upgddir --cards simulate=1) >pipe 2>err &
+head -n 1 <pipe >out
+expect 'modes of the mailboxes' '600 600' "$(stat -c %a /run/mailbox/* | paste -sd' ')"
+printf short >short
+{ head -c 38 /dev/zero && printf '\x16\0\0\0a;touch evil' && head -c 1068 /dev/zero; } | head -c 1068 >request
+for message in empty short request; do
+    perl -MSocket -e 'socket(S, PF_UNIX, SOCK_DGRAM, 0); connect(S, sockaddr_un("/run/mailbox/010a3b00")) // die $!;
+        local $/; send(S, <STDIN> // "", 0) // die $!' <$message
+done
+kill -HUP $!
+wait $!
+expect 'a run among them' $'0 [] set card(25) update result : 0\nset card(22) update result : -2\nset card(24) update result : 0' \
+    "$? [$(cat err)] $(messages /var/log/upgd_log0.txt | grep '^set card')"
+expect 'mailboxes that are left' '' "$(ls /run/mailbox)"
 
 # The disk with the image leaves while a card is flashed.
 mkdir -p /mnt/sda1 && mount -t tmpfs tmpfs /mnt/sda1
@@ -105,8 +126,11 @@ img_deploy -c ./tree long.img >/dev/null
 img_deploy -u long.img -m 2 >out 2>err &
 await 'the tenth entry' grep -q '(num-9)' err
 kill -KILL $!
-run upgd_service watch
+timeout 60 upgd_service watch >/dev/null 2>&1 &
+run timeout 60 upgd_service watch
 expect 'a run without a writer' 1 "$status"
+wait $!
+expect 'another watch of it' 1 $?
 grep -q 'no writer is alive' err || expect 'its words' 'no writer is alive' "$(cat err)"
 
 # What is on the disks, a backup of the settings and its way back, and one card's file.
@@ -133,6 +157,13 @@ expect_call 0 '' upgd_service restore "$saved" "$work/below"
 expect 'below another directory' saved "$(cat below/usr/qrx310/etc/vsp/layout)"
 expect_call 1 "upgd_service: $saved: the directory can't be reached" upgd_service restore "$saved" u.img/x
 expect_call 1 "upgd_service: /mnt/sdz: the disk can't be opened" upgd_service backup /mnt/sdz
+mv /bin/cp /bin/cp.real
+# shellcheck disable=SC2016 # the script's own variables
+printf '#!/bin/sh\n/bin/cp.real "$@"\ncase $3 in /mnt/*) truncate -s 600 "$3"/*.ubck ;; esac\n' >/bin/cp && chmod +x /bin/cp
+run upgd_service backup /mnt/sda1
+expect 'a backup cut short on a full disk' '1 what was saved has another length' \
+    "$status $(grep -o 'what was saved has another length' err)"
+mv /bin/cp.real /bin/cp
 ln -sf "$(command -v mcu_isp)" /usr/vorn/bin/
 expect_call 0 '' upgd_service flash 24 u.img
 expect 'what the tool was called with' $'mcu_isp\t-B\tvpu\t-C\t0x31\t-b\tu.img\t-r\t0x00' "$(grep mcu_isp /run/sandbox/calls)"

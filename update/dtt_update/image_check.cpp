@@ -1,8 +1,10 @@
 // What is wrong with a file as an image, in words.
 #include "update/dtt_update/image_check.h"
 
+#include "update/dtt_update_common/crc32.h"
 #include "update/dtt_update_common/raw_io.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <climits>
@@ -31,7 +33,38 @@ const char *take_opened(int fd, image *img)
     return nullptr;
 }
 
-const char *image_fault(const char *name)
+// Read in blocks, never from a mapping: the image's disk may go away meanwhile.
+bool body_crc(const image *img, uint32_t *crc)
+{
+    static char block[256 * 1024];
+    *crc = 0;
+    for (uint32_t at = sizeof(update_header_t); at < img->size;) {
+        const size_t len = std::min<size_t>(sizeof block, img->size - at);
+        if (full_pread(img->fd, block, len, at) != len)
+            return false;
+        *crc = crc32_update(*crc, block, len);
+        at += static_cast<uint32_t>(len);
+    }
+    return true;
+}
+
+static const char *length_fault(const image *img)
+{
+    return ntohl(img->header.ih_size) == img->size
+               ? nullptr
+               : "has another length than its header says: it is cut off, or was never finished";
+}
+
+static const char *body_fault(const image *img)
+{
+    uint32_t crc;
+    if (!body_crc(img, &crc))
+        return "can't be read to its end";
+    return crc == ntohl(img->header.ih_crc) ? nullptr : "has another CRC than its header says";
+}
+
+// Opens the file and finds its first fault.
+static const char *find_fault(const char *name, bool whole)
 {
     // Without O_NONBLOCK a named pipe would wait for its writer.
     const int fd = open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
@@ -39,8 +72,20 @@ const char *image_fault(const char *name)
         return strerror(errno);
     image img = {};
     const char *fault = take_opened(fd, &img);
-    if (fault == nullptr && ntohl(img.header.ih_size) != img.size)
-        fault = "has another length than its header says: it is cut off, or was never finished";
+    if (fault == nullptr)
+        fault = length_fault(&img);
+    if (fault == nullptr && whole)
+        fault = body_fault(&img);
     close(fd);
     return fault;
+}
+
+const char *image_fault(const char *name)
+{
+    return find_fault(name, false);
+}
+
+const char *whole_image_fault(const char *name)
+{
+    return find_fault(name, true);
 }

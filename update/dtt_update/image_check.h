@@ -8,6 +8,13 @@
 // own length, whatever the header says. Returns null, or what is wrong with the file.
 const char *take_opened(int fd, image *img);
 
+// Computes the CRC of the image's body. Returns false if it can't be read up to `img->size`.
+bool body_crc(const image *img, uint32_t *crc);
+
+// Returns null if the file `name` is a whole image with the body that its header promises, or what
+// is wrong with it.
+const char *whole_image_fault(const char *name);
+
 // Returns null if an update can begin with the image `name`, or what is wrong with it: an error of
 // the system, what take_opened says, or another length than the header's.
 const char *image_fault(const char *name);

@@ -108,22 +108,18 @@ static int run_build(char *directory, int mode, char *image, int place, char *to
     return ret;
 }
 
-// Two runs at once would mix their trees. The lock is held to the end of the process, and not by
-// the commands that it runs. Without a place for the file the run goes on alone. Returns false if
-// another run has it.
-static bool take_run_lock()
+// Two runs at once would mix their trees. The lock is held for the length of a run, and not by the
+// commands that it runs. Returns its descriptor, -1 where there is no place for it, and sets
+// `*busy` if another run has it.
+static int take_run_lock(bool *busy)
 {
     const int fd = open("/run/img_deploy.lock", O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-    return fd < 0 || flock(fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+    *busy = fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    return fd;
 }
 
-static int run_update(char *filename, int mode)
+static int update_board(char *filename, int mode)
 {
-    if (!take_run_lock()) {
-        fputs("img_deploy: another update is at work: nothing was touched; wait for its end\n",
-              stderr);
-        return UPDATE_REFUSED;
-    }
     char flag_file[] = "/usr/local/upgdflag";
     char base_dir[] = "/opt/upgddir/";
     // A run that has begun goes on when its terminal or the reader of its output goes away.
@@ -138,6 +134,21 @@ static int run_update(char *filename, int mode)
         set_update_flag(flag_file, UPDATE_FLAG_DONE);
     else if (person_is_there())
         explain_update(filename, ret);
+    return ret;
+}
+
+static int run_update(char *filename, int mode)
+{
+    bool busy;
+    const int lock = take_run_lock(&busy);
+    int ret = UPDATE_REFUSED;
+    if (busy)
+        fputs("img_deploy: another update is at work: nothing was touched; wait for its end\n",
+              stderr);
+    else
+        ret = update_board(filename, mode);
+    if (lock >= 0)
+        close(lock);
     return ret;
 }
 
