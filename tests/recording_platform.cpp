@@ -314,6 +314,7 @@ int aplog_printf(int level, const char *module, const char *func, const char *fo
     va_start(args, format);
     vsnprintf(text, sizeof text, format, args);
     va_end(args);
+    rec.formats += format + std::string("\n");
     add(std::string("log ") + func + ": " + text);
     return 0;
 }

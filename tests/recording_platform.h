@@ -24,7 +24,8 @@ struct recording {
     // "usleep MICROSECONDS", "open PATH" and "close" of the trace log, "shm CALL", "syncfs", "send
     // TASK SIZE", "popen COMMAND", "apmsg CALL".
     std::vector<std::string> lines;
-    std::string prefix; // of the last trace line
+    std::string prefix;  // of the last trace line
+    std::string formats; // of the log lines, each with a line feed
 
     std::string dir;                                  // where commands take effect
     std::function<void(const std::string &)> on_line; // called with each line

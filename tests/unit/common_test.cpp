@@ -191,6 +191,11 @@ TEST_F(HeaderReport, GroupsDoNotInterleave)
     for (const std::string &text : lines)
         expected.push_back("trace " + text + "\n");
     EXPECT_EQ(rec.lines, expected);
+    EXPECT_EQ(rec.formats, "   Image Name       : %.*s\n   Firmware Version : %.*s\n"
+                           "   Update Place     : %.*s\n   Update Dir       : %.*s\n"
+                           "   Created          : %s\n   Image Type       : (%s)\n"
+                           "   Data Size        : %d Bytes\n   Directorys       : %d\n"
+                           "   Files            : %d\n   Body Data CRC    : %u\n");
 }
 
 TEST_F(HeaderReport, PlacesCompressionsAndFieldsWithoutTerminator)

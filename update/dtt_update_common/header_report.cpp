@@ -5,11 +5,7 @@
 #include "update/dtt_update_common/trace_log.h"
 
 #include <arpa/inet.h>
-#include <cstdio>
 #include <ctime>
-
-static constexpr int REPORT_LINES = 10;
-static constexpr size_t REPORT_LINE_SIZE = 96; // a label and a text field of 64 bytes
 
 const char *place2str(int place)
 {
@@ -36,40 +32,42 @@ char *print_type(int ih_comp)
     }
 }
 
+// The report, each LINE with its format and arguments, which are the same for both sinks.
+#define REPORT(LINE)                                                                               \
+    LINE("   Image Name       : %.*s", IH_NMLEN, name)                                             \
+    LINE("   Firmware Version : %.*s", IH_NMLEN, version)                                          \
+    LINE("   Update Place     : %.*s", IH_NMLEN, dest)                                             \
+    LINE("   Update Dir       : %.*s", IH_NMLEN, update_dir)                                       \
+    LINE("   Created          : %s", created)                                                      \
+    LINE("   Image Type       : (%s)", print_type(host_int(pheader->ih_comp)))                     \
+    LINE("   Data Size        : %d Bytes", host_int(pheader->ih_size))                             \
+    LINE("   Directorys       : %d", host_int(pheader->ih_dirs))                                   \
+    LINE("   Files            : %d", host_int(pheader->ih_filenum))                                \
+    LINE("   Body Data CRC    : %u", ntohl(pheader->ih_crc))
+#define TO_PLATFORM_LOG(...) PLATFORM_LOG(__VA_ARGS__);
+#define TO_TRACE_LOG(format, ...) TRACE(format "\n", __VA_ARGS__);
+#define DOT(...) "."
+static_assert(sizeof(REPORT(DOT)) - 1 == 10, "lines of the report");
+
+static int host_int(uint32_t field)
+{
+    return static_cast<int>(ntohl(field));
+}
+
 void print_image_hdr(update_header_t *pheader)
 {
     const time_t timestamp = ntohl(pheader->ih_time);
     char created[26] = "";
     tzset(); // the zone of now, also in a process that runs for months
     ctime_r(&timestamp, created);
-    const int place = static_cast<int>(ntohl(pheader->ih_place));
+    const int place = host_int(pheader->ih_place);
     const char *dest = place == PLACE_COSTOM ? reinterpret_cast<const char *>(pheader->ih_dest_dir)
                                              : place2str(place);
     const char *update_dir = reinterpret_cast<const char *>(pheader->ih_update_dir);
     const char *name = reinterpret_cast<const char *>(pheader->ih_name);
     const char *version = reinterpret_cast<const char *>(pheader->ih_version);
 
-    char line[REPORT_LINES][REPORT_LINE_SIZE];
-    int n = 0;
-    const auto next = [&] { return line[n++]; };
-    constexpr size_t size = REPORT_LINE_SIZE;
-    snprintf(next(), size, "   Image Name       : %.*s", IH_NMLEN, name);
-    snprintf(next(), size, "   Firmware Version : %.*s", IH_NMLEN, version);
-    snprintf(next(), size, "   Update Place     : %.*s", IH_NMLEN, dest);
-    snprintf(next(), size, "   Update Dir       : %.*s", IH_NMLEN, update_dir);
-    snprintf(next(), size, "   Created          : %s", created);
-    snprintf(next(), size, "   Image Type       : (%s)",
-             print_type(static_cast<int>(ntohl(pheader->ih_comp))));
-    snprintf(next(), size, "   Data Size        : %d Bytes",
-             static_cast<int>(ntohl(pheader->ih_size)));
-    snprintf(next(), size, "   Directorys       : %d", static_cast<int>(ntohl(pheader->ih_dirs)));
-    snprintf(next(), size, "   Files            : %d",
-             static_cast<int>(ntohl(pheader->ih_filenum)));
-    snprintf(next(), size, "   Body Data CRC    : %u", ntohl(pheader->ih_crc));
-
-    for (const auto &text : line)
-        PLATFORM_LOG("%s", text);
+    REPORT(TO_PLATFORM_LOG)
     TRACE("   \n");
-    for (const auto &text : line)
-        TRACE("%s\n", text);
+    REPORT(TO_TRACE_LOG)
 }
