@@ -239,27 +239,66 @@ TEST_F(Create, NamesForEveryKindOfTopDirectory)
     }
 }
 
+// Whatever `path` is, which may be longer than the link's text.
+TEST_F(Create, ALinksNameComesFromItsText)
+{
+    const std::string path = dir + "/" + std::string(200, 'f');
+    write_file_text(path, "x");
+    const std::pair<std::string, std::string> rows[] = {{"l;t", "l;t"},
+                                                        {"a/.l;bin/x", ".l;bin/x"},
+                                                        {"/a/l;../x", "a/l;../x"},
+                                                        {"a/.b;c/l;x", "l;x"}};
+    for (const auto &[text, name] : rows) {
+        const int fd = open(out.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        begin_image();
+        EXPECT_EQ(write_file(fd, 4, path.c_str(), std::string(text).c_str()), 0);
+        EXPECT_EQ(image(), name + std::string("\0\4\0\0\0\0", 6));
+        close(fd);
+    }
+}
+
 TEST_F(Create, WhatCannotBePacked)
 {
-    EXPECT_EQ(create("missing"), -1);
-    EXPECT_EQ(create(""), -1);
-    EXPECT_EQ(rec.lines.size(), 0U);
-    fs::create_symlink("nand", "link");
-    EXPECT_EQ(create("link"), -1) << "a link to a directory is none";
-    EXPECT_EQ(create("nand", 3, nullptr), -1) << "place 3 without a directory";
+    fs::create_symlink("nand", "link"); // a link to a directory is none
+    fs::create_directory("full");
+    fs::create_directory("full.img");
+    fs::create_symlink("/dev/full", "full/img");
+    const struct {
+        std::string top, image;
+        int place, error;
+        std::string line;
+    } rows[] = {
+        {"missing", out, 2, ENOENT, ""},
+        {"", out, 2, ENOENT, ""},
+        {"link", out, 2, ENOTDIR, "log do_create: error: not Directories link "},
+        {"nand", out, 3, EINVAL, "trace error: no target directory for place 3\n"},
+        {"nand", "full.img", 2, EISDIR, "log do_create: Can't open full.img: Is a directory"},
+        {"nand", "full/img", 2, ENOSPC, ""},
+    };
+    for (const auto &[top, image, place, error, line] : rows) {
+        rec.lines.clear();
+        EXPECT_EQ(do_create(std::string(top).data(), ONLINE_MODE, std::string(image).data(), place,
+                            nullptr, nullptr),
+                  -1);
+        EXPECT_EQ(errno, error) << top << image;
+        EXPECT_EQ(rec.lines, std::vector<std::string>(line.empty() ? 0 : 1, line));
+    }
     EXPECT_FALSE(fs::exists(out));
-    EXPECT_TRUE(rec.has("log do_create: error: not Directories link "));
-    fs::create_directory(out);
-    EXPECT_EQ(create("nand"), -1);
-    EXPECT_TRUE(rec.has("log do_create: Can't open " + out + ": Is a directory"));
-    fs::remove(out);
 
-    uint32_t crc = 7;
-    rec.lines.clear();
-    EXPECT_EQ(crc32_img_body(-1, 489, &crc), -1);
-    EXPECT_EQ(crc, 7U) << "not stored if it can't be computed";
-    EXPECT_EQ(rec.all("log"), "crc32_img_body:  start|crc32_img_body:  mmap|crc32_img_body: mmap "
-                              "error!!\n|crc32_img_body:  end");
+    // No size to map, and one without room for a header, whose body would end ahead of it.
+    const int image = open("nand", O_RDONLY | O_CLOEXEC);
+    write_file_text("./short", std::string(487, 's'));
+    const int header = open("short", O_RDONLY | O_CLOEXEC);
+    for (const auto &[fd, size, error] : {std::tuple(image, 489, ENODEV), {header, 487, EINVAL}}) {
+        uint32_t crc = 7;
+        rec.lines.clear();
+        EXPECT_EQ(crc32_img_body(fd, static_cast<uint32_t>(size), &crc), -1);
+        EXPECT_EQ(errno, error);
+        EXPECT_EQ(crc, 7U) << "not stored if it can't be computed";
+        EXPECT_EQ(rec.all("log"), "crc32_img_body:  start|crc32_img_body:  mmap|crc32_img_body: "
+                                  "mmap error!!\n|crc32_img_body:  end");
+        close(fd);
+    }
 }
 
 TEST_F(Create, AnUnlistableSubdirectoryEndsItsParentsListing)

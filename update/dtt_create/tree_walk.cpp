@@ -15,6 +15,9 @@
 #include <dirent.h>
 #include <unistd.h>
 
+// The lines of the walk name the operation that was called.
+#define WALK_TRACE(...) TRACE_AS("get_dirs_and_files", __VA_ARGS__)
+
 int total_file_nums = 0;
 int total_dir_nums = 0;
 
@@ -68,7 +71,7 @@ static void add_link(int dst_fd, struct arena *ap)
         return;
     char link_name[LINK_NAME_SIZE];
     if (!format_text(link_name, sizeof link_name, "%s;%s", ap->devpath, target))
-        TRACE("link left out, path and target too long: `%s;%s'\n", ap->devpath, target);
+        WALK_TRACE("link left out, path and target too long: `%s;%s'\n", ap->devpath, target);
     else if (write_file(dst_fd, ENTRY_LINK, ap->devpath, link_name) == 0)
         total_file_nums++;
     free(target);
@@ -104,8 +107,10 @@ static int add_item(int dst_fd, struct arena *ap, char *name)
 static int walk_listing(DIR *dir, int dst_fd, struct arena *ap)
 {
     size_t len = strlen(ap->devpath);
-    if (len >= WALK_PATH_MAX)
+    if (len >= WALK_PATH_MAX) {
+        errno = ENAMETOOLONG;
         return -1;
+    }
     const size_t rem = WALK_PATH_MAX - len;
     if (last_char_is(ap->devpath, '/') == nullptr)
         ap->devpath[len++] = '/';
@@ -115,12 +120,12 @@ static int walk_listing(DIR *dir, int dst_fd, struct arena *ap)
         dirent *item = readdir(dir);
         if (item == nullptr) {
             ap->devpath[len] = '\0';
-            return errno != 0 ? break_image(ap->devpath, errno) : 0;
+            return errno != 0 ? break_image("get_dirs_and_files", ap->devpath, errno) : 0;
         }
         if (strcmp(item->d_name, ".") == 0 || strcmp(item->d_name, "..") == 0)
             continue;
         if (!copy_text(ap->devpath + len, rem + 1, item->d_name)) {
-            TRACE("left out, path too long: `%s%s'\n", ap->devpath, item->d_name);
+            WALK_TRACE("left out, path too long: `%s%s'\n", ap->devpath, item->d_name);
             continue;
         }
         const int status = add_item(dst_fd, ap, item->d_name);

@@ -38,23 +38,36 @@ char *first_char_is(const char *s, int c)
     return found != nullptr ? const_cast<char *>(found + 1) : nullptr;
 }
 
-// The name under which `path` is stored; `text` is `path` itself or begins with it. A hidden file
-// directly below a one-component root has no '/' that a name follows: it keeps its last component.
-// The same holds for a link there, whose target must not be taken for its name.
-static const char *entry_name(const char *path, const char *text)
+// The name under which `text` is stored, a path or, for a link, its path, a ';' and its target; the
+// last ';' divides them. A hidden file directly below a one-component root has no '/' that a name
+// follows: it keeps its last component. The same holds for a link there, whose target must not be
+// taken for its name.
+static const char *entry_name(const char *text, bool link)
 {
+    const char *divider = link ? strrchr(text, ';') : nullptr;
+    const char *end = divider != nullptr ? divider : text + strlen(text);
     const char *name = first_char_is(text, '/');
-    if (name != nullptr && name <= text + strlen(path))
+    if (name != nullptr && name <= end)
         return name;
-    const char *slash = strrchr(path, '/');
-    return slash != nullptr ? text + (slash + 1 - path) : text;
+    while (end > text && end[-1] != '/')
+        end--;
+    return end;
 }
 
-int break_image(const char *path, int error)
+int break_image(const char *func, const char *path, int error)
 {
-    TRACE("image is incomplete at `%s': %s\n", path, strerror(error));
+    TRACE_AS(func, "image is incomplete at `%s': %s\n", path, strerror(error));
     image_broken = true;
+    errno = error;
     return -1;
+}
+
+// The lines of an entry name the operation that was called.
+#define ENTRY_TRACE(...) TRACE_AS("write_file", __VA_ARGS__)
+
+static int break_entry(const char *path, int error)
+{
+    return break_image("write_file", path, error);
 }
 
 static int append_data(int dst_fd, int fd, const char *path, off_t size)
@@ -63,20 +76,20 @@ static int append_data(int dst_fd, int fd, const char *path, off_t size)
     void *data = mmap(nullptr, len, PROT_READ, MAP_SHARED, fd, 0);
     if (data == MAP_FAILED) {
         const int error = errno;
-        TRACE("mmap failed `%s(size=%d)'\n", path, static_cast<int>(size));
-        return break_image(path, error);
+        ENTRY_TRACE("mmap failed `%s(size=%d)'\n", path, static_cast<int>(size));
+        return break_entry(path, error);
     }
     int status = 0;
     if (bb_full_write(dst_fd, data, len) < 0) {
         const int error = errno;
-        TRACE("bb_full_write failed `%s(size=%d)'\n", path, static_cast<int>(size));
-        status = break_image(path, error);
+        ENTRY_TRACE("bb_full_write failed `%s(size=%d)'\n", path, static_cast<int>(size));
+        status = break_entry(path, error);
     }
     munmap(data, len);
     // From its new end on, a file that has been cut meanwhile was read as zeros.
     struct stat st;
     if (status == 0 && (fstat(fd, &st) != 0 || st.st_size < size))
-        status = break_image(path, EIO);
+        status = break_entry(path, EIO);
     return status;
 }
 
@@ -84,22 +97,22 @@ static int append_entry(int dst_fd, int fd, int type, const char *path, const ch
                         off_t size)
 {
     const bool link = type == ENTRY_LINK;
-    const char *name = entry_name(path, link ? filename : path);
+    const char *name = entry_name(link ? filename : path, link);
     const off_t data_size = link ? 0 : size;
     const size_t name_len = strlen(name) + 1;
     char head[PATH_SIZE + TYPE_AND_SIZE];
     if (name_len > PATH_SIZE)
-        return break_image(path, ENAMETOOLONG);
+        return break_entry(path, ENAMETOOLONG);
     const size_t head_len = name_len + TYPE_AND_SIZE;
     if (data_size > IMAGE_SIZE_MAX - image_length - static_cast<long long>(head_len))
-        return break_image(path, EFBIG);
+        return break_entry(path, EFBIG);
 
     const uint32_t be_size = htonl(static_cast<uint32_t>(data_size));
     memcpy(head, name, name_len);
     head[name_len] = static_cast<char>(type);
     memcpy(head + name_len + 1, &be_size, sizeof be_size);
     if (bb_full_write(dst_fd, head, head_len) < 0)
-        return break_image(path, errno);
+        return break_entry(path, errno);
     if (!link && append_data(dst_fd, fd, path, data_size) != 0)
         return -1;
     image_length += static_cast<long long>(head_len) + data_size;
@@ -116,15 +129,13 @@ int write_file(int dst_fd, int type, const char *path, const char *filename)
     }
     int status = -1;
     struct stat st;
-    if (fstat(fd, &st) != 0)
-        TRACE("unable to read `%s'\n", path);
-    else if (st.st_size > 0)
+    if (fstat(fd, &st) == 0 && st.st_size > 0)
         status = append_entry(dst_fd, fd, type, path, filename, st.st_size);
     if (close(fd) < 0) {
         const int error = errno;
         TRACE("unable to close `%s'\n", path);
         // The caller does not count an entry that failed, so it must not stand in the image.
-        return status == 0 ? break_image(path, error) : -1;
+        return status == 0 ? break_entry(path, error) : -1;
     }
     return status;
 }

@@ -18,14 +18,15 @@ void begin_image(void);
 // line has told why.
 bool image_is_broken(void);
 
-// Ends the image at `path` with the errno `error`: it holds half an entry, or lacks what nobody
-// would miss. Returns -1.
-int break_image(const char *path, int error);
+// Ends the image at `path` with the errno `error`, in the name of the operation `func`: it holds
+// half an entry, or lacks what nobody would miss. Returns -1, with `error` in errno.
+int break_image(const char *func, const char *path, int error);
 
 // Appends one entry of type `type` for the file or link at `path` to `dst_fd`. For a link,
-// `filename` is `path`, a ';' and the target; it is not looked at otherwise. Returns 0, or -1 if
-// there is no whole new entry: either nothing was written, because the file (or what the link
-// leads to) could not be opened, does not tell its size or is empty, or the image is broken.
+// `filename` is its path, a ';' and its target, and its name comes from there alone; it is not
+// looked at otherwise. Returns 0, or -1 if there is no whole new entry: either nothing was written,
+// because the file (or what the link leads to) could not be opened, does not tell its size or is
+// empty, or the image is broken.
 int write_file(int dst_fd, int type, const char *path, const char *filename);
 
 // The text behind the first `c` of `s` that no '.' follows, inside `s`, or null if there is none.
