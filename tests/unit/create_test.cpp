@@ -309,8 +309,13 @@ TEST_F(Create, AnUnlistableSubdirectoryEndsItsParentsListing)
     EXPECT_EQ(create(longest), 0) << "just short enough to be listed";
     EXPECT_EQ(number(20), 1U);
     EXPECT_TRUE(rec.has("trace left out, path too long: `" + longest + "/no'\n"));
-    EXPECT_EQ(create(deep(1022)), -1);
-    EXPECT_EQ(create(deep(1024)), -1);
+    for (const size_t size : {1022U, 1024U}) {
+        rec.lines.clear();
+        EXPECT_EQ(create(deep(size)), -1);
+        EXPECT_EQ(errno, ENAMETOOLONG);
+        EXPECT_EQ(rec.lines.size(), 0U);
+        EXPECT_EQ(image().size(), 488U) << "the image that stood there is gone";
+    }
 
     // What is listed behind it is not in the image, what is listed ahead of it is.
     fs::remove_all("nand/top");
@@ -334,10 +339,16 @@ TEST_F(Create, AFullDiskLeavesAnImageThatEveryReaderRefuses)
     for (const size_t room : {0U, 100U, 488U, 490U, 502U, 900U, 5000U}) {
         rec.lines.clear();
         limit_files_at("log start", room); // until the next line, which tells of the failure
+        rec.on_line = [limit = rec.on_line](const std::string &line) {
+            limit(line);
+            EXPECT_TRUE(line[0] == 'l' || rec.prefix.find(" write_file/") != std::string::npos);
+        };
         aplog_printf(0, "imgdeploy", "start", "the build");
         EXPECT_EQ(create("./nand"), -1) << room;
+        EXPECT_EQ(errno, EFBIG);
+        aplog_printf(0, "imgdeploy", "end", "the build");
         EXPECT_EQ(image().size(), room);
-        EXPECT_NE(rec.all("trace").find("File too large"), std::string::npos) << room;
+        EXPECT_EQ(rec.all("trace").find("File too large") == std::string::npos, room < 488) << room;
         EXPECT_TRUE(room < 488 || number(12) == 0x27051966) << "the magic number is no size";
     }
     rec.on_line = nullptr;

@@ -57,21 +57,17 @@ static void finish_header(update_header_t *header, uint32_t size, const char *up
     header->ih_size = htonl(size);
 }
 
-static int write_header(int ifd, const update_header_t *header)
-{
-    if (bb_full_write(ifd, header, sizeof *header) < 0) {
-        TRACE("unable to write the image header: %s\n", strerror(errno));
-        return -1;
-    }
-    return 0;
-}
-
 int crc32_img_body(int fd, uint32_t ih_size, uint32_t *crc_val)
 {
     int status = 0;
     PLATFORM_LOG(" start");
     PLATFORM_LOG(" mmap");
-    void *image = mmap(nullptr, ih_size, PROT_READ, MAP_SHARED, fd, 0);
+    void *image = MAP_FAILED;
+    if (ih_size >= sizeof(update_header_t))
+        image = mmap(nullptr, ih_size, PROT_READ, MAP_SHARED, fd, 0);
+    else
+        errno = EINVAL;
+    const int error = errno;
     if (image == MAP_FAILED) {
         status = -1;
         PLATFORM_LOG("mmap error!!\n");
@@ -83,6 +79,7 @@ int crc32_img_body(int fd, uint32_t ih_size, uint32_t *crc_val)
         munmap(image, ih_size);
     }
     PLATFORM_LOG(" end");
+    errno = error;
     return status;
 }
 
@@ -90,22 +87,25 @@ static int build_image(int ifd, struct arena *ap, const char *updatedir, int pla
                        const char *to_dir, const char *version)
 {
     update_header_t header = first_header(place_type, version);
-    if (write_header(ifd, &header) != 0 || get_dirs_and_files(ifd, ap) != 0)
+    if (bb_full_write(ifd, &header, sizeof header) < 0)
         return -1;
-
-    struct stat st;
-    if (lseek(ifd, 0, SEEK_SET) < 0 || fstat(ifd, &st) != 0) {
-        TRACE("unable to measure the image: %s\n", strerror(errno));
+    if (!copy_text(ap->devpath, sizeof ap->devpath, updatedir)) {
+        errno = ENAMETOOLONG;
         return -1;
     }
+    struct stat st;
+    if (get_dirs_and_files(ifd, ap) != 0 || lseek(ifd, 0, SEEK_SET) < 0 || fstat(ifd, &st) != 0)
+        return -1;
     const uint32_t size = static_cast<uint32_t>(st.st_size);
     finish_header(&header, size, updatedir, place_type, to_dir);
     uint32_t crcval = 0;
     const int status = crc32_img_body(ifd, size, &crcval);
+    const int error = errno;
     header.ih_crc = htonl(crcval);
-    if (write_header(ifd, &header) != 0)
+    if (bb_full_write(ifd, &header, sizeof header) < 0)
         return -1;
     print_image_hdr(&header);
+    errno = error;
     return status;
 }
 
@@ -120,26 +120,29 @@ int do_create(char *updatedir, int /*mode*/, char *updata_file, int place_type, 
         return -1;
     if (!S_ISDIR(ap.st.st_mode)) {
         PLATFORM_LOG("error: not Directories %s ", updatedir);
+        errno = ENOTDIR;
         return -1;
     }
     if (place_type == PLACE_COSTOM && to_dir == nullptr) {
         TRACE("error: no target directory for place %d\n", place_type);
-        return -1;
-    }
-    if (!copy_text(ap.devpath, sizeof ap.devpath, updatedir)) {
-        TRACE("error: path too long: `%s'\n", updatedir);
+        errno = EINVAL;
         return -1;
     }
     const int ifd = open(updata_file, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (ifd < 0) {
-        PLATFORM_LOG("Can't open %s: %s", updata_file, strerror(errno));
+        const int error = errno;
+        PLATFORM_LOG("Can't open %s: %s", updata_file, strerror(error));
+        errno = error;
         return -1;
     }
     int status = build_image(ifd, &ap, updatedir, place_type, to_dir, version);
+    const int error = errno;
     // A disk that is reached over a network may say only now that it is full.
     if (close(ifd) != 0) {
         TRACE("unable to close `%s': %s\n", updata_file, strerror(errno));
         status = -1;
+    } else {
+        errno = error;
     }
     total_file_nums = 0;
     total_dir_nums = 0;
