@@ -62,7 +62,7 @@ static bool resolve_escapes(const char *lable, size_t len, char (&bytes)[LABEL_S
     const size_t end = std::min(len, LABEL_SIZE);
     size_t j = 0;
     for (size_t i = 0; i < end; j++) {
-        if (strncmp(lable + i, ESCAPE, ESCAPE_LENGTH) != 0) {
+        if (i + ESCAPE_LENGTH > end || strncmp(lable + i, ESCAPE, ESCAPE_LENGTH) != 0) {
             bytes[j] = lable[i++];
             printf("2 hex_temp[%d]=%02x\n", static_cast<int>(j),
                    static_cast<unsigned int>(static_cast<unsigned char>(bytes[j])));

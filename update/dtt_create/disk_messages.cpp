@@ -7,7 +7,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <initializer_list>
 
 static constexpr unsigned int MESSAGE_SIZE =
     sizeof(ihead_t) + sizeof(Flabel_t) + sizeof(udisk_info_t);
@@ -25,13 +24,14 @@ struct disk_message {
 
 static void log_labels(const disk_message *message)
 {
-    PLATFORM_LOG_AS(message->operation, "label edit: large label=%d, small label=%d ",
-                    message->large, message->small);
-    for (const char *line :
-         {"small label: LABEL_UDISK_HOTPLUG    \t (2)", "\t\t\t  LABEL_UDISK_ALL_INFO   \t (3)",
-          "\t\t\t  LABEL_UDISK_UBACK_CREAT    (4)", "\t\t\t  LABEL_UDISK_UBACK_RELOAD   (5)",
-          "\t\t\t  LABEL_UDISK_FWARE_UPDATE   (6)"})
-        PLATFORM_LOG_AS(message->operation, "%s", line);
+    const char *const operation = message->operation;
+    PLATFORM_LOG_AS(operation, "label edit: large label=%d, small label=%d ", message->large,
+                    message->small);
+    PLATFORM_LOG_AS(operation, "small label: LABEL_UDISK_HOTPLUG    \t (2)");
+    PLATFORM_LOG_AS(operation, "\t\t\t  LABEL_UDISK_ALL_INFO   \t (3)");
+    PLATFORM_LOG_AS(operation, "\t\t\t  LABEL_UDISK_UBACK_CREAT    (4)");
+    PLATFORM_LOG_AS(operation, "\t\t\t  LABEL_UDISK_UBACK_RELOAD   (5)");
+    PLATFORM_LOG_AS(operation, "\t\t\t  LABEL_UDISK_FWARE_UPDATE   (6)");
 }
 
 static void store_event(const disk_message *message, Fimd_event_t *event)
