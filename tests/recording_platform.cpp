@@ -18,6 +18,7 @@
 #include <set>
 #include <sys/resource.h>
 #include <sys/select.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -336,6 +337,7 @@ int __real_fclose(FILE *stream);
 int FILE_CALL(__real_, open)(const char *path, int flags, ...);
 int __real_access(const char *path, int mode);
 int __real_chdir(const char *path);
+int __real_mkdir(const char *path, mode_t mode);
 
 static FILE *trace_stream = nullptr;
 
@@ -365,6 +367,11 @@ int __wrap_access(const char *path, int mode)
 int __wrap_chdir(const char *path)
 {
     return __real_chdir(placed(path).c_str());
+}
+
+int __wrap_mkdir(const char *path, mode_t mode)
+{
+    return __real_mkdir(placed(path).c_str(), mode);
 }
 
 int __wrap_fclose(FILE *stream)

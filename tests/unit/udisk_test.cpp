@@ -378,6 +378,7 @@ TEST_F(Udisk, Backups)
         return disk;
     };
     const std::string disk = make_disk(78);
+    const std::string scratch = dir + "/tmp/ubackup";
     rec.outputs = {{"du -sk", "50\n"},
                    {" df |grep /dev/root", "100050\n"},
                    {" df |grep /tmp", "100050\n"},
@@ -385,6 +386,10 @@ TEST_F(Udisk, Backups)
     rec.on_line = [&](const std::string &line) {
         if (line == "run /bin/cp -rf " + image + " " + disk)
             fs::copy(dir + image, disk);
+        // Nobody else is to read the settings in it.
+        EXPECT_TRUE(line.rfind("run /bin/cp", 0) != 0 ||
+                    fs::status(scratch).permissions() == fs::perms::owner_all)
+            << line;
     };
     const std::string whole =
         "START\n"
@@ -417,7 +422,10 @@ TEST_F(Udisk, Backups)
         return whole.substr(0, whole.find('\n', whole.find(text)) + 1);
     };
     const recording usual = rec;
+    fs::create_directories(scratch); // stays: a directory of our own will do
+    rec.failing = "/bin/rm";
     EXPECT_EQ(backup(disk), "0 DISK/unit7_202601020304.ubck\n" + whole);
+    rec.failing = "";
     EXPECT_EQ(read_file(disk + "/unit7_202601020304.ubck").substr(32, 4), be32(1)) << "its place";
     EXPECT_EQ(fs::current_path(), "/tmp");
 
@@ -428,6 +436,8 @@ TEST_F(Udisk, Backups)
     const std::string no_size = no_stream + "get ubackup size faild.\nEND\n";
     const std::string no_room = " is not enough.resverd size is 100M.\nEND\n";
     const std::string no_name = "> is no file name of at most 31 characters\nEND\n";
+    const std::string no_scratch =
+        "/tmp/ubackup is no directory of our own alone: remove it\ndo_create error !!!\nEND\n";
     const std::string long_name(32, 'n');
     const auto without = [](const char *command) { return [command] { rec.failing = command; }; };
     const auto name = [](const char *text) { return [text] { rec.device_name = text; }; };
@@ -439,6 +449,8 @@ TEST_F(Udisk, Backups)
     } rows[] = {
         {-13, [] { rec.outputs[" df |grep /tmp"] = "100049\n"; }, "df |grep DISK",
          "udisk_avail_size = 00100049 Bytes\nudisk_avail_size" + no_room},
+        {-13, [] { rec.outputs[" df |grep /tmp"] = "-3000000000\n"; }, "df |grep DISK",
+         "udisk_avail_size = -2147483648 Bytes\nudisk_avail_size" + no_room},
         {-12, [] { rec.outputs[" df |grep /dev/root"] = ""; }, "df |grep /dev/root",
          "sys_avail_size  =  00000000 Bytes\npopen  df |grep DISK |awk '{print $4}'\n"
          "udisk_avail_size = 00100050 Bytes\nsys_avail_size" +
@@ -446,16 +458,36 @@ TEST_F(Udisk, Backups)
         {-1, without("du -sk"), "du -sk", no_size},
         {-1, without(" df |grep /dev/root"), "df |grep /dev/root", no_size},
         {-1, without(" df |grep /tmp"), "df |grep DISK", no_size},
+        // A link to the disk, and a directory that others may write to.
+        {-1,
+         [&] {
+             rec.failing = "/bin/rm";
+             fs::create_directory_symlink(disk, scratch);
+         },
+         "/bin/rm", no_scratch},
+        {-1,
+         [&] {
+             rec.failing = "/bin/rm";
+             fs::remove(scratch);
+             fs::create_directory(scratch);
+             fs::permissions(scratch, fs::perms::others_write, fs::perm_options::add);
+         },
+         "/bin/rm", no_scratch},
         // From here on the scratch tree stays.
         {-1, name(nullptr), "qrxpara", "sysconf_open error\nEND\n"},
         {-1, name("-"), "qrxpara", "sysconf get env device_name error\nEND\n"},
         {-1, name("unit;7"), "qrxpara", "device_name <unit;7" + no_name},
+        {-1, name("a/b"), "qrxpara", "device_name <a/b" + no_name},
         {-1, name(long_name.c_str()), "qrxpara", "device_name <" + long_name + no_name},
         {-1, without("/bin/date"), "/bin/date", no_stream + "get ubackup name(date) faild.\nEND\n"},
+        {-1,
+         [] {
+             rec.device_name = "u*[?$";
+             rec.failing = "/bin/date";
+         },
+         "/bin/date", no_stream + "get ubackup name(date) faild.\nEND\n"},
         // And from here on it goes.
-        {-1, without("/bin/mkdir"), "do_create ",
-         "can't move to /tmp/ubackup/bkdir/\nlog do_create: Can't open " + image +
-             ": No such file or directory\ndo_create error !!!\n" + removed},
+        {-1, without("/bin/mkdir"), "do_create ", "do_create error !!!\n" + removed},
     };
     for (const auto &row : rows) {
         rec = usual;

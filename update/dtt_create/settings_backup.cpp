@@ -4,15 +4,17 @@
 #include "update/dtt_create/command_output.h"
 #include "update/dtt_create/create_image.h"
 #include "update/dtt_update_common/bounded_text.h"
+#include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update_service.h"
 
 #include <algorithm>
-#include <cctype>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 // Every line names the operation that was called.
@@ -36,7 +38,7 @@ static int check_disk(const char *udisk_path)
     }
     closedir(dir);
     BACKUP_LOG("build .ubck at udisk: %s ", udisk_path);
-    if (!is_plain_word(udisk_path)) {
+    if (!means_itself(udisk_path)) {
         BACKUP_LOG("'%s' has no place in a command", udisk_path);
         return FAILED;
     }
@@ -52,13 +54,13 @@ static int read_size(char *command, int *size)
         return FAILED;
     }
     // A disk of two TiB and more counts as that.
-    *size = static_cast<int>(std::clamp<long>(strtol(result_str, nullptr, 10), 0, INT_MAX));
+    *size = static_cast<int>(std::clamp<long>(strtol(result_str, nullptr, 10), INT_MIN, INT_MAX));
     return 0;
 }
 
 static bool has_room(int avail_size, int uback_size)
 {
-    return avail_size - RESERVE_KIB >= uback_size;
+    return avail_size >= static_cast<long long>(uback_size) + RESERVE_KIB;
 }
 
 static int check_room(const char *udisk_path)
@@ -96,25 +98,37 @@ static int check_room(const char *udisk_path)
     return 0;
 }
 
-static void make_scratch_tree()
+// Makes the scratch directory, which nobody else may write to or, for the settings in it, read.
+// What stands there after the removal serves if it is a directory of our own; one of a neighbour on
+// the board, or a link of his, would have root write where he likes.
+static bool own_scratch_directory()
+{
+    mkdir("/tmp/ubackup", S_IRWXU);
+    const int fd = open("/tmp/ubackup", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    struct stat st;
+    const bool own = fstat(fd, &st) == 0 && st.st_uid == geteuid() &&
+                     (st.st_mode & (S_IWGRP | S_IWOTH)) == 0 && fchmod(fd, S_IRWXU) == 0;
+    close(fd);
+    return own;
+}
+
+static int make_scratch_tree()
 {
     BACKUP_LOG("creat dir: /tmp/ubackup");
     my_system("/bin/rm -rf /tmp/ubackup");
+    if (!own_scratch_directory()) {
+        BACKUP_LOG("/tmp/ubackup is no directory of our own alone: remove it");
+        BACKUP_LOG("do_create error !!!");
+        return FAILED;
+    }
     my_system("/bin/mkdir -p /tmp/ubackup/bkdir/usr/qrx310/etc/sysconf");
     my_system("/bin/cp -rf /usr/qrx310/etc/mcucored /tmp/ubackup/bkdir/usr/qrx310/etc/");
     my_system("/bin/cp -rf /usr/qrx310/etc/vsp /tmp/ubackup/bkdir/usr/qrx310/etc/");
     my_system("/bin/cp -rf /usr/qrx310/etc/sysconf/qrxpara "
               "/tmp/ubackup/bkdir/usr/qrx310/etc/sysconf/");
-}
-
-// Whether a part of a file name also means itself in a command line.
-static bool is_file_name(const char *text)
-{
-    for (; *text != '\0'; text++)
-        if (iscntrl(static_cast<unsigned char>(*text)) != 0 ||
-            strchr(" /'\"\\`$;&|<>()*?[", *text) != nullptr)
-            return false;
-    return true;
+    return 0;
 }
 
 static int name_backup(char (&updfilename)[TEXT_SIZE])
@@ -129,7 +143,8 @@ static int name_backup(char (&updfilename)[TEXT_SIZE])
         return FAILED;
     }
     char device_name[NAME_SIZE];
-    if (!copy_text(device_name, sizeof device_name, configured) || !is_file_name(device_name)) {
+    if (!copy_text(device_name, sizeof device_name, configured) ||
+        strchr(device_name, '/') != nullptr || !means_itself(device_name)) {
         BACKUP_LOG("device_name <%s> is no file name of at most 31 characters", configured);
         return FAILED;
     }
@@ -145,26 +160,21 @@ static int name_backup(char (&updfilename)[TEXT_SIZE])
     return 0;
 }
 
-// A failure shows in what is done there next.
-static void move_to(const char *directory)
-{
-    if (chdir(directory) != 0)
-        BACKUP_LOG("can't move to %s", directory);
-}
-
 // Packs the scratch tree and copies the image to the disk.
 static int build_backup(const char *udisk_path, const char *updfilename, char *ret_filename)
 {
     char updfilepath[TEXT_SIZE];
     format_text(updfilepath, sizeof updfilepath, "/tmp/ubackup/%s", updfilename);
     BACKUP_LOG("do_create %s, chdir to /tmp/ubackup/bkdir", updfilepath);
-    move_to("/tmp/ubackup/bkdir/");
     char updatedir[] = ".";
-    if (do_create(updatedir, ONLINE_MODE, updfilepath, PLACE_ROOTFS, nullptr, nullptr) != 0) {
+    // Where the scratch tree can't be entered, "." is the service's own directory.
+    if (chdir("/tmp/ubackup/bkdir/") != 0 ||
+        do_create(updatedir, ONLINE_MODE, updfilepath, PLACE_ROOTFS, nullptr, nullptr) != 0) {
         BACKUP_LOG("do_create error !!!");
         return FAILED;
     }
-    move_to("/tmp/");
+    // Nothing behind it depends on the working directory.
+    static_cast<void>(!chdir("/tmp/"));
     if (access(udisk_path, F_OK) != 0 || access(updfilepath, F_OK) != 0) {
         BACKUP_LOG("accessing img is not  F_OK");
         return FAILED;
@@ -181,7 +191,7 @@ static int build_backup(const char *udisk_path, const char *updfilename, char *r
     format_text(ret_filename, strlen(udisk_path) + 1 + strlen(updfilename) + 1, "%s/%s", udisk_path,
                 updfilename);
     const bool copied = access(ret_filename, F_OK) == 0;
-    BACKUP_LOG("%s", copied ? "do_create ubck success !" : "do_create ubck faild !");
+    BACKUP_LOG(copied ? "do_create ubck success !" : "do_create ubck faild !");
     BACKUP_LOG("return .ubck file: %s", copied ? ret_filename : "");
     return copied ? 0 : FAILED;
 }
@@ -191,9 +201,10 @@ static int create_backup(const char *udisk_path, char *ret_filename)
     int result = check_disk(udisk_path);
     if (result == 0)
         result = check_room(udisk_path);
+    if (result == 0)
+        result = make_scratch_tree();
     if (result != 0)
         return result;
-    make_scratch_tree();
     char updfilename[TEXT_SIZE];
     // After a failure here the scratch tree stays until the next backup.
     if (name_backup(updfilename) != 0)
