@@ -75,8 +75,11 @@ int get_update_card_result(int type);
 
 /* Fills `udisk_info` with the mounted disks whose devices are there, their names, and the images,
  * backups and .rcfgx files in their top directories; a fifth disk and a ninth file of a kind are
- * left out. What is not written keeps its content, `event` always. Returns 0, or -1 if a command
- * could not be run: `upath_num` is not written then. */
+ * left out. So is a disk, with a line in the log, whose mount path has more than 15 characters or
+ * does not mean itself in a shell command: it holds a blank, a control character, one of
+ * | & ; < > ( ) ' " \ or a backquote, or a '$' ahead of a name, or it begins with '-', '~' or '#',
+ * as its last component must not either. What is not written keeps its content, `event` always.
+ * Returns 0, or -1 if a command could not be run: `upath_num` is not written then. */
 int get_udisk_all_info(udisk_info_t *udisk_info);
 
 /* Sends a fresh inventory to the module MODULE_UDISK of this board. Returns 0 if it went out, -1 if
@@ -93,9 +96,11 @@ int sendmsg_ack_back(int l_l, int s_l, int ev, char *name);
  * 128 bytes more. do_update_backup(FILE, "/") brings them back. The working directory is left
  * changed. Returns 0, -11 if the disk can't be opened, -12 or -13 if there is too little room on
  * the device or on the disk (100,000 KiB are kept free), or -1: no device_name in the
- * configuration, or one that is no file name, a failed build or copy, a path that fits no command.
- * The log tells which. What can't be copied from the settings is left out, and a copy to the disk
- * that fails behind an older backup of the same minute leaves that one: neither is noticed. */
+ * configuration, or one that is no file name; a `udisk_path` or a device_name that does not mean
+ * itself in a shell command, as above, or a path that fits none; a /tmp/ubackup that is another's;
+ * a failed build or copy. The log tells which. What can't be copied from the settings is left out,
+ * a copy to the disk that fails behind an older backup of the same minute leaves that one, and a
+ * copy that a full disk cuts short stays as it is: none of this is noticed. */
 int do_create_backup(char *udisk_path, char *ret_filename);
 
 /* ---- Other operations ---- */

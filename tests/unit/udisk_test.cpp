@@ -22,6 +22,7 @@ struct Udisk : Recorded {
     {
         EXPECT_EQ(rec.open_streams, 0);
         EXPECT_EQ(rec.open_messages, 0);
+        EXPECT_EQ(("\n" + rec.formats).find("\n%s\n"), std::string::npos) << "a finished text";
         Recorded::TearDown();
     }
 
@@ -101,6 +102,13 @@ TEST_F(Udisk, Labels)
     }
     EXPECT_EQ(check_is_gbk(nullptr), 0);
     EXPECT_EQ(get_udisk_real_name(nullptr), -1);
+    // The 64th byte begins no escape: what is behind it is not looked at.
+    char longer[2 * LABEL_SIZE] = "\xFF";
+    memset(longer + 1, 'a', LABEL_SIZE - 2);
+    strcat(longer, "\\x41");
+    const std::string whole = longer;
+    EXPECT_EQ(get_udisk_real_name(longer), 0);
+    EXPECT_EQ(longer, whole);
     console();
     char label[LABEL_SIZE] = "\\x41\xB0";
     check_is_gbk(label);
@@ -170,12 +178,18 @@ TEST_F(Udisk, PresenceOfADevice)
     EXPECT_EQ(check_udisk_mount_status(path.data()), 0);
 }
 
+static const std::string passed_over = "passed over, mount path of more than 15 characters or with "
+                                       "one that a shell takes for itself: ";
+
 // Paths of at most 15 characters that are there: "/", a dot and the names of the root's directories
 // serve as mount points.
 TEST_F(Udisk, InventoryOfADisk)
 {
-    rec.outputs["/bin/mount"] = "/mnt/gone\n/\n/usr/lib\n/usr/lib;x\n/no/where\nsda1\n";
-    rec.outputs["/bin/cat"] = "lib\nwhere\nsda1\n";
+    fs::create_directories(dir + "/mnt/lib;x/#");
+    ASSERT_EQ(chdir(dir.c_str()), 0);
+    rec.outputs["/bin/mount"] =
+        "/mnt/gone\n/\n/usr/lib\nmnt/lib;x\n./lib;x\n./mnt/lib;x/#\n/no/where\nsda1\n";
+    rec.outputs["/bin/cat"] = "lib\nlib;x\nmnt\nwhere\nsda1\n";
     rec.outputs["ls -l"] = "\\xB0\\xA1\nsecond\n";
     rec.outputs["/usr/bin/find /usr/lib -maxdepth 1 -name '*.img'"] =
         "/usr/lib/a.img\n/usr/lib/" + std::string(60, 'b') + ".img\nx\n\n";
@@ -208,15 +222,23 @@ popen /usr/bin/find /usr/lib -maxdepth 1 -name '*.ubck'
 cmd=/usr/bin/find /usr/lib -maxdepth 1 -name '*.rcfgx'
 popen /usr/bin/find /usr/lib -maxdepth 1 -name '*.rcfgx'
 </usr/lib>: urcfg_num = 0
-udisk_path = /usr/lib;x, u_path_name = lib;x
-passed over: </usr/lib;x>
+udisk_path = mnt/lib;x, u_path_name = lib;x
+)" + stat + R"(strlen(udisk_path) =9
+)" + passed_over + R"(<mnt/lib;x>
+udisk_path = ./lib;x, u_path_name = lib;x
+)" + stat + R"(strlen(udisk_path) =7
+udisk_path = ./mnt/lib;x/#, u_path_name = #
+)" + stat + R"(strlen(udisk_path) =13
+)" + passed_over + R"(<./mnt/lib;x/#>
 udisk_path = /no/where, u_path_name = where
 )" + stat + R"(strlen(udisk_path) =9
 udisk_path = sda1, u_path_name = 
-passed over: <sda1>
-found all udisk, udisk_num = 1
+)" + stat + R"(found all udisk, udisk_num = 1
 end.(upgd/update/)
 )");
+    EXPECT_NE(rec.formats.find("<%s>:%s\n<%s>:%s\n<%s>: uimg_num = %d\ncmd=%s\n<%s>: %s\n<%s>: "
+                               "uback_num = %d\ncmd=%s\n<%s>: urcfg_num = %d\n"),
+              std::string::npos);
     EXPECT_STREQ(info->upath[0].imgfile.uimgfile[1], piece.c_str());
     EXPECT_STREQ(info->upath[0].backfile.ubackfile[0], "/usr/lib/c.ubck");
     EXPECT_EQ(info->upath[0].rcfgfile.urcfgfile_num, 0);
@@ -226,20 +248,22 @@ end.(upgd/update/)
 // decodes to nothing has a name in its place; one that is too long ends with a whole character.
 TEST_F(Udisk, NamesAndLimits)
 {
-    rec.outputs["/bin/mount"] = "/usr/sbin/../lib\n/usr/bin/../lib\n/usr/bin\n/usr/sbin\n/usr/share"
+    rec.outputs["/bin/mount"] = "/usr/sbin/.././/\n/usr/bin/.././/\n/usr/bin\n/usr/sbin\n/usr/share"
                                 "\n/usr/include\n";
     rec.outputs["/bin/cat"] = "bin\nsbin\nshare\ninclude\n";
-    rec.outputs["ls -l /dev/disk/by-label/ |grep lib"] = "\n";
+    rec.outputs["ls -l /dev/disk/by-label/ |grep  |awk"] = "\n"; // without a device's name
     rec.outputs["ls -l /dev/disk/by-label/ |grep bin"] = "\\xFF\n";
     rec.outputs["ls -l /dev/disk/by-label/ |grep sbin"] = "ten_bytes_" + repeated(8, "\xB0\xA1");
     for (int i = 0; i < 10; i++)
         rec.outputs["/usr/bin/find /usr/share"] += "/usr/share/" + std::to_string(i) + ".img\n";
-    EXPECT_EQ(inventory(), "0\n/usr/bin/../lib <UNKNOWNNAME> 0\n/usr/bin <UNKNOWNNAME> 0\n"
+    EXPECT_EQ(inventory(), "0\n/usr/bin/../.// <UNKNOWNNAME> 0\n/usr/bin <UNKNOWNNAME> 0\n"
                            "/usr/sbin <ten_bytes_" +
                                repeated(7, "\xE5\x95\x8A") + "> 0\n/usr/share <UsbDisk3> 8")
         << "a fifth disk and a ninth file are left out";
+    EXPECT_TRUE(rec.has("log get_udisk_all_info: strlen(udisk_path) =16"));
+    EXPECT_TRUE(rec.has("log get_udisk_all_info: " + passed_over + "</usr/sbin/.././/>"));
     EXPECT_STREQ(info->upath[3].imgfile.uimgfile[7], "/usr/share/7.img");
-    rec.outputs["ls -l /dev/disk/by-label/ |grep lib"] = std::string(29, 'x') + "\\xB0\\xA1\n";
+    rec.outputs["ls -l /dev/disk/by-label/ |grep  |awk"] = std::string(29, 'x') + "\\xB0\\xA1\n";
     inventory();
     EXPECT_EQ(info->upath[0].udisk_name, std::string(29, 'x'));
 

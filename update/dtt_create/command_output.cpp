@@ -52,12 +52,3 @@ int run_command_return_string(char *cmd, char *result)
     my_pclose(stream);
     return status;
 }
-
-bool is_plain_word(const char *text)
-{
-    constexpr char plain[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"
-                             "._-/+,:@=%";
-    // A component that begins with '-' is an option to some command.
-    return text[0] != '\0' && text[strspn(text, plain)] == '\0' && text[0] != '-' &&
-           strstr(text, "/-") == nullptr;
-}

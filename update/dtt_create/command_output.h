@@ -21,8 +21,4 @@ int run_command_return_string(char *cmd, char *result);
 // Cuts `s` in place at its last line feed, and then at its last carriage return.
 void chomp(char *s);
 
-// Whether `text` is of letters, digits, '.', '_', '-' and '/' alone and none of its components is
-// an option, so that it means itself in a command line.
-bool is_plain_word(const char *text);
-
 #endif

@@ -4,6 +4,7 @@
 #include "update/dtt_create/command_output.h"
 #include "update/dtt_create/disk_labels.h"
 #include "update/dtt_update_common/bounded_text.h"
+#include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update_service.h"
 
@@ -100,7 +101,7 @@ static void take_label(FILE *stream, int number, char *label)
     }
 }
 
-// The commands below fit: a mount path that is_present lets through has at most 15 characters.
+// The commands below fit: a mount path that can_be_stored has at most 15 characters.
 static int find_label(const char *device, int number, udisk_list_t *disk)
 {
     static_assert(LABEL_SIZE == OUTPUT_LINE_SIZE, "a label is decoded where it has been read");
@@ -117,11 +118,11 @@ static int find_label(const char *device, int number, udisk_list_t *disk)
     return 0;
 }
 
-// One of a disk's three lists of files, which differ in these words alone.
+// One of a disk's three lists of files.
+enum list_kind { IMAGES, BACKUPS, SETTINGS };
 struct file_list {
+    list_kind kind;
     const char *pattern;
-    const char *divider; // in an entry's line
-    const char *count;   // in the count's line
     int *num;
     char (*files)[sizeof uimgfile_info_t::uimgfile[0]];
 };
@@ -146,10 +147,13 @@ static int fill_list(const char *udisk_path, const file_list *list)
             continue;
         }
         copy_text(list->files[num++], sizeof *list->files, line);
-        INVENTORY_LOG("<%s>:%s%s", udisk_path, list->divider, line);
+        INVENTORY_LOG(list->kind == BACKUPS ? "<%s>: %s" : "<%s>:%s", udisk_path, line);
     }
     *list->num = num;
-    INVENTORY_LOG("<%s>: %s = %d", udisk_path, list->count, num);
+    INVENTORY_LOG(list->kind == IMAGES    ? "<%s>: uimg_num = %d"
+                  : list->kind == BACKUPS ? "<%s>: uback_num = %d"
+                                          : "<%s>: urcfg_num = %d",
+                  udisk_path, num);
     my_pclose(stream);
     return 0;
 }
@@ -157,9 +161,9 @@ static int fill_list(const char *udisk_path, const file_list *list)
 static int fill_lists(udisk_list_t *disk)
 {
     const file_list lists[] = {
-        {"*.img", "", "uimg_num", &disk->imgfile.uimgfile_num, disk->imgfile.uimgfile},
-        {"*.ubck", " ", "uback_num", &disk->backfile.ubackfile_num, disk->backfile.ubackfile},
-        {"*.rcfgx", "", "urcfg_num", &disk->rcfgfile.urcfgfile_num, disk->rcfgfile.urcfgfile},
+        {IMAGES, "*.img", &disk->imgfile.uimgfile_num, disk->imgfile.uimgfile},
+        {BACKUPS, "*.ubck", &disk->backfile.ubackfile_num, disk->backfile.ubackfile},
+        {SETTINGS, "*.rcfgx", &disk->rcfgfile.urcfgfile_num, disk->rcfgfile.urcfgfile},
     };
     for (const file_list &list : lists)
         if (fill_list(disk->udisk_path, &list) != 0)
@@ -167,16 +171,9 @@ static int fill_lists(udisk_list_t *disk)
     return 0;
 }
 
-// Whether a mount path of the mount list is one of a disk that is there. A path from a disk that
-// somebody has plugged in must not change the meaning of a command line, and one that does not fit
-// its field would name another place.
-static bool is_present(const char *udisk_path, const char *u_path_name)
+// Whether a mount path of the mount list is one of a disk that is there.
+static bool is_present(const char *udisk_path)
 {
-    if (!is_plain_word(udisk_path) || u_path_name[0] == '\0' ||
-        strlen(udisk_path) >= sizeof udisk_list_t::udisk_path) {
-        INVENTORY_LOG("passed over: <%s>", udisk_path);
-        return false;
-    }
     char temp[COMMAND_SIZE];
     copy_text(temp, sizeof temp, udisk_path);
     if (check_udisk_mount_status(temp) == 0)
@@ -189,6 +186,19 @@ static bool is_present(const char *udisk_path, const char *u_path_name)
     return true;
 }
 
+// A path from a disk that somebody has plugged in must not change the meaning of a command line,
+// and one that does not fit its field would name another place.
+static bool can_be_stored(const char *udisk_path, const char *u_path_name)
+{
+    if (strlen(udisk_path) < sizeof udisk_list_t::udisk_path && means_itself(udisk_path) &&
+        means_itself(u_path_name))
+        return true;
+    INVENTORY_LOG("passed over, mount path of more than 15 characters or with one that a shell "
+                  "takes for itself: <%s>",
+                  udisk_path);
+    return false;
+}
+
 // Adds the disk at the mount path `udisk_path`, if there is one and room for it. Returns 0, or -1
 // if a command could not be run.
 static int add_disk(const char *udisk_path, udisk_info_t *udisk_info, int *udisk_num)
@@ -196,7 +206,7 @@ static int add_disk(const char *udisk_path, udisk_info_t *udisk_info, int *udisk
     const char *const slash = strrchr(udisk_path, '/');
     const char *const u_path_name = slash != nullptr ? slash + 1 : "";
     INVENTORY_LOG("udisk_path = %s, u_path_name = %s", udisk_path, u_path_name);
-    if (!is_present(udisk_path, u_path_name))
+    if (!is_present(udisk_path) || !can_be_stored(udisk_path, u_path_name))
         return 0;
     if (*udisk_num == UDISK_MAX) {
         INVENTORY_LOG("no room for %s", udisk_path);
