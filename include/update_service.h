@@ -114,15 +114,19 @@ int update_one_UserFile(int type, char *name);
 /* Replaces the `data_len` bytes of body behind the `head_len` bytes of header of the image open for
  * reading and writing on `update_fd` by their gzip form. The header stays as it is, with sizes that
  * no longer fit; `update_header` is not used. Works in /tmp/tmppfile and /tmp/tmppfile.gz, which
- * need room for the body and its compressed form. Returns 0, or -1: the image then has its plain
- * body; if even that could not be put back, the log tells where the body is kept. */
+ * need room for the body and its compressed form, and which nobody else can read. Returns 0, or -1:
+ * the image then has its plain body; if even that could not be put back, the log tells where the
+ * body is kept. If a call was killed between taking the body and giving it back, the next one for
+ * this image returns -1 and the log tells which of the two files holds the body. */
 int gzip_dirs_and_files(int update_fd, struct tagupdate_header *update_header, size_t head_len,
                         size_t data_len);
 
-/* Opens a stream on the expanded body of the image `infile`, whose compressed body has `data_len`
- * bytes behind a header of 488. The caller closes the stream and removes the file behind it,
- * /tmp/tmppfile. Never returns null, but 1 if the body could not be expanded and 2 if the expanded
- * file could not be opened: test for these two values before using the result as a stream. */
+/* Opens a stream on the expanded body of the image `infile`, a file, whose compressed body has
+ * `data_len` bytes behind a header of 488: what the file holds now, whatever `infile` has read of
+ * it before; its position is behind the header then. The caller closes the stream and removes the
+ * file behind it, /tmp/tmppfile, which nobody else can read. Never returns null, but 1 if the body
+ * could not be expanded and 2 if the expanded file could not be opened, or is not a plain file of
+ * this process's user: test for these two values before using the result as a stream. */
 FILE *open_gunzip_file(FILE *infile, size_t data_len);
 
 /* Applies the image `updfile` like the command-line tool in ONLINE_MODE: without events and card

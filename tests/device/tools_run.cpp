@@ -95,21 +95,33 @@ struct Compression : testing::Test {
     void TearDown() override
     {
         close(log);
-        sh("rm -rf /dev/log /tmp/tmppfile* /opt/image /usr/local/sbin/g*zip");
+        sh("/bin/rm -rf /dev/log /tmp/tmppfile* /opt/* /usr/local/sbin/{rm,g*zip}");
     }
 };
 
+// The stream that is expanded has read the image ahead, as it was before. Nobody but its user reads
+// a body meanwhile.
 TEST_F(Compression, RoundTrip)
 {
+    // gunzip calls gzip.
+    sh(R"sh(
+        cd /usr/local/sbin
+        echo 'for file; do :; done; stat -c %a "$file" >> /opt/modes; exec /bin/gzip "$@"' > gzip
+        chmod +x gzip
+    )sh");
     for (const std::string &body :
          {std::string(), std::string("x"), noise(3000000), std::string(100 << 20, 'a')}) {
         std::ofstream("/tmp/tmppfile") << std::string(5000000, 'l');
         std::ofstream("/tmp/tmppfile.gz") << "leftover";
+        std::ofstream(path, std::ios::binary) << header << body;
+        FILE *const infile = fopen(path.c_str(), "rb");
+        fseek(infile, 0, SEEK_END);
+        rewind(infile);
+        EXPECT_EQ(fgetc(infile), 'h');
         const std::string text = compress(body, body.size());
         const std::string image = read_file(path);
         EXPECT_EQ(text, "0\n" + combined(image.size() - 488)) << body.size();
         EXPECT_EQ(image.substr(0, 490), header + "\x1f\x8b");
-        FILE *const infile = fopen(path.c_str(), "rb");
         FILE *const stream = open_gunzip_file(infile, image.size() - 488);
         ASSERT_GT(reinterpret_cast<uintptr_t>(stream), 2U);
         std::string expanded(body.size() + 1, '\0');
@@ -117,7 +129,10 @@ TEST_F(Compression, RoundTrip)
         expanded.pop_back();
         EXPECT_TRUE(expanded == body) << body.size();
         fclose(stream);
+        EXPECT_EQ(ftell(infile), 488);
         fclose(infile);
+        EXPECT_EQ(read_file("/opt/modes"), "600\n600\n");
+        fs::remove("/opt/modes");
     }
 }
 
@@ -130,9 +145,14 @@ TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
         plain + "copy_file: bb_full_write failed `/tmp/tmppfile' size= 1000000\n" + uncut;
     const std::string unpacked = "combine_file: unable to open `/tmp/tmppfile.gz'\n";
     const std::string put_back = plain + unpacked + combined(1000000) + "combine_file faild.\n";
+    const std::string f = "gzip_dirs_and_files: ";
+    const auto kept_in = [&f](const char *file) {
+        return "combine_file faild.\n" + f +
+               "the body could not be put back into the image: move " + file +
+               " away before anything else is compressed\n";
+    };
     const std::string lost =
-        "combine_file faild.\ngzip_dirs_and_files: the image has lost its body: move "
-        "/tmp/tmppfile or /tmp/tmppfile.gz away before anything else is compressed\n";
+        "combine_file faild.\n" + f + "the image has lost its body: gzip has left nothing of it\n";
     const struct {
         size_t data_len;
         int mode;
@@ -141,7 +161,6 @@ TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
     } rows[] = {
         {1000001, O_RDWR, "", plain + "cut_file: fread /update_fd falid.\n" + uncut},
         {1U << 31, O_RDWR, "", plain + "cut_file:  gzip: malloc buff falid.\n" + uncut},
-        {1000000, O_RDONLY, "", plain + "cut_file: unable to cut the image\n" + uncut},
         // For nothing, for a part of the body, and for the body but not its compressed form.
         {1000000, O_RDWR, "room 4k", unwritten},
         {1000000, O_RDWR, "room 500k", unwritten},
@@ -150,21 +169,52 @@ TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
         // wrong otherwise may leave none at all.
         {1000000, O_RDWR, "fake gzip 'exit 127'", put_back},
         {1000000, O_RDWR, R"(fake gzip 'head -c 1000 "$1" > "$1.gz"; kill -KILL $$')", put_back},
+        {1000000, O_RDWR, R"(fake gzip 'head -c 1000 "$1" > "$1.gz"')", put_back},
+        {1000000, O_RDWR, R"(fake gzip '/bin/gzip -k "$1"')", put_back},
         {1000000, O_RDWR, R"(fake gzip 'rm "$1"')", "-1\n" + unpacked + lost},
         {1000000, O_RDWR, R"(fake gzip 'rm "$1"; : > "$1.gz"')",
-         "-1, /tmp/tmppfile.gz\ncombine_file:  tmp_len = 0,combine_file: mmap failed "
-         "`(size=0)'\n" +
-             lost},
+         "-1\ncombine_file:  tmp_len = 0,combine_file: mmap failed `(size=0)'\n" + lost},
+        {1000000, O_RDWR, R"(fake gzip 'rm "$1"; ln -s /opt/other "$1.gz"; echo x > /opt/other')",
+         "-1\n" + unpacked + lost},
     };
     for (const auto &row : rows)
         EXPECT_EQ(compress(body, row.data_len, row.script, row.mode), row.expected) << row.script;
 
-    const std::string beside = compress(body, 1000000, R"(fake gzip '/bin/gzip -k "$1"')");
-    EXPECT_EQ(beside.substr(0, 2), "0\n") << "a plain file beside the whole compressed one";
+    // An earlier call was killed behind the cut, or while it combined. It has left just the body.
+    const struct {
+        const char *image, *script, *left;
+    } left_rows[] = {
+        {"", "printf 12345 > /tmp/tmppfile; echo x > /tmp/tmppfile.gz", "/tmp/tmppfile"},
+        {"12", "printf 12345 | gzip > /tmp/tmppfile.gz", "/tmp/tmppfile.gz"},
+        {"", "printf 123456 > /tmp/tmppfile", nullptr},
+        {"", "printf 12345 > /opt/other; ln -s /opt/other /tmp/tmppfile", nullptr},
+    };
+    sh("rm /usr/local/sbin/gzip");
+    for (const auto &[image, script, left] : left_rows) {
+        const std::string text = compress(image, 5, script);
+        if (left != nullptr)
+            EXPECT_NE(text.find(uncut + f + "the image lacks its body, and " + left +
+                                " may hold it: move it away first\n"),
+                      std::string::npos)
+                << text;
+        else
+            EXPECT_EQ(text, plain + "cut_file: fread /update_fd falid.\n" + uncut) << script;
+        EXPECT_EQ(text.find(", plain body, /tmp/tmppfile") != std::string::npos, left != nullptr);
+        sh("rm -f /tmp/tmppfile*");
+    }
+
+    // An image that can't be cut, nor anything else.
+    EXPECT_EQ(compress(body, 1000000, "", O_RDONLY).rfind("-1, plain body, /tmp/tmppfile\n", 0),
+              0U);
+    EXPECT_TRUE(read_file("/tmp/tmppfile") == body);
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ(cut_file(fd, 488, 1000000, "/tmp/tmppfile"), 0);
+    EXPECT_EQ(combine_file(fd, 488, "/tmp/none"), -1);
+    close(fd);
 
     // The disk of the image has room for the plain body, to the last page, and no more. If that
     // can't be expanded either, the compressed one is kept.
-    sh("rm /usr/local/sbin/gzip; mkdir -p /small; mount -t tmpfs -o size=2000k tmpfs /small");
+    sh("mkdir -p /small; mount -t tmpfs -o size=2000k tmpfs /small");
     path = "/small/image";
     const std::string full = noise(2000 * 1024 - 488);
     const std::string expanded = compress(full, full.size());
@@ -174,7 +224,7 @@ TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
     const std::string failed = "combine_file:  tmp_len = " + size +
                                ",combine_file: bb_full_write failed `(size=" + size + ")'\n";
     EXPECT_EQ(expanded, plain + failed + combined(full.size()) + "combine_file faild.\n");
-    EXPECT_EQ(kept, "-1, /tmp/tmppfile, /tmp/tmppfile.gz\n" + failed + lost);
+    EXPECT_EQ(kept, "-1, /tmp/tmppfile, /tmp/tmppfile.gz\n" + failed + kept_in("/tmp/tmppfile.gz"));
     sh("umount /small; rm /tmp/tmppfile /usr/local/sbin/gunzip; gunzip /tmp/tmppfile.gz");
     EXPECT_TRUE(read_file("/tmp/tmppfile") == full);
 }
@@ -197,9 +247,14 @@ TEST_F(Compression, WhatCannotBeExpanded)
     EXPECT_EQ(expand("", 0), "1\n" + missing);
     EXPECT_EQ(expand("short", 12), "1\n" + uncopied + missing);
     EXPECT_EQ(expand("long", 1U << 31), "1\n" + uncopied + missing);
-    // A socket can't be opened.
+    // A link that a neighbour makes behind the removal leads nowhere, and what is no plain file, or
+    // not at its place, is not opened.
     close(bind_mailbox("/tmp/socket"));
-    sh("cd /usr/local/sbin; echo 'mv /tmp/socket /tmp/tmppfile' > gunzip; chmod +x gunzip");
-    EXPECT_EQ(expand("", 0), "2\n" + f + "open error  filename </tmp/tmppfile>.\n\n");
-    EXPECT_FALSE(fs::exists("/tmp/tmppfile.gz"));
+    for (const char *gunzip : {"mv /tmp/socket /tmp/tmppfile", "ln -s /opt/image /tmp/tmppfile"}) {
+        sh("cd /usr/local/sbin; echo '" + std::string(gunzip) + "' > gunzip; chmod +x gunzip\n" +
+           "echo '/bin/rm \"$@\"; ln -s /opt/made /tmp/tmppfile.gz' > rm; chmod +x rm");
+        EXPECT_EQ(expand("body", 4), "2\n" + f + "open error  filename </tmp/tmppfile>.\n\n");
+        EXPECT_FALSE(fs::exists("/opt/made"));
+        sh("/bin/rm /usr/local/sbin/rm /tmp/tmppfile");
+    }
 }

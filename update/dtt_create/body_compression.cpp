@@ -7,7 +7,6 @@
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
 
-#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
@@ -25,8 +24,42 @@ static char *allocate_body(size_t data_len)
     return data_len <= INT_MAX ? static_cast<char *>(malloc(data_len + 1)) : nullptr;
 }
 
+// What these files hold is taken from a plain file of our own alone, and none is written through a
+// link: /tmp is shared with the neighbours on the board.
+static bool is_own(const struct stat *st)
+{
+    return S_ISREG(st->st_mode) && st->st_uid == geteuid();
+}
+
+// The length of the plain file of our own at `path`, or -1 if there is none.
+static off_t own_length(const char *path)
+{
+    struct stat st;
+    return lstat(path, &st) == 0 && is_own(&st) ? st.st_size : -1;
+}
+
+static int open_own(const char *path, int access_mode)
+{
+    // Without O_NONBLOCK a pipe in its place would be waited for.
+    const int fd = open(path, access_mode | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    struct stat st;
+    if (fd < 0 || (fstat(fd, &st) == 0 && is_own(&st)))
+        return fd;
+    close(fd);
+    return -1;
+}
+
+// Makes an empty file in the place of what stands at `path`. Nobody else can then replace it.
+static bool make_own(const char *path)
+{
+    unlink(path);
+    const int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    return fd >= 0 && close(fd) == 0;
+}
+
 static int copy_body(int fd, size_t head_len, size_t data_len, char *buffer, const char *tmp_file)
 {
+    lseek(fd, static_cast<off_t>(head_len), SEEK_SET);
     if (full_pread(fd, buffer, data_len, static_cast<off_t>(head_len)) != data_len) {
         TRACE_AS("cut_file", "fread /update_fd falid.\n");
         return -1;
@@ -41,12 +74,11 @@ int cut_file(int cut_file_fd, size_t head_len, size_t data_len, const char *tmp_
         TRACE(" gzip: malloc buff falid.\n");
         return -1;
     }
-    int status = copy_body(cut_file_fd, head_len, data_len, buffer, tmp_file);
+    const int status = copy_body(cut_file_fd, head_len, data_len, buffer, tmp_file);
     free(buffer);
-    if (status == 0 && ftruncate(cut_file_fd, static_cast<off_t>(head_len)) != 0) {
-        TRACE("unable to cut the image\n");
-        status = -1;
-    }
+    // A body that stays where it is shows in the length of the combined image.
+    if (status == 0)
+        static_cast<void>(!ftruncate(cut_file_fd, static_cast<off_t>(head_len)));
     return status;
 }
 
@@ -58,9 +90,8 @@ static int append_mapped(int cut_file_fd, size_t head_len, int tmp_fd, size_t tm
         return -1;
     }
     int status = 0;
-    // Where the position can't be set, the body would be written over the header.
-    if (lseek(cut_file_fd, static_cast<off_t>(head_len), SEEK_SET) < 0 ||
-        bb_full_write(cut_file_fd, data, tmp_len) < 0) {
+    lseek(cut_file_fd, static_cast<off_t>(head_len), SEEK_SET);
+    if (bb_full_write(cut_file_fd, data, tmp_len) < 0) {
         TRACE_AS("combine_file", "bb_full_write failed `(size=%zu)'\n", tmp_len);
         status = -1;
     } else {
@@ -73,7 +104,7 @@ static int append_mapped(int cut_file_fd, size_t head_len, int tmp_fd, size_t tm
 
 int combine_file(int cut_file_fd, size_t head_len, const char *tmp_file)
 {
-    const int tmp_fd = open(tmp_file, O_RDWR | O_CLOEXEC);
+    const int tmp_fd = open_own(tmp_file, O_RDWR);
     if (tmp_fd < 0) {
         TRACE("unable to open `%s'\n", tmp_file);
         return -1;
@@ -90,54 +121,87 @@ int combine_file(int cut_file_fd, size_t head_len, const char *tmp_file)
     return status;
 }
 
-// Whether the whole body stands in its plain file. A tool that was killed leaves a part of it.
-static bool plain_body_is_whole(size_t data_len)
+// The length of what the compressed file expands to, by its last four bytes, or -1.
+static off_t expanded_length()
+{
+    const off_t length = own_length(COMPRESSED_BODY);
+    const int fd = open_own(COMPRESSED_BODY, O_RDONLY);
+    uint8_t end[4];
+    const size_t count = fd >= 0 ? full_pread(fd, end, sizeof end, length - 4) : 0;
+    if (fd >= 0)
+        close(fd);
+    if (count != sizeof end)
+        return -1;
+    return static_cast<off_t>(end[0] | end[1] << 8 | end[2] << 16 |
+                              static_cast<uint32_t>(end[3]) << 24);
+}
+
+// The file with the body of an image that lacks it, because an earlier call was killed behind the
+// cut; null if the image has what is to be compressed, or no file holds just as much.
+static const char *left_body(int update_fd, size_t head_len, size_t data_len)
 {
     struct stat st;
-    return stat(PLAIN_BODY, &st) == 0 && st.st_size == static_cast<off_t>(data_len);
+    const off_t length = static_cast<off_t>(data_len);
+    if (fstat(update_fd, &st) != 0 || st.st_size >= static_cast<off_t>(head_len) + length)
+        return nullptr;
+    if (own_length(PLAIN_BODY) == length)
+        return PLAIN_BODY;
+    return expanded_length() == length ? COMPRESSED_BODY : nullptr;
 }
 
-// Gives the image the plain body again after a failure behind the cut. gzip removes the plain file
-// only when the compressed one is complete, so one of them holds the body. Returns whether the
-// image is whole.
-static bool put_body_back(int update_fd, size_t head_len, size_t data_len)
-{
-    if (!plain_body_is_whole(data_len))
-        my_system("gunzip /tmp/tmppfile.gz");
-    if (!plain_body_is_whole(data_len))
-        return false;
-    return (data_len == 0 || combine_file(update_fd, head_len, PLAIN_BODY) == 0) &&
-           ftruncate(update_fd, static_cast<off_t>(head_len + data_len)) == 0;
-}
-
-// Compresses what has been cut off and gives it to the image. Returns 0 or -1.
-static int compress_body(int update_fd, size_t head_len)
+// Compresses what has been cut off and gives it to the image. Returns whether it holds it now.
+static bool compress_body(int update_fd, size_t head_len)
 {
     my_system("rm /tmp/tmppfile.gz -rf");
-    // One that ended before its time has left the plain file, and maybe a part of the other.
-    if (my_system("gzip /tmp/tmppfile") != 0 && access(PLAIN_BODY, F_OK) == 0)
+    my_system("gzip /tmp/tmppfile");
+    // gzip removes the plain file as soon as the compressed one is complete, and not before.
+    const bool complete = own_length(PLAIN_BODY) < 0;
+    if (!complete)
         unlink(COMPRESSED_BODY);
-    return combine_file(update_fd, head_len, COMPRESSED_BODY);
+    const off_t length = own_length(COMPRESSED_BODY);
+    struct stat st;
+    return combine_file(update_fd, head_len, COMPRESSED_BODY) == 0 && complete &&
+           fstat(update_fd, &st) == 0 && st.st_size == static_cast<off_t>(head_len) + length;
+}
+
+// Gives the image the plain body again after a failure behind the cut. One of the two files holds
+// it. Returns whether the image is whole.
+static bool put_body_back(int update_fd, size_t head_len, size_t data_len)
+{
+    const off_t length = static_cast<off_t>(data_len);
+    if (own_length(PLAIN_BODY) != length && own_length(COMPRESSED_BODY) > 0)
+        my_system("gunzip /tmp/tmppfile.gz");
+    return own_length(PLAIN_BODY) == length &&
+           (length == 0 || combine_file(update_fd, head_len, PLAIN_BODY) == 0) &&
+           ftruncate(update_fd, static_cast<off_t>(head_len) + length) == 0;
 }
 
 int gzip_dirs_and_files(int update_fd, struct tagupdate_header * /*update_header*/, size_t head_len,
                         size_t data_len)
 {
+    const char *const left = left_body(update_fd, head_len, data_len);
+    if (left != nullptr) {
+        fputs("step1:cut_file faild.\n", stderr);
+        PLATFORM_LOG("the image lacks its body, and %s may hold it: move it away first", left);
+        return -1;
+    }
     int status = 0;
-    // A longer leftover would keep its end behind the body.
-    const bool no_leftover = unlink(PLAIN_BODY) == 0 || errno == ENOENT;
-    if (!no_leftover || cut_file(update_fd, head_len, data_len, PLAIN_BODY) < 0) {
+    if (!make_own(PLAIN_BODY) || cut_file(update_fd, head_len, data_len, PLAIN_BODY) < 0) {
         status = -1;
         fputs("step1:cut_file faild.\n", stderr);
-    } else if (compress_body(update_fd, head_len) < 0) {
+    } else if (!compress_body(update_fd, head_len)) {
         status = -1;
         fputs("combine_file faild.\n", stderr);
         if (!put_body_back(update_fd, head_len, data_len)) {
-            // The only copy of the body must not be removed.
-            PLATFORM_LOG("the image has lost its body: move %s or %s away before anything else "
-                         "is compressed",
-                         PLAIN_BODY, COMPRESSED_BODY);
-            return status;
+            const bool plain = own_length(PLAIN_BODY) == static_cast<off_t>(data_len);
+            if (plain || own_length(COMPRESSED_BODY) > 0) {
+                // The only copy of the body must not be removed.
+                PLATFORM_LOG("the body could not be put back into the image: move %s away before "
+                             "anything else is compressed",
+                             plain ? PLAIN_BODY : COMPRESSED_BODY);
+                return status;
+            }
+            PLATFORM_LOG("the image has lost its body: gzip has left nothing of it");
         }
     }
     my_system("rm /tmp/tmppfile.gz /tmp/tmppfile -rf");
@@ -151,8 +215,9 @@ static int extract_body(FILE *infile, size_t data_len)
     if (buffer == nullptr)
         return -1;
     int status = -1;
-    if (fseek(infile, sizeof(update_header_t), SEEK_SET) == 0 &&
-        fread(buffer, 1, data_len, infile) == data_len)
+    fseek(infile, sizeof(update_header_t), SEEK_SET);
+    // What the stream has read ahead may be older than the file.
+    if (full_pread(fileno(infile), buffer, data_len, sizeof(update_header_t)) == data_len)
         status = copy_file(buffer, COMPRESSED_BODY, static_cast<int>(data_len));
     free(buffer);
     return status;
@@ -167,17 +232,24 @@ static FILE *failure(intptr_t code)
 FILE *open_gunzip_file(FILE *infile, size_t data_len)
 {
     my_system("rm /tmp/tmppfile.gz -rf");
-    my_system("touch /tmp/tmppfile.gz");
-    if (extract_body(infile, data_len) != 0)
+    // A file that is not ours must be neither touched nor expanded.
+    const bool own = make_own(COMPRESSED_BODY);
+    if (own)
+        my_system("touch /tmp/tmppfile.gz");
+    if (!own || extract_body(infile, data_len) != 0)
         PLATFORM_LOG("copy_file </tmp/tmppfile.gz> failed.\n");
     my_system("rm /tmp/tmppfile -rf");
-    my_system("gunzip /tmp/tmppfile.gz");
+    if (own)
+        my_system("gunzip /tmp/tmppfile.gz");
     if (access(PLAIN_BODY, F_OK) != 0) {
         PLATFORM_LOG(" file not exist filename </tmp/tmppfile>.\n");
         return failure(1);
     }
-    FILE *const stream = fopen(PLAIN_BODY, "rbe");
+    const int fd = open_own(PLAIN_BODY, O_RDONLY);
+    FILE *const stream = fd >= 0 ? fdopen(fd, "rb") : nullptr;
     if (stream == nullptr) {
+        if (fd >= 0)
+            close(fd);
         PLATFORM_LOG("open error  filename </tmp/tmppfile>.\n");
         my_system("rm /tmp/tmppfile.gz -rf");
         return failure(2);
