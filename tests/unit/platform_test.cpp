@@ -178,7 +178,9 @@ TEST_F(FixedPaths, ServeTheConfigurationTheLogAndTheSessions)
     EXPECT_EQ(aptid_self_set(task), 0);
     errno = EEXIST; // kept while no daemon can be found
     aplog_printf(0, "imgdeploy", "func", "lost");
+    const int kept = errno;
     const int daemon = bind_mailbox("/dev/log");
+    errno = kept;
     aplog_printf(0, "imgdeploy", "func", "%m%s", std::string(5000, 'x').c_str());
     const std::string line = received(daemon);
     const std::string text = "File exists" + std::string(2047 - 11, 'x');
