@@ -95,7 +95,8 @@ struct Compression : testing::Test {
     void TearDown() override
     {
         close(log);
-        sh("/bin/rm -rf /dev/log /tmp/tmppfile* /opt/* /usr/local/sbin/{rm,g*zip}");
+        sh("cd /usr/local/sbin; /bin/rm -f rm g*zip /dev/log /tmp/tmppfile* /opt/image /opt/modes "
+           "/opt/other");
     }
 };
 
@@ -184,26 +185,23 @@ TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
     const struct {
         const char *image, *script, *left;
     } left_rows[] = {
-        {"", "printf 12345 > /tmp/tmppfile; echo x > /tmp/tmppfile.gz", "/tmp/tmppfile"},
+        {"", "printf 12345 > /tmp/tmppfile", "/tmp/tmppfile"},
         {"12", "printf 12345 | gzip > /tmp/tmppfile.gz", "/tmp/tmppfile.gz"},
         {"", "printf 123456 > /tmp/tmppfile", nullptr},
         {"", "printf 12345 > /opt/other; ln -s /opt/other /tmp/tmppfile", nullptr},
     };
     sh("rm /usr/local/sbin/gzip");
     for (const auto &[image, script, left] : left_rows) {
-        const std::string text = compress(image, 5, script);
-        if (left != nullptr)
-            EXPECT_NE(text.find(uncut + f + "the image lacks its body, and " + left +
-                                " may hold it: move it away first\n"),
-                      std::string::npos)
-                << text;
-        else
-            EXPECT_EQ(text, plain + "cut_file: fread /update_fd falid.\n" + uncut) << script;
-        EXPECT_EQ(text.find(", plain body, /tmp/tmppfile") != std::string::npos, left != nullptr);
+        const std::string kept = left != nullptr ? std::string(", ") + left : "";
+        const std::string told = left != nullptr ? f + "the image lacks its body, and " + left +
+                                                       " may hold it: move it away first\n"
+                                                 : "";
+        EXPECT_EQ(compress(image, 5, script),
+                  "-1, plain body" + kept + "\ncut_file: fread /update_fd falid.\n" + uncut + told);
         sh("rm -f /tmp/tmppfile*");
     }
 
-    // An image that can't be cut, nor anything else.
+    // An image that is open for reading alone: that it can't be cut shows when it is to be written.
     EXPECT_EQ(compress(body, 1000000, "", O_RDONLY).rfind("-1, plain body, /tmp/tmppfile\n", 0),
               0U);
     EXPECT_TRUE(read_file("/tmp/tmppfile") == body);

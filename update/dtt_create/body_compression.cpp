@@ -180,15 +180,15 @@ int gzip_dirs_and_files(int update_fd, struct tagupdate_header * /*update_header
                         size_t data_len)
 {
     const char *const left = left_body(update_fd, head_len, data_len);
-    if (left != nullptr) {
-        fputs("step1:cut_file faild.\n", stderr);
-        PLATFORM_LOG("the image lacks its body, and %s may hold it: move it away first", left);
-        return -1;
-    }
     int status = 0;
-    if (!make_own(PLAIN_BODY) || cut_file(update_fd, head_len, data_len, PLAIN_BODY) < 0) {
+    if ((left == nullptr && !make_own(PLAIN_BODY)) ||
+        cut_file(update_fd, head_len, data_len, PLAIN_BODY) < 0) {
         status = -1;
         fputs("step1:cut_file faild.\n", stderr);
+        if (left != nullptr) {
+            PLATFORM_LOG("the image lacks its body, and %s may hold it: move it away first", left);
+            return status;
+        }
     } else if (!compress_body(update_fd, head_len)) {
         status = -1;
         fputs("combine_file faild.\n", stderr);
