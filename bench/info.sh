@@ -40,5 +40,5 @@ cd "$root"
 cmake --preset release >/dev/null
 cmake --build --preset release --target img_deploy img_info make_tree measure >/dev/null
 build=$root/build/release
-SANDBOX_PATH=$build/update/img_deploy:$build/tools:$build/bench \
+SANDBOX_PATH=$build/update/img_deploy:$build/companions/img_info:$build/bench \
     tests/sandbox.sh "$BASH" "$root/bench/info.sh" --in-sandbox

@@ -36,7 +36,7 @@ static int run_search(const char *top)
 {
     const std::unique_ptr<arena> ap(new arena{});
     char name[] = "missing";
-    copy_text(ap->devpath, sizeof ap->devpath, top);
+    known_to_fit(bounded_copy(ap->devpath, sizeof ap->devpath, top));
     return _find_dir(ap.get(), name) == 1 ? 0 : 1;
 }
 

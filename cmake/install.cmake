@@ -20,7 +20,7 @@ endforeach()
 install(FILES "${PROJECT_SOURCE_DIR}/man/update-image.5"
   DESTINATION "${CMAKE_INSTALL_MANDIR}/man5")
 
-foreach(header device_msg udisk_info update_header update_service upgrade_info)
+foreach(header device_msg task_types udisk_info update_header update_service upgrade_info)
   install(FILES "${PROJECT_SOURCE_DIR}/include/${header}.h"
     DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/img_deploy")
 endforeach()

@@ -17,14 +17,12 @@
 #ifndef DEVICE_MSG_H
 #define DEVICE_MSG_H
 
+#include "task_types.h"
 #include "upgrade_info.h"
 
 #include <assert.h>
 #include <stddef.h>
 #include <stdint.h>
-
-typedef uint32_t aptid_t;
-typedef int apcard_bit_t;
 
 /* Modules, the low 24 bits of a task id. */
 enum {
@@ -216,7 +214,7 @@ static_assert(STAPMSG_DATA_OFFSET == 38, "nothing stands between kmddata and the
 
 /* Payload of a request for a firmware file. */
 typedef struct stPmdFile {
-    int file_type;         /* entry type of the image, 22 to 30 */
+    int file_type;         /* entry type of the image, ENTRY_CARD_FIRST ... */
     char file_patch[1024]; /* its path; what stands behind the terminator has no meaning */
 } stPmdFile;
 

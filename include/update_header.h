@@ -69,7 +69,9 @@ enum {
     ENTRY_VPU_FPGA = 27,
     ENTRY_INPUT_GOLDEN = 28,
     ENTRY_OUTPUT_GOLDEN = 29,
-    ENTRY_VPU_GOLDEN = 30
+    ENTRY_VPU_GOLDEN = 30,
+    ENTRY_CARD_FIRST = ENTRY_INPUT_MCU, /* card firmware, this and all up to */
+    ENTRY_CARD_LAST = ENTRY_VPU_GOLDEN
 };
 
 /* Where an image's tree belongs. */

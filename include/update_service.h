@@ -28,6 +28,23 @@ enum {
     UPDATE_KERNEL_FAILED = -14 /* a kernel file can't be installed */
 };
 
+/* Results of do_create_backup beside 0. */
+enum {
+    BACKUP_FAILED = -1,
+    BACKUP_NO_DISK = -11,           /* the disk can't be opened */
+    BACKUP_NO_ROOM_ON_DEVICE = -12, /* 100,000 KiB are kept free */
+    BACKUP_NO_ROOM_ON_DISK = -13    /* the same, or no disk is mounted there */
+};
+
+/* Results of update_one_UserFile beside 0. */
+enum {
+    FLASH_NO_FILE = -1, /* no such file, or no such type */
+    FLASH_NOT_RUN = -6  /* the flashing tool could not be run */
+};
+
+/* Answers of a card, see set_update_card_result. */
+enum { CARD_DONE = 0, CARD_NO_ANSWER = -1, CARD_FAILED = -2 };
+
 /* ---- A service run: an update with events, a watch on the USB disk and the card stage ---- */
 
 /* Applies the image `updfile` below the directory `upgd_dir`, made if it is missing, or below the
@@ -64,11 +81,11 @@ void set_usb_status(BOOL b);
 /* Forgets the card files and answers of the runs so far. Between runs only. */
 void empty_UserFile_patch(void);
 
-/* A card's answer to the request for the firmware `type`, the type word of the request: 0 done, -2
- * failed; any other value keeps the run waiting. From any thread but the run's. */
+/* A card's answer to the request for the firmware `type`, the type word of the request: CARD_DONE
+ * or CARD_FAILED; any other value keeps the run waiting. From any thread but the run's. */
 void set_update_card_result(int type, int result);
 
-/* The last answer for `type`; -1 if there was none, or no such type. */
+/* The last answer for `type`; CARD_NO_ANSWER if there was none, or no such type. */
 int get_update_card_result(int type);
 
 /* ---- USB disks ---- */
@@ -94,8 +111,8 @@ int sendmsg_ack_back(int l_l, int s_l, int ev, char *name);
 /* Saves the device's settings as an image on the disk mounted at `udisk_path`, at most 52
  * characters, and leaves its path in `ret_filename`, which has room for the path of the disk and
  * 128 bytes more. do_update_backup(FILE, "/") brings them back. The working directory is left
- * changed. Returns 0, -11 if the disk can't be opened, -12 or -13 if there is too little room on
- * the device or on the disk (100,000 KiB are kept free), or -1: no device_name in the
+ * changed. Returns 0, BACKUP_NO_DISK, BACKUP_NO_ROOM_ON_DEVICE or BACKUP_NO_ROOM_ON_DISK
+ * (100,000 KiB are kept free), or BACKUP_FAILED: no device_name in the
  * configuration, or one that is no file name; a `udisk_path` or a device_name that does not mean
  * itself in a shell command, as above, or a path that fits none; a /tmp/ubackup that is another's;
  * a failed build or copy. The log tells which. What can't be copied from the settings is left out,
@@ -105,10 +122,10 @@ int do_create_backup(char *udisk_path, char *ret_filename);
 
 /* ---- Other operations ---- */
 
-/* Flashes the firmware file `name` of the entry type `type`, 22 to 30, on this board through the
+/* Flashes the firmware file `name` of the card firmware type `type` on this board through the
  * device's flashing tools, which set their own time limits. Returns 0 if the tool was run, whatever
- * became of it; -1 if the file does not exist or `type` is another; -6 if the tool could not be run
- * or its command takes more than 255 characters. */
+ * became of it; FLASH_NO_FILE if the file does not exist or `type` is another; FLASH_NOT_RUN if the
+ * tool could not be run or its command takes more than 255 characters. */
 int update_one_UserFile(int type, char *name);
 
 /* Replaces the `data_len` bytes of body behind the `head_len` bytes of header of the image open for

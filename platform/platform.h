@@ -6,6 +6,8 @@
 #ifndef PLATFORM_PLATFORM_H
 #define PLATFORM_PLATFORM_H
 
+#include "task_types.h"
+
 #include <stdint.h>
 #include <stdio.h>
 
@@ -13,11 +15,8 @@
 extern "C" {
 #endif
 
-/* Id of a task: the board's card bit shifted left by 24, or-ed with a 24-bit module id. */
-typedef uint32_t aptid_t;
 /* Id of a session to a task; 0 means none. */
 typedef uint32_t apsess_id_t;
-typedef int apcard_bit_t;
 
 /* Control record of one message. The caller holds it and does not look into it. */
 typedef struct {

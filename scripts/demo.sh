@@ -128,7 +128,7 @@ show() {
         img_deploy sysconfig progress_block img_info upgd_service | tail -n 1
 
     local build=$root/build/release
-    export SANDBOX_PATH=$build/update/img_deploy:$build/platform:$build/tests:$build/tools:$build/service
+    export SANDBOX_PATH=$build/update/img_deploy:$build/platform:$build/tests:$build/companions/img_info:$build/companions/upgd_service
     scratch=$(mktemp -d)
     # shellcheck disable=SC2064 # these are its values at this place
     trap "rm -rf '$scratch'" EXIT

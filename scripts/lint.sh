@@ -10,17 +10,17 @@ mapfile -t scripts < <(git grep -lE '^#!.*sh$' -- .)
 shellcheck -x "${scripts[@]}" completion/*
 mandoc -Tlint -Wwarning man/*
 cmake --preset release >/dev/null
-git ls-files 'platform/*.cpp' 'update/*.cpp' 'tools/*.cpp' 'service/*.cpp' |
+git ls-files 'platform/*.cpp' 'update/*.cpp' 'companions/*.cpp' |
     xargs -P "$(nproc)" -n 4 clang-tidy -p build/release --quiet 2>/dev/null
 cppcheck -q --std=c++17 --enable=warning,performance,portability --error-exitcode=1 -j "$(nproc)" \
-    -D_GNU_SOURCE -I. -Iinclude platform update tools service
+    -D_GNU_SOURCE -I. -Iinclude platform update companions
 
 # gcc's analyzer. It takes the failure of iconv_open(3), -1, for a result that is lost; and it knows C
 # but not the C++ library, in whose strings it sees values that were never set.
 analyze=(g++ -std=gnu++17 -O2 -fanalyzer -Werror -D_GNU_SOURCE -I. -Iinclude -c -o /dev/null)
 labels=update/dtt_create/disk_labels.cpp
-git ls-files 'platform/*.cpp' 'update/*.cpp' 'tools/*.cpp' ":!$labels" |
+git ls-files 'platform/*.cpp' 'update/*.cpp' 'companions/img_info/*.cpp' ":!$labels" |
     xargs -P "$(nproc)" -n 1 "${analyze[@]}"
 "${analyze[@]}" -Wno-analyzer-malloc-leak "$labels"
-git ls-files 'service/*.cpp' | xargs -P "$(nproc)" -n 1 "${analyze[@]}" \
+git ls-files 'companions/text/*.cpp' 'companions/upgd_service/*.cpp' | xargs -P "$(nproc)" -n 1 "${analyze[@]}" \
     -Wno-analyzer-use-of-uninitialized-value -Wno-analyzer-possible-null-dereference

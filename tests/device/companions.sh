@@ -138,12 +138,14 @@ mkdir -p /mnt/root /usr/qrx310/etc/{vsp,mcucored,sysconf} /usr/vorn/bin
 mount -t tmpfs tmpfs /mnt/sda1
 mount -t tmpfs -o size=150m /dev/root /mnt/root
 cp u.img /mnt/sda1/
-touch '/mnt/sda1/a"\.rcfgx'
+touch '/mnt/sda1/a"\.rcfgx' $'/mnt/sda1/\xff\xfe.ubck'
+# A label that would clear a terminal's screen.
+mkdir -p /dev/disk/by-label && ln -s ../../sda1 '/dev/disk/by-label/A\x1b[2J'
 if grep -q sda1 /proc/diskstats; then
     expect_call 0 '' upgd_service disks
-    expect 'disks' 'PATH NAME IMAGES BACKUPS RCFGX,/mnt/sda1 UsbDisk0 1 0 1' "$(tr -s ' ' <out | paste -sd,)"
+    expect 'disks' 'PATH NAME IMAGES BACKUPS RCFGX,/mnt/sda1 A\x1b[2J 1 1 1' "$(tr -s ' ' <out | paste -sd,)"
     expect_call 0 '' upgd_service disks --json
-    expect 'disks in JSON' '[{"path":"/mnt/sda1","name":"UsbDisk0","images":["/mnt/sda1/u.img"],"backups":[],"rcfgx":["/mnt/sda1/a\"\\.rcfgx"]}]' "$(cat out)"
+    expect 'disks in JSON' '[{"path":"/mnt/sda1","name":"A\u001b[2J","images":["/mnt/sda1/u.img"],"backups":["/mnt/sda1/\u00ff\u00fe.ubck"],"rcfgx":["/mnt/sda1/a\"\\.rcfgx"]}]' "$(cat out)"
 fi
 sysconfig set device_name unit7
 echo saved >/usr/qrx310/etc/vsp/layout

@@ -3,7 +3,7 @@
 #include "tests/recording_platform.h"
 #include "tests/test_image.h"
 #include "update/dtt_update/apply_engine.h"
-#include "update/dtt_update/image_reader.h"
+#include "update/dtt_update_common/image_reader.h"
 #include "update/dtt_update_common/shared_memory.h"
 #include "update_service.h"
 
@@ -354,7 +354,7 @@ TEST_F(Apply, DamagedEntriesFailAtTheirTurn)
     }
     // An image of 4 GiB would have room for the data of this entry.
     write_file_text(image, std::string(488, 'h') + std::string("name\0\0\x80\0\0\0", 10));
-    const struct image large = {open(image.c_str(), O_RDONLY), 0xFFFFFFFF, {}};
+    const struct image_file large = {open(image.c_str(), O_RDONLY), 0xFFFFFFFF, {}};
     entry_walk walk;
     image_entry entry;
     start_walk(&walk, &large);

@@ -1,14 +1,13 @@
 // The file names by which card firmware is recognised when an image is built.
 #include "update/dtt_create/card_file_names.h"
 
-#include "update_header.h"
-
 #include <cstdio>
 #include <cstring>
 
 static constexpr size_t NAME_LENGTH_MAX = 2048;
 
-type_file_t type_file[9] = {
+// Its rows are counted against the declaration.
+type_file_t type_file[] = {
     {ENTRY_INPUT_MCU, "App_inputCard.bin"},    {ENTRY_OUTPUT_MCU, "App_OutputCard_HDMI.bin"},
     {ENTRY_VPU_MCU, "App_VPUCard.bin"},        {ENTRY_INPUT_FPGA, "InputCardTop.bin"},
     {ENTRY_OUTPUT_FPGA, "Tyx_OutputCard.bin"}, {ENTRY_VPU_FPGA, "TYX_VPU_TOP.bin"},

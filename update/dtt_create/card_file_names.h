@@ -2,12 +2,15 @@
 #ifndef DTT_CREATE_CARD_FILE_NAMES_H
 #define DTT_CREATE_CARD_FILE_NAMES_H
 
+#include "update/dtt_update_common/card_kinds.h"
+
 struct type_file_t {
     int file_type;        // entry type code
     char file_name[1024]; // exact name of the file, without a directory
 };
 
-extern type_file_t type_file[9];
+// A row for each kind of card firmware.
+extern type_file_t type_file[CARD_TYPES];
 
 // Looks the bare file name `name` up in type_file. Returns 0 and stores the type code in `*type`,
 // or returns -1 and leaves it alone. A name of more than 2048 characters is not compared.

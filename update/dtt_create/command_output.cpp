@@ -18,7 +18,7 @@ void chomp(char *s)
     cut_at_last(s, '\r');
 }
 
-bool read_line(FILE *stream, char *line)
+bool read_output_line(FILE *stream, char *line)
 {
     memset(line, 0, OUTPUT_LINE_SIZE);
     if (fgets(line, OUTPUT_LINE_SIZE - 1, stream) == nullptr)

@@ -89,7 +89,7 @@ static int build_image(int ifd, struct arena *ap, const char *updatedir, int pla
     update_header_t header = first_header(place_type, version);
     if (bb_full_write(ifd, &header, sizeof header) < 0)
         return -1;
-    if (!copy_text(ap->devpath, sizeof ap->devpath, updatedir)) {
+    if (!bounded_copy(ap->devpath, sizeof ap->devpath, updatedir)) {
         errno = ENAMETOOLONG;
         return -1;
     }

@@ -13,7 +13,7 @@
 #include <dirent.h>
 
 // The lines of the inventory name the operation that was called.
-#define INVENTORY_LOG(...) PLATFORM_LOG_AS("get_udisk_all_info", __VA_ARGS__)
+static constexpr char OPERATION[] = "get_udisk_all_info";
 
 static constexpr size_t COMMAND_SIZE = 128;
 static constexpr int DEVICE_MAX = 12; // block devices that are looked at
@@ -68,7 +68,7 @@ static FILE *open_command(const char *cmd)
 {
     FILE *const stream = my_popen(cmd, "r");
     if (stream == nullptr)
-        INVENTORY_LOG("popen read_device_info");
+        OPERATION_LOG("popen read_device_info");
     return stream;
 }
 
@@ -90,13 +90,13 @@ static void copy_name(char *field, size_t size, const char *name)
 // Reads the label from the output of the search for it, or puts a name in its place.
 static void take_label(FILE *stream, int number, char *label)
 {
-    if (!read_line(stream, label)) {
-        INVENTORY_LOG("get udisk label is null, use UsbDisk instead.");
+    if (!read_output_line(stream, label)) {
+        OPERATION_LOG("get udisk label is null, use UsbDisk instead.");
         snprintf(label, LABEL_SIZE, "UsbDisk%d", number);
     } else if (label[0] == '\0') {
-        INVENTORY_LOG("get udisk_label empaty.");
+        OPERATION_LOG("get udisk_label empaty.");
     } else if (check_is_gbk(label) != 0) {
-        INVENTORY_LOG("get udisk_name is chinese, use english instead.");
+        OPERATION_LOG("get udisk_name is chinese, use english instead.");
         get_udisk_real_name(label);
     }
 }
@@ -106,14 +106,15 @@ static int find_label(const char *device, int number, udisk_list_t *disk)
 {
     static_assert(LABEL_SIZE == OUTPUT_LINE_SIZE, "a label is decoded where it has been read");
     char cmd[COMMAND_SIZE];
-    format_text(cmd, sizeof cmd, "ls -l /dev/disk/by-label/ |grep %s |awk '{print $9}'", device);
+    known_to_fit(bounded_format(cmd, sizeof cmd,
+                                "ls -l /dev/disk/by-label/ |grep %s |awk '{print $9}'", device));
     FILE *const stream = open_command(cmd);
     if (stream == nullptr)
         return -1;
     char label[LABEL_SIZE];
     take_label(stream, number, label);
     copy_name(disk->udisk_name, sizeof disk->udisk_name, label[0] != '\0' ? label : "UNKNOWNNAME");
-    INVENTORY_LOG("get udisk_label = %s", disk->udisk_name);
+    OPERATION_LOG("get udisk_label = %s", disk->udisk_name);
     my_pclose(stream);
     return 0;
 }
@@ -131,26 +132,26 @@ static int fill_list(const char *udisk_path, const file_list *list)
 {
     static_assert(sizeof *list->files >= OUTPUT_LINE_SIZE, "holds every piece of a line");
     char cmd[COMMAND_SIZE];
-    format_text(cmd, sizeof cmd, "/usr/bin/find %s -maxdepth 1 -name '%s'", udisk_path,
-                list->pattern);
-    INVENTORY_LOG("cmd=%s", cmd);
+    known_to_fit(bounded_format(cmd, sizeof cmd, "/usr/bin/find %s -maxdepth 1 -name '%s'",
+                                udisk_path, list->pattern));
+    OPERATION_LOG("cmd=%s", cmd);
     FILE *const stream = open_command(cmd);
     if (stream == nullptr)
         return -1;
     int num = 0;
     char line[OUTPUT_LINE_SIZE];
-    while (read_line(stream, line)) {
+    while (read_output_line(stream, line)) {
         if (strlen(line) <= 1)
             continue;
         if (num == UDISK_FILE_MAX) {
-            INVENTORY_LOG("<%s>: no room for %s", udisk_path, line);
+            OPERATION_LOG("<%s>: no room for %s", udisk_path, line);
             continue;
         }
-        copy_text(list->files[num++], sizeof *list->files, line);
-        INVENTORY_LOG(list->kind == BACKUPS ? "<%s>: %s" : "<%s>:%s", udisk_path, line);
+        known_to_fit(bounded_copy(list->files[num++], sizeof *list->files, line));
+        OPERATION_LOG(list->kind == BACKUPS ? "<%s>: %s" : "<%s>:%s", udisk_path, line);
     }
     *list->num = num;
-    INVENTORY_LOG(list->kind == IMAGES    ? "<%s>: uimg_num = %d"
+    OPERATION_LOG(list->kind == IMAGES    ? "<%s>: uimg_num = %d"
                   : list->kind == BACKUPS ? "<%s>: uback_num = %d"
                                           : "<%s>: urcfg_num = %d",
                   udisk_path, num);
@@ -175,10 +176,10 @@ static int fill_lists(udisk_list_t *disk)
 static bool is_present(const char *udisk_path)
 {
     char temp[COMMAND_SIZE];
-    copy_text(temp, sizeof temp, udisk_path);
+    known_to_fit(bounded_copy(temp, sizeof temp, udisk_path));
     if (check_udisk_mount_status(temp) == 0)
         return false;
-    INVENTORY_LOG("strlen(udisk_path) =%d", static_cast<int>(strlen(udisk_path)));
+    OPERATION_LOG("strlen(udisk_path) =%d", static_cast<int>(strlen(udisk_path)));
     DIR *const dir = opendir(udisk_path);
     if (dir == nullptr)
         return false;
@@ -193,7 +194,7 @@ static bool can_be_stored(const char *udisk_path, const char *u_path_name)
     if (strlen(udisk_path) < sizeof udisk_list_t::udisk_path && means_itself(udisk_path) &&
         means_itself(u_path_name))
         return true;
-    INVENTORY_LOG("passed over, mount path of more than 15 characters or with one that a shell "
+    OPERATION_LOG("passed over, mount path of more than 15 characters or with one that a shell "
                   "takes for itself: <%s>",
                   udisk_path);
     return false;
@@ -205,15 +206,15 @@ static int add_disk(const char *udisk_path, udisk_info_t *udisk_info, int *udisk
 {
     const char *const slash = strrchr(udisk_path, '/');
     const char *const u_path_name = slash != nullptr ? slash + 1 : "";
-    INVENTORY_LOG("udisk_path = %s, u_path_name = %s", udisk_path, u_path_name);
+    OPERATION_LOG("udisk_path = %s, u_path_name = %s", udisk_path, u_path_name);
     if (!is_present(udisk_path) || !can_be_stored(udisk_path, u_path_name))
         return 0;
     if (*udisk_num == UDISK_MAX) {
-        INVENTORY_LOG("no room for %s", udisk_path);
+        OPERATION_LOG("no room for %s", udisk_path);
         return 0;
     }
     udisk_list_t *const disk = &udisk_info->upath[*udisk_num];
-    INVENTORY_LOG("udisk_path = %s", udisk_path);
+    OPERATION_LOG("udisk_path = %s", udisk_path);
     copy_name(disk->udisk_path, sizeof disk->udisk_path, udisk_path);
     if (find_label(u_path_name, *udisk_num, disk) != 0 || fill_lists(disk) != 0)
         return -1;
@@ -224,20 +225,20 @@ static int add_disk(const char *udisk_path, udisk_info_t *udisk_info, int *udisk
 static int list_disks(udisk_info_t *udisk_info)
 {
     static constexpr char cmd[] = "/bin/mount |grep /mnt/sd |awk '{print $3}'";
-    INVENTORY_LOG("cmd=%s", cmd);
+    OPERATION_LOG("cmd=%s", cmd);
     FILE *const stream = open_command(cmd);
     if (stream == nullptr)
         return -1;
-    INVENTORY_LOG("popen ok");
+    OPERATION_LOG("popen ok");
     int udisk_num = 0;
     int result = 0;
     char udisk_path[OUTPUT_LINE_SIZE];
-    while (result == 0 && read_line(stream, udisk_path))
+    while (result == 0 && read_output_line(stream, udisk_path))
         if (strlen(udisk_path) > 1)
             result = add_disk(udisk_path, udisk_info, &udisk_num);
     if (result == 0) {
         udisk_info->upath_num = udisk_num;
-        INVENTORY_LOG("found all udisk, udisk_num = %d", udisk_num);
+        OPERATION_LOG("found all udisk, udisk_num = %d", udisk_num);
         printf("found all udisk, udisk_num = %d\n", udisk_num);
     }
     my_pclose(stream);
@@ -246,8 +247,8 @@ static int list_disks(udisk_info_t *udisk_info)
 
 int get_udisk_all_info(udisk_info_t *udisk_info)
 {
-    INVENTORY_LOG("start.(upgd/update/)");
+    OPERATION_LOG("start.(upgd/update/)");
     const int result = list_disks(udisk_info);
-    INVENTORY_LOG("end.(upgd/update/)");
+    OPERATION_LOG("end.(upgd/update/)");
     return result;
 }

@@ -18,12 +18,7 @@
 #include <unistd.h>
 
 // Every line names the operation that was called.
-#define BACKUP_LOG(...) PLATFORM_LOG_AS("do_create_backup", __VA_ARGS__)
-
-static constexpr int FAILED = -1;
-static constexpr int NO_DISK = -11;
-static constexpr int NO_ROOM_ON_DEVICE = -12;
-static constexpr int NO_ROOM_ON_DISK = -13;
+static constexpr char OPERATION[] = "do_create_backup";
 
 static constexpr size_t TEXT_SIZE = 128; // of commands, their output, and the backup's paths
 static constexpr size_t NAME_SIZE = 32;  // of the device's name and of the time stamp
@@ -33,14 +28,14 @@ static int check_disk(const char *udisk_path)
 {
     DIR *const dir = opendir(udisk_path);
     if (dir == nullptr) {
-        BACKUP_LOG("'%s' can't open. please check path", udisk_path);
-        return NO_DISK;
+        OPERATION_LOG("'%s' can't open. please check path", udisk_path);
+        return BACKUP_NO_DISK;
     }
     closedir(dir);
-    BACKUP_LOG("build .ubck at udisk: %s ", udisk_path);
+    OPERATION_LOG("build .ubck at udisk: %s ", udisk_path);
     if (!means_itself(udisk_path)) {
-        BACKUP_LOG("'%s' has no place in a command", udisk_path);
-        return FAILED;
+        OPERATION_LOG("'%s' has no place in a command", udisk_path);
+        return BACKUP_FAILED;
     }
     return 0;
 }
@@ -50,8 +45,8 @@ static int read_size(char *command, int *size)
 {
     char result_str[TEXT_SIZE] = "";
     if (run_command_return_string(command, result_str) != 0) {
-        BACKUP_LOG("get ubackup size faild.");
-        return FAILED;
+        OPERATION_LOG("get ubackup size faild.");
+        return BACKUP_FAILED;
     }
     // A disk of two TiB and more counts as that.
     *size = static_cast<int>(std::clamp<long>(strtol(result_str, nullptr, 10), INT_MIN, INT_MAX));
@@ -68,32 +63,32 @@ static int check_room(const char *udisk_path)
     int uback_size = 0;
     char du[] = "du -sk /usr/qrx310/etc/ |awk '{print $1}'";
     if (read_size(du, &uback_size) != 0)
-        return FAILED;
-    BACKUP_LOG("ubackup size    =  %08d Bytes", uback_size);
+        return BACKUP_FAILED;
+    OPERATION_LOG("ubackup size    =  %08d Bytes", uback_size);
 
     int sys_avail_size = 0;
     char df_root[] = " df |grep /dev/root |awk '{print $4}'";
     if (read_size(df_root, &sys_avail_size) != 0)
-        return FAILED;
-    BACKUP_LOG("sys_avail_size  =  %08d Bytes", sys_avail_size);
+        return BACKUP_FAILED;
+    OPERATION_LOG("sys_avail_size  =  %08d Bytes", sys_avail_size);
 
     int udisk_avail_size = 0;
     char df_disk[TEXT_SIZE];
-    if (!format_text(df_disk, sizeof df_disk, " df |grep %s |awk '{print $4}'", udisk_path)) {
-        BACKUP_LOG("command too long for <%s>.", udisk_path);
-        return FAILED;
+    if (!bounded_format(df_disk, sizeof df_disk, " df |grep %s |awk '{print $4}'", udisk_path)) {
+        OPERATION_LOG("command too long for <%s>.", udisk_path);
+        return BACKUP_FAILED;
     }
     if (read_size(df_disk, &udisk_avail_size) != 0)
-        return FAILED;
-    BACKUP_LOG("udisk_avail_size = %08d Bytes", udisk_avail_size);
+        return BACKUP_FAILED;
+    OPERATION_LOG("udisk_avail_size = %08d Bytes", udisk_avail_size);
 
     if (!has_room(sys_avail_size, uback_size)) {
-        BACKUP_LOG("sys_avail_size is not enough.resverd size is 100M.");
-        return NO_ROOM_ON_DEVICE;
+        OPERATION_LOG("sys_avail_size is not enough.resverd size is 100M.");
+        return BACKUP_NO_ROOM_ON_DEVICE;
     }
     if (!has_room(udisk_avail_size, uback_size)) {
-        BACKUP_LOG("udisk_avail_size is not enough.resverd size is 100M.");
-        return NO_ROOM_ON_DISK;
+        OPERATION_LOG("udisk_avail_size is not enough.resverd size is 100M.");
+        return BACKUP_NO_ROOM_ON_DISK;
     }
     return 0;
 }
@@ -116,12 +111,12 @@ static bool own_scratch_directory()
 
 static int make_scratch_tree()
 {
-    BACKUP_LOG("creat dir: /tmp/ubackup");
+    OPERATION_LOG("creat dir: /tmp/ubackup");
     my_system("/bin/rm -rf /tmp/ubackup");
     if (!own_scratch_directory()) {
-        BACKUP_LOG("/tmp/ubackup is no directory of our own alone: remove it");
-        BACKUP_LOG("do_create error !!!");
-        return FAILED;
+        OPERATION_LOG("/tmp/ubackup is no directory of our own alone: remove it");
+        OPERATION_LOG("do_create error !!!");
+        return BACKUP_FAILED;
     }
     my_system("/bin/mkdir -p /tmp/ubackup/bkdir/usr/qrx310/etc/sysconf");
     my_system("/bin/cp -rf /usr/qrx310/etc/mcucored /tmp/ubackup/bkdir/usr/qrx310/etc/");
@@ -134,29 +129,30 @@ static int make_scratch_tree()
 static int name_backup(char (&updfilename)[TEXT_SIZE])
 {
     if (sysconf_openenv() != 0) {
-        BACKUP_LOG("sysconf_open error");
-        return FAILED;
+        OPERATION_LOG("sysconf_open error");
+        return BACKUP_FAILED;
     }
     const char *const configured = sysconf_getenv("device_name");
     if (configured == nullptr) {
-        BACKUP_LOG("sysconf get env device_name error");
-        return FAILED;
+        OPERATION_LOG("sysconf get env device_name error");
+        return BACKUP_FAILED;
     }
     char device_name[NAME_SIZE];
-    if (!copy_text(device_name, sizeof device_name, configured) ||
+    if (!bounded_copy(device_name, sizeof device_name, configured) ||
         strchr(device_name, '/') != nullptr || !means_itself(device_name)) {
-        BACKUP_LOG("device_name <%s> is no file name of at most 31 characters", configured);
-        return FAILED;
+        OPERATION_LOG("device_name <%s> is no file name of at most 31 characters", configured);
+        return BACKUP_FAILED;
     }
     char date[] = "/bin/date +%Y%m%d%H%M";
     char device_id[OUTPUT_LINE_SIZE] = "";
     if (run_command_return_string(date, device_id) != 0) {
-        BACKUP_LOG("get ubackup name(date) faild.");
-        return FAILED;
+        OPERATION_LOG("get ubackup name(date) faild.");
+        return BACKUP_FAILED;
     }
     device_id[NAME_SIZE - 1] = '\0';
-    format_text(updfilename, sizeof updfilename, "%s_%s.ubck", device_name, device_id);
-    BACKUP_LOG("begin to create updfilename = %s ", updfilename);
+    known_to_fit(
+        bounded_format(updfilename, sizeof updfilename, "%s_%s.ubck", device_name, device_id));
+    OPERATION_LOG("begin to create updfilename = %s ", updfilename);
     return 0;
 }
 
@@ -164,36 +160,36 @@ static int name_backup(char (&updfilename)[TEXT_SIZE])
 static int build_backup(const char *udisk_path, const char *updfilename, char *ret_filename)
 {
     char updfilepath[TEXT_SIZE];
-    format_text(updfilepath, sizeof updfilepath, "/tmp/ubackup/%s", updfilename);
-    BACKUP_LOG("do_create %s, chdir to /tmp/ubackup/bkdir", updfilepath);
+    known_to_fit(bounded_format(updfilepath, sizeof updfilepath, "/tmp/ubackup/%s", updfilename));
+    OPERATION_LOG("do_create %s, chdir to /tmp/ubackup/bkdir", updfilepath);
     char updatedir[] = ".";
     // Where the scratch tree can't be entered, "." is the service's own directory.
     if (chdir("/tmp/ubackup/bkdir/") != 0 ||
         do_create(updatedir, ONLINE_MODE, updfilepath, PLACE_ROOTFS, nullptr, nullptr) != 0) {
-        BACKUP_LOG("do_create error !!!");
-        return FAILED;
+        OPERATION_LOG("do_create error !!!");
+        return BACKUP_FAILED;
     }
     // Nothing behind it depends on the working directory.
     static_cast<void>(!chdir("/tmp/"));
     if (access(udisk_path, F_OK) != 0 || access(updfilepath, F_OK) != 0) {
-        BACKUP_LOG("accessing img is not  F_OK");
-        return FAILED;
+        OPERATION_LOG("accessing img is not  F_OK");
+        return BACKUP_FAILED;
     }
     char command[TEXT_SIZE];
-    if (!format_text(command, sizeof command, "/bin/cp -rf %s %s", updfilepath, udisk_path)) {
-        BACKUP_LOG("command too long for <%s>.", updfilepath);
-        return FAILED;
+    if (!bounded_format(command, sizeof command, "/bin/cp -rf %s %s", updfilepath, udisk_path)) {
+        OPERATION_LOG("command too long for <%s>.", updfilepath);
+        return BACKUP_FAILED;
     }
     my_system(command);
     my_system("sync");
 
     // The caller has made room for just this.
-    format_text(ret_filename, strlen(udisk_path) + 1 + strlen(updfilename) + 1, "%s/%s", udisk_path,
-                updfilename);
+    known_to_fit(bounded_format(ret_filename, strlen(udisk_path) + 1 + strlen(updfilename) + 1,
+                                "%s/%s", udisk_path, updfilename));
     const bool copied = access(ret_filename, F_OK) == 0;
-    BACKUP_LOG(copied ? "do_create ubck success !" : "do_create ubck faild !");
-    BACKUP_LOG("return .ubck file: %s", copied ? ret_filename : "");
-    return copied ? 0 : FAILED;
+    OPERATION_LOG(copied ? "do_create ubck success !" : "do_create ubck faild !");
+    OPERATION_LOG("return .ubck file: %s", copied ? ret_filename : "");
+    return copied ? 0 : BACKUP_FAILED;
 }
 
 static int create_backup(const char *udisk_path, char *ret_filename)
@@ -208,17 +204,17 @@ static int create_backup(const char *udisk_path, char *ret_filename)
     char updfilename[TEXT_SIZE];
     // After a failure here the scratch tree stays until the next backup.
     if (name_backup(updfilename) != 0)
-        return FAILED;
+        return BACKUP_FAILED;
     result = build_backup(udisk_path, updfilename, ret_filename);
-    BACKUP_LOG("remove dir: /tmp/ubackup");
+    OPERATION_LOG("remove dir: /tmp/ubackup");
     my_system("/bin/rm -rf /tmp/ubackup");
     return result;
 }
 
 int do_create_backup(char *udisk_path, char *ret_filename)
 {
-    BACKUP_LOG("START");
+    OPERATION_LOG("START");
     const int result = create_backup(udisk_path, ret_filename);
-    BACKUP_LOG("END");
+    OPERATION_LOG("END");
     return result;
 }

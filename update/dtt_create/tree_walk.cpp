@@ -70,7 +70,7 @@ static void add_link(int dst_fd, struct arena *ap)
     if (target == nullptr)
         return;
     char link_name[LINK_NAME_SIZE];
-    if (!format_text(link_name, sizeof link_name, "%s;%s", ap->devpath, target))
+    if (!bounded_format(link_name, sizeof link_name, "%s;%s", ap->devpath, target))
         WALK_TRACE("link left out, path and target too long: `%s;%s'\n", ap->devpath, target);
     else if (write_file(dst_fd, ENTRY_LINK, ap->devpath, link_name) == 0)
         total_file_nums++;
@@ -82,11 +82,11 @@ static int walk_directory(int dst_fd, struct arena *ap);
 static int add_directory(int dst_fd, struct arena *ap, const char *name)
 {
     char own_name[NAME_MAX + 1];
-    copy_text(own_name, sizeof own_name, ap->path);
-    copy_text(ap->path, sizeof ap->path, name);
+    known_to_fit(bounded_copy(own_name, sizeof own_name, ap->path));
+    known_to_fit(bounded_copy(ap->path, sizeof ap->path, name));
     total_dir_nums++;
     const int status = walk_directory(dst_fd, ap);
-    copy_text(ap->path, sizeof ap->path, own_name);
+    known_to_fit(bounded_copy(ap->path, sizeof ap->path, own_name));
     return status;
 }
 
@@ -124,7 +124,7 @@ static int walk_listing(DIR *dir, int dst_fd, struct arena *ap)
         }
         if (strcmp(item->d_name, ".") == 0 || strcmp(item->d_name, "..") == 0)
             continue;
-        if (!copy_text(ap->devpath + len, rem + 1, item->d_name)) {
+        if (!bounded_copy(ap->devpath + len, rem + 1, item->d_name)) {
             WALK_TRACE("left out, path too long: `%s%s'\n", ap->devpath, item->d_name);
             continue;
         }

@@ -18,10 +18,11 @@ static int walk_entries(update_run *run)
 {
     entry_walk walk;
     start_walk(&walk, &run->img);
+    run->percent_written = ENTRY_WRITTEN;
     const uint32_t count = ntohl(run->img.header.ih_filenum);
     for (uint32_t i = 0; i < count; i++) {
         run->progress->cur_percent = 0;
-        const int ret = unpack_entry(run, &walk, ENTRY_WRITTEN);
+        const int ret = unpack_entry(run, &walk);
         if (ret < 0)
             return ret;
     }

@@ -32,9 +32,9 @@ static bool step_into(char *at, const char *component)
     }
     char next[PATH_MAX];
     struct stat st;
-    if (!format_text(next, sizeof next, "%s/%s", at, component))
+    if (!bounded_format(next, sizeof next, "%s/%s", at, component))
         return false;
-    return lstat(next, &st) == 0 ? realpath(next, at) != nullptr : copy_text(at, PATH_MAX, next);
+    return lstat(next, &st) == 0 ? realpath(next, at) != nullptr : bounded_copy(at, PATH_MAX, next);
 }
 
 // The same for a directory that is not there yet: components that are missing will be plain
@@ -43,8 +43,9 @@ static bool would_lie_below(const base_directory *base, const char *directory)
 {
     char rest[PATH_SIZE];
     char at[PATH_MAX];
-    copy_text(rest, sizeof rest, directory + std::min(strlen(base->path), strlen(directory)));
-    copy_text(at, sizeof at, base->real);
+    known_to_fit(bounded_copy(rest, sizeof rest,
+                              directory + std::min(strlen(base->path), strlen(directory))));
+    known_to_fit(bounded_copy(at, sizeof at, base->real));
     char *state = nullptr;
     for (const char *component = strtok_r(rest, "/", &state); component != nullptr;
          component = strtok_r(nullptr, "/", &state))
@@ -58,7 +59,7 @@ bool parent_lies_below(base_directory *base, const char *path)
     if (strcmp(base->real, "/") == 0)
         return true;
     char parent[PATH_SIZE];
-    copy_text(parent, sizeof parent, path);
+    known_to_fit(bounded_copy(parent, sizeof parent, path));
     dirname(parent);
     if (base->parent[0] != '\0' && strcmp(parent, base->parent) == 0)
         return true;
@@ -66,7 +67,7 @@ bool parent_lies_below(base_directory *base, const char *path)
     const bool below =
         realpath(parent, real) != nullptr ? lies_below(base, real) : would_lie_below(base, parent);
     if (below)
-        copy_text(base->parent, sizeof base->parent, parent);
+        known_to_fit(bounded_copy(base->parent, sizeof base->parent, parent));
     return below;
 }
 

@@ -4,6 +4,7 @@
 #include "update/dtt_update/card_table.h"
 #include "update/dtt_update/device_messages.h"
 #include "update/dtt_update/service_run.h"
+#include "update/dtt_update_common/card_kinds.h"
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
 
@@ -13,44 +14,6 @@
 static constexpr int STAGE_PERCENT = 900; // of the run's 1000
 static constexpr int POLL_US = 10000;
 static constexpr int COMMAND_FLASH = 254;
-static constexpr unsigned char MCU_SLOT = 1;
-static constexpr unsigned short MODEL_FPGA = 0x100;
-static constexpr unsigned short MODEL_GOLDEN = 0x1ff;
-
-static constexpr int CARD_DONE = 0;
-static constexpr int CARD_FAILED = -2;
-
-// How each kind of firmware is asked for and reported. The MCU programs of all cards go out with
-// one slot and model: the card side tells them by their type.
-struct card_request {
-    int type;
-    unsigned char slot;
-    unsigned short model;
-    int step;
-    int failure;
-};
-
-static constexpr card_request REQUESTS[CARD_TYPES] = {
-    {ENTRY_INPUT_FPGA, FPGA_INPUT_SLOT, MODEL_FPGA, UPGD_INPUT_FPGA, UPGD_ERROR_INPUT_FPGA},
-    {ENTRY_INPUT_GOLDEN, FPGA_INPUT_SLOT, MODEL_GOLDEN, UPGD_INPUT_FPGAGOLDEN,
-     UPGD_ERROR_INPUT_FPGA},
-    {ENTRY_OUTPUT_FPGA, FPGA_OUTPUT_SLOT, MODEL_FPGA, UPGD_OUTPUT_FPGA, UPGD_ERROR_OUTPUT_FPGA},
-    {ENTRY_OUTPUT_GOLDEN, FPGA_OUTPUT_SLOT, MODEL_GOLDEN, UPGD_OUTPUT_FPGAGOLDEN,
-     UPGD_ERROR_OUTPUT_FPGA},
-    {ENTRY_VPU_FPGA, FPGA_VPU_SLOT, MODEL_FPGA, UPGD_VPU_FPGA, UPGD_ERROR_VPU_FPGA},
-    {ENTRY_VPU_GOLDEN, FPGA_VPU_SLOT, MODEL_GOLDEN, UPGD_VPU_FPGAGOLDEN, UPGD_ERROR_VPU_FPGA},
-    {ENTRY_INPUT_MCU, MCU_SLOT, 0, UPGD_INPUT_MCU, UPGD_ERROR_INPUT_MCU},
-    {ENTRY_OUTPUT_MCU, MCU_SLOT, 0, UPGD_OUTPUT_MCU, UPGD_ERROR_OUTPUT_MCU},
-    {ENTRY_VPU_MCU, MCU_SLOT, 0, UPGD_VPU_MCU, UPGD_ERROR_VPU_MCU},
-};
-
-static const card_request *find_request(int type)
-{
-    for (const card_request &request : REQUESTS)
-        if (request.type == type)
-            return &request;
-    return nullptr;
-}
 
 static bool has_file(const type_patch_t *row)
 {
@@ -65,12 +28,12 @@ static int count_files()
     return count;
 }
 
-static int send_request(const type_patch_t *row, const card_request *request)
+static int send_request(const type_patch_t *row, const card_kind *kind)
 {
     stPmdFile file = {};
     file.file_type = row->file_type;
     memcpy(file.file_patch, row->file_patch, sizeof file.file_patch);
-    return ipc_send_card_update(COMMAND_FLASH, request->slot, request->model, 0, sizeof file,
+    return ipc_send_card_update(COMMAND_FLASH, kind->slot, kind->model, 0, sizeof file,
                                 reinterpret_cast<unsigned char *>(&file));
 }
 
@@ -108,19 +71,19 @@ int update_all_UserFile(aptid_t uid, upgrade_msg_t *upgd_msg)
             TRACE("UPGD_ERROR_NODISK\n");
             return -1;
         }
-        const card_request *const request = find_request(row.file_type);
-        if (!has_file(&row) || request == nullptr)
+        const card_kind *const kind = find_card_kind(row.file_type);
+        if (!has_file(&row) || kind == nullptr)
             continue;
-        upgd_msg->update_param.value = request->step;
-        send_event(uid, upgd_msg);
-        const int sent = send_request(&row, request);
+        upgd_msg->update_param.value = kind->step;
+        send_run_event(uid, upgd_msg);
+        const int sent = send_request(&row, kind);
         if (sent != 0)
             return sent;
         TRACE("update %s\n", row.file_patch);
         const int percent = update_info->cur_percent;
         if (!wait_for_card(&row, pertime, update_info)) {
             TRACE("update %s error\n", row.file_patch);
-            send_result(uid, upgd_msg, request->failure);
+            send_result(uid, upgd_msg, kind->failure);
             return -1;
         }
         TRACE("update %s ok\n", row.file_patch);

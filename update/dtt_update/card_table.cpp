@@ -6,12 +6,13 @@
 
 #include <cstring>
 
-type_patch_t type_patch[CARD_TYPES] = {
-    {ENTRY_INPUT_FPGA, "", 6000, -1},  {ENTRY_INPUT_GOLDEN, "", 6000, -1},
-    {ENTRY_OUTPUT_FPGA, "", 6000, -1}, {ENTRY_OUTPUT_GOLDEN, "", 6000, -1},
-    {ENTRY_VPU_FPGA, "", 12000, -1},   {ENTRY_VPU_GOLDEN, "", 12000, -1},
-    {ENTRY_INPUT_MCU, "", 3000, -1},   {ENTRY_OUTPUT_MCU, "", 6000, -1},
-    {ENTRY_VPU_MCU, "", 3000, -1},
+// Its rows are counted against the declaration.
+type_patch_t type_patch[] = {
+    {ENTRY_INPUT_FPGA, "", 6000, CARD_NO_ANSWER},  {ENTRY_INPUT_GOLDEN, "", 6000, CARD_NO_ANSWER},
+    {ENTRY_OUTPUT_FPGA, "", 6000, CARD_NO_ANSWER}, {ENTRY_OUTPUT_GOLDEN, "", 6000, CARD_NO_ANSWER},
+    {ENTRY_VPU_FPGA, "", 12000, CARD_NO_ANSWER},   {ENTRY_VPU_GOLDEN, "", 12000, CARD_NO_ANSWER},
+    {ENTRY_INPUT_MCU, "", 3000, CARD_NO_ANSWER},   {ENTRY_OUTPUT_MCU, "", 6000, CARD_NO_ANSWER},
+    {ENTRY_VPU_MCU, "", 3000, CARD_NO_ANSWER},
 };
 
 static type_patch_t *find_row(int type)
@@ -47,7 +48,7 @@ void empty_UserFile_patch(void)
 {
     for (type_patch_t &row : type_patch) {
         memset(row.file_patch, 0, sizeof row.file_patch);
-        store_result(&row, -1);
+        store_result(&row, CARD_NO_ANSWER);
     }
 }
 
@@ -62,5 +63,5 @@ void set_update_card_result(int type, int result)
 int get_update_card_result(int type)
 {
     const type_patch_t *const row = find_row(type);
-    return row != nullptr ? __atomic_load_n(&row->result, __ATOMIC_RELAXED) : -1;
+    return row != nullptr ? __atomic_load_n(&row->result, __ATOMIC_RELAXED) : CARD_NO_ANSWER;
 }

@@ -4,16 +4,16 @@
 #ifndef DTT_UPDATE_CARD_TABLE_H
 #define DTT_UPDATE_CARD_TABLE_H
 
+#include "update/dtt_update_common/card_kinds.h"
+
 struct type_patch_t {
     int file_type;         // entry type, the row's key
     char file_patch[1024]; // path of the unpacked file; empty if there is nothing to flash
     int time;              // the card's time limit, in polls of 10 ms
-    int result;            // -1 nothing yet, 0 done, -2 failed; shared between threads
+    int result;            // CARD_... or any other; shared between threads
 };
 
-constexpr int CARD_TYPES = 9;
-
-// In the order in which the cards are flashed.
+// In the order in which the cards are flashed, a row for each kind.
 extern type_patch_t type_patch[CARD_TYPES];
 
 // Records `name` as the firmware file of `type`; the last file of a type wins. Returns 0, or -1 if

@@ -3,6 +3,7 @@
 
 #include "update/dtt_update_common/bounded_text.h"
 #include "update/dtt_update_common/command_words.h"
+#include "update/dtt_update_common/image_layout.h"
 #include "update/dtt_update_common/trace_log.h"
 
 #include <cstring>
@@ -15,7 +16,7 @@ static constexpr size_t MKDIR_PATH_MAX = MKDIR_COMMAND_SIZE - sizeof MKDIR_COMMA
 int _mkdir(const char *str)
 {
     char cmd[MKDIR_COMMAND_SIZE];
-    if (format_text(cmd, sizeof cmd, "%s%s", MKDIR_COMMAND, str))
+    if (bounded_format(cmd, sizeof cmd, "%s%s", MKDIR_COMMAND, str))
         my_system(cmd);
     else
         TRACE("path too long for a directory: %s\n", str);
@@ -24,7 +25,7 @@ int _mkdir(const char *str)
 
 void cut_link_filename(const char *s)
 {
-    char *const divider = s != nullptr ? const_cast<char *>(strrchr(s, ';')) : nullptr;
+    char *const divider = s != nullptr ? const_cast<char *>(strrchr(s, LINK_DIVIDER)) : nullptr;
     if (divider != nullptr)
         *divider = '\0';
 }
@@ -48,11 +49,11 @@ bool take_link_texts(const char *basename, const char *filename, link_texts *lin
 {
     link->name = "";
     link->target = "";
-    if (!copy_text(link->directory, sizeof link->directory, basename) ||
-        !copy_text(link->path, sizeof link->path, filename))
+    if (!bounded_copy(link->directory, sizeof link->directory, basename) ||
+        !bounded_copy(link->path, sizeof link->path, filename))
         return false;
     dirname(link->directory);
-    char *const divider = strrchr(link->path, ';');
+    char *const divider = strrchr(link->path, LINK_DIVIDER);
     if (divider != nullptr && divider[1] != '\0') {
         *divider = '\0';
         link->target = divider + 1;
@@ -63,8 +64,8 @@ bool take_link_texts(const char *basename, const char *filename, link_texts *lin
 
 bool link_command(const link_texts *link, char *cmd)
 {
-    return format_text(cmd, LINK_TEXT_SIZE, "cd /%s/ && /bin/ln -sf %s %s", link->directory,
-                       link->target, link->name);
+    return bounded_format(cmd, LINK_TEXT_SIZE, "cd /%s/ && /bin/ln -sf %s %s", link->directory,
+                          link->target, link->name);
 }
 
 int creat_link_file(char *basename, char *filename)

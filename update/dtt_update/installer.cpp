@@ -14,8 +14,6 @@
 
 // The lines of this file name the operation that the engines call.
 static constexpr char OPERATION[] = "update_LinuxFile";
-#define INSTALLER_LOG(...) PLATFORM_LOG_AS(OPERATION, __VA_ARGS__)
-#define INSTALLER_TRACE(...) TRACE_AS(OPERATION, __VA_ARGS__)
 
 static constexpr size_t COMMAND_SIZE = 128;
 static constexpr char MOUNT_POINT[] = "/mntker";
@@ -24,26 +22,26 @@ int ker_img_num = 0;
 
 static void command_too_long(const char *filename)
 {
-    INSTALLER_LOG("command too long for <%s>.", filename);
+    OPERATION_LOG("command too long for <%s>.", filename);
 }
 
 static int install_boot_loader(const char *filename)
 {
     if (access(filename, F_OK) != 0)
         return 0;
-    INSTALLER_TRACE(" ---------------------update uboot------------------\n");
+    OPERATION_TRACE(" ---------------------update uboot------------------\n");
     char cmdstr[COMMAND_SIZE];
-    if (!format_text(cmdstr, sizeof cmdstr, "dd if=%s of=/dev/mmcblk0p1", filename)) {
+    if (!bounded_format(cmdstr, sizeof cmdstr, "dd if=%s of=/dev/mmcblk0p1", filename)) {
         command_too_long(filename);
         return UPDATE_BOOT_FAILED;
     }
-    INSTALLER_TRACE(" cmdstr=%s \n", cmdstr);
-    INSTALLER_LOG("cmdstr: %s \n\n", cmdstr);
+    OPERATION_TRACE(" cmdstr=%s \n", cmdstr);
+    OPERATION_LOG("cmdstr: %s \n\n", cmdstr);
     if (my_system(cmdstr) == -1) {
-        INSTALLER_LOG("update faild!!: <%s>.\n", filename);
+        OPERATION_LOG("update faild!!: <%s>.\n", filename);
         return UPDATE_BOOT_FAILED;
     }
-    INSTALLER_TRACE(" update uboot ok .\n");
+    OPERATION_TRACE(" update uboot ok .\n");
     return 0;
 }
 
@@ -74,10 +72,10 @@ static mount_state look_at_mount_point()
 
 static int prepare_kernel_partition()
 {
-    INSTALLER_TRACE(" ---------------------update kernel------------------\n");
+    OPERATION_TRACE(" ---------------------update kernel------------------\n");
     const mount_state state = look_at_mount_point();
     if (state == MOUNT_TAKEN) {
-        INSTALLER_TRACE(" %s is mounted already.\n", MOUNT_POINT);
+        OPERATION_TRACE(" %s is mounted already.\n", MOUNT_POINT);
         return 0;
     }
     my_system(" /bin/mkdir -p /mntker");
@@ -85,11 +83,11 @@ static int prepare_kernel_partition()
     if (state == MOUNT_FREE)
         my_system(" /bin/rm -rf /mntker/*");
     if (my_system("/bin/mount /dev/mmcblk0p6 /mntker/") == -1) {
-        INSTALLER_LOG("/bin/mount /dev/mmcblk0p6 /mntker/ error. \n");
+        OPERATION_LOG("/bin/mount /dev/mmcblk0p6 /mntker/ error. \n");
         return UPDATE_KERNEL_FAILED;
     }
     // This line names another device than the command. Scripts read both texts as they are.
-    INSTALLER_TRACE(" /bin/mount /dev/mmcblk1p6 /mntker/ success.\n");
+    OPERATION_TRACE(" /bin/mount /dev/mmcblk1p6 /mntker/ success.\n");
     return 0;
 }
 
@@ -105,13 +103,13 @@ static bool is_kernel_file(const char *filename)
 static int copy_kernel_file(const char *filename)
 {
     char cmdstr[COMMAND_SIZE];
-    if (!format_text(cmdstr, sizeof cmdstr, "/bin/cp %s /mntker/ -rf", filename)) {
+    if (!bounded_format(cmdstr, sizeof cmdstr, "/bin/cp %s /mntker/ -rf", filename)) {
         command_too_long(filename);
         return UPDATE_KERNEL_FAILED;
     }
-    INSTALLER_LOG("cmdstr: %s \n\n", cmdstr);
+    OPERATION_LOG("cmdstr: %s \n\n", cmdstr);
     if (my_system(cmdstr) == -1) {
-        INSTALLER_LOG("/bin/cp %s /mntker/ error. \n", filename);
+        OPERATION_LOG("/bin/cp %s /mntker/ error. \n", filename);
         return UPDATE_KERNEL_FAILED;
     }
     return 0;
@@ -120,14 +118,14 @@ static int copy_kernel_file(const char *filename)
 static int install_kernel_file(const char *filename)
 {
     if (access(filename, F_OK) != 0) {
-        INSTALLER_TRACE(" filename(%s) can not access \n", filename);
+        OPERATION_TRACE(" filename(%s) can not access \n", filename);
         return 0;
     }
     // A file is copied after a failed mount too; the failure stands.
     const int prepared = ker_img_num == 0 ? prepare_kernel_partition() : 0;
     if (!is_kernel_file(filename))
         return prepared;
-    INSTALLER_TRACE("      kernel-%d(%s) \n", ker_img_num, filename);
+    OPERATION_TRACE("      kernel-%d(%s) \n", ker_img_num, filename);
     const int copied = copy_kernel_file(filename);
     // Counted whether it fails or not: the partition has been prepared for it.
     ker_img_num++;
@@ -155,7 +153,7 @@ int update_fw_version(update_header_t *pheader)
 {
     char command[256];
     // The field may lack a terminator.
-    format_text(command, sizeof command, "sysconfig set fw_version %.*s", IH_NMLEN,
-                reinterpret_cast<const char *>(pheader->ih_version));
+    known_to_fit(bounded_format(command, sizeof command, "sysconfig set fw_version %.*s", IH_NMLEN,
+                                reinterpret_cast<const char *>(pheader->ih_version)));
     return my_system(command);
 }

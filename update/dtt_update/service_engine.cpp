@@ -57,9 +57,9 @@ static int walk_entries(aptid_t uid, update_run *run)
             RUN_TRACE(run, "UPGD_ERROR_NODISK\n");
             return UPDATE_FAILED;
         }
-        const unsigned int done = static_cast<unsigned int>(run->progress->cur_nums);
-        const int ret =
-            unpack_entry(run, &walk, static_cast<int>(UNPACKING_PERCENT * done / count));
+        run->percent_written = static_cast<int>(
+            UNPACKING_PERCENT * static_cast<unsigned int>(run->progress->cur_nums) / count);
+        const int ret = unpack_entry(run, &walk);
         if (ret < 0) {
             report_entry(uid, ret);
             return ret;
@@ -89,7 +89,7 @@ static int unpack_image(aptid_t uid, update_run *run)
     get_upgd_msg()->update_param.value = UPGD_CTRL;
     ker_img_num = 0;
     run->progress->cur_percent = 0;
-    send_event(uid, get_upgd_msg());
+    send_run_event(uid, get_upgd_msg());
     begin_unpacking(run);
 
     const int ret = walk_entries(uid, run);

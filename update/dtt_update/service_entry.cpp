@@ -59,7 +59,8 @@ int do_update_runcmd(char *update_file, int mode, char * /*force_base_dir*/)
     if (update_file == nullptr)
         return 0;
     char cmd[256];
-    if (format_text(cmd, sizeof cmd, "/usr/qrx310/bin/img_deploy -u %s -m %d", update_file, mode))
+    if (bounded_format(cmd, sizeof cmd, "/usr/qrx310/bin/img_deploy -u %s -m %d", update_file,
+                       mode))
         my_system(cmd);
     else
         PLATFORM_LOG("command too long for <%s>.", update_file);
@@ -74,7 +75,7 @@ int kill_task(void)
         char cmd[1024] = "/nand/usr/lmt240/bin/telapnet tmd kall  2>&1";
         // This task is asked to end and take its children along.
         if (strcmp(tasks[i], "aptid") != 0)
-            format_text(cmd, sizeof cmd, "killall -9 %s  2>&1", tasks[i]);
+            known_to_fit(bounded_format(cmd, sizeof cmd, "killall -9 %s  2>&1", tasks[i]));
         if (my_system(cmd) != 0)
             PLATFORM_LOG("kill NG. %s", tasks[i]);
     }

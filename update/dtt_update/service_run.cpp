@@ -26,7 +26,7 @@ void set_usb_status(BOOL b)
     __atomic_store_n(&gbUsbStatus, b, __ATOMIC_RELAXED);
 }
 
-void send_event(aptid_t uid, upgrade_msg_t *msg)
+void send_run_event(aptid_t uid, upgrade_msg_t *msg)
 {
     ipc_event_send_upgmsg(uid, msg, LABEL_MSG, LABEL_UDISK_FWARE_UPDATE);
 }
@@ -34,7 +34,7 @@ void send_event(aptid_t uid, upgrade_msg_t *msg)
 void send_result(aptid_t uid, upgrade_msg_t *msg, int code)
 {
     msg->upgrade_info.result = code;
-    send_event(uid, msg);
+    send_run_event(uid, msg);
 }
 
 void report_failure(aptid_t uid, upgrade_msg_t *msg, int code)

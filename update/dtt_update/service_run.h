@@ -8,7 +8,7 @@
 
 // Sends the run's message as it stands to the task `uid`. An event that is lost does not hold the
 // run up.
-void send_event(aptid_t uid, upgrade_msg_t *msg);
+void send_run_event(aptid_t uid, upgrade_msg_t *msg);
 
 // Sets the run's result to `code` and sends the event.
 void send_result(aptid_t uid, upgrade_msg_t *msg, int code);

@@ -52,7 +52,7 @@ static image_refusal open_file(update_run *run, const char *update_file)
 
 static image_refusal check_header(update_run *run, off_t length)
 {
-    image *const img = &run->img;
+    image_file *const img = &run->img;
     RUN_LOG(run, "fread update_file ...");
     if (full_pread(img->fd, &img->header, sizeof img->header, 0) != sizeof img->header) {
         RUN_LOG(run, "fread update_header error.");
@@ -101,7 +101,7 @@ static image_refusal enter_base_dir(update_run *run, const char *force_base_dir)
         return IMAGE_NO_BASE_DIR;
     }
     if (force_base_dir != nullptr) {
-        if (!copy_text(u_base_dir, PATH_SIZE, force_base_dir)) {
+        if (!bounded_copy(u_base_dir, PATH_SIZE, force_base_dir)) {
             RUN_LOG(run, "chdir(%s) Failed", force_base_dir);
             return IMAGE_NO_BASE_DIR;
         }

@@ -34,7 +34,7 @@ static bool is_subdirectory(struct arena *ap, size_t len, size_t rem, const dire
         return false;
     if (strcmp(item->d_name, ".") == 0 || strcmp(item->d_name, "..") == 0)
         return false;
-    if (!copy_text(ap->devpath + len, rem + 1, item->d_name))
+    if (!bounded_copy(ap->devpath + len, rem + 1, item->d_name))
         return false;
     return lstat(ap->devpath, &ap->st) == 0 && S_ISDIR(ap->st.st_mode);
 }
@@ -96,12 +96,12 @@ int find_dir(update_header_t *pheader, char *base_dir)
     }
     struct arena ap = {};
     const char *const start = place2dir(static_cast<int>(ntohl(pheader->ih_place)));
-    copy_text(ap.devpath, sizeof ap.devpath, start);
+    known_to_fit(bounded_copy(ap.devpath, sizeof ap.devpath, start));
     // The field may lack a terminator.
     char update_dir[IH_NMLEN + 1] = "";
     memcpy(update_dir, pheader->ih_update_dir, IH_NMLEN);
     const bool hit = _find_dir(&ap, update_dir) == 0;
-    copy_text(base_dir, PATH_SIZE, hit ? ap.devpath : start);
+    known_to_fit(bounded_copy(base_dir, PATH_SIZE, hit ? ap.devpath : start));
     PLATFORM_LOG("update dir is <%s>.", base_dir);
     return 0;
 }

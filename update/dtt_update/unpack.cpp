@@ -65,14 +65,14 @@ static int take_entry(update_run *run, entry_walk *walk, image_entry *entry, cha
     const char *fault = read_entry(walk, entry);
     if (fault != nullptr) {
         // It would have gone somewhere below this directory.
-        copy_text(basename, PATH_SIZE, run->base.path);
+        known_to_fit(bounded_copy(basename, PATH_SIZE, run->base.path));
     } else {
         target_path(run, entry, basename);
         if (basename[0] != '\0') {
             fault = entry_fault(run, entry, basename);
         } else {
             fault = "its path is too long";
-            copy_text(basename, PATH_SIZE, entry->name);
+            known_to_fit(bounded_copy(basename, PATH_SIZE, entry->name));
         }
     }
     if (fault == nullptr)
@@ -98,52 +98,61 @@ static int make_way(const char *path)
     return 0;
 }
 
-// Makes the parent directory, announces the entry, and makes way for its file. A directory entry is
-// made here whole. Returns 0 or -1.
-static int prepare_entry(update_run *run, image_entry *entry, const char *basename)
+static void announce(const update_run *run, const image_entry *entry, const char *basename)
 {
-    mkdir_base_dir(run->base.path, entry->name);
-    if (entry->type == ENTRY_DIRECTORY)
-        _mkdir(basename);
     const int number = static_cast<int>(entry->number);
     // Standard error is not buffered: what stands in standard output's buffer happened earlier.
     fflush(stdout);
     fprintf(stderr, "(num-%d)%s type(%d), size(%d)\n", number, basename, entry->type,
             entry->file_size);
     RUN_LOG(run, "(num-%d)%s type(%d), size(%d)", number, basename, entry->type, entry->file_size);
-    if (entry->type == ENTRY_DIRECTORY || make_way(basename) == 0)
-        return 0;
-    RUN_TRACE(run, "in the way and not to be removed: %s\n", basename);
-    return -1;
+}
+
+// Returns 0, or -1 if the directory is not there then. A link that leads to one serves as well.
+static int unpack_directory(update_run *run, const image_entry *entry, const char *basename)
+{
+    _mkdir(basename);
+    announce(run, entry, basename);
+    run->progress->cur_percent = run->percent_written;
+    struct stat st;
+    return stat(basename, &st) == 0 && S_ISDIR(st.st_mode) ? 0 : -1;
 }
 
 // A file that has been cut short reads as zeros from its new end to the end of that page: what has
 // been written from there is not the image's data.
-static bool still_holds(const image *img, const image_entry *entry)
+static bool still_holds(const image_file *img, const image_entry *entry)
 {
     struct stat st;
     const off_t end = static_cast<off_t>(entry->data_offset) + entry->file_size;
     return fstat(img->fd, &st) == 0 && st.st_size >= end;
 }
 
-// A link that leads to a directory serves as one.
-static bool is_directory(const char *path)
+// Writes the data to a new file; a link gets an empty one in its place. Returns 0 or -1.
+static int unpack_file(update_run *run, const image_entry *entry, const char *basename)
 {
-    struct stat st;
-    return stat(path, &st) == 0 && S_ISDIR(st.st_mode);
-}
-
-// Writes the entry's data to its new file; a link gets an empty file in its place. Returns 0 or -1.
-static int write_entry(const update_run *run, const image_entry *entry, const char *basename)
-{
-    if (entry->type == ENTRY_DIRECTORY)
-        return is_directory(basename) ? 0 : -1;
-    if (copy_file(run->mapping + entry->data_offset, basename, entry->file_size) != 0)
+    announce(run, entry, basename);
+    const int way = make_way(basename);
+    run->progress->cur_percent = run->percent_written;
+    if (way != 0)
+        RUN_TRACE(run, "in the way and not to be removed: %s\n", basename);
+    if (way != 0 || copy_file(run->mapping + entry->data_offset, basename, entry->file_size) != 0)
         return -1;
     if (still_holds(&run->img, entry))
         return 0;
     damaged_entry(run, entry, "the image has shrunk");
     return -1;
+}
+
+// Returns 0, or -1 if the entry is damaged or can't be brought to `basename`.
+static int bring_entry(update_run *run, entry_walk *walk, image_entry *entry, char *basename)
+{
+    if (take_entry(run, walk, entry, basename) != 0) {
+        run->progress->cur_percent = run->percent_written;
+        return -1;
+    }
+    mkdir_base_dir(run->base.path, entry->name);
+    return entry->type == ENTRY_DIRECTORY ? unpack_directory(run, entry, basename)
+                                          : unpack_file(run, entry, basename);
 }
 
 // Makes the link of a link entry. One that could not be made fails no run, but is not passed over:
@@ -159,14 +168,11 @@ static void make_link(update_run *run, image_entry *entry, char *basename)
     unlink(basename);
 }
 
-int unpack_entry(update_run *run, entry_walk *walk, int percent)
+int unpack_entry(update_run *run, entry_walk *walk)
 {
     image_entry entry;
     char basename[PATH_SIZE];
-    const bool ready =
-        take_entry(run, walk, &entry, basename) == 0 && prepare_entry(run, &entry, basename) == 0;
-    run->progress->cur_percent = percent;
-    if (!ready || write_entry(run, &entry, basename) != 0) {
+    if (bring_entry(run, walk, &entry, basename) != 0) {
         say_copy_failed(run, basename);
         return UPDATE_COPY_FAILED;
     }

@@ -4,14 +4,15 @@
 #define DTT_UPDATE_UPDATE_RUN_H
 
 #include "update/dtt_update/base_directory.h"
-#include "update/dtt_update/image_reader.h"
+#include "update/dtt_update_common/image_reader.h"
 #include "upgrade_info.h"
 
 struct update_run {
     const char *engine;       // name of the operation that was called
     upgrade_info_t *progress; // the engine's own, for others to read meanwhile
-    image img;                // `fd` is -1 while it is not open
+    image_file img;           // `fd` is -1 while it is not open
     const char *mapping;      // of the whole image, for write(2) alone
+    int percent_written;      // what `cur_percent` becomes when the data of an entry is written
     base_directory base;      // to unpack below, entered when the image is taken
     int base_fd;              // the same, open while entries are written
 };

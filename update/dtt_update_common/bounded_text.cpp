@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
-bool copy_text(char *buf, size_t size, const char *text)
+bool bounded_copy(char *buf, size_t size, const char *text)
 {
     const size_t len = strlen(text);
     if (len >= size) {
@@ -16,7 +16,7 @@ bool copy_text(char *buf, size_t size, const char *text)
     return true;
 }
 
-bool format_text(char *buf, size_t size, const char *format, ...)
+bool bounded_format(char *buf, size_t size, const char *format, ...)
 {
     va_list args;
     va_start(args, format);

@@ -1,12 +1,12 @@
 // Appending entries to an image that is being built.
 #include "update/dtt_update_common/entry_writer.h"
 
+#include "update/dtt_update_common/image_layout.h"
 #include "update/dtt_update_common/path_operations.h"
 #include "update/dtt_update_common/raw_io.h"
 #include "update/dtt_update_common/trace_log.h"
 #include "update_header.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -14,20 +14,25 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-static constexpr size_t TYPE_AND_SIZE = 5; // bytes between an entry's name and its data
+// Most lines of this file name the operation that was called.
+static constexpr char OPERATION[] = "write_file";
 
-static long long image_length = 0;
-static bool image_broken = false;
+// The image that is being built. One build at a time: write_file is given no more than its file.
+struct image_build {
+    long long length; // bytes so far
+    bool broken;
+};
+
+static image_build build;
 
 void begin_image(void)
 {
-    image_length = sizeof(update_header_t);
-    image_broken = false;
+    build = {sizeof(update_header_t), false};
 }
 
 bool image_is_broken(void)
 {
-    return image_broken;
+    return build.broken;
 }
 
 char *first_char_is(const char *s, int c)
@@ -44,7 +49,7 @@ char *first_char_is(const char *s, int c)
 // taken for its name.
 static const char *entry_name(const char *text, bool link)
 {
-    const char *divider = link ? strrchr(text, ';') : nullptr;
+    const char *divider = link ? strrchr(text, LINK_DIVIDER) : nullptr;
     const char *end = divider != nullptr ? divider : text + strlen(text);
     const char *name = first_char_is(text, '/');
     if (name != nullptr && name <= end)
@@ -57,17 +62,14 @@ static const char *entry_name(const char *text, bool link)
 int break_image(const char *func, const char *path, int error)
 {
     TRACE_AS(func, "image is incomplete at `%s': %s\n", path, strerror(error));
-    image_broken = true;
+    build.broken = true;
     errno = error;
     return -1;
 }
 
-// The lines of an entry name the operation that was called.
-#define ENTRY_TRACE(...) TRACE_AS("write_file", __VA_ARGS__)
-
 static int break_entry(const char *path, int error)
 {
-    return break_image("write_file", path, error);
+    return break_image(OPERATION, path, error);
 }
 
 static int append_data(int dst_fd, int fd, const char *path, off_t size)
@@ -76,13 +78,13 @@ static int append_data(int dst_fd, int fd, const char *path, off_t size)
     void *data = mmap(nullptr, len, PROT_READ, MAP_SHARED, fd, 0);
     if (data == MAP_FAILED) {
         const int error = errno;
-        ENTRY_TRACE("mmap failed `%s(size=%d)'\n", path, static_cast<int>(size));
+        OPERATION_TRACE("mmap failed `%s(size=%d)'\n", path, static_cast<int>(size));
         return break_entry(path, error);
     }
     int status = 0;
     if (bb_full_write(dst_fd, data, len) < 0) {
         const int error = errno;
-        ENTRY_TRACE("bb_full_write failed `%s(size=%d)'\n", path, static_cast<int>(size));
+        OPERATION_TRACE("bb_full_write failed `%s(size=%d)'\n", path, static_cast<int>(size));
         status = break_entry(path, error);
     }
     munmap(data, len);
@@ -104,18 +106,16 @@ static int append_entry(int dst_fd, int fd, int type, const char *path, const ch
     if (name_len > PATH_SIZE)
         return break_entry(path, ENAMETOOLONG);
     const size_t head_len = name_len + TYPE_AND_SIZE;
-    if (data_size > IMAGE_SIZE_MAX - image_length - static_cast<long long>(head_len))
+    if (data_size > IMAGE_SIZE_MAX - build.length - static_cast<long long>(head_len))
         return break_entry(path, EFBIG);
 
-    const uint32_t be_size = htonl(static_cast<uint32_t>(data_size));
     memcpy(head, name, name_len);
-    head[name_len] = static_cast<char>(type);
-    memcpy(head + name_len + 1, &be_size, sizeof be_size);
+    store_type_and_size(head + name_len, type, static_cast<uint32_t>(data_size));
     if (bb_full_write(dst_fd, head, head_len) < 0)
         return break_entry(path, errno);
     if (!link && append_data(dst_fd, fd, path, data_size) != 0)
         return -1;
-    image_length += static_cast<long long>(head_len) + data_size;
+    build.length += static_cast<long long>(head_len) + data_size;
     return 0;
 }
 

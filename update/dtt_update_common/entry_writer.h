@@ -7,9 +7,6 @@
 // Size of the buffer for a link's "path;target" text, terminator included.
 constexpr size_t LINK_NAME_SIZE = 128;
 
-// Largest image in bytes: sizes are handled as signed 32-bit numbers by every reader.
-constexpr long long IMAGE_SIZE_MAX = 0x7FFFFFFF;
-
 // Starts the bookkeeping of a new image, which holds the header alone. Every walk does it.
 void begin_image(void);
 
@@ -18,8 +15,9 @@ void begin_image(void);
 // line has told why.
 bool image_is_broken(void);
 
-// Ends the image at `path` with the errno `error`, in the name of the operation `func`: it holds
-// half an entry, or lacks what nobody would miss. Returns -1, with `error` in errno.
+// Gives the image up at `path` with the errno `error`, in the name of the operation `func`: it
+// holds half an entry, or would lack a part of the tree without a word. Returns -1, with `error` in
+// errno.
 int break_image(const char *func, const char *path, int error);
 
 // Appends one entry of type `type` for the file or link at `path` to `dst_fd`. For a link,

@@ -12,7 +12,8 @@ char *concat_path_file(const char *path, const char *filename, char *outbuf)
     while (*filename == '/')
         filename++;
     const char *divider = last_char_is(path, '/') != nullptr ? "" : "/";
-    format_text(outbuf, PATH_SIZE, "%s%s%s", path, divider, filename);
+    // What does not fit is told by the empty text.
+    static_cast<void>(bounded_format(outbuf, PATH_SIZE, "%s%s%s", path, divider, filename));
     return outbuf;
 }
 

@@ -22,6 +22,9 @@ constexpr std::string_view source_directory(std::string_view file)
 
 #define TRACE(...) TRACE_AS(__func__, __VA_ARGS__)
 
+// For a file whose lines all name one operation, which it defines as OPERATION.
+#define OPERATION_TRACE(...) TRACE_AS(OPERATION, __VA_ARGS__)
+
 // For code that two engines share and that logs in the name of the one that runs.
 #define TRACE_AS(func, ...) trace_line(source_directory(__FILE__), func, __LINE__, __VA_ARGS__)
 

@@ -13,7 +13,7 @@ static constexpr int REMOVAL_TRIES = 3;
 int set_update_flag(char *flag_file, int value)
 {
     char cmd[128] = "";
-    if (!format_text(cmd, sizeof cmd, "/bin/echo %d > %s", value, flag_file)) {
+    if (!bounded_format(cmd, sizeof cmd, "/bin/echo %d > %s", value, flag_file)) {
         TRACE("update flag path too long: %s\n", flag_file);
         return -1;
     }
@@ -24,7 +24,7 @@ int set_update_flag(char *flag_file, int value)
         TRACE("run cmd = %s .\n", cmd);
         const bool exists = access(flag_file, F_OK) == 0;
         if (!exists) {
-            format_text(cmd, sizeof cmd, "/bin/touch  %s", flag_file);
+            known_to_fit(bounded_format(cmd, sizeof cmd, "/bin/touch  %s", flag_file));
             PLATFORM_LOG("%s", cmd);
             my_system(cmd);
             TRACE("%s \n", cmd);
@@ -32,12 +32,12 @@ int set_update_flag(char *flag_file, int value)
         if (!exists || value != UPDATE_FLAG_STARTED || removals == REMOVAL_TRIES)
             break;
         TRACE("upgrade NG, rm temp file .\n");
-        format_text(cmd, sizeof cmd, "/bin/rm -rf %s", flag_file);
+        known_to_fit(bounded_format(cmd, sizeof cmd, "/bin/rm -rf %s", flag_file));
         TRACE("run cmd = %s .\n", cmd);
         my_system(cmd);
     }
 
-    format_text(cmd, sizeof cmd, "/bin/echo %d > %s", value, flag_file);
+    known_to_fit(bounded_format(cmd, sizeof cmd, "/bin/echo %d > %s", value, flag_file));
     PLATFORM_LOG("%s", cmd);
     my_system(cmd);
     return 0;

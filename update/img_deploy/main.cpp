@@ -1,7 +1,7 @@
 // img_deploy: builds update images and applies them.
 #include "update/dtt_create/create_image.h"
 #include "update/dtt_update/apply_engine.h"
-#include "update/dtt_update/image_check.h"
+#include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update/dtt_update_common/update_flag.h"
 #include "update_service.h"

@@ -1,11 +1,13 @@
 // A service update, with all that the resident service has to see to: the USB flag, the mailboxes
 // of the events and of the card update requests, and the answers of the cards.
+#include "companions/upgd_service/commands.h"
+#include "companions/upgd_service/console.h"
+#include "companions/upgd_service/disk_watch.h"
+#include "companions/upgd_service/exit_status.h"
 #include "platform/mailbox.h"
-#include "service/commands.h"
-#include "service/console.h"
-#include "service/disk_watch.h"
-#include "update/dtt_update/image_check.h"
+#include "update/dtt_update_common/card_kinds.h"
 #include "update/dtt_update_common/command_words.h"
+#include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update_service.h"
 
@@ -13,14 +15,19 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 static constexpr int WATCH_US = 100000;
-static constexpr int INTERRUPTED = 130;
 static constexpr size_t THREADS = 4;
+
+// Room for words that are put together.
+struct step_text {
+    char words[64];
+};
 
 // What the threads of a run share.
 struct update_run {
@@ -32,39 +39,48 @@ struct update_run {
     std::atomic<bool> interrupted{false};
 };
 
-static const char *step_words(int step)
+// What a run is at, in words. Returns `text`.
+static const char *step_words(int step, step_text *text)
 {
-    static constexpr const char *WORDS[] = {
-        "starting",         "checking the image",      "unpacking",
-        "input card FPGA",  "input card golden FPGA",  "input card MCU",
-        "output card FPGA", "output card golden FPGA", "output card MCU",
-        "video card FPGA",  "video card golden FPGA",  "video card MCU"};
-    constexpr int count = sizeof WORDS / sizeof WORDS[0];
-    return WORDS[step >= 0 && step < count ? step : 0];
+    for (const card_kind &kind : CARD_KINDS) {
+        if (kind.step != step)
+            continue;
+        snprintf(text->words, sizeof text->words, "%s %s", kind.card, kind.part);
+        return text->words;
+    }
+    return step == UPGD_CTRL ? "unpacking" : step == UPGD_START ? "checking the image" : "starting";
 }
 
-static const char *result_words(int result)
+// What a run has failed of, in words. An FPGA image and its golden one share a result.
+static const char *result_words(int result, step_text *text)
 {
-    static constexpr const char *WORDS[] = {
-        "no failure",
-        "success",
-        "failed",
-        "the disk is gone",
-        "there is no such file",
-        "it can't be opened",
-        "it was refused: no whole update image, or no directory for it",
-        "it can't be mapped",
-        "an entry can't be written, or the image is damaged",
-        "the boot loader can't be installed",
-        "the kernel can't be installed",
-        "the input card's FPGA was not flashed",
-        "the input card's MCU was not flashed",
-        "the output card's FPGA was not flashed",
-        "the output card's MCU was not flashed",
-        "the video card's FPGA was not flashed",
-        "the video card's MCU was not flashed"};
-    constexpr int count = sizeof WORDS / sizeof WORDS[0];
-    return WORDS[result >= 0 && result < count ? result : UPGD_ERROR];
+    for (const card_kind &kind : CARD_KINDS) {
+        if (kind.failure != result)
+            continue;
+        snprintf(text->words, sizeof text->words, "the %s's %s was not flashed", kind.card,
+                 kind.part);
+        return text->words;
+    }
+    switch (result) {
+    case UPGD_ERROR_NODISK:
+        return "the disk is gone";
+    case UPGD_ERROR_FILENOTEXIST:
+        return "there is no such file";
+    case UPGD_ERROR_FILECHECK:
+        return "it can't be opened";
+    case UPGD_ERROR_FILEPARSE:
+        return "it was refused: no whole update image, or no directory for it";
+    case UPGD_ERROR_MMAP:
+        return "it can't be mapped";
+    case UPGD_ERROR_COPY:
+        return "an entry can't be written, or the image is damaged";
+    case UPGD_ERROR_BOOT:
+        return "the boot loader can't be installed";
+    case UPGD_ERROR_KERNEL:
+        return "the kernel can't be installed";
+    default:
+        return "failed";
+    }
 }
 
 // Returns the mailbox, or -1 with a sentence. One that somebody reads is not taken away.
@@ -116,12 +132,14 @@ static void *receive_events(void *argument)
         const int result = event.upgrade_info.result;
         if (run->interrupted && result == UPGD_ERROR_NODISK)
             continue; // that is how the run was told
+        step_text step;
+        step_text failure;
+        const char *const words = step_words(event.update_param.value, &step);
+        const int percent = event.upgrade_info.cur_percent / 10;
         if (result == UPGD_NORNAL)
-            say("%3d %%  %s", event.upgrade_info.cur_percent / 10,
-                step_words(event.update_param.value));
+            say("%3d %%  %s", percent, words);
         else
-            say("%3d %%  %s: %s", event.upgrade_info.cur_percent / 10,
-                step_words(event.update_param.value), result_words(result));
+            say("%3d %%  %s: %s", percent, words, result_words(result, &failure));
     }
     return nullptr;
 }
@@ -130,16 +148,17 @@ static int answer_for_card(const update_run *run, stPmdFile *file)
 {
     // The flashing tools are called by a shell, and anyone may have sent the request.
     if (!means_itself(file->file_patch))
-        return -2;
+        return CARD_FAILED;
     switch (run->cards.mode) {
     case CARDS_SIMULATE:
         for (int us = 0; us < run->cards.number * 1000000 && !run->ended; us += WATCH_US)
             usleep(WATCH_US);
-        return 0;
+        return CARD_DONE;
     case CARDS_FAIL:
-        return file->file_type == run->cards.number ? -2 : 0;
+        return file->file_type == run->cards.number ? CARD_FAILED : CARD_DONE;
     default:
-        return update_one_UserFile(file->file_type, file->file_patch) == 0 ? 0 : -2;
+        return update_one_UserFile(file->file_type, file->file_patch) == 0 ? CARD_DONE
+                                                                           : CARD_FAILED;
     }
 }
 
@@ -165,10 +184,12 @@ static void *watch_run(void *argument)
     while (!run->ended) {
         set_usb_status(!run->interrupted && disk_is_there(&run->image) ? TRUE : FALSE);
         const upgrade_info_t *const info = &msg->upgrade_info;
-        show_progress(step_words(__atomic_load_n(&msg->update_param.value, __ATOMIC_RELAXED)),
-                      __atomic_load_n(&info->cur_percent, __ATOMIC_RELAXED),
-                      __atomic_load_n(&info->cur_nums, __ATOMIC_RELAXED),
-                      __atomic_load_n(&info->file_nums, __ATOMIC_RELAXED));
+        step_text step;
+        show_progress(
+            step_words(__atomic_load_n(&msg->update_param.value, __ATOMIC_RELAXED), &step),
+            __atomic_load_n(&info->cur_percent, __ATOMIC_RELAXED),
+            __atomic_load_n(&info->cur_nums, __ATOMIC_RELAXED),
+            __atomic_load_n(&info->file_nums, __ATOMIC_RELAXED));
         usleep(WATCH_US);
     }
     return nullptr;
@@ -197,7 +218,7 @@ static void *take_interrupts(void *argument)
     sigwait(&signals, &signal);
     end_progress();
     close_mailboxes(run);
-    _exit(INTERRUPTED);
+    _exit(SERVICE_INTERRUPTED);
 }
 
 // Starts the threads beside the run's. Returns how many there are, with a sentence if it is not
@@ -267,11 +288,12 @@ int update_command(const char *image, char *dir, card_choice cards)
         return SERVICE_WELL;
     }
     end_progress();
+    step_text failure;
     if (run.interrupted)
         complain("%s: interrupted: what was written stays", image);
     else if (info->result == UPGD_NORNAL)
         complain("%s: a card could not be asked: %s", image, strerror(-ret));
     else
-        complain("%s: %s", image, result_words(info->result));
-    return run.interrupted ? INTERRUPTED : SERVICE_FAILED;
+        complain("%s: %s", image, result_words(info->result, &failure));
+    return run.interrupted ? SERVICE_INTERRUPTED : SERVICE_FAILED;
 }

@@ -1,6 +1,7 @@
 // Watching an apply run of the command-line tool in another process, through its progress block.
-#include "service/commands.h"
-#include "service/console.h"
+#include "companions/upgd_service/commands.h"
+#include "companions/upgd_service/console.h"
+#include "companions/upgd_service/exit_status.h"
 #include "upgrade_info.h"
 
 #include <cerrno>

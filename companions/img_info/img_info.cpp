@@ -1,7 +1,8 @@
 // img_info: looks into an update image.
-#include "tools/img_info.h"
+#include "companions/img_info/img_info.h"
 
-#include "update/dtt_update/image_check.h"
+#include "companions/text/shown_text.h"
+#include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/raw_io.h"
 
 #include <arpa/inet.h>
@@ -28,11 +29,15 @@ void complain(const char *name, const char *format, ...)
 {
     // What has been shown so far stands ahead of it.
     fflush(stdout);
-    fprintf(stderr, "img_info: %s: ", name);
+    char text[4096];
     va_list args;
     va_start(args, format);
-    vfprintf(stderr, format, args);
+    vsnprintf(text, sizeof text, format, args);
     va_end(args);
+    fputs("img_info: ", stderr);
+    print_shown(stderr, name, strlen(name));
+    fputs(": ", stderr);
+    print_shown(stderr, text, strlen(text));
     fputc('\n', stderr);
 }
 
@@ -93,14 +98,14 @@ static int spool_standard_input()
 }
 
 // Opens the image and reads its header. Returns 0, or -1 with a sentence about what is wrong.
-static int open_image(opened_image *opened)
+static int open_named(named_image *opened)
 {
     const bool standard_input = strcmp(opened->name, "-") == 0;
     if (standard_input)
         opened->name = "standard input";
     const int fd = standard_input ? spool_standard_input()
                                   : open(opened->name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    const char *const fault = fd < 0 ? strerror(errno) : take_opened(fd, &opened->img);
+    const char *const fault = fd < 0 ? strerror(errno) : examine_image(fd, &opened->img);
     if (fault == nullptr)
         return 0;
     complain(opened->name, "%s", fault);
@@ -138,10 +143,10 @@ int main(int argc, char **argv)
     const bool extract = dir != nullptr;
     if (optind >= argc || (!extract && optind + 1 < argc) || (extract && (json || verify)))
         bad_call();
-    opened_image opened = {argv[optind], {}};
+    named_image opened = {argv[optind], {}};
     if (extract && strcmp(opened.name, "-") == 0)
         bad_call();
-    if (open_image(&opened) != 0)
+    if (open_named(&opened) != 0)
         return INFO_UNUSABLE;
 
     int status;

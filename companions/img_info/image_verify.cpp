@@ -1,7 +1,9 @@
 // Testing all that the image format promises.
-#include "tools/img_info.h"
+#include "companions/img_info/img_info.h"
 
-#include "update/dtt_update/image_check.h"
+#include "companions/text/json.h"
+#include "companions/text/shown_text.h"
+#include "update/dtt_update_common/image_check.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -27,14 +29,15 @@ static void add_finding(findings *found, const char *format, ...)
     va_end(args);
     if (found->json) {
         fputs(found->count > 0 ? "," : "", stdout);
-        print_json_text(text, std::min(static_cast<size_t>(std::max(len, 0)), sizeof text - 1));
+        print_json_text(stdout, text,
+                        std::min(static_cast<size_t>(std::max(len, 0)), sizeof text - 1));
     } else {
         printf("%s: %s\n", found->name, text);
     }
     found->count++;
 }
 
-static void verify_entries(const image *img, findings *found)
+static void verify_entries(const image_file *img, findings *found)
 {
     entry_walk walk;
     start_walk(&walk, img);
@@ -55,9 +58,9 @@ static void verify_entries(const image *img, findings *found)
         add_finding(found, "the header counts %u entries, the body has %u", count, walk.number);
 }
 
-int verify_image(const opened_image *opened, bool json)
+int verify_image(const named_image *opened, bool json)
 {
-    const image *const img = &opened->img;
+    const image_file *const img = &opened->img;
     findings found = {opened->name, json, 0};
     if (json)
         fputs("{\"findings\":[", stdout);

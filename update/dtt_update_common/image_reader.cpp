@@ -1,17 +1,15 @@
 // Reading an image that may be damaged, and whose disk may be pulled while it is read.
-#include "update/dtt_update/image_reader.h"
+#include "update/dtt_update_common/image_reader.h"
 
+#include "update/dtt_update_common/image_layout.h"
 #include "update/dtt_update_common/raw_io.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
-#include <climits>
 #include <cstring>
 
-static constexpr size_t TYPE_AND_SIZE = 5; // bytes between an entry's name and its data
 static_assert(sizeof entry_walk::window >= PATH_SIZE + TYPE_AND_SIZE, "holds the longest head");
 
-void start_walk(entry_walk *walk, const image *source)
+void start_walk(entry_walk *walk, const image_file *source)
 {
     walk->source = source;
     walk->number = 0;
@@ -79,14 +77,12 @@ const char *read_entry(entry_walk *walk, image_entry *entry)
     }
     const char *const head = window_at_next(walk);
     uint32_t data_size;
-    memcpy(&data_size, head + name_size + 1, sizeof data_size);
-    data_size = ntohl(data_size);
+    load_type_and_size(head + name_size, &entry->type, &data_size);
     const uint32_t data_offset = walk->next + static_cast<uint32_t>(name_size + TYPE_AND_SIZE);
-    if (data_size > walk->source->size - data_offset || data_size > INT_MAX)
+    if (data_size > walk->source->size - data_offset || data_size > IMAGE_SIZE_MAX)
         return "it runs past the end of the image";
 
     memcpy(entry->name, head, name_size);
-    entry->type = static_cast<unsigned char>(head[name_size]);
     entry->file_size = static_cast<int>(data_size);
     entry->data_offset = data_offset;
     walk->number++;
@@ -96,7 +92,8 @@ const char *read_entry(entry_walk *walk, image_entry *entry)
 
 size_t entry_path_length(const image_entry *entry)
 {
-    const char *const divider = entry->type == ENTRY_LINK ? strrchr(entry->name, ';') : nullptr;
+    const char *const divider =
+        entry->type == ENTRY_LINK ? strrchr(entry->name, LINK_DIVIDER) : nullptr;
     return divider != nullptr ? static_cast<size_t>(divider - entry->name) : strlen(entry->name);
 }
 

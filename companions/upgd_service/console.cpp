@@ -1,8 +1,13 @@
 // What a person sees.
-#include "service/console.h"
+#include "companions/upgd_service/console.h"
+
+#include "companions/text/shown_text.h"
+#include "companions/upgd_service/exit_status.h"
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
@@ -50,32 +55,40 @@ static void clear_line()
     line_is_open = false;
 }
 
-void say(const char *format, ...)
+static void print_line(FILE *stream, const char *head, const char *format, va_list args)
+    __attribute__((format(printf, 3, 0)));
+
+static void print_line(FILE *stream, const char *head, const char *format, va_list args)
 {
+    char *text = nullptr;
+    if (vasprintf(&text, format, args) < 0)
+        text = nullptr;
+    const char *const shown = text != nullptr ? text : format;
     pthread_mutex_lock(&lock);
     clear_line();
+    fflush(out);
+    fputs(head, stream);
+    print_shown(stream, shown, strlen(shown));
+    fputc('\n', stream);
+    fflush(stream);
+    pthread_mutex_unlock(&lock);
+    free(text);
+}
+
+void say(const char *format, ...)
+{
     va_list args;
     va_start(args, format);
-    vfprintf(out, format, args);
+    print_line(out, "", format, args);
     va_end(args);
-    fputc('\n', out);
-    fflush(out);
-    pthread_mutex_unlock(&lock);
 }
 
 void complain(const char *format, ...)
 {
-    pthread_mutex_lock(&lock);
-    clear_line();
-    fflush(out);
-    fputs("upgd_service: ", errors);
     va_list args;
     va_start(args, format);
-    vfprintf(errors, format, args);
+    print_line(errors, "upgd_service: ", format, args);
     va_end(args);
-    fputc('\n', errors);
-    fflush(errors);
-    pthread_mutex_unlock(&lock);
 }
 
 static size_t columns()

@@ -1,18 +1,14 @@
 // What a person sees: on a terminal one line that shows the progress and never goes backwards, on a
 // pipe one plain line an event. The system's own lines, which go to the standard streams, are kept
 // out of it; the trace log has them.
-#ifndef SERVICE_CONSOLE_H
-#define SERVICE_CONSOLE_H
-
-#include <cstdio>
-
-// Exit statuses.
-enum { SERVICE_WELL = 0, SERVICE_FAILED = 1, SERVICE_BAD_CALL = 2 };
+#ifndef COMPANIONS_CONSOLE_H
+#define COMPANIONS_CONSOLE_H
 
 // Takes the standard streams away from the system's lines. What follows still reaches the person.
 void take_console();
 
-// A line of its own, also while a progress line is shown.
+// A line of its own, also while a progress line is shown. What commands a terminal is shown by its
+// code, here and below: labels and names come from a disk that anybody may have written.
 void say(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 // "upgd_service: " and a sentence, on standard error.

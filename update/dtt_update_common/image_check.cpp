@@ -1,19 +1,19 @@
 // What is wrong with a file as an image, in words.
-#include "update/dtt_update/image_check.h"
+#include "update/dtt_update_common/image_check.h"
 
 #include "update/dtt_update_common/crc32.h"
+#include "update/dtt_update_common/image_layout.h"
 #include "update/dtt_update_common/raw_io.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
-#include <climits>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-const char *take_opened(int fd, image *img)
+const char *examine_image(int fd, image_file *img)
 {
     img->fd = fd;
     struct stat st;
@@ -27,14 +27,14 @@ const char *take_opened(int fd, image *img)
         return "is too short for an update image";
     if (ntohl(img->header.ih_magic) != IH_MAGIC)
         return "is no update image";
-    if (st.st_size > INT_MAX)
+    if (st.st_size > IMAGE_SIZE_MAX)
         return "is longer than an update image can be";
     img->size = static_cast<uint32_t>(st.st_size);
     return nullptr;
 }
 
 // Read in blocks, never from a mapping: the image's disk may go away meanwhile.
-bool body_crc(const image *img, uint32_t *crc)
+bool body_crc(const image_file *img, uint32_t *crc)
 {
     static char block[256 * 1024];
     *crc = 0;
@@ -48,14 +48,14 @@ bool body_crc(const image *img, uint32_t *crc)
     return true;
 }
 
-static const char *length_fault(const image *img)
+static const char *length_fault(const image_file *img)
 {
     return ntohl(img->header.ih_size) == img->size
                ? nullptr
                : "has another length than its header says: it is cut off, or was never finished";
 }
 
-static const char *body_fault(const image *img)
+static const char *body_fault(const image_file *img)
 {
     uint32_t crc;
     if (!body_crc(img, &crc))
@@ -70,8 +70,8 @@ static const char *find_fault(const char *name, bool whole)
     const int fd = open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0)
         return strerror(errno);
-    image img = {};
-    const char *fault = take_opened(fd, &img);
+    image_file img = {};
+    const char *fault = examine_image(fd, &img);
     if (fault == nullptr)
         fault = length_fault(&img);
     if (fault == nullptr && whole)

@@ -1,6 +1,6 @@
 // Whether the disk that holds an image is still there.
-#ifndef SERVICE_DISK_WATCH_H
-#define SERVICE_DISK_WATCH_H
+#ifndef COMPANIONS_DISK_WATCH_H
+#define COMPANIONS_DISK_WATCH_H
 
 struct watched_image {
     char path[4096];        // absolute

@@ -1,9 +1,11 @@
 // The header of an image in readable form, and one line an entry.
-#include "tools/img_info.h"
+#include "companions/img_info/img_info.h"
 
+#include "companions/text/json.h"
+#include "companions/text/shown_text.h"
+#include "update/dtt_update_common/card_kinds.h"
 #include "update/dtt_update_common/header_report.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
@@ -19,58 +21,12 @@ const char *type_name(int type)
         {ENTRY_LINK, "link"},
         {ENTRY_KERNEL, "kernel"},
         {ENTRY_BOOT, "boot loader"},
-        {ENTRY_INPUT_MCU, "input MCU"},
-        {ENTRY_OUTPUT_MCU, "output MCU"},
-        {ENTRY_VPU_MCU, "VPU MCU"},
-        {ENTRY_INPUT_FPGA, "input FPGA"},
-        {ENTRY_OUTPUT_FPGA, "output FPGA"},
-        {ENTRY_VPU_FPGA, "VPU FPGA"},
-        {ENTRY_INPUT_GOLDEN, "input golden"},
-        {ENTRY_OUTPUT_GOLDEN, "output golden"},
-        {ENTRY_VPU_GOLDEN, "VPU golden"},
     };
     for (const auto &row : NAMES)
         if (row.type == type)
             return row.name;
-    return "file";
-}
-
-// Bytes of the UTF-8 character at `text`, or 0 if there is none.
-static size_t utf8_length(const unsigned char *text, size_t len)
-{
-    const unsigned char lead = text[0];
-    const size_t size = lead < 0x80                   ? 1
-                        : lead >= 0xC2 && lead < 0xE0 ? 2
-                        : lead >= 0xE0 && lead < 0xF0 ? 3
-                        : lead >= 0xF0 && lead < 0xF5 ? 4
-                                                      : 0;
-    if (size == 0 || size > len)
-        return 0;
-    for (size_t i = 1; i < size; i++)
-        if ((text[i] & 0xC0U) != 0x80)
-            return 0;
-    // Longer forms than needed, surrogates, and what lies behind the last character.
-    if ((lead == 0xE0 && text[1] < 0xA0) || (lead == 0xED && text[1] >= 0xA0) ||
-        (lead == 0xF0 && text[1] < 0x90) || (lead == 0xF4 && text[1] >= 0x90))
-        return 0;
-    return size;
-}
-
-void print_json_text(const char *text, size_t len)
-{
-    const unsigned char *const bytes = reinterpret_cast<const unsigned char *>(text);
-    putchar('"');
-    for (size_t i = 0; i < len;) {
-        const size_t size = utf8_length(bytes + i, len - i);
-        if (bytes[i] == '"' || bytes[i] == '\\')
-            printf("\\%c", bytes[i]);
-        else if (size == 0 || bytes[i] < ' ')
-            printf("\\u%04x", static_cast<unsigned int>(bytes[i]));
-        else
-            fwrite(bytes + i, 1, size, stdout);
-        i += std::max<size_t>(size, 1);
-    }
-    putchar('"');
+    const card_kind *const kind = find_card_kind(type);
+    return kind != nullptr ? kind->name : "file";
 }
 
 // A text of the header, which may fill its field.
@@ -129,24 +85,11 @@ static void print_header(const update_header_t *header, bool json)
         if (fact.text.text == nullptr)
             printf("%u", fact.number);
         else if (json)
-            print_json_text(fact.text.text, fact.text.len);
+            print_json_text(stdout, fact.text.text, fact.text.len);
         else
-            fwrite(fact.text.text, 1, fact.text.len, stdout);
+            print_shown(stdout, fact.text.text, fact.text.len);
         if (!json)
             putchar('\n');
-    }
-}
-
-// Names come from whoever made the image: control characters are shown by their codes, so that they
-// can't move the cursor of a terminal.
-static void print_name(const char *text, size_t len)
-{
-    for (size_t i = 0; i < len; i++) {
-        const unsigned char c = static_cast<unsigned char>(text[i]);
-        if (c < ' ' || c == 0x7F)
-            printf("\\x%02x", static_cast<unsigned int>(c));
-        else
-            putchar(c);
     }
 }
 
@@ -157,23 +100,23 @@ static void print_entry(const image_entry *entry, bool json)
     const char *const target = link ? entry->name + len + 1 : "";
     if (!json) {
         printf("%-13s %10d  ", type_name(entry->type), entry->file_size);
-        print_name(entry->name, len);
+        print_shown(stdout, entry->name, len);
         fputs(link ? " -> " : "", stdout);
-        print_name(target, strlen(target));
+        print_shown(stdout, target, strlen(target));
         putchar('\n');
         return;
     }
     printf("%s\n{\"type\":\"%s\",\"code\":%d,\"size\":%d,\"name\":", entry->number == 0 ? "" : ",",
            type_name(entry->type), entry->type, entry->file_size);
-    print_json_text(entry->name, len);
+    print_json_text(stdout, entry->name, len);
     if (link) {
         printf(",\"target\":");
-        print_json_text(target, strlen(target));
+        print_json_text(stdout, target, strlen(target));
     }
     putchar('}');
 }
 
-int list_image(const opened_image *opened, bool json)
+int list_image(const named_image *opened, bool json)
 {
     print_header(&opened->img.header, json);
     fputs(json ? "},\"list\":[" : "\n", stdout);

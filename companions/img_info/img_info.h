@@ -1,16 +1,16 @@
 // What the parts of img_info share.
-#ifndef TOOLS_IMG_INFO_H
-#define TOOLS_IMG_INFO_H
+#ifndef COMPANIONS_IMG_INFO_H
+#define COMPANIONS_IMG_INFO_H
 
-#include "update/dtt_update/image_reader.h"
+#include "update/dtt_update_common/image_reader.h"
 
 // Exit statuses.
 enum { INFO_WELL = 0, INFO_FINDINGS = 1, INFO_UNUSABLE = 2 };
 
 // An image that is looked into, whatever is wrong with it: `img.size` is the file's own length.
-struct opened_image {
+struct named_image {
     const char *name; // for messages
-    image img;
+    image_file img;
 };
 
 // Each prints its sentence, "img_info: NAME: ...", to standard error.
@@ -21,19 +21,15 @@ const char *type_name(int type);
 
 // The header and one line an entry, or both as JSON. Returns an exit status: INFO_FINDINGS if the
 // list breaks off.
-int list_image(const opened_image *opened, bool json);
+int list_image(const named_image *opened, bool json);
 
 // Tests everything that the format promises and prints a line a finding, or "NAME: well". Returns
 // an exit status.
-int verify_image(const opened_image *opened, bool json);
+int verify_image(const named_image *opened, bool json);
 
 // Unpacks the entries, or those of `names` and what lies below them, below the directory `dir`,
 // which is made if it is missing. Nothing that stands there is touched and no link is followed.
 // Returns an exit status: INFO_FINDINGS if something was left out.
-int extract_image(const opened_image *opened, const char *dir, char **names);
-
-// Writes the `len` bytes at `text` as a JSON string. A byte that is no part of UTF-8 stands as
-// \u00XX.
-void print_json_text(const char *text, size_t len);
+int extract_image(const named_image *opened, const char *dir, char **names);
 
 #endif

@@ -1,12 +1,13 @@
 // upgd_service: the resident service in the small, driven from a shell.
-#include "service/commands.h"
-#include "service/console.h"
+#include "companions/upgd_service/commands.h"
+#include "companions/upgd_service/console.h"
+#include "companions/upgd_service/exit_status.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update_header.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 
 static constexpr char USAGE[] =
     "Usage: upgd_service update IMAGE [--dir DIR] [--cards flash|simulate[=SECONDS]|fail=TYPE]\n"
@@ -45,7 +46,7 @@ static bool parse_cards(const char *text, card_choice *cards)
     }
     cards->mode = CARDS_FAIL;
     return strncmp(text, "fail=", 5) == 0 &&
-           parse_number(text + 5, ENTRY_INPUT_MCU, ENTRY_VPU_GOLDEN, &cards->number);
+           parse_number(text + 5, ENTRY_CARD_FIRST, ENTRY_CARD_LAST, &cards->number);
 }
 
 static int bad_call()
@@ -76,34 +77,75 @@ static int call_update(int argc, char **argv)
     return update_command(image, dir, cards);
 }
 
+static int call_backup(int argc, char **argv)
+{
+    if (argc != 3)
+        return bad_call();
+    take_console();
+    return backup_command(argv[2]);
+}
+
+static int call_restore(int argc, char **argv)
+{
+    char root[] = "/";
+    if (argc != 3 && argc != 4)
+        return bad_call();
+    take_console();
+    return restore_command(argv[2], argc == 4 ? argv[3] : root);
+}
+
+static int call_disks(int argc, char **argv)
+{
+    const bool json = argc == 3 && strcmp(argv[2], "--json") == 0;
+    if (argc != 2 && !json)
+        return bad_call();
+    take_console();
+    return disks_command(json);
+}
+
+static int call_flash(int argc, char **argv)
+{
+    int type = 0;
+    if (argc != 4 || !parse_number(argv[2], ENTRY_CARD_FIRST, ENTRY_CARD_LAST, &type))
+        return bad_call();
+    take_console();
+    return flash_command(type, argv[3]);
+}
+
+static int call_watch(int argc, char ** /*argv*/)
+{
+    if (argc != 2)
+        return bad_call();
+    take_console();
+    return watch_command();
+}
+
+static int call_help(int argc, char ** /*argv*/)
+{
+    if (argc != 2)
+        return bad_call();
+    fputs(USAGE, stdout);
+    return SERVICE_WELL;
+}
+
 int main(int argc, char **argv)
 {
-    const char *const command = argc > 1 ? argv[1] : "";
-    const auto is = [command](const char *name) { return strcmp(command, name) == 0; };
-    char root[] = "/";
-    int type = 0;
+    const char *const verb = argc > 1 ? argv[1] : "";
+    const auto is = [verb](const char *name) { return strcmp(verb, name) == 0; };
     aptid_self_set(task_on_this_board(MODULE_SERVICE));
     if (is("update"))
         return call_update(argc, argv);
-    if (is("--help") && argc == 2) {
-        fputs(USAGE, stdout);
-        return SERVICE_WELL;
-    }
-    const bool json = is("disks") && argc == 3 && strcmp(argv[2], "--json") == 0;
-    const bool good = (is("watch") && argc == 2) || (is("disks") && (argc == 2 || json)) ||
-                      (is("backup") && argc == 3) || (is("restore") && (argc == 3 || argc == 4)) ||
-                      (is("flash") && argc == 4 &&
-                       parse_number(argv[2], ENTRY_INPUT_MCU, ENTRY_VPU_GOLDEN, &type));
-    if (!good)
-        return bad_call();
-    take_console();
-    if (is("watch"))
-        return watch_command();
-    if (is("disks"))
-        return disks_command(json);
     if (is("backup"))
-        return backup_command(argv[2]);
+        return call_backup(argc, argv);
     if (is("restore"))
-        return restore_command(argv[2], argc == 4 ? argv[3] : root);
-    return flash_command(type, argv[3]);
+        return call_restore(argc, argv);
+    if (is("disks"))
+        return call_disks(argc, argv);
+    if (is("flash"))
+        return call_flash(argc, argv);
+    if (is("watch"))
+        return call_watch(argc, argv);
+    if (is("--help"))
+        return call_help(argc, argv);
+    return bad_call();
 }

@@ -1,22 +1,22 @@
 // What is wrong with a file as an image, in words for a person.
-#ifndef DTT_UPDATE_IMAGE_CHECK_H
-#define DTT_UPDATE_IMAGE_CHECK_H
+#ifndef DTT_UPDATE_COMMON_IMAGE_CHECK_H
+#define DTT_UPDATE_COMMON_IMAGE_CHECK_H
 
-#include "update/dtt_update/image_reader.h"
+#include "update/dtt_update_common/image_reader.h"
 
 // Takes the file open on `fd` for an image: reads its header, and sets `img->size` to the file's
 // own length, whatever the header says. Returns null, or what is wrong with the file.
-const char *take_opened(int fd, image *img);
+const char *examine_image(int fd, image_file *img);
 
 // Computes the CRC of the image's body. Returns false if it can't be read up to `img->size`.
-bool body_crc(const image *img, uint32_t *crc);
+bool body_crc(const image_file *img, uint32_t *crc);
 
 // Returns null if the file `name` is a whole image with the body that its header promises, or what
 // is wrong with it.
 const char *whole_image_fault(const char *name);
 
 // Returns null if an update can begin with the image `name`, or what is wrong with it: an error of
-// the system, what take_opened says, or another length than the header's.
+// the system, what examine_image says, or another length than the header's.
 const char *image_fault(const char *name);
 
 #endif

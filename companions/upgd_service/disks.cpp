@@ -1,49 +1,60 @@
 // The USB disks, the settings backup, and the flashing of single files.
-#include "service/commands.h"
-#include "service/console.h"
-#include "update/dtt_update/image_check.h"
+#include "companions/text/json.h"
+#include "companions/upgd_service/commands.h"
+#include "companions/upgd_service/console.h"
+#include "companions/upgd_service/exit_status.h"
+#include "update/dtt_update_common/image_check.h"
 #include "update_service.h"
 
 #include <cerrno>
 #include <climits>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string>
 #include <unistd.h>
 
-// A JSON string. Names come from a disk that anybody may have written: control characters are
-// escaped, and a byte that is no ASCII stands as it is only if it came out of the label's decoding.
-static std::string json_text(const char *text)
+static void print_json_list(FILE *out, const char *key, int count, const char (*files)[96])
 {
-    std::string json = "\"";
-    for (; *text != '\0'; text++) {
-        const unsigned char c = static_cast<unsigned char>(*text);
-        char escaped[8];
-        if (c == '"' || c == '\\')
-            snprintf(escaped, sizeof escaped, "\\%c", c);
-        else if (c < ' ' || c == 0x7F)
-            snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned int>(c));
-        else
-            snprintf(escaped, sizeof escaped, "%c", c);
-        json += escaped;
+    fprintf(out, ",\"%s\":[", key);
+    for (int i = 0; i < count; i++) {
+        fputs(i > 0 ? "," : "", out);
+        print_json_text(out, files[i], strlen(files[i]));
     }
-    return json + '"';
+    fputc(']', out);
 }
 
-static std::string json_list(int count, const char (*files)[96])
+static void print_json_disk(FILE *out, const udisk_list_t *disk)
 {
-    std::string json = "[";
-    for (int i = 0; i < count; i++)
-        json += (i > 0 ? "," : "") + json_text(files[i]);
-    return json + "]";
+    fputs("{\"path\":", out);
+    print_json_text(out, disk->udisk_path, strlen(disk->udisk_path));
+    fputs(",\"name\":", out);
+    print_json_text(out, disk->udisk_name, strlen(disk->udisk_name));
+    print_json_list(out, "images", disk->imgfile.uimgfile_num, disk->imgfile.uimgfile);
+    print_json_list(out, "backups", disk->backfile.ubackfile_num, disk->backfile.ubackfile);
+    print_json_list(out, "rcfgx", disk->rcfgfile.urcfgfile_num, disk->rcfgfile.urcfgfile);
+    fputc('}', out);
 }
 
-static std::string json_disk(const udisk_list_t *disk)
+static int say_json(const udisk_info_t *info)
 {
-    return "{\"path\":" + json_text(disk->udisk_path) + ",\"name\":" + json_text(disk->udisk_name) +
-           ",\"images\":" + json_list(disk->imgfile.uimgfile_num, disk->imgfile.uimgfile) +
-           ",\"backups\":" + json_list(disk->backfile.ubackfile_num, disk->backfile.ubackfile) +
-           ",\"rcfgx\":" + json_list(disk->rcfgfile.urcfgfile_num, disk->rcfgfile.urcfgfile) + "}";
+    char *text = nullptr;
+    size_t size = 0;
+    FILE *const out = open_memstream(&text, &size);
+    if (out == nullptr) {
+        complain("the disks can't be listed: %s", strerror(errno));
+        return SERVICE_FAILED;
+    }
+    fputc('[', out);
+    for (int i = 0; i < info->upath_num; i++) {
+        fputs(i > 0 ? "," : "", out);
+        print_json_disk(out, &info->upath[i]);
+    }
+    fputc(']', out);
+    fclose(out);
+    say("%s", text);
+    free(text);
+    return SERVICE_WELL;
 }
 
 int disks_command(bool json)
@@ -53,13 +64,8 @@ int disks_command(bool json)
         complain("the disks can't be listed");
         return SERVICE_FAILED;
     }
-    if (json) {
-        std::string text = "[";
-        for (int i = 0; i < info->upath_num; i++)
-            text += (i > 0 ? "," : "") + json_disk(&info->upath[i]);
-        say("%s]", text.c_str());
-        return SERVICE_WELL;
-    }
+    if (json)
+        return say_json(info.get());
     say("%-15s %-31s %6s %7s %5s", "PATH", "NAME", "IMAGES", "BACKUPS", "RCFGX");
     for (int i = 0; i < info->upath_num; i++) {
         const udisk_list_t *const disk = &info->upath[i];
@@ -72,11 +78,11 @@ int disks_command(bool json)
 static const char *backup_words(int result)
 {
     switch (result) {
-    case -11:
+    case BACKUP_NO_DISK:
         return "the disk can't be opened";
-    case -12:
+    case BACKUP_NO_ROOM_ON_DEVICE:
         return "too little room on the device: 100,000 KiB are kept free";
-    case -13:
+    case BACKUP_NO_ROOM_ON_DISK:
         return "too little room on the disk, or no disk is mounted there: 100,000 KiB are kept "
                "free";
     default:
@@ -105,9 +111,9 @@ int backup_command(char *disk)
 static const char *restore_words(int result)
 {
     switch (result) {
-    case -10:
+    case UPDATE_REFUSED:
         return "the directory can't be reached";
-    case -4:
+    case UPDATE_COPY_FAILED:
         return "an entry can't be written, or the image is damaged";
     default:
         return "the restore failed; the device's log tells why";
@@ -141,7 +147,8 @@ int flash_command(int type, char *file)
     const int result = update_one_UserFile(type, file);
     if (result != 0) {
         complain("%s: %s", file,
-                 result == -1 ? "no such kind of card firmware" : "the flashing tool can't be run");
+                 result == FLASH_NO_FILE ? "no such kind of card firmware"
+                                         : "the flashing tool can't be run");
         return SERVICE_FAILED;
     }
     say("%s: flashed; the tool's own outcome is not known", file);

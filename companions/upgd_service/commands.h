@@ -1,6 +1,6 @@
 // The commands of upgd_service. Each returns an exit status.
-#ifndef SERVICE_COMMANDS_H
-#define SERVICE_COMMANDS_H
+#ifndef COMPANIONS_COMMANDS_H
+#define COMPANIONS_COMMANDS_H
 
 // The module of this service; events of its runs go there.
 enum { MODULE_SERVICE = 0xa3d00 };

@@ -1,5 +1,5 @@
 // Whether the disk that holds an image is still there.
-#include "service/disk_watch.h"
+#include "companions/upgd_service/disk_watch.h"
 
 #include <climits>
 #include <cstdio>

@@ -1,6 +1,6 @@
 // Unpacking an image below a directory with system calls alone: no command is run, nothing that
 // stands there is touched, and no link is followed, so that nothing lands anywhere else.
-#include "tools/img_info.h"
+#include "companions/img_info/img_info.h"
 
 #include "update/dtt_update_common/raw_io.h"
 
@@ -56,7 +56,8 @@ static int open_parent(int top, char *path, char **last)
 }
 
 // Returns 0, or -1 with errno set and no file left.
-static int extract_file(const image *img, const image_entry *entry, int parent, const char *name)
+static int extract_file(const image_file *img, const image_entry *entry, int parent,
+                        const char *name)
 {
     const int fd = openat(parent, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0755);
     if (fd < 0)
@@ -80,7 +81,8 @@ static int extract_file(const image *img, const image_entry *entry, int parent, 
     return error == 0 ? 0 : -1;
 }
 
-static int extract_entry(const image *img, const image_entry *entry, int parent, const char *name)
+static int extract_entry(const image_file *img, const image_entry *entry, int parent,
+                         const char *name)
 {
     if (entry->type == ENTRY_LINK) {
         const size_t len = entry_path_length(entry);
@@ -102,7 +104,7 @@ static bool goes_upwards(const char *path)
 }
 
 // Returns whether the entry `path`, which is cut up, is there now.
-static bool take_entry(const opened_image *opened, const image_entry *entry, int top, char *path)
+static bool take_entry(const named_image *opened, const image_entry *entry, int top, char *path)
 {
     const int path_len = static_cast<int>(entry_path_length(entry));
     if (goes_upwards(path)) {
@@ -121,7 +123,7 @@ static bool take_entry(const opened_image *opened, const image_entry *entry, int
     return taken;
 }
 
-int extract_image(const opened_image *opened, const char *dir, char **names)
+int extract_image(const named_image *opened, const char *dir, char **names)
 {
     mkdir(dir, 0755);
     const int top = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);

@@ -1,8 +1,8 @@
 // Reading an image that may be damaged, and whose disk may be pulled while it is read. Everything
 // is read with pread into local memory: a load from a mapping whose disk is gone would kill the
 // process with SIGBUS. The mapping serves as a source for write(2) alone, which merely fails then.
-#ifndef DTT_UPDATE_IMAGE_READER_H
-#define DTT_UPDATE_IMAGE_READER_H
+#ifndef DTT_UPDATE_COMMON_IMAGE_READER_H
+#define DTT_UPDATE_COMMON_IMAGE_READER_H
 
 #include "update/dtt_update_common/path_operations.h"
 #include "update_header.h"
@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
-struct image {
+struct image_file {
     int fd;                 // -1 while it is not open
     uint32_t size;          // bytes of the whole file, once the header has been accepted
     update_header_t header; // numbers in network order
@@ -28,7 +28,7 @@ struct image_entry {
 // A walk over the entries from the front. It reads ahead of the entry that it is at: the heads of
 // small entries come several at a time.
 struct entry_walk {
-    const image *source;
+    const image_file *source;
     uint32_t number; // of the next entry
     uint32_t next;   // offset of the next entry
     uint32_t window_offset;
@@ -36,7 +36,7 @@ struct entry_walk {
     char window[16384];
 };
 
-void start_walk(entry_walk *walk, const image *source);
+void start_walk(entry_walk *walk, const image_file *source);
 
 // Reads the next entry and moves the walk behind it. Returns null, or in words why there is no such
 // entry; nothing behind the image's size is ever read.
