@@ -11,7 +11,6 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
@@ -105,8 +104,6 @@ int __real_open(const char *path, int flags, ...);
 int __wrap_open(const char *path, int flags, ...);
 int __real_unlink(const char *path);
 int __wrap_unlink(const char *path);
-DIR *__real_opendir(const char *path);
-DIR *__wrap_opendir(const char *path);
 int __wrap_usleep(useconds_t us);
 int __wrap_shmget(int key, size_t size, int flags);
 void *__wrap_shmat(int id, const void *address, int flags);
@@ -124,6 +121,9 @@ int __wrap_open(const char *path, int flags, ...)
         }
         flags |= O_NOFOLLOW;
     }
+    // The target search begins at the root directory.
+    if (under_test && (flags & O_DIRECTORY) != 0 && !is_below_base(path))
+        return __real_open((confined.dir + "/root" + path).c_str(), flags);
     return __real_open(path, flags, mode);
 }
 
@@ -134,12 +134,6 @@ int __wrap_unlink(const char *path)
         return -1;
     }
     return __real_unlink(path);
-}
-
-// The target search begins at the root directory.
-DIR *__wrap_opendir(const char *path)
-{
-    return __real_opendir(under_test ? (confined.dir + "/root" + path).c_str() : path);
 }
 
 int __wrap_usleep(useconds_t)

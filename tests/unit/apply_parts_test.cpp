@@ -9,7 +9,9 @@
 #include <cstring>
 #include <dirent.h>
 #include <filesystem>
+#include <linux/magic.h>
 #include <memory>
+#include <sys/vfs.h>
 
 namespace fs = std::filesystem;
 
@@ -17,14 +19,31 @@ namespace fs = std::filesystem;
 // they end after so many items.
 static bool types_are_told = true;
 static int items_left = INT_MAX;
+static int readings = 0;
+static long file_system = 0; // to be told in place of the real one, if not 0
 
-extern "C" dirent *FILE_CALL(__real_, readdir)(DIR *dir);
-extern "C" dirent *FILE_CALL(__wrap_, readdir)(DIR *dir)
+extern "C" ssize_t __real_getdents64(int fd, void *buffer, size_t size);
+extern "C" ssize_t __wrap_getdents64(int fd, void *buffer, size_t size)
 {
-    dirent *const item = items_left-- > 0 ? FILE_CALL(__real_, readdir)(dir) : nullptr;
-    if (item != nullptr && !types_are_told)
-        item->d_type = DT_UNKNOWN;
-    return item;
+    readings++;
+    const ssize_t read = __real_getdents64(fd, buffer, size);
+    ssize_t end = 0;
+    while (end < read && items_left-- > 0) {
+        auto *const item = reinterpret_cast<dirent64 *>(static_cast<char *>(buffer) + end);
+        if (!types_are_told)
+            item->d_type = DT_UNKNOWN;
+        end += item->d_reclen;
+    }
+    return read < 0 ? read : end;
+}
+
+extern "C" int FILE_CALL(__real_, fstatfs)(int fd, struct statfs *fs);
+extern "C" int FILE_CALL(__wrap_, fstatfs)(int fd, struct statfs *fs)
+{
+    const int result = FILE_CALL(__real_, fstatfs)(fd, fs);
+    if (file_system != 0)
+        fs->f_type = static_cast<__fsword_t>(file_system);
+    return result;
 }
 
 // The names are long enough not to stand in the random name of the test's directory, where the cut
@@ -73,6 +92,27 @@ TEST_F(TargetSearch, DirectSubdirectoriesComeFirst)
     EXPECT_EQ(search(dir + "/nand", "nand"), "0 " + dir + "/");
     fs::create_directories(dir + "/xbranchx/branch");
     EXPECT_EQ(search(dir + "/xbranchx", "branch"), "0 " + dir + "/x");
+}
+
+// Directories without subdirectories are not opened where their links tell, and a listing is read
+// no further than they do.
+TEST_F(TargetSearch, ReadsTheListingsThatMayHoldSubdirectories)
+{
+    for (const char *path : {"alpha", "bravo", "delta/echo/golf", "hotel", "delta/india"})
+        fs::create_directories(dir + "/" + path);
+    write_file_text(dir + "/delta/file", "");
+    struct stat st;
+    ASSERT_EQ(stat(dir.c_str(), &st), 0);
+    const std::pair<long, int> rows[] = {{TMPFS_MAGIC, st.st_nlink == 6 ? 3 : 16},
+                                         {PROC_SUPER_MAGIC, 16}};
+    for (const auto &[told, expected] : rows) {
+        file_system = told;
+        readings = 0;
+        EXPECT_EQ(search(dir, "missing"), "1");
+        EXPECT_EQ(readings, expected) << told;
+        EXPECT_EQ(search(dir, "golf"), "0 " + dir + "/delta/echo/");
+    }
+    file_system = 0;
 }
 
 // The longest path that is still listed has 1021 characters. Behind it, and behind directories that

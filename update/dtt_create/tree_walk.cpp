@@ -106,25 +106,22 @@ static int add_item(int dst_fd, struct arena *ap, char *name)
 
 static int walk_listing(DIR *dir, int dst_fd, struct arena *ap)
 {
-    size_t len = strlen(ap->devpath);
-    if (len >= WALK_PATH_MAX) {
+    name_place place;
+    if (!begin_listing(ap, &place)) {
         errno = ENAMETOOLONG;
         return -1;
     }
-    const size_t rem = WALK_PATH_MAX - len;
-    if (last_char_is(ap->devpath, '/') == nullptr)
-        ap->devpath[len++] = '/';
 
     for (;;) {
         errno = 0;
         dirent *item = readdir(dir);
         if (item == nullptr) {
-            ap->devpath[len] = '\0';
+            ap->devpath[place.len] = '\0';
             return errno != 0 ? break_image("get_dirs_and_files", ap->devpath, errno) : 0;
         }
         if (strcmp(item->d_name, ".") == 0 || strcmp(item->d_name, "..") == 0)
             continue;
-        if (!bounded_copy(ap->devpath + len, rem + 1, item->d_name)) {
+        if (!bounded_copy(ap->devpath + place.len, place.rem + 1, item->d_name)) {
             WALK_TRACE("left out, path too long: `%s%s'\n", ap->devpath, item->d_name);
             continue;
         }

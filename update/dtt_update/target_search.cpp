@@ -1,12 +1,22 @@
 // Where an image belongs on this device.
+//
+// The search of a board's whole file system costs more than many an image. So each listing is read
+// once, and a directory whose link count shows that it holds no subdirectory is not opened.
 #include "update/dtt_update/target_search.h"
 
 #include "update/dtt_update_common/bounded_text.h"
 #include "update/dtt_update_common/platform_log.h"
 
 #include <arpa/inet.h>
+#include <cstdlib>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+static constexpr size_t LISTING_SIZE = 4096; // bytes of a listing that are read at a time
 
 char *place2dir(int place)
 {
@@ -26,65 +36,183 @@ char *place2dir(int place)
     }
 }
 
-// Whether the item is a directory to look at. Its path is left in `ap->devpath` then. The listing
-// tells the type on most file systems, which spares a system call for each of many thousand files.
-static bool is_subdirectory(struct arena *ap, size_t len, size_t rem, const dirent *item)
+namespace
 {
-    if (item->d_type != DT_DIR && item->d_type != DT_UNKNOWN)
+
+// What one search keeps beside the path.
+struct search {
+    struct arena *ap;
+    const char *dirname;
+    size_t dirname_len;
+    // The names of the directories that are still to be entered, at all levels that are open.
+    char *names;
+    size_t names_used;
+    size_t names_size;
+    // The file system that was asked last, and whether its directories count their subdirectories.
+    dev_t device;
+    bool counts_links;
+    // Of the directory at hand: no level reads on in its listing once it has entered another.
+    alignas(dirent64) char listing[LISTING_SIZE];
+};
+
+// A directory that is being searched.
+struct level {
+    int fd;
+    name_place place;
+    dev_t device;
+    // What is known of the subdirectories that the listing has still to tell of.
+    bool counted;
+    nlink_t ahead;
+};
+
+} // namespace
+
+// Where each subdirectory is one more link of its parent, which begins with two. Elsewhere the
+// number tells something else, or too little, as in /proc; a file system that stands on others
+// hands on what they say.
+static bool file_system_counts_links(int fd)
+{
+    constexpr uint32_t UBIFS_MAGIC = 0x24051905;
+    struct statfs fs;
+    if (fstatfs(fd, &fs) != 0)
         return false;
-    if (strcmp(item->d_name, ".") == 0 || strcmp(item->d_name, "..") == 0)
+    switch (static_cast<uint32_t>(fs.f_type)) {
+    case EXT4_SUPER_MAGIC: // and those ahead of it
+    case F2FS_SUPER_MAGIC:
+    case RAMFS_MAGIC:
+    case SQUASHFS_MAGIC:
+    case SYSFS_MAGIC:
+    case TMPFS_MAGIC:
+    case UBIFS_MAGIC:
+    case XFS_SUPER_MAGIC:
+        return true;
+    default:
         return false;
-    if (!bounded_copy(ap->devpath + len, rem + 1, item->d_name))
-        return false;
-    return lstat(ap->devpath, &ap->st) == 0 && S_ISDIR(ap->st.st_mode);
+    }
 }
 
-// Cuts the path in front of the first place where the hit's name stands, which may be ahead of its
-// last component.
-static bool take_hit(struct arena *ap, const char *name, const char *dirname)
+// Both of an open directory: what is found through a path may be another one by then.
+static void count_subdirectories(search *s, level *here)
 {
-    if (strncmp(name, dirname, strlen(dirname)) != 0)
-        return false;
-    *strstr(ap->devpath, name) = '\0';
-    return true;
+    struct stat st;
+    if (fstat(here->fd, &st) != 0)
+        return;
+    if (st.st_dev != s->device) {
+        s->device = st.st_dev;
+        s->counts_links = file_system_counts_links(here->fd);
+    }
+    here->device = st.st_dev;
+    // Below 2 a file system says that it has stopped counting.
+    here->counted = s->counts_links && st.st_nlink >= 2;
+    here->ahead = here->counted ? st.st_nlink - 2 : 0;
 }
 
-static int search_listing(DIR *dir, struct arena *ap, char *dirname)
+// A name for which there is no memory is not entered, like a directory that can't be listed.
+static void keep_name(search *s, const char *name)
 {
-    size_t len = strlen(ap->devpath);
-    if (len >= WALK_PATH_MAX)
+    const size_t size = strlen(name) + 1;
+    if (size > s->names_size - s->names_used) {
+        const size_t grown_size = 2 * s->names_size + LISTING_SIZE;
+        char *const grown = static_cast<char *>(realloc(s->names, grown_size));
+        if (grown == nullptr)
+            return;
+        s->names = grown;
+        s->names_size = grown_size;
+    }
+    memcpy(s->names + s->names_used, name, size);
+    s->names_used += size;
+}
+
+// Looks at one name of the listing. Returns whether it is a hit, with the path in front of it in
+// `devpath`: in front of the first place where the name stands, which may be ahead of the last
+// component. The listing tells the type on most file systems, which spares a system call for each
+// of many thousand files.
+static bool look_at(search *s, level *here, const char *name, unsigned char type)
+{
+    struct arena *const ap = s->ap;
+    if ((type != DT_DIR && type != DT_UNKNOWN) || strcmp(name, ".") == 0 || strcmp(name, "..") == 0)
+        return false;
+    if (!bounded_copy(ap->devpath + here->place.len, here->place.rem + 1, name) ||
+        fstatat(here->fd, name, &ap->st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(ap->st.st_mode))
+        return false;
+    if (strncmp(name, s->dirname, s->dirname_len) == 0) {
+        *strstr(ap->devpath, name) = '\0';
+        return true;
+    }
+    if (here->ahead > 0)
+        here->ahead--;
+    // Where another file system is mounted, its own directory is asked once it is open.
+    const bool leaf = here->counted && ap->st.st_dev == here->device && ap->st.st_nlink == 2;
+    if (!leaf)
+        keep_name(s, name);
+    return false;
+}
+
+// Reads the listing, as far as there are subdirectories in it, and keeps the names of those to
+// enter. Returns whether there was a hit.
+static bool look_for_hit(search *s, level *here)
+{
+    while (!here->counted || here->ahead > 0) {
+        const ssize_t size = getdents64(here->fd, s->listing, sizeof s->listing);
+        if (size <= 0)
+            break;
+        for (ssize_t at = 0; at < size;) {
+            const auto *const item = reinterpret_cast<const dirent64 *>(s->listing + at);
+            if (look_at(s, here, item->d_name, item->d_type))
+                return true;
+            at += item->d_reclen;
+        }
+    }
+    return false;
+}
+
+static int search_directory(search *s, int fd);
+
+// None of the names is a hit, or it would have ended the search.
+static bool enter_subdirectories(search *s, const level *here, size_t first_name)
+{
+    const size_t end = s->names_used;
+    for (size_t at = first_name; at < end; at += strlen(s->names + at) + 1) {
+        const char *const name = s->names + at;
+        known_to_fit(bounded_copy(s->ap->devpath + here->place.len, here->place.rem + 1, name));
+        const int fd = openat(here->fd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (fd < 0)
+            continue;
+        const int result = search_directory(s, fd);
+        close(fd);
+        if (result == 0)
+            return true;
+    }
+    return false;
+}
+
+// Searches the directory `devpath`, open as `fd`.
+static int search_directory(search *s, int fd)
+{
+    level here = {};
+    here.fd = fd;
+    if (!begin_listing(s->ap, &here.place))
         return -1;
-    const size_t rem = WALK_PATH_MAX - len;
-    if (last_char_is(ap->devpath, '/') == nullptr)
-        ap->devpath[len++] = '/';
+    count_subdirectories(s, &here);
 
-    bool has_subdirectories = false;
-    while (const dirent *item = readdir(dir)) {
-        if (!is_subdirectory(ap, len, rem, item))
-            continue;
-        if (take_hit(ap, item->d_name, dirname))
-            return 0;
-        has_subdirectories = true;
-    }
-    if (!has_subdirectories)
-        return 1;
-    rewinddir(dir);
-    while (const dirent *item = readdir(dir)) {
-        if (!is_subdirectory(ap, len, rem, item))
-            continue;
-        if (take_hit(ap, item->d_name, dirname) || _find_dir(ap, dirname) == 0)
-            return 0;
-    }
-    return 1;
+    const size_t first_name = s->names_used;
+    const bool hit = look_for_hit(s, &here) || enter_subdirectories(s, &here, first_name);
+    s->names_used = first_name;
+    return hit ? 0 : 1;
 }
 
 int _find_dir(struct arena *ap, char *dirname)
 {
-    DIR *const dir = opendir(ap->devpath);
-    if (dir == nullptr)
+    const int fd = open(ap->devpath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
         return -1;
-    const int result = search_listing(dir, ap, dirname);
-    closedir(dir);
+    search s = {};
+    s.ap = ap;
+    s.dirname = dirname;
+    s.dirname_len = strlen(dirname);
+    const int result = search_directory(&s, fd);
+    free(s.names);
+    close(fd);
     return result;
 }
 
