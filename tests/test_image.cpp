@@ -55,9 +55,9 @@ std::vector<test_entry> parse_entries(const std::string &image)
     return entries;
 }
 
-uint32_t reference_crc(const std::string &text)
+uint32_t reference_crc(const std::string &text, uint32_t crc)
 {
-    uint32_t state = 0xFFFFFFFF;
+    uint32_t state = ~crc;
     for (const char c : text) {
         state ^= static_cast<unsigned char>(c);
         for (int bit = 0; bit < 8; bit++)

@@ -36,7 +36,7 @@ std::string image_around(const std::string &body, uint32_t count, const test_hea
 // The entries of a well-formed image, in its order.
 std::vector<test_entry> parse_entries(const std::string &image);
 
-// CRC-32, one bit a step.
-uint32_t reference_crc(const std::string &text);
+// CRC-32, one bit a step, of a text whose beginning has the CRC `crc`.
+uint32_t reference_crc(const std::string &text, uint32_t crc = 0);
 
 #endif

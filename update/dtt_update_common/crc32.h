@@ -17,4 +17,8 @@ uint32_t linuxcrc32(char *blk_adr, uint32_t blk_len);
 // `len` bytes at `data`.
 uint32_t crc32_update(uint32_t crc, const void *data, size_t len);
 
+// The same in the way of a processor that can't multiply without carries. Where this one can, only
+// tests and benchmarks call it.
+uint32_t crc32_update_by_tables(uint32_t crc, const void *data, size_t len);
+
 #endif
