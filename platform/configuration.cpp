@@ -47,14 +47,20 @@ static bool is_key(std::string_view text)
     return !text.empty() && text.find_first_not_of(allowed) == std::string_view::npos;
 }
 
+// The characters [begin, end) of `text`, which has them: substr would test that, and take the C++
+// library along for its exception.
+static std::string_view part(std::string_view text, size_t begin, size_t end)
+{
+    return {text.data() + begin, end - begin};
+}
+
 static config_line line_at(std::string_view text, size_t begin)
 {
     const size_t end = std::min(text.find('\n', begin), text.size());
-    const std::string_view line = text.substr(begin, end - begin);
-    const size_t equals = line.find('=');
-    if (equals == std::string_view::npos || !is_key(line.substr(0, equals)))
+    const size_t equals = text.find('=', begin);
+    if (equals >= end || !is_key(part(text, begin, equals)))
         return {begin, end, {}, {}};
-    return {begin, end, line.substr(0, equals), line.substr(equals + 1)};
+    return {begin, end, part(text, begin, equals), part(text, equals + 1, end)};
 }
 
 // The line of `key`, or an empty one behind the end of the text.
@@ -246,8 +252,8 @@ static int set_locked(const char *path, const config_paths *paths, const char *k
     if (result == 0 || result == -ENOENT) {
         const std::string_view text(file.data, file.size);
         const config_line old = find_line(text, key);
-        const std::string_view head = text.substr(0, old.begin);
-        const std::string_view tail = text.substr(std::min(old.end + 1, text.size()));
+        const std::string_view head = part(text, 0, old.begin);
+        const std::string_view tail = part(text, std::min(old.end + 1, text.size()), text.size());
         // Someone's editor may have left the last line without a line feed.
         const bool open_end = !head.empty() && head.back() != '\n';
         result =

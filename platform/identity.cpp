@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <pthread.h>
 
 // The main board, which is the only one that every device has.
 static constexpr apcard_bit_t DEFAULT_CARD_BIT = 1;
@@ -43,8 +44,16 @@ apcard_bit_t configured_card_bit(const char *path)
 }
 
 // A board keeps its place, so the file is read once: a message then costs one system call.
+static pthread_once_t card_bit_is_known = PTHREAD_ONCE_INIT;
+static apcard_bit_t card_bit;
+
+static void read_card_bit()
+{
+    card_bit = configured_card_bit(CONFIGURATION_PATH);
+}
+
 apcard_bit_t apcard_bit_self(void)
 {
-    static const apcard_bit_t bit = configured_card_bit(CONFIGURATION_PATH);
-    return bit;
+    pthread_once(&card_bit_is_known, read_card_bit);
+    return card_bit;
 }

@@ -6,16 +6,20 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <pthread.h>
 #include <syslog.h>
 
 // Room for the longest command line that is logged, with its words of explanation. What is longer
 // is cut: a line must not fail for want of memory.
 static constexpr size_t LOG_TEXT_SIZE = 2048;
 
-static bool open_log()
+// By the C library's means: the guard of a static local would be all that the programs need of the
+// C++ library, and all that they load it for.
+static pthread_once_t log_is_open = PTHREAD_ONCE_INIT;
+
+static void open_log()
 {
     openlog("imgdeploy", LOG_PID, LOG_DAEMON);
-    return true;
 }
 
 // The tag is the same in every call and stands in the message as the daemon's ident; the one level
@@ -29,7 +33,7 @@ int aplog_printf(int /*level*/, const char * /*module*/, const char *func, const
     const int len = vsnprintf(text, sizeof text, format, args);
     va_end(args);
 
-    [[maybe_unused]] static const bool opened = open_log();
+    pthread_once(&log_is_open, open_log);
     syslog(LOG_INFO, "%08x %s: %s", task_id_self(), func, len < 0 ? format : text);
     errno = saved_errno;
     return 0;
