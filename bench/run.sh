@@ -1,18 +1,21 @@
 #!/usr/bin/env bash
-# Measures img_deploy beside GNU tar on the same trees, all of it on a tmpfs.
+# Measures img_deploy beside the least that the same work takes (bench/floor.cpp) and beside tools that
+# do the same work, whole processes, in one run.
 #
-# usage: bench/run.sh [ROUNDS]      (11 rounds if not given)
+# usage: bench/run.sh [--quick] [--against REVISION]
 #
-# The two take turns; what is shown is the median of the rounds, in milliseconds. An apply run makes
-# most of its directories and its links by shell commands, which cost more than everything else in
-# it. The same commands are therefore run alone in each round, and "rest" is the median of what the
-# apply run took beyond them (and, in elapsed time, beyond the 20 ms that it always waits). Where
-# the commands cost far more than that, their own scatter drowns it; "own CPU" leaves out what ran
-# inside the commands, on both sides, and counts only the process that started them.
+# All take turns. A row shows the median of the rounds of img_deploy, and of its ratio in each round
+# to the floor and to the others; processor time and a tmpfs, if nothing else is said. Apply runs go
+# through every directory of the sandbox in search of a target directory that is not there, which the
+# floor does not; "less search" leaves out what bench/search_bench takes for that in the same round.
+# On the medium, ext4 on a file of build/bench, an image is applied that nothing of is in memory: the
+# time that passes up to the end of the sync, less what the shell commands take by themselves, and of
+# an image that tells its place, as a search would read every directory from the disk.
+# With --against, the search of that revision is measured as well.
 #
-# A missed target is shown as MISS and is no failure; a "?" says that the scatter of the rounds is
-# wider than the distance from the target. A command that fails ends the benchmark.
-# Everything is laid out and applied in the tests' sandbox and vanishes with it.
+# A missed target is shown as MISS and is no failure; a "?" says that the middle half of the rounds
+# lies on both sides of it. A command that fails ends the benchmark. Everything is applied in the
+# tests' sandbox and vanishes with it.
 
 set -euo pipefail
 export LC_ALL=C
@@ -23,11 +26,18 @@ bin=$root/build/bench
 img_deploy=$bin/update/img_deploy/img_deploy
 work=/mnt/bench
 target=/opt/upgddir
-wait_ms=20
+wait_s=0.02 # that an apply run always waits
 
 die() {
     echo "bench: $*" >&2
     exit 1
+}
+
+# --- results: a line a round: seconds that passed, of the processor, of the first thread; and KiB ---
+
+forget_results() {
+    rm -rf results
+    mkdir results
 }
 
 # NAME COMMAND...: runs the command, and adds what it used to the results called NAME.
@@ -41,80 +51,121 @@ measured() {
     exit 1
 }
 
-# What one run leaves behind must not help or hinder the next one; nor may the apply run's sync pay
-# for what others have written.
-clear_target() {
-    rm -rf "${target:?}"/* /usr/local/upgdflag
-    sync
+# FROM LESS NAME [SECONDS]: makes new results of the differences, and of the time that passed the
+# seconds are taken as well.
+subtract() {
+    paste -d' ' "results/$1" "results/$2" |
+        awk -v s="${4:-0}" '{ print $1 - $5 - s, $2 - $6, $3 - $7, 0 }' >"results/$3"
 }
 
-# COLUMN NAME [LESS [CONSTANT]]: in milliseconds, the median of a column (1 elapsed, 2 CPU, 3 own
-# CPU), or of its difference to another result of the same round and a constant; and the median
-# distance of the rounds from it.
-summary() {
-    paste -d' ' "results/$2" "results/${3:-zero}" |
-        awk -v column="$1" -v constant="${4:-0}" '
-            function median(v, i, j, t) {
-                for (i = 2; i <= NR; i++)
-                    for (j = i; j > 1 && v[j] < v[j - 1]; j--) { t = v[j]; v[j] = v[j - 1]; v[j - 1] = t }
-                return (v[int((NR + 1) / 2)] + v[int(NR / 2) + 1]) / 2
-            }
-            { v[NR] = 1000 * ($column - $(column + 4)) - constant }
-            END {
-                middle = median(v)
-                for (i = 1; i <= NR; i++) v[i] = v[i] < middle ? middle - v[i] : v[i] - middle
-                printf "%.1f %.1f\n", middle, median(v)
-            }'
+# Of the numbers on its input: the first quartile, the median and the third.
+quartiles() {
+    sort -g | awk '{ v[NR] = $1 } END {
+        print v[int((NR + 3) / 4)], (v[int((NR + 1) / 2)] + v[int(NR / 2) + 1]) / 2, v[int((3 * NR + 3) / 4)] }'
 }
 
-# WHAT OURS COMMANDS REST SCATTER TAR VALUE TARGET MARGIN: adds a line to the table. The verdict is
-# open if the value is within the margin of the target.
+# COLUMN OURS PEER: the quartiles of the ratio.
+ratio() {
+    paste -d' ' "results/$2" "results/$3" | awk -v c="$1" '{ print $c / $(c + 4) }' | quartiles
+}
+
+# TEXT FIGURE LOW VALUE HIGH TARGET [OTHERS]: adds a row.
 row() {
-    awk -v value="$7" -v target="$8" -v margin="$9" \
-        -v row="$(printf '%-26s %10s %10s %9s %8s %9s' "${@:1:6}")" 'BEGIN {
-            distance = value < target ? target - value : value - target
-            printf "%s %7.2f %7.1f  %s%s\n", row, value, target,
-                value <= target ? "PASS" : "MISS", distance < margin ? " ?" : "" }' >>table
+    awk -v low="$3" -v value="$4" -v high="$5" -v target="$6" -v others="${7:-}" \
+        -v head="$(printf '%-30s %10s' "$1" "$2")" 'BEGIN {
+            verdict = value <= target ? "PASS" : "MISS"
+            printf "%s %8.2f %7.2f  %s%s  %s\n", head, value, target, verdict,
+                low <= target && target < high ? "?" : " ", others }' >>"$table"
 }
 
-# OPERATION TREE TARGET: adds a line for each kind of time.
+# COLUMN TEXT TARGET OURS FLOOR [PEER]...: adds a row of ratios.
 compare() {
-    local column ours commands rest scatter tar what=('' elapsed CPU 'own CPU')
-    for column in 3 2 1; do
-        [[ $1 == apply ]] || ((column < 3)) || continue # it is all its own
-        read -r ours scatter < <(summary $column ours)
-        read -r tar _ < <(summary $column tar)
-        commands=- rest=$ours
-        if [[ $1 == apply ]]; then
-            read -r commands _ < <(summary $column commands)
-            read -r rest scatter < <(summary $column ours commands $((column == 1 ? wait_ms : 0)))
-        fi
-        row "$1 $2, ${what[column]}" "$ours" "$commands" "$rest" "$scatter" "$tar" \
-            "$(awk "BEGIN { print $rest / $tar }")" "$3" "$(awk "BEGIN { print $scatter / $tar }")"
+    local column=$1 text=$2 limit=$3 ours=$4 floor=$5 peer others='' middle quarters
+    shift 5
+    for peer; do
+        read -r _ middle _ < <(ratio "$column" "$ours" "$peer")
+        others+=$(printf '%s %.2f  ' "$peer" "$middle")
     done
+    read -r _ middle _ < <(cut -d' ' -f"$column" "results/$ours" | quartiles)
+    read -ra quarters < <(ratio "$column" "$ours" "$floor")
+    row "$text" "$(awk "BEGIN { printf \"%.1f\", 1000 * $middle }")" "${quarters[@]}" "$limit" "$others"
 }
 
-forget_results() {
+# --- the search: of the machine itself, as it changes nothing, and of a tree in the sandbox ---
+
+# DIR WORDS
+bench_search_in() {
     local round
-    rm -rf results
-    mkdir results
-    for ((round = 0; round < rounds; round++)); do echo 0 0 0 0; done >results/zero
+    echo "search: $2" >&2
+    forget_results
+    for ((round = 0; round <= rounds; round++)); do
+        ((round != 1)) || forget_results # the first one has brought the directories into memory
+        measured search "$bin/bench/search_bench" "$1"
+        measured find sh -c "find '$1' -type d || :" # it complains of processes that end
+        [[ -z $against ]] || measured "$against" "$against_bin/bench/search_bench" "$1"
+    done
+    compare 2 "search $2" 0.2 search find
+    [[ -z $against ]] || compare 2 "search $2, to $against" 0.5 search "$against"
+    measured memory -a "$bin/bench/search_bench" "$1"
+    memory "search $2, anonymous MiB"
 }
 
-# FILES MIN MAX POWER PER_DIRECTORY LINKS
+memory() {
+    row "$1" - 0 "$(awk '{ print $4 / 1024 }' results/memory)" 0 4
+}
+
+build_revision() {
+    against_bin=$root/build/bench-$against
+    [[ -d $against_bin ]] || (
+        mkdir -p "$against_bin/source"
+        git -C "$root" archive "$against" | tar -x -C "$against_bin/source"
+        cp "$root"/bench/{CMakeLists.txt,*.cpp} "$against_bin/source/bench"
+        # Its programs have their own way to link.
+        echo 'add_library(c_library_alone INTERFACE)' >>"$against_bin/source/update/CMakeLists.txt"
+        cmake -S "$against_bin/source" -B "$against_bin" -DCMAKE_BUILD_TYPE=Release
+    ) >&2
+    cmake --build "$against_bin" -j "$(nproc)" --target search_bench >&2
+}
+
+# --- building and applying, in the sandbox ---
+
+bench_directories() {
+    mkdir directories
+    (cd directories && printf '%s\0' d{0..99}/d{0..99}/d{0..8} | xargs -0 mkdir -p)
+    bench_search_in "$work/directories" '100,000 directories'
+    rm -r directories
+}
+
+# FILES MIN MAX POWER PER_DIRECTORY LINKS; the name is found in no directory.
 lay_out() {
-    rm -rf tree
-    "$bin/bench/make_tree" tree "$@"
+    rm -rf laid_out
+    "$bin/bench/make_tree" laid_out "$@"
+}
+
+build_ours() {
+    rm -f out.img
+    mv laid_out no-such-name
+    measured ours "$img_deploy" -c ./no-such-name -p "${1:-1}" out.img "${@:2}"
+    mv no-such-name laid_out
 }
 
 build_rounds() {
     local round
     forget_results
     for ((round = 0; round < rounds; round++)); do
-        rm -f out.img
-        measured ours "$img_deploy" -c ./tree -p 1 out.img
-        [[ -z ${1:-} ]] || { rm -f out.tar && measured tar tar -cf out.tar ./tree; }
+        build_ours
+        rm -f floor.img out.tar out.zip out.squashfs
+        measured floor "$bin/bench/floor" build laid_out floor.img
+        measured tar+cksum sh -c 'tar -cf out.tar laid_out && cksum out.tar'
+        measured zip zip -0 -q -r out.zip laid_out
+        measured mksquashfs mksquashfs laid_out out.squashfs -noI -noD -noF -noX -no-progress
+        rm -f floor.img out.zip out.squashfs
     done
+}
+
+# What one run leaves behind must not help or hinder the next one.
+clear_target() {
+    rm -rf "${target:?}"/* /usr/local/upgdflag
 }
 
 # Applies once with a shell that takes down what it is told to do, and looks at the outcome.
@@ -129,7 +180,7 @@ observe_commands() {
     mount --bind observer /bin/sh
     "$img_deploy" -u out.img -m 2 >output 2>&1 || { cat output; die "the apply run failed"; } >&2
     umount /bin/sh
-    diff -r --no-dereference tree "$target/tree" || die 'the applied tree differs'
+    diff -r --no-dereference laid_out "$target/no-such-name" || die 'the applied tree differs'
 }
 
 apply_rounds() {
@@ -140,91 +191,158 @@ apply_rounds() {
         clear_target
         measured ours "$img_deploy" -u out.img -m 2
         clear_target
-        measured commands "$bin/bench/commands" commands
+        measured floor "$bin/bench/floor" apply out.img "$target" commands
         clear_target
-        [[ -z ${1:-} ]] || measured tar tar -xf out.tar -C "$target"
+        measured tar tar -xf out.tar -C "$target"
+        clear_target
+        measured search "$bin/bench/search_bench" /
     done
 }
 
-# NAME BUILD_TARGET APPLY_TARGET FILES MIN MAX POWER PER_DIRECTORY LINKS
+# NAME FILES MIN MAX POWER PER_DIRECTORY LINKS
 bench_tree() {
-    echo "tree $1: $4 files, $9 links" >&2
-    lay_out "${@:4}"
-    build_rounds tar
-    compare build "$1" "$2"
-    apply_rounds tar
-    compare apply "$1" "$3"
-    echo "$1: an apply run makes $(wc -l <commands) shell commands" >>notes
+    echo "tree $1" >&2
+    lay_out "${@:2}"
+    build_rounds
+    compare 2 "build $1" 1.10 ours floor tar+cksum zip mksquashfs
+    apply_rounds
+    compare 2 "apply $1, $(wc -l <commands) commands" 1.15 ours floor tar
+    subtract ours search less_search
+    compare 2 'less search' 1.15 less_search floor tar
 }
 
-# Works on what the tree before it has left.
+# Of what the tree before it has left.
 bench_memory() {
-    local operation kib
     echo 'memory' >&2
     forget_results
     rm -f out.img
-    measured build -a "$img_deploy" -c ./tree -p 1 out.img
+    measured memory -a "$img_deploy" -c ./laid_out -p 1 out.img
+    memory 'build big, anonymous MiB'
     clear_target
-    measured apply -a "$img_deploy" -u out.img -m 2
-    for operation in build apply; do
-        kib=$(cut -d' ' -f4 "results/$operation")
-        row "$operation big, anonymous MiB" - - - - - "$(awk "BEGIN { print $kib / 1024 }")" 4 0
+    forget_results
+    measured memory -a "$img_deploy" -u out.img -m 2
+    memory 'apply big, anonymous MiB'
+}
+
+# WORDS PER_DIRECTORY: the exponent to which the number of files makes the CPU time grow.
+bench_scaling() {
+    local count line ways=(build apply)
+    rm -f build.points apply.points
+    for count in 500 1000 2000 4000 8000; do
+        echo "scaling: $count $1" >&2
+        lay_out $count 4096 4096 1 "${2/all/$count}" 0
+        forget_results
+        for ((line = 0; line < rounds; line++)); do build_ours 3 /opt/upgddir; done # not searched for
+        echo "$count $(cut -d' ' -f2 results/ours | quartiles)" >>build.points
+        forget_results
+        for ((line = 0; line < rounds; line++)); do
+            clear_target
+            measured ours "$img_deploy" -u out.img -m 2
+        done
+        # Less the fixed commands, or with the one for each directory.
+        echo "$count $(cut -d' ' -f3 results/ours | quartiles)" >>apply.points
+    done
+    for line in "${ways[@]}"; do
+        row "$line, exponent of $1" - 0 "$(awk '
+            { x = log($1); y = log($3); n++; sx += x; sy += y; sxx += x * x; sxy += x * y }
+            END { print (n * sxy - sx * sy) / (n * sxx - sx * sx) }' "$line.points")" 0 1.1
     done
 }
 
-# The exponent to which the number of files makes the CPU time grow.
-bench_scaling() {
-    local files operation
-    rm -f build.points apply.points
-    for files in 500 1000 2000 4000 8000; do
-        echo "scaling: $files files" >&2
-        lay_out $files 4096 4096 1 50 0
-        build_rounds
-        echo "$files $(summary 3 ours)" >>build.points
-        # In one directory the fixed commands are all there are.
-        lay_out $files 4096 4096 1 $files 0
-        "$img_deploy" -c ./tree -p 1 out.img >/dev/null
-        apply_rounds
-        echo "$files $(summary 3 ours commands)" >>apply.points
+# Of the tree before it as well. `$1` is the device of the medium.
+bench_medium() {
+    local round
+    echo 'medium' >&2
+    forget_results
+    build_ours 3 "$target"
+    observe_commands
+    mkdir -p /mnt/medium /mnt/proc
+    mount -t proc proc /mnt/proc # the sandbox's own is not to be written to
+    mount "$1" /mnt/medium
+    mkdir -p /mnt/medium/target
+    cp out.img out.tar commands /mnt/medium
+    mount --bind /mnt/medium/target "$target"
+    cd /mnt/medium
+    forget_results
+    for ((round = 0; round < rounds; round++)); do
+        forget_pages
+        measured all "$img_deploy" -u out.img -m 2
+        forget_pages
+        measured commands "$bin/bench/floor" commands commands
+        forget_pages
+        measured tar+sync sh -c "tar -xf out.tar -C $target && sync"
     done
-    for operation in build apply; do
-        echo "$operation of 500 ... 8000 files, own CPU ms:" \
-            "$(cut -d' ' -f2 $operation.points | paste -sd' ')" >>notes
-        row "$operation, exponent" - - - - - "$(awk '
-            { x = log($1); y = log($2); n++; sx += x; sy += y; sxx += x * x; sxy += x * y }
-            END { print (n * sxy - sx * sy) / (n * sxx - sx * sx) }' $operation.points)" 1.1 0
-    done
+    subtract all commands ours "$wait_s"
+    compare 1 "apply $2, medium, elapsed" 1.1 ours tar+sync
+    cd "$work"
+    umount "$target" /mnt/medium /mnt/proc
+}
+
+forget_pages() {
+    clear_target
+    sync
+    echo 3 >/mnt/proc/sys/vm/drop_caches
 }
 
 inside() {
-    rounds=$1
+    rounds=$1 table=$work/table
+    local medium=$3 scale=$4
+    against=$5 against_bin=$6
     mkdir -p "$work" "$target"
     mount -t tmpfs bench "$work"
     mount -t tmpfs target "$target"
     cd "$work"
-    bench_tree small 0.9 1.1 4000 1024 8192 1 20 100
-    bench_tree directories 0.9 1.1 1500 1024 8192 1 1 0
-    bench_tree mixed 1.2 1.0 600 1024 2097152 3 20 0
-    bench_tree big 1.2 1.0 8 100663296 100663296 1 8 0
+    cp "$2/table" "$table"
+    bench_directories
+    bench_tree small $((4000 / scale)) 1024 8192 1 20 $((100 / scale))
+    bench_tree 'one directory' $((4000 / scale)) 1024 8192 1 4000 0
+    bench_tree mixed $((600 / scale)) 1024 2097152 3 20 0
+    [[ $medium == - ]] || bench_medium "$medium" mixed
+    bench_tree big $((8 / scale)) 100663296 100663296 1 8 0
+    [[ $medium == - ]] || bench_medium "$medium" big
     bench_memory
-    bench_scaling
+    if ((scale == 1)); then
+        bench_scaling files all
+        bench_scaling directories 1
+    fi
     echo
     "$bin/bench/crc_bench"
-    cat notes
-    printf '\n%-26s %10s %10s %9s %8s %9s %7s %7s\n' "median of $rounds, ms" img_deploy \
-        commands rest scatter tar value target
-    cat table
+    printf '\n%-30s %10s %8s %7s\n' "median of $rounds rounds" 'ours, ms' ratio target
+    cat "$table"
 }
 
-case ${1:-} in
---inside) inside "$2" ;;
-*)
-    if (($# > 1)) || [[ ! ${1:-11} =~ ^[1-9][0-9]*$ ]]; then
-        die 'usage: bench/run.sh [ROUNDS]'
-    fi
-    cmake -S "$root" -B "$bin" -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=ON >&2
-    cmake --build "$bin" -j "$(nproc)" >&2 \
-        --target img_deploy sysconfig crc_bench make_tree measure commands
-    SANDBOX_PATH=$bin/platform exec "$root/tests/sandbox.sh" "$root/bench/run.sh" --inside "${1:-11}"
-    ;;
-esac
+if [[ ${1:-} == --inside ]]; then
+    inside "${@:2}"
+    exit
+fi
+rounds=11 scale=1 against=''
+while (($#)); do
+    case $1 in
+        --quick) rounds=3 scale=4 ;;
+        --against) against=${2:?} && shift ;;
+        *) die 'usage: bench/run.sh [--quick] [--against REVISION]' ;;
+    esac
+    shift
+done
+for package in libdeflate-dev zip squashfs-tools; do
+    dpkg -s "$package" >/dev/null 2>&1 || apt-get install -y -qq "$package" >&2
+done
+cmake -S "$root" -B "$bin" -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=ON >&2
+cmake --build "$bin" -j "$(nproc)" >&2 \
+    --target img_deploy sysconfig crc_bench make_tree measure floor search_bench
+against_bin=''
+[[ -z $against ]] || build_revision
+cd "$bin"
+table=$bin/table
+: >"$table"
+bench_search_in / 'the whole of /'
+medium=-
+if ((EUID == 0)); then
+    rm -f "$bin/medium"
+    truncate -s 4G "$bin/medium"
+    mkfs.ext4 -q -F "$bin/medium"
+    medium=$(losetup -f --show "$bin/medium")
+    trap 'losetup -d "$medium"; rm -f "$bin/medium"' EXIT
+fi
+SANDBOX_PATH=$bin/platform:$bin:$against_bin "$root/tests/sandbox.sh" \
+    "$root/bench/run.sh" --inside "$rounds" "$bin" "$medium" "$scale" "$against" "$against_bin"
