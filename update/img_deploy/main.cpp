@@ -18,6 +18,16 @@
 
 enum { OP_NONE = 0, OP_CREATE = 1, OP_UPDATE = 2 };
 
+struct options {
+    int op_type = OP_NONE;
+    int mode = REBOOT_MODE;
+    int place = PLACE_NANDFS;
+    char *filename = nullptr;    // the image
+    char *outfilename = nullptr; // the tree to build from
+    char *to_dir = nullptr;
+    char *new_version = nullptr;
+};
+
 // Set by -v, for whoever wants to say more.
 int verbose = 0;
 
@@ -98,13 +108,14 @@ static void explain_update(const char *image, int code)
     fprintf(stderr, "img_deploy: %s was not applied: %s; %s\n", image, reason, next);
 }
 
-static int run_build(char *directory, int mode, char *image, int place, char *to_dir, char *version)
+static int run_build(const options *o)
 {
     errno = 0;
-    const int ret = do_create(directory, mode, image, place, to_dir, version);
+    const int ret =
+        do_create(o->outfilename, o->mode, o->filename, o->place, o->to_dir, o->new_version);
     const int error = errno;
     if (ret != 0 && person_is_there())
-        explain_build(directory, image, error);
+        explain_build(o->outfilename, o->filename, error);
     return ret;
 }
 
@@ -137,7 +148,7 @@ static int update_board(char *filename, int mode)
     return ret;
 }
 
-static int run_update(char *filename, int mode)
+static int run_update(const options *o)
 {
     bool busy;
     const int lock = take_run_lock(&busy);
@@ -146,23 +157,68 @@ static int run_update(char *filename, int mode)
         fputs("img_deploy: another update is at work: nothing was touched; wait for its end\n",
               stderr);
     else
-        ret = update_board(filename, mode);
+        ret = update_board(o->filename, o->mode);
     if (lock >= 0)
         close(lock);
     return ret;
 }
 
+// Returns false with a sentence for a number that is none. Any other wrong call ends in `usage`.
+static bool read_options(int argc, char **argv, options *o)
+{
+    char *rest = nullptr;
+    for (int opt = 0; (opt = getopt(argc, argv, "c:u:s:m:C:p:vr:")) != -1;) {
+        switch (opt) {
+        case 'c':
+            o->op_type = OP_CREATE;
+            o->outfilename = optarg;
+            break;
+        case 'u':
+            o->op_type = OP_UPDATE;
+            o->filename = optarg;
+            break;
+        case 's':
+            o->filename = optarg;
+            break;
+        case 'm':
+            o->mode = read_mode(optarg, &rest);
+            if (*rest != '\0') {
+                fprintf(stderr, "Invalid mode: %s\n", optarg);
+                return false;
+            }
+            break;
+        case 'C': // accepted for the sake of old scripts
+            break;
+        case 'p':
+            o->place = static_cast<int>(strtoul(optarg, nullptr, 0));
+            break;
+        case 'v':
+            verbose = 1;
+            break;
+        case 'r':
+            o->new_version = optarg;
+            break;
+        default:
+            usage(argv[0]);
+        }
+    }
+    return true;
+}
+
+static void read_build_arguments(int argc, char **argv, options *o)
+{
+    if (optind >= argc)
+        usage(argv[0]);
+    o->filename = argv[optind++];
+    if (o->place != PLACE_COSTOM)
+        return;
+    if (optind >= argc)
+        usage(argv[0]);
+    o->to_dir = argv[optind];
+}
+
 int main(int argc, char **argv)
 {
-    int op_type = OP_NONE;
-    int mode = REBOOT_MODE;
-    int place = PLACE_NANDFS;
-    char *filename = nullptr;
-    char *outfilename = nullptr;
-    char *to_dir = nullptr;
-    char *new_version = nullptr;
-    char *rest = nullptr;
-
     open_standard_streams();
     // Options may stand behind the positional arguments, whatever the environment says.
     unsetenv("POSIXLY_CORRECT");
@@ -170,55 +226,15 @@ int main(int argc, char **argv)
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     aptid_self_set(task_on_this_board(MODULE_UPDATE));
 
-    for (int opt = 0; (opt = getopt(argc, argv, "c:u:s:m:C:p:vr:")) != -1;) {
-        switch (opt) {
-        case 'c':
-            op_type = OP_CREATE;
-            outfilename = optarg;
-            break;
-        case 'u':
-            op_type = OP_UPDATE;
-            filename = optarg;
-            break;
-        case 's':
-            filename = optarg;
-            break;
-        case 'm':
-            mode = read_mode(optarg, &rest);
-            if (*rest != '\0') {
-                fprintf(stderr, "Invalid mode: %s\n", optarg);
-                return -1;
-            }
-            break;
-        case 'C': // accepted for the sake of old scripts
-            break;
-        case 'p':
-            place = static_cast<int>(strtoul(optarg, nullptr, 0));
-            break;
-        case 'v':
-            verbose = 1;
-            break;
-        case 'r':
-            new_version = optarg;
-            break;
-        default:
-            usage(argv[0]);
-        }
-    }
-
-    switch (op_type) {
+    options o;
+    if (!read_options(argc, argv, &o))
+        return -1;
+    switch (o.op_type) {
     case OP_CREATE:
-        if (optind >= argc)
-            usage(argv[0]);
-        filename = argv[optind++];
-        if (place == PLACE_COSTOM) {
-            if (optind >= argc)
-                usage(argv[0]);
-            to_dir = argv[optind];
-        }
-        return run_build(outfilename, mode, filename, place, to_dir, new_version);
+        read_build_arguments(argc, argv, &o);
+        return run_build(&o);
     case OP_UPDATE:
-        return run_update(filename, mode);
+        return run_update(&o);
     default:
         fprintf(stderr, "%s: not Support\n", argv[0]);
         usage(argv[0]);
