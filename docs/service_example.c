@@ -40,6 +40,13 @@ static void *show_events(void *mailbox)
     return NULL;
 }
 
+/* A path that a shell leaves alone: the flashing tools are called by one, and images hold any name. */
+static int is_plain_path(const char *path)
+{
+    static const char plain[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-+/";
+    return path[0] == '/' && path[strspn(path, plain)] == '\0';
+}
+
 /* Takes one request after the other. The run waits for the answer, on its own thread. */
 static void *flash_cards(void *mailbox)
 {
@@ -52,8 +59,10 @@ static void *flash_cards(void *mailbox)
         if (size < (ssize_t)(STAPMSG_DATA_OFFSET + sizeof file))
             continue; /* no request for a file */
         memcpy(&file, message + STAPMSG_DATA_OFFSET, sizeof file);
-        const int result = update_one_UserFile(file.file_type, file.file_patch);
-        set_update_card_result(file.file_type, result == 0 ? 0 : -2);
+        file.file_patch[sizeof file.file_patch - 1] = '\0';
+        const int flashed = is_plain_path(file.file_patch) &&
+                            update_one_UserFile(file.file_type, file.file_patch) == 0;
+        set_update_card_result(file.file_type, flashed ? CARD_DONE : CARD_FAILED);
     }
 }
 

@@ -24,7 +24,8 @@ enum {
     UPDATE_NOT_MAPPED = -3,    /* the image can't be mapped */
     UPDATE_COPY_FAILED = -4,   /* an entry is damaged or can't be written */
     UPDATE_BOOT_FAILED = -5,   /* the boot loader can't be installed */
-    UPDATE_REFUSED = -10,      /* the image was refused, or there is no progress block */
+    UPDATE_REFUSED = -10,      /* the image was refused, or there is no progress block; from
+                                  the command line also: another run is at work */
     UPDATE_KERNEL_FAILED = -14 /* a kernel file can't be installed */
 };
 

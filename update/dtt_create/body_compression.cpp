@@ -54,7 +54,12 @@ static bool make_own(const char *path)
 {
     unlink(path);
     const int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    return fd >= 0 && close(fd) == 0;
+    if (fd < 0) {
+        TRACE_AS("copy_file", "unable to open `%s'\n", path);
+        return false;
+    }
+    close(fd);
+    return true;
 }
 
 static int copy_body(int fd, size_t head_len, size_t data_len, char *buffer, const char *tmp_file)

@@ -6,7 +6,6 @@
 
 static constexpr size_t NAME_LENGTH_MAX = 2048;
 
-// Its rows are counted against the declaration.
 type_file_t type_file[] = {
     {ENTRY_INPUT_MCU, "App_inputCard.bin"},    {ENTRY_OUTPUT_MCU, "App_OutputCard_HDMI.bin"},
     {ENTRY_VPU_MCU, "App_VPUCard.bin"},        {ENTRY_INPUT_FPGA, "InputCardTop.bin"},
@@ -14,6 +13,7 @@ type_file_t type_file[] = {
     {ENTRY_INPUT_GOLDEN, "Golden_Input.bin"},  {ENTRY_OUTPUT_GOLDEN, "Golden_Output.bin"},
     {ENTRY_VPU_GOLDEN, "Golden_Vpu.bin"},
 };
+static_assert(sizeof type_file / sizeof type_file[0] == CARD_TYPES, "a row for each kind");
 
 int check_type_SelfFile(char *name, int *type)
 {

@@ -121,10 +121,9 @@ static int walk_listing(DIR *dir, int dst_fd, struct arena *ap)
         }
         if (strcmp(item->d_name, ".") == 0 || strcmp(item->d_name, "..") == 0)
             continue;
-        if (!bounded_copy(ap->devpath + place.len, place.rem + 1, item->d_name)) {
-            WALK_TRACE("left out, path too long: `%s%s'\n", ap->devpath, item->d_name);
+        // What has too long a path for the walk is passed over like what can't be looked at.
+        if (!bounded_copy(ap->devpath + place.len, place.rem + 1, item->d_name))
             continue;
-        }
         const int status = add_item(dst_fd, ap, item->d_name);
         if (image_is_broken())
             return -1;

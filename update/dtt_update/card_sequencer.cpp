@@ -23,8 +23,8 @@ static bool has_file(const type_patch_t *row)
 static int count_files()
 {
     int count = 0;
-    for (const type_patch_t &row : type_patch)
-        count += has_file(&row) ? 1 : 0;
+    for (int i = 0; i < CARD_TYPES; i++)
+        count += has_file(&type_patch[i]) ? 1 : 0;
     return count;
 }
 
@@ -65,7 +65,8 @@ int update_all_UserFile(aptid_t uid, upgrade_msg_t *upgd_msg)
     }
     const int pertime = STAGE_PERCENT / c;
 
-    for (const type_patch_t &row : type_patch) {
+    for (int i = 0; i < CARD_TYPES; i++) {
+        const type_patch_t &row = type_patch[i];
         if (!get_usb_status()) {
             send_result(uid, upgd_msg, UPGD_ERROR_NODISK);
             TRACE("UPGD_ERROR_NODISK\n");

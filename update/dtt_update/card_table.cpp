@@ -6,7 +6,6 @@
 
 #include <cstring>
 
-// Its rows are counted against the declaration.
 type_patch_t type_patch[] = {
     {ENTRY_INPUT_FPGA, "", 6000, CARD_NO_ANSWER},  {ENTRY_INPUT_GOLDEN, "", 6000, CARD_NO_ANSWER},
     {ENTRY_OUTPUT_FPGA, "", 6000, CARD_NO_ANSWER}, {ENTRY_OUTPUT_GOLDEN, "", 6000, CARD_NO_ANSWER},
@@ -14,6 +13,7 @@ type_patch_t type_patch[] = {
     {ENTRY_INPUT_MCU, "", 3000, CARD_NO_ANSWER},   {ENTRY_OUTPUT_MCU, "", 6000, CARD_NO_ANSWER},
     {ENTRY_VPU_MCU, "", 3000, CARD_NO_ANSWER},
 };
+static_assert(sizeof type_patch / sizeof type_patch[0] == CARD_TYPES, "a row for each kind");
 
 static type_patch_t *find_row(int type)
 {

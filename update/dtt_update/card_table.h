@@ -13,8 +13,9 @@ struct type_patch_t {
     int result;            // CARD_... or any other; shared between threads
 };
 
-// In the order in which the cards are flashed, a row for each kind.
-extern type_patch_t type_patch[CARD_TYPES];
+// CARD_TYPES rows, one for each kind, in the order in which the cards are flashed. The number is
+// left out here so that the rows themselves are counted where they stand.
+extern type_patch_t type_patch[];
 
 // Records `name` as the firmware file of `type`; the last file of a type wins. Returns 0, or -1 if
 // no row has that type, which is the everyday answer for files that are no card firmware, or if

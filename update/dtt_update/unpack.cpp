@@ -115,7 +115,10 @@ static int unpack_directory(update_run *run, const image_entry *entry, const cha
     announce(run, entry, basename);
     run->progress->cur_percent = run->percent_written;
     struct stat st;
-    return stat(basename, &st) == 0 && S_ISDIR(st.st_mode) ? 0 : -1;
+    if (stat(basename, &st) == 0 && S_ISDIR(st.st_mode))
+        return 0;
+    RUN_TRACE(run, "directory not made: %s\n", basename);
+    return -1;
 }
 
 // A file that has been cut short reads as zeros from its new end to the end of that page: what has

@@ -17,8 +17,8 @@ struct arena {
 // A path of this length is not listed any more: one '/' and at least one character have to fit.
 constexpr size_t WALK_PATH_MAX = PATH_SIZE - 2;
 
-// Where the names of the directory `ap->devpath` are put: behind its first `len` characters, the last
-// of them a '/' that is added if it is missing, and at most `rem` of them.
+// Where the names of the directory `ap->devpath` are put: behind its first `len` characters, the
+// last of them a '/' that is added if it is missing, and at most `rem` of them.
 struct name_place {
     size_t len;
     size_t rem;
