@@ -226,7 +226,7 @@ bench_memory() {
 
 # WORDS PER_DIRECTORY: the exponent to which the number of files makes the CPU time grow.
 bench_scaling() {
-    local count line ways=(build apply)
+    local count line ways=(build apply) rounds=3
     rm -f build.points apply.points
     for count in 500 1000 2000 4000 8000; do
         echo "scaling: $count $1" >&2
@@ -318,7 +318,7 @@ fi
 rounds=11 scale=1 against=''
 while (($#)); do
     case $1 in
-        --quick) rounds=3 scale=4 ;;
+        --quick) rounds=3 scale=8 ;;
         --against) against=${2:?} && shift ;;
         *) die 'usage: bench/run.sh [--quick] [--against REVISION]' ;;
     esac

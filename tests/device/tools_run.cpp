@@ -1,6 +1,7 @@
 // The operations that live on other tools, in the sandbox: local card flashing with recorders in
 // the place of the flashing tools, and body compression with the real gzip and gunzip.
 #include "tests/real_platform.h"
+#include "tests/test_image.h"
 #include "update/dtt_create/body_compression.h"
 #include "update_service.h"
 
@@ -186,8 +187,9 @@ TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
         const char *image, *script, *left;
     } left_rows[] = {
         {"", "printf 12345 > /tmp/tmppfile", "/tmp/tmppfile"},
-        {"12", "printf 12345 | gzip > /tmp/tmppfile.gz", "/tmp/tmppfile.gz"},
-        {"", "printf 123456 > /tmp/tmppfile", nullptr},
+        {"\x1f\x8b\x08", "printf 12345 | gzip > /tmp/tmppfile.gz", "/tmp/tmppfile.gz"},
+        {"12", "printf 12345 | gzip > /tmp/tmppfile.gz", nullptr},
+        {"", "printf 123456 > /tmp/tmppfile", "/tmp/tmppfile"},
         {"", "printf 12345 > /opt/other; ln -s /opt/other /tmp/tmppfile", nullptr},
     };
     sh("rm /usr/local/sbin/gzip");
@@ -198,6 +200,17 @@ TEST_F(Compression, FailuresLeaveTheImageWithItsBody)
                                                  : "";
         EXPECT_EQ(compress(image, 5, script),
                   "-1, plain body" + kept + "\ncut_file: fread /update_fd falid.\n" + uncut + told);
+        sh("rm -f /tmp/tmppfile*");
+    }
+
+    // A caller that takes the length from the file has none left then; the header knows better.
+    {
+        std::ofstream(path, std::ios::binary) << image_around("12345", 1).substr(0, 488);
+        sh("printf 12345 > /tmp/tmppfile");
+        const int cut = open(path.c_str(), O_RDWR | O_CLOEXEC);
+        EXPECT_EQ(gzip_dirs_and_files(cut, nullptr, 488, 0), -1);
+        close(cut);
+        EXPECT_EQ(read_file("/tmp/tmppfile"), "12345");
         sh("rm -f /tmp/tmppfile*");
     }
 

@@ -333,6 +333,12 @@ TEST_F(Apply, DamagedEntriesFailAtTheirTurn)
         {named("l;$HOME", 4), no_word, "D/base/l"},
         {named("l;-t", 4), no_word, "D/base/l"},
         {named("-l;t", 4), no_word, "D/base/-l"},
+        // What the shell would take for another file: of the image, and the link's own place.
+        {named("l;c*", 4), no_word, "D/base/l"},
+        {named("c*;t", 4), no_word, "D/base/c*"},
+        {named("ab;../base/?b", 4), no_word, "D/base/ab"},
+        {named("c?st$", 7), no_install, "D/base/c?st$"},
+        {named("c*", 1), no_command, "D/base/c*"},
         {named("u;b", 7), no_install, "D/base/u;b"},
         {named("zImage&", 5), no_install, "D/base/zImage&"},
         {named("l;" + std::string(126, 't'), 4), no_link, "D/base/l"},
@@ -414,11 +420,11 @@ TEST_F(Apply, WhatOnlyLooksDamaged)
                      {"..f/...", 0, "3"},
                      {"g;h", 0, "4"},
                      {"a$./[", 0, "5"},
-                     {"l[;*", 4, ""},
+                     {"m/l[;n*", 4, ""},
                      {"k i", 5, "6"}}),
               0);
     EXPECT_EQ(tree_text(base), "..f/... = 3\na$./[ = 5\nd/\n" + longest +
-                                   " = 1\ne = 2\ng;h = 4\nk i = 6\nl[ -> *\n");
+                                   " = 1\ne = 2\ng;h = 4\nk i = 6\nm/l[ -> n*\n");
     EXPECT_EQ(fs::status(base + "/e").permissions(), fs::perms(0755));
     // Entries at every distance from the end of what is read ahead.
     constexpr size_t window = sizeof entry_walk::window;

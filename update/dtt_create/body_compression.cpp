@@ -7,9 +7,12 @@
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
 
+#include <algorithm>
+#include <arpa/inet.h>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -62,13 +65,17 @@ static bool make_own(const char *path)
     return true;
 }
 
+static int body_not_there()
+{
+    TRACE_AS("cut_file", "fread /update_fd falid.\n");
+    return -1;
+}
+
 static int copy_body(int fd, size_t head_len, size_t data_len, char *buffer, const char *tmp_file)
 {
     lseek(fd, static_cast<off_t>(head_len), SEEK_SET);
-    if (full_pread(fd, buffer, data_len, static_cast<off_t>(head_len)) != data_len) {
-        TRACE_AS("cut_file", "fread /update_fd falid.\n");
-        return -1;
-    }
+    if (full_pread(fd, buffer, data_len, static_cast<off_t>(head_len)) != data_len)
+        return body_not_there();
     return copy_file(buffer, tmp_file, static_cast<int>(data_len));
 }
 
@@ -126,32 +133,57 @@ int combine_file(int cut_file_fd, size_t head_len, const char *tmp_file)
     return status;
 }
 
-// The length of what the compressed file expands to, by its last four bytes, or -1.
-static off_t expanded_length()
+// Whether what the image holds behind its header is the beginning of our file at `path`, and not
+// all of it: the file was being written there when that was cut off.
+static bool is_being_put_back(int update_fd, off_t head_len, const char *path)
 {
-    const off_t length = own_length(COMPRESSED_BODY);
-    const int fd = open_own(COMPRESSED_BODY, O_RDONLY);
-    uint8_t end[4];
-    const size_t count = fd >= 0 ? full_pread(fd, end, sizeof end, length - 4) : 0;
+    struct stat st;
+    const off_t length = own_length(path);
+    if (length <= 0 || fstat(update_fd, &st) != 0 || st.st_size - head_len >= length)
+        return false;
+    const int fd = open_own(path, O_RDONLY);
+    bool same = fd >= 0;
+    for (off_t at = 0; same && at < st.st_size - head_len;) {
+        char mine[4096];
+        char theirs[4096];
+        const size_t len =
+            std::min<size_t>(sizeof mine, static_cast<size_t>(st.st_size - head_len - at));
+        same = full_pread(update_fd, mine, len, head_len + at) == len &&
+               full_pread(fd, theirs, len, at) == len && memcmp(mine, theirs, len) == 0;
+        at += static_cast<off_t>(len);
+    }
     if (fd >= 0)
         close(fd);
-    if (count != sizeof end)
+    return same;
+}
+
+// The bytes of body that the image's header tells of, or -1 if it is no image's.
+static off_t promised_length(int update_fd)
+{
+    update_header_t header;
+    if (full_pread(update_fd, &header, sizeof header, 0) != sizeof header ||
+        ntohl(header.ih_magic) != IH_MAGIC)
         return -1;
-    return static_cast<off_t>(end[0] | end[1] << 8 | end[2] << 16 |
-                              static_cast<uint32_t>(end[3]) << 24);
+    return static_cast<off_t>(ntohl(header.ih_size)) - static_cast<off_t>(sizeof header);
 }
 
 // The file with the body of an image that lacks it, because an earlier call was killed behind the
-// cut; null if the image has what is to be compressed, or no file holds just as much.
-static const char *left_body(int update_fd, size_t head_len, size_t data_len)
+// cut; null if the image has what is to be compressed. The caller's `data_len` may be what the file
+// holds now: the header knows better.
+static const char *left_body(int update_fd, off_t head_len, off_t data_len)
 {
     struct stat st;
-    const off_t length = static_cast<off_t>(data_len);
-    if (fstat(update_fd, &st) != 0 || st.st_size >= static_cast<off_t>(head_len) + length)
+    if (fstat(update_fd, &st) != 0)
         return nullptr;
-    if (own_length(PLAIN_BODY) == length)
+    const off_t held = std::max<off_t>(st.st_size - head_len, 0);
+    const off_t promised = promised_length(update_fd);
+    const bool lacks = held < (promised >= 0 ? promised : data_len);
+    // An expanded body that was left behind may begin like another image's.
+    if (lacks && is_being_put_back(update_fd, head_len, PLAIN_BODY) &&
+        (held == 0 || promised == own_length(PLAIN_BODY)))
         return PLAIN_BODY;
-    return expanded_length() == length ? COMPRESSED_BODY : nullptr;
+    const bool compressed = is_being_put_back(update_fd, head_len, COMPRESSED_BODY);
+    return compressed && (lacks || held > 0) ? COMPRESSED_BODY : nullptr;
 }
 
 // Compresses what has been cut off and gives it to the image. Returns whether it holds it now.
@@ -184,16 +216,18 @@ static bool put_body_back(int update_fd, size_t head_len, size_t data_len)
 int gzip_dirs_and_files(int update_fd, struct tagupdate_header * /*update_header*/, size_t head_len,
                         size_t data_len)
 {
-    const char *const left = left_body(update_fd, head_len, data_len);
+    const char *const left =
+        left_body(update_fd, static_cast<off_t>(head_len), static_cast<off_t>(data_len));
+    if (left != nullptr) {
+        const int status = body_not_there();
+        fputs("step1:cut_file faild.\n", stderr);
+        PLATFORM_LOG("the image lacks its body, and %s may hold it: move it away first", left);
+        return status;
+    }
     int status = 0;
-    if ((left == nullptr && !make_own(PLAIN_BODY)) ||
-        cut_file(update_fd, head_len, data_len, PLAIN_BODY) < 0) {
+    if (!make_own(PLAIN_BODY) || cut_file(update_fd, head_len, data_len, PLAIN_BODY) < 0) {
         status = -1;
         fputs("step1:cut_file faild.\n", stderr);
-        if (left != nullptr) {
-            PLATFORM_LOG("the image lacks its body, and %s may hold it: move it away first", left);
-            return status;
-        }
     } else if (!compress_body(update_fd, head_len)) {
         status = -1;
         fputs("combine_file faild.\n", stderr);

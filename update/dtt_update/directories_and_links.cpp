@@ -7,6 +7,7 @@
 #include "update/dtt_update_common/trace_log.h"
 
 #include <cstring>
+#include <fnmatch.h>
 #include <unistd.h>
 
 static constexpr size_t MKDIR_COMMAND_SIZE = 512;
@@ -60,6 +61,21 @@ bool take_link_texts(const char *basename, const char *filename, link_texts *lin
         link->name = get_dirname(link->path);
     }
     return true;
+}
+
+// Whether the shell would put the link's own name in the target's place: an empty file of that name
+// stands there when the command is run.
+static bool target_matches_link(const link_texts *link)
+{
+    const char *const slash = strrchr(link->target, '/');
+    const char *const last = slash != nullptr ? slash + 1 : link->target;
+    return strcmp(last, link->name) != 0 && fnmatch(last, link->name, FNM_PERIOD) == 0;
+}
+
+bool link_means_itself(const link_texts *link)
+{
+    return means_itself(link->directory, "/") && means_itself(link->name, link->directory) &&
+           means_itself(link->target, link->directory) && !target_matches_link(link);
 }
 
 bool link_command(const link_texts *link, char *cmd)

@@ -37,6 +37,9 @@ struct link_texts {
 // "path;target". Returns false if one does not fit its buffer.
 bool take_link_texts(const char *basename, const char *filename, link_texts *link);
 
+// Whether the command leaves the texts of the link as they are.
+bool link_means_itself(const link_texts *link);
+
 // Builds the command in `cmd` of LINK_TEXT_SIZE bytes. Returns false if it does not fit.
 bool link_command(const link_texts *link, char *cmd);
 

@@ -11,7 +11,8 @@
 extern int ker_img_num;
 
 // Installs the unpacked file `filename`, its full path, if its entry's type is ENTRY_BOOT or
-// ENTRY_KERNEL. Returns 0 if nothing failed or nothing was to be done, UPDATE_BOOT_FAILED or
+// ENTRY_KERNEL. A file that can't be accessed is passed over. Returns
+// 0 if nothing failed or nothing was to be done, UPDATE_BOOT_FAILED or
 // UPDATE_KERNEL_FAILED. The kernel
 // partition stays mounted on /mntker.
 int update_LinuxFile(int type, char *filename);

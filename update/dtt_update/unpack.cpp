@@ -40,7 +40,7 @@ static const char *entry_fault(update_run *run, const image_entry *entry, const 
     if (entry->type == ENTRY_LINK) {
         if (!take_link_texts(basename, entry->name, &link) || !link_command(&link, cmd))
             return "its path and target are too long for a link";
-        if (!means_itself(basename) || !means_itself(link.target) || !means_itself(link.name))
+        if (!means_itself(basename) || !link_means_itself(&link))
             return "its path or target would be taken apart by a command";
     }
     if (installs(entry->type, basename) && !means_itself(basename))
@@ -165,10 +165,12 @@ static void make_link(update_run *run, image_entry *entry, char *basename)
     creat_link_file(basename, entry->name);
     links_have_changed(&run->base);
     struct stat st;
-    if (lstat(basename, &st) == 0 && S_ISLNK(st.st_mode))
+    const bool seen = lstat(basename, &st) == 0;
+    if (seen && S_ISLNK(st.st_mode))
         return;
     RUN_TRACE(run, "link not made: %s\n", basename);
-    unlink(basename);
+    if (seen && S_ISREG(st.st_mode) && st.st_size == 0)
+        unlink(basename);
 }
 
 int unpack_entry(update_run *run, entry_walk *walk)
