@@ -9,6 +9,9 @@ struct confinement {
     std::string dir;            // holds everything else
     std::string base;           // the run's base directory
     bool commands_fail = false; // those that can't be run here: do they fail?
+    int image_fd = -1;
+    int calls_to_change = 0; // until the image's body becomes `new_body`; 0 for never
+    std::string new_body;
 };
 
 extern confinement confined;

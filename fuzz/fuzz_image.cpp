@@ -24,16 +24,15 @@ enum {
 static constexpr size_t WINDOW_SIZE = 16384; // that the walk reads at a time
 static constexpr size_t IN_WINDOW = 96;      // bytes of the body in front of its end
 
-static int image_fd;
 static int start_fd; // the directory that the paths of the fuzzer's own files begin at
 
 int LLVMFuzzerInitialize(int *, char ***)
 {
     log_debug = 0;
     confine();
-    image_fd = open((confined.dir + "/i").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    confined.image_fd = open((confined.dir + "/i").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     start_fd = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    check(image_fd >= 0 && start_fd >= 0, "there is room for the image");
+    check(confined.image_fd >= 0 && start_fd >= 0, "there is room for the image");
     return 0;
 }
 
@@ -74,10 +73,26 @@ static std::string make_image(unsigned int first, std::string rest)
     }
 }
 
+// A whole image leaves the bits for a number of entries to the number of calls after which its body
+// is no more the first half of the input's, but the second.
+static void take_change(unsigned int first, std::string *rest)
+{
+    constexpr size_t head = sizeof(update_header_t);
+    confined.calls_to_change = 0;
+    if ((first & 3) > MENDED_IMAGE || rest->size() <= head)
+        return;
+    confined.calls_to_change = static_cast<int>(first >> 2 & 31);
+    if (confined.calls_to_change == 0)
+        return;
+    const size_t half = head + (rest->size() - head) / 2;
+    confined.new_body = rest->substr(half);
+    rest->resize(half);
+}
+
 static void run(unsigned int first, const std::string &image)
 {
-    check(ftruncate(image_fd, 0) == 0, "the image can be emptied");
-    const ssize_t written = pwrite(image_fd, image.data(), image.size(), 0);
+    check(ftruncate(confined.image_fd, 0) == 0, "the image can be emptied");
+    const ssize_t written = pwrite(confined.image_fd, image.data(), image.size(), 0);
     check(written == static_cast<ssize_t>(image.size()), "the image can be written");
     std::string path = confined.dir + "/i";
     std::string base = confined.base;
@@ -93,7 +108,9 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size == 0)
         return 0;
-    const std::string rest(reinterpret_cast<const char *>(data + 1), size - 1);
+    std::string rest(reinterpret_cast<const char *>(data + 1), size - 1);
+    take_change(data[0], &rest);
+    const bool changes = confined.calls_to_change != 0;
     const std::string image = make_image(data[0], rest);
     run(data[0], image);
 
@@ -102,6 +119,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     for (const fs::directory_entry &item : fs::directory_iterator(confined.dir))
         check(item.path().filename() == "i" || item.path().filename() == "root",
               "nothing is made beside the base directory");
-    check(fs::file_size(confined.dir + "/i") == image.size(), "the image stays as it is");
+    check(changes || fs::file_size(confined.dir + "/i") == image.size(),
+          "the image stays as it is");
     return 0;
 }
