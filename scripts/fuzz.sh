@@ -33,7 +33,7 @@ status=0
 for target in "${targets[@]}"; do
     corpus=build/fuzz/corpus/$target
     options=(-print_final_stats=1 -close_fd_mask=3 -timeout=10 -rss_limit_mb=2048
-        "-artifact_prefix=build/fuzz/artifacts/$target-")
+        "-artifact_prefix=$PWD/build/fuzz/artifacts/$target-")
     [[ ! -f fuzz/$target.dict ]] || options+=("-dict=fuzz/$target.dict")
     if ((seconds)); then
         mkdir -p "$corpus"
