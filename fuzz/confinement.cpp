@@ -13,6 +13,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <glob.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -48,6 +49,17 @@ static void check_place(const std::string &path)
           "no link leads an entry out of the directory");
 }
 
+// A shell would put what a pattern matches in its place.
+static void check_word(const std::string &word)
+{
+    if (word.find_first_of("*?[") == std::string::npos)
+        return;
+    glob_t found;
+    const bool matched = glob(word.c_str(), GLOB_NOESCAPE, nullptr, &found) == 0;
+    check(!matched || (found.gl_pathc == 1 && word == found.gl_pathv[0]), "a word means itself");
+    globfree(&found);
+}
+
 // One of the calls that the bytes of the image can change ahead of: another task writes to it.
 static void pass_call()
 {
@@ -62,6 +74,7 @@ static void pass_call()
 
 static void make_directories(const std::string &path)
 {
+    check_word(path);
     size_t end = confined.base.size();
     while (end != std::string::npos) {
         const std::string part = path.substr(0, end);
@@ -86,9 +99,12 @@ static void make_link(const std::string &text)
     const std::string directory = text.substr(0, command);
     const std::string name = text.substr(space + 1);
     const std::string target = text.substr(command + ln.size(), space - command - ln.size());
+    check_word(directory);
     check_place(directory + "/" + name);
     if (chdir(directory.c_str()) != 0)
         return;
+    check_word(target);
+    check_word(name);
     unlink(name.c_str());
     (void)!symlink(target.c_str(), name.c_str());
     check(chdir(confined.base.c_str()) == 0, "the base directory is there");
