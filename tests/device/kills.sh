@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# power_cuts.sh [CUTS [SEED]]: runs that are cut off at any moment, with all their processes. What
-# they leave tells the truth, and the next run brings the update to its end.
+# kills.sh [CUTS [SEED]]: runs that are killed at any moment, with all their processes. What they
+# leave tells the truth, and the next run brings the update to its end.
 # shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 
