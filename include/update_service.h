@@ -136,7 +136,8 @@ int update_one_UserFile(int type, char *name);
  * the image then has its plain body; if even that could not be put back, the log tells where the
  * body is kept. If a call was killed between taking the body and giving it back, the next one for
  * this image returns -1 and the log tells which of the two files holds the body; a call for another
- * image removes both files. */
+ * image removes both files. On 0 the image is on the medium; a power cut ahead of that can cost it
+ * its body. */
 int gzip_dirs_and_files(int update_fd, struct tagupdate_header *update_header, size_t head_len,
                         size_t data_len);
 

@@ -186,7 +186,8 @@ static const char *left_body(int update_fd, off_t head_len, off_t data_len)
     return compressed && (lacks || held > 0) ? COMPRESSED_BODY : nullptr;
 }
 
-// Compresses what has been cut off and gives it to the image. Returns whether it holds it now.
+// Compresses what has been cut off and gives it to the image. Returns whether it holds it now, on
+// the medium, so that the files with the body can go.
 static bool compress_body(int update_fd, size_t head_len)
 {
     my_system("rm /tmp/tmppfile.gz -rf");
@@ -198,7 +199,8 @@ static bool compress_body(int update_fd, size_t head_len)
     const off_t length = own_length(COMPRESSED_BODY);
     struct stat st;
     return combine_file(update_fd, head_len, COMPRESSED_BODY) == 0 && complete &&
-           fstat(update_fd, &st) == 0 && st.st_size == static_cast<off_t>(head_len) + length;
+           fstat(update_fd, &st) == 0 && st.st_size == static_cast<off_t>(head_len) + length &&
+           safe_fsync(update_fd) == 0;
 }
 
 // Gives the image the plain body again after a failure behind the cut. One of the two files holds
@@ -210,7 +212,8 @@ static bool put_body_back(int update_fd, size_t head_len, size_t data_len)
         my_system("gunzip /tmp/tmppfile.gz");
     return own_length(PLAIN_BODY) == length &&
            (length == 0 || combine_file(update_fd, head_len, PLAIN_BODY) == 0) &&
-           ftruncate(update_fd, static_cast<off_t>(head_len) + length) == 0;
+           ftruncate(update_fd, static_cast<off_t>(head_len) + length) == 0 &&
+           safe_fsync(update_fd) == 0;
 }
 
 int gzip_dirs_and_files(int update_fd, struct tagupdate_header * /*update_header*/, size_t head_len,

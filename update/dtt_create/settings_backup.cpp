@@ -6,6 +6,7 @@
 #include "update/dtt_update_common/bounded_text.h"
 #include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/platform_log.h"
+#include "update/dtt_update_common/raw_io.h"
 #include "update_service.h"
 
 #include <algorithm>
@@ -156,6 +157,16 @@ static int name_backup(char (&updfilename)[TEXT_SIZE])
     return 0;
 }
 
+// A sync has a FAT disk write the file's name and length last, and leaves them in the disk's cache.
+static bool is_on_medium(const char *path)
+{
+    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const bool synced = fd >= 0 && safe_fsync(fd) == 0;
+    if (fd >= 0)
+        close(fd);
+    return synced;
+}
+
 // Packs the scratch tree and copies the image to the disk.
 static int build_backup(const char *udisk_path, const char *updfilename, char *ret_filename)
 {
@@ -186,7 +197,7 @@ static int build_backup(const char *udisk_path, const char *updfilename, char *r
     // The caller has made room for just this.
     known_to_fit(bounded_format(ret_filename, strlen(udisk_path) + 1 + strlen(updfilename) + 1,
                                 "%s/%s", udisk_path, updfilename));
-    const bool copied = access(ret_filename, F_OK) == 0;
+    const bool copied = access(ret_filename, F_OK) == 0 && is_on_medium(ret_filename);
     OPERATION_LOG(copied ? "do_create ubck success !" : "do_create ubck faild !");
     OPERATION_LOG("return .ubck file: %s", copied ? ret_filename : "");
     return copied ? 0 : BACKUP_FAILED;

@@ -54,3 +54,12 @@ size_t full_pread(int fd, void *buf, size_t len, off_t offset)
     }
     return total;
 }
+
+int safe_fsync(int fd)
+{
+    int result;
+    do {
+        result = fsync(fd);
+    } while (result != 0 && errno == EINTR);
+    return result;
+}

@@ -22,4 +22,7 @@ ssize_t bb_full_write(int fd, const void *buf, size_t len);
 // end of the file or after an error.
 size_t full_pread(int fd, void *buf, size_t len, off_t offset);
 
+// fsync(2), repeated while it fails with EINTR.
+int safe_fsync(int fd);
+
 #endif
