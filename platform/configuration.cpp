@@ -275,6 +275,9 @@ int configuration_set(const char *path, const char *key, const char *value)
         result = make_directory(paths.directory);
     if (result != 0)
         return result;
+    // A value must not reach the medium ahead of what it tells of. It takes as long as it takes, so
+    // no other writer is to wait for it.
+    sync();
     const int lock = take_lock(paths.lock);
     if (lock < 0)
         return lock;

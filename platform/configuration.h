@@ -17,8 +17,9 @@ constexpr size_t CONFIGURATION_VALUE_SIZE = 1024;
 // -ENOENT without the file or the key, -EINVAL for what is no key, -EOVERFLOW if it does not fit.
 int configuration_get(const char *path, const char *key, char *value, size_t size);
 
-// Gives `key` the value, in its place or behind the last line, and keeps all other lines. Makes the
-// file's directory if it is missing. Returns 0 or a negative errno. After an error the old file
+// Gives `key` the value, in its place or behind the last line, and keeps all other lines. All that
+// was written by anyone ahead of the call is on the medium before the value is. Makes the file's
+// directory if it is missing. Returns 0 or a negative errno. After an error the old file
 // stands, unless it was the very last step that failed: to have the disk confirm the new file's
 // name.
 int configuration_set(const char *path, const char *key, const char *value);

@@ -321,8 +321,8 @@ TEST_F(Flag, GoesFromAnyStateToStartedAndThenToDone)
     const std::string begun = "|trace  call  fun  set_update_flag \n|trace run cmd = ";
     const std::string touched =
         logged("/bin/touch  " + path) + "|trace /bin/touch  " + path + " \n";
-    const std::string started = touched + logged("/bin/echo 1 > " + path);
-    const std::string done = logged("/bin/echo 2 > " + path);
+    const std::string started = touched + logged("/bin/echo 1 > " + path) + "|syncfs";
+    const std::string done = logged("/bin/echo 2 > " + path) + "|syncfs";
     EXPECT_EQ(set(1), "1\n" + begun + " .\n" + started);
     EXPECT_EQ(set(2), "2\n" + begun + " .\n" + done);
     EXPECT_EQ(set(1), "1\n" + begun + " .\n|trace upgrade NG, rm temp file .\n|trace run cmd = " +

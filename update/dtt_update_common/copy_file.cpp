@@ -55,6 +55,11 @@ static int write_new_file(const char *func, upgrade_info_t *update_info, const c
         TRACE_AS(func, "bb_full_write failed `%s' size= %d\n", dest, nSize);
         status = -1;
     }
+#ifdef SYNC_FILE_RANGE_WRITE
+    // Only begun: data that waits in memory for its turn would leave a tree of empty files at a
+    // power cut.
+    sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+#endif
     if (close(fd) < 0) {
         TRACE_AS(func, "unable to close `%s'\n", dest);
         status = -1;

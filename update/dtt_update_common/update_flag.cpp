@@ -5,10 +5,21 @@
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/trace_log.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 // A file that can't be removed must not hold the run up for ever.
 static constexpr int REMOVAL_TRIES = 3;
+
+// The value has to be on the medium before the run goes on, or its success is told to anyone.
+static void bring_to_medium(const char *flag_file)
+{
+    const int fd = open(flag_file, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return;
+    syncfs(fd);
+    close(fd);
+}
 
 int set_update_flag(char *flag_file, int value)
 {
@@ -40,5 +51,6 @@ int set_update_flag(char *flag_file, int value)
     known_to_fit(bounded_format(cmd, sizeof cmd, "/bin/echo %d > %s", value, flag_file));
     PLATFORM_LOG("%s", cmd);
     my_system(cmd);
+    bring_to_medium(flag_file);
     return 0;
 }

@@ -3,7 +3,8 @@
 #define DTT_UPDATE_COMMON_UPDATE_FLAG_H
 
 // Values of the flag file: one decimal digit and a line feed. Empty, an apply run was cut while
-// it was starting; absent, the same, or none was ever started.
+// it was starting; absent, the same, or none was ever started: in both cases it had touched
+// nothing. Each value is on the medium before the run goes on, so this holds after a power cut too.
 enum { UPDATE_FLAG_STARTED = 1, UPDATE_FLAG_DONE = 2 };
 
 // Brings `flag_file` to `value`. The results of the commands it runs are not looked at. Returns 0,
