@@ -4,6 +4,7 @@
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux dpkg-dev file pkgconf)
+[[ $(dpkg --print-architecture) != amd64 ]] || packages+=(user-mode-linux dmsetup kmod mtools)
 [[ ${1:-} != --lint ]] || packages+=(clang-format clang-tidy cppcheck mandoc shellcheck)
 [[ ${1:-} != --device ]] || packages+=(g++-arm-linux-gnueabihf googletest qemu-user)
 [[ ${1:-} != --fuzz ]] || packages+=(clang libclang-rt-dev llvm)
