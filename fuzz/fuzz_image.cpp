@@ -1,39 +1,171 @@
-// A whole apply run of any image. The first byte of the input tells what the rest is.
-#include "fuzz/confinement.h"
-#include "fuzz/stub.h"
+// A whole apply run of any image, in a directory of its own. The first byte of the input tells what
+// the rest is: with 0 in its low bits an image, with 1 one whose magic number and size are mended,
+// with 2 the body behind a header, with 3 the same behind an entry that ends where the walk has to
+// read anew.
+#include "fuzz/harness.h"
 
+#include "platform/platform.h"
 #include "update/dtt_update/apply_engine.h"
-#include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <glob.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
 
-enum {
-    WHOLE_IMAGE = 0,
-    MENDED_IMAGE = 1,  // with the right magic number and size put into it
-    BODY = 2,          // behind a header with a number of entries from the first byte
-    BODY_AT_WINDOW = 3 // the same behind an entry that ends where the walk has to read anew
-};
 static constexpr size_t WINDOW_SIZE = 16384; // that the walk reads at a time
 static constexpr size_t IN_WINDOW = 96;      // bytes of the body in front of its end
 
-static int start_fd; // the directory that the paths of the fuzzer's own files begin at
+static bool commands_fail; // those that have no effect here
+static int image_fd;
+static int calls_to_change; // until the image's body becomes `new_body`; 0 for never
+static std::string new_body;
 
-int LLVMFuzzerInitialize(int *, char ***)
+// In it are the image "i", the base directory "b", an empty "out", and "root" with what the target
+// search sees in the place of the root directory. A link and its command have to fit 127
+// characters, so the name is short.
+static const std::string &place()
 {
-    log_debug = 0;
-    confine();
-    confined.image_fd = open((confined.dir + "/i").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    start_fd = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    check(confined.image_fd >= 0 && start_fd >= 0, "there is room for the image");
+    static std::string dir;
+    if (dir.empty()) {
+        const char *const parent = getenv("TMPDIR");
+        dir = fs::canonical(parent != nullptr ? parent : "/tmp").string() + "/XXXXXX";
+        check(mkdtemp(dir.data()) != nullptr, "there is room for temporary files");
+        for (const char *part : {"/root/nand/bin/tools", "/root/usr/nand", "/out"})
+            fs::create_directories(dir + part);
+        image_fd = open((dir + "/i").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    }
+    return dir;
+}
+
+static bool is_below(const fs::path &path, const std::string &directory)
+{
+    return (path.lexically_normal() / "").string().rfind(directory + "/", 0) == 0;
+}
+
+// The item is about to be made or removed. Neither its name nor a link on its way may take it
+// elsewhere, be it a link that an earlier entry has made.
+static void check_place(const fs::path &path)
+{
+    std::error_code none;
+    const fs::path parent = fs::weakly_canonical(path.parent_path(), none);
+    check(is_below(path, place() + "/b") && (none || is_below(parent / "x", place() + "/b") ||
+                                             path.lexically_normal() == place() + "/b"),
+          "an entry stays below the directory");
+}
+
+// A shell would put what a pattern matches in its place.
+static void check_word(const char *word)
+{
+    glob_t found;
+    if (strpbrk(word, "*?[") == nullptr || glob(word, GLOB_NOESCAPE, nullptr, &found) != 0)
+        return;
+    check(found.gl_pathc == 1 && strcmp(word, found.gl_pathv[0]) == 0, "a word means itself");
+    globfree(&found);
+}
+
+// One of the calls that the bytes of the image can change ahead of: another task writes to it.
+static void pass_call()
+{
+    if (!under_test || calls_to_change == 0 || --calls_to_change != 0)
+        return;
+    const ssize_t written = pwrite(image_fd, new_body.data(), new_body.size(), 488);
+    check(written >= 0 && ftruncate(image_fd, static_cast<off_t>(488 + new_body.size())) == 0,
+          "the image can be changed");
+}
+
+// The effect of the commands that make directories and links, without a shell: an entry's name can
+// hold any text. A link that leads out of everything here leads to "out" instead.
+int my_system(const char *cmd)
+{
+    char path[4096], target[4096], name[4096];
+    std::error_code error;
+    pass_call();
+    under_test = false;
+    int result = 0;
+    if (sscanf(cmd, "/bin/mkdir -p %4095[^\n]", path) == 1) {
+        check_word(path);
+        check_place(path);
+        fs::create_directories(path, error);
+    } else if (sscanf(cmd, "cd /%4095s && /bin/ln -sf %4095s %4095s", path, target, name) == 3) {
+        const fs::path start = fs::current_path();
+        check_word(path);
+        check_place(fs::path(path) / name);
+        const bool inside = is_below(fs::path(path) / target, place());
+        if (chdir(path) == 0) {
+            check_word(target);
+            check_word(name);
+            fs::remove(name, error);
+            fs::create_symlink(inside ? target : place() + "/out", name, error);
+        }
+        fs::current_path(start);
+    } else {
+        result = commands_fail ? -1 : 0;
+    }
+    under_test = true;
+    return result;
+}
+
+extern "C" {
+int __real_open(const char *path, int flags, ...);
+int __wrap_open(const char *path, int flags, mode_t mode);
+ssize_t __real_pread(int fd, void *data, size_t size, off_t at);
+ssize_t __wrap_pread(int fd, void *data, size_t size, off_t at);
+int __real_unlink(const char *path);
+int __wrap_unlink(const char *path);
+int __wrap_usleep(useconds_t us);
+upgrade_info_t *__wrap_get_upgrade_info(void);
+void __wrap_free_upgrade_info(upgrade_info_t *info);
+
+// The target search begins at the root directory.
+int __wrap_open(const char *path, int flags, mode_t mode)
+{
+    pass_call();
+    const bool search = under_test && (flags & O_DIRECTORY) != 0 && !is_below(path, place() + "/b");
+    if (under_test && (flags & O_CREAT) != 0) {
+        std::error_code none;
+        check_place(path);
+        check(!fs::is_symlink(path, none), "no file is written through a link");
+    }
+    return __real_open(((search ? place() + "/root" : "") + path).c_str(), flags, mode);
+}
+
+ssize_t __wrap_pread(int fd, void *data, size_t size, off_t at)
+{
+    pass_call();
+    return __real_pread(fd, data, size, at);
+}
+
+int __wrap_unlink(const char *path)
+{
+    pass_call();
+    if (under_test)
+        check_place(path);
+    return __real_unlink(path);
+}
+
+int __wrap_usleep(useconds_t)
+{
     return 0;
+}
+
+static upgrade_info_t progress;
+
+upgrade_info_t *__wrap_get_upgrade_info(void)
+{
+    return &progress;
+}
+
+void __wrap_free_upgrade_info(upgrade_info_t *)
+{
+}
 }
 
 static std::string header_bytes(unsigned int entries, size_t body_size)
@@ -46,80 +178,52 @@ static std::string header_bytes(unsigned int entries, size_t body_size)
     return {reinterpret_cast<const char *>(&header), sizeof header};
 }
 
-static std::string filler_entry()
-{
-    const size_t size = WINDOW_SIZE - IN_WINDOW - 7;
-    const std::string head = {
-        'f', 0, 0, 0, 0, static_cast<char>(size >> 8), static_cast<char>(size & 0xFF)};
-    return head + std::string(size, 'f');
-}
-
 static std::string make_image(unsigned int first, std::string rest)
 {
     const unsigned int entries = first >> 2 & 31;
-    switch (first & 3) {
-    case WHOLE_IMAGE:
+    if ((first & 3) == 0)
         return rest;
-    case MENDED_IMAGE:
+    if ((first & 3) == 1) {
         rest.resize(std::max(rest.size(), sizeof(update_header_t)));
-        rest.replace(0, 4, header_bytes(0, 0), 0, 4);
-        rest.replace(12, 4, header_bytes(0, rest.size() - sizeof(update_header_t)), 12, 4);
-        return rest;
-    case BODY:
-        return header_bytes(entries, rest.size()) + rest;
-    default:
-        rest = filler_entry() + rest;
-        return header_bytes(entries + 1, rest.size()) + rest;
+        const std::string mended = header_bytes(0, rest.size() - sizeof(update_header_t));
+        return rest.replace(0, 4, mended, 0, 4).replace(12, 4, mended, 12, 4);
     }
-}
-
-// A whole image leaves the bits for a number of entries to the number of calls after which its body
-// is no more the first half of the input's, but the second.
-static void take_change(unsigned int first, std::string *rest)
-{
-    constexpr size_t head = sizeof(update_header_t);
-    confined.calls_to_change = 0;
-    if ((first & 3) > MENDED_IMAGE || rest->size() <= head)
-        return;
-    confined.calls_to_change = static_cast<int>(first >> 2 & 31);
-    if (confined.calls_to_change == 0)
-        return;
-    const size_t half = head + (rest->size() - head) / 2;
-    confined.new_body = rest->substr(half);
-    rest->resize(half);
-}
-
-static void run(unsigned int first, const std::string &image)
-{
-    check(ftruncate(confined.image_fd, 0) == 0, "the image can be emptied");
-    const ssize_t written = pwrite(confined.image_fd, image.data(), image.size(), 0);
-    check(written == static_cast<ssize_t>(image.size()), "the image can be written");
-    std::string path = confined.dir + "/i";
-    std::string base = confined.base;
-    confined.commands_fail = first >= 128;
-    under_test = true;
-    const int result = do_update(path.data(), ONLINE_MODE, base.data());
-    under_test = false;
-    const auto *const progress = static_cast<const upgrade_info_t *>(get_upgrade_info());
-    check(progress->result == (result == 0 ? 1 : 2), "the progress has the result");
+    if ((first & 3) == 2)
+        return header_bytes(entries, rest.size()) + rest;
+    constexpr size_t size = WINDOW_SIZE - IN_WINDOW - 7;
+    const char head[] = {'f', 0, 0, 0, 0, static_cast<char>(size >> 8), static_cast<char>(size)};
+    rest = std::string(head, sizeof head) + std::string(size, 'f') + rest;
+    return header_bytes(entries + 1, rest.size()) + rest;
 }
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size == 0)
         return 0;
-    std::string rest(reinterpret_cast<const char *>(data + 1), size - 1);
-    take_change(data[0], &rest);
-    const bool changes = confined.calls_to_change != 0;
+    std::string path = place() + "/i";
+    std::string base = place() + "/b";
+    std::string rest(data + 1, data + size);
+    // A whole image leaves the bits for a number of entries to the number of calls after which its
+    // body is no more the first half of the input's, but the second.
+    calls_to_change = (data[0] & 3) <= 1 && rest.size() > 488 ? data[0] >> 2 & 31 : 0;
+    if (calls_to_change != 0) {
+        const size_t half = 488 + (rest.size() - 488) / 2;
+        new_body = rest.substr(half);
+        rest.resize(half);
+    }
+    const bool changes = calls_to_change != 0;
     const std::string image = make_image(data[0], rest);
-    run(data[0], image);
-
-    check(fchdir(start_fd) == 0, "the fuzzer is where it was");
-    fs::remove_all(confined.base);
-    for (const fs::directory_entry &item : fs::directory_iterator(confined.dir))
-        check(item.path().filename() == "i" || item.path().filename() == "root",
-              "nothing is made beside the base directory");
-    check(changes || fs::file_size(confined.dir + "/i") == image.size(),
-          "the image stays as it is");
+    const fs::path start = fs::current_path();
+    std::ofstream(path, std::ios::binary) << image;
+    commands_fail = data[0] >= 128;
+    under_test = true;
+    const int result = do_update(path.data(), ONLINE_MODE, base.data());
+    under_test = false;
+    fs::current_path(start);
+    check(progress.result == (result == 0 ? 1 : 2), "the progress has the result");
+    fs::remove_all(base);
+    check(std::distance(fs::directory_iterator(place()), {}) == 3 && fs::is_empty(place() + "/out"),
+          "nothing is made beside the base directory");
+    check(changes || fs::file_size(path) == image.size(), "the image stays as it is");
     return 0;
 }

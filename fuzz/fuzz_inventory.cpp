@@ -1,7 +1,7 @@
 // The inventory of the USB disks over any output of its commands. The input is the outputs, with
-// PART between them: the mount list, the list of block devices, which every disk asks for, and then
-// one for each command. An output of NO_COMMAND alone is a command that could not be run.
-#include "fuzz/stub.h"
+// the byte 1f between them: the mount list, the list of block devices, which every disk asks for,
+// and then one for each command. An output of the byte 1e alone is a command that could not be run.
+#include "fuzz/harness.h"
 
 #include "platform/platform.h"
 #include "update_service.h"
@@ -9,41 +9,24 @@
 #include <cstring>
 #include <dirent.h>
 #include <memory>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
-
-static constexpr char PART = 0x1f;
-static constexpr char NO_COMMAND[] = "\x1e";
-// To a shell, and behind a '$'.
-static constexpr char SPECIAL[] = "|&;<>()'\"\\` \t\n";
-static constexpr char PARAMETERS[] = "_{(@*#?$!-0123456789"
-                                     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
 static std::vector<std::string> outputs;
 static size_t next_output;
 static int open_streams;
 
-// Whether `cmd` is `head` and `tail` with a word between them that a shell leaves alone, or, for a
-// mount path that ends in '/', with none.
-static bool is_command(const std::string &cmd, const std::string &head, const std::string &tail)
+// Whether the word that is put into the command is one that a shell leaves alone.
+static bool is_good(const std::string &cmd)
 {
-    if (cmd.size() < head.size() + tail.size() || cmd.compare(0, head.size(), head) != 0 ||
-        cmd.compare(cmd.size() - tail.size(), tail.size(), tail) != 0)
-        return false;
-    const std::string word = cmd.substr(head.size(), cmd.size() - head.size() - tail.size());
-    for (size_t at = 0; at + 1 < word.size(); at++)
-        if (word[at] == '$' && strchr(PARAMETERS, word[at + 1]) != nullptr)
-            return false;
-    return word.find_first_of(SPECIAL) == std::string::npos && word.find_first_of("-~#") != 0;
-}
-
-static void check_command(const std::string &cmd)
-{
-    bool known = is_command(cmd, "ls -l /dev/disk/by-label/ |grep ", " |awk '{print $9}'");
-    for (const char *pattern : {"*.img", "*.ubck", "*.rcfgx"})
-        known = known || is_command(cmd, "/usr/bin/find ",
-                                    " -maxdepth 1 -name '" + std::string(pattern) + "'");
-    check(known, "a command line has a word in the place of the path or the device");
+    static const std::string word =
+        R"((?![-~#])([^|&;<>()'"\\` \t\n$]|\$(?![_{(@*#?$!\-0-9A-Za-z]))*)";
+    static const std::regex pattern("ls -l /dev/disk/by-label/ \\|grep " + word +
+                                    " \\|awk '\\{print \\$9\\}'|/usr/bin/find " + word +
+                                    " -maxdepth 1 -name '\\*\\.(img|ubck|rcfgx)'");
+    return std::regex_match(cmd, pattern);
 }
 
 FILE *my_popen(const char *cmd, const char *)
@@ -52,11 +35,11 @@ FILE *my_popen(const char *cmd, const char *)
     if (strcmp(cmd, "/bin/cat /proc/diskstats |grep sd|awk '{print $3}'") == 0) {
         number = 1;
     } else if (strcmp(cmd, "/bin/mount |grep /mnt/sd |awk '{print $3}'") != 0) {
-        check_command(cmd);
+        check(is_good(cmd), "a command line has a word in the place of the path or the device");
         number = next_output++;
     }
     const std::string output = number < outputs.size() ? outputs[number] : "";
-    if (output == NO_COMMAND)
+    if (output == "\x1e")
         return nullptr;
     open_streams++;
     FILE *const stream = fmemopen(nullptr, output.size() + 1, "w+");
@@ -84,48 +67,30 @@ DIR *__wrap_opendir(const char *path)
 }
 }
 
-int LLVMFuzzerInitialize(int *, char ***)
-{
-    return 0;
-}
-
-template <size_t size> static void check_text(const char (&field)[size])
-{
-    check(memchr(field, '\0', size) != nullptr, "a text has an end");
-}
-
 template <size_t size> static void check_files(int count, const char (&files)[UDISK_FILE_MAX][size])
 {
     check(count >= 0 && count <= UDISK_FILE_MAX, "there are eight files of a kind at most");
     for (int i = 0; i < count; i++)
-        check_text(files[i]);
+        check(strnlen(files[i], size) < size, "a file's path has an end");
 }
 
-static void check_disks(const udisk_info_t *info)
+static void check_disk(const udisk_list_t *disk)
 {
-    check(info->upath_num >= 0 && info->upath_num <= UDISK_MAX, "there are four disks at most");
-    for (int i = 0; i < info->upath_num; i++) {
-        const udisk_list_t *const disk = &info->upath[i];
-        check_text(disk->udisk_path);
-        check_text(disk->udisk_name);
-        check_files(disk->imgfile.uimgfile_num, disk->imgfile.uimgfile);
-        check_files(disk->backfile.ubackfile_num, disk->backfile.ubackfile);
-        check_files(disk->rcfgfile.urcfgfile_num, disk->rcfgfile.urcfgfile);
-    }
+    check(strnlen(disk->udisk_path, 16) < 16, "a disk's path has an end");
+    check(strnlen(disk->udisk_name, 32) < 32, "a disk's name has an end");
+    check_files(disk->imgfile.uimgfile_num, disk->imgfile.uimgfile);
+    check_files(disk->backfile.ubackfile_num, disk->backfile.ubackfile);
+    check_files(disk->rcfgfile.urcfgfile_num, disk->rcfgfile.urcfgfile);
 }
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    outputs.assign(1, "");
-    for (size_t i = 0; i < size; i++) {
-        if (static_cast<char>(data[i]) == PART)
-            outputs.emplace_back();
-        else
-            outputs.back() += static_cast<char>(data[i]);
-    }
+    outputs.clear();
+    std::istringstream parts(std::string(data, data + size));
+    for (std::string part; std::getline(parts, part, '\x1f');)
+        outputs.push_back(part);
     next_output = 2;
     open_streams = 0;
-
     // Filled, so that a field which should have been written shows.
     const std::unique_ptr<udisk_info_t> info(new udisk_info_t);
     memset(static_cast<void *>(info.get()), 0x55, sizeof *info);
@@ -134,9 +99,9 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     under_test = false;
     check(open_streams == 0, "every stream is closed");
     check(info->event.ev == 0x55555555, "the event keeps its content");
-    if (result == 0)
-        check_disks(info.get());
-    else
-        check(result == -1 && info->upath_num == 0x55555555, "a failure leaves the count alone");
+    check(result == 0 || info->upath_num == 0x55555555, "a failure leaves the count alone");
+    check(result != 0 || (info->upath_num >= 0 && info->upath_num <= UDISK_MAX), "four disks");
+    for (int i = 0; result == 0 && i < info->upath_num; i++)
+        check_disk(&info->upath[i]);
     return 0;
 }

@@ -64,8 +64,6 @@ apply() {
     [[ $(<differences) == 'Only in tree: empty' ]]
     say 'the update flag file'
     cat /usr/local/upgdflag
-    say 'the progress block'
-    progress_block
     say 'the recorded version'
     sysconfig get fw_version
     say 'the boot loader partition begins with the boot loader'
@@ -125,7 +123,7 @@ show() {
     say 'build the tool'
     cmake --preset release >/dev/null
     cmake --build --preset release --target \
-        img_deploy sysconfig progress_block img_info upgd_service | tail -n 1
+        img_deploy sysconfig img_info upgd_service | tail -n 1
 
     local build=$root/build/release
     export SANDBOX_PATH=$build/update/img_deploy:$build/platform:$build/tests:$build/companions/img_info:$build/companions/upgd_service

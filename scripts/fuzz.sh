@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds the fuzz targets and runs each that is named, or all, for SECONDS. What they have learnt
 # stays in build/fuzz/corpus, the inputs of findings in build/fuzz/artifacts. With 0 seconds the
-# seeds alone are run. Prints the executions of each target; the status is 0 if nothing was found.
-# Usage: scripts/fuzz.sh SECONDS [image|header|label|inventory]...
+# seeds and some thousand inputs that are made from them are run, the same each time. Prints the
+# executions of each target; the status is 0 if nothing was found.
+# Usage: scripts/fuzz.sh SECONDS [image|label|inventory]...
 set -euo pipefail
 cd "$(dirname "$0")/.."
 if [[ ! ${1:-} =~ ^[0-9]+$ ]]; then
@@ -11,7 +12,7 @@ if [[ ! ${1:-} =~ ^[0-9]+$ ]]; then
 fi
 seconds=$1
 targets=("${@:2}")
-((${#targets[@]})) || targets=(image header label inventory)
+((${#targets[@]})) || targets=(image label inventory)
 for target in "${targets[@]}"; do
     [[ -f fuzz/fuzz_$target.cpp ]] || { echo "no target $target" >&2; exit 2; }
 done
@@ -34,12 +35,12 @@ for target in "${targets[@]}"; do
     corpus=build/fuzz/corpus/$target
     options=(-print_final_stats=1 -close_fd_mask=3 -timeout=10 -rss_limit_mb=2048
         "-artifact_prefix=$PWD/build/fuzz/artifacts/$target-")
-    [[ ! -f fuzz/$target.dict ]] || options+=("-dict=fuzz/$target.dict")
+    [[ ! -f fuzz/seeds/$target.dict ]] || options+=("-dict=fuzz/seeds/$target.dict")
     if ((seconds)); then
         mkdir -p "$corpus"
         options+=("-max_total_time=$seconds" "$corpus")
     else
-        options+=(-runs=0)
+        options+=(-runs=5000 -seed=1)
     fi
     found=0
     build/fuzz/fuzz/fuzz_"$target" "${options[@]}" "fuzz/seeds/$target" \

@@ -160,11 +160,6 @@ echo device_name=unit7 >$conf
 plain "${backup[@]:1}"
 cp /mnt/sda1/*.ubck first.ubck
 gzip -k first.ubck
-if [[ $* == *service* ]]; then # the engine of the operation apply, called in a service
-    apply_before
-    plain fault_driver restore "$work/update.img"
-    expect 'a restored backup, without a fault' '0 ' "$status $(grep '^held: ' err)"
-fi
 printf 'a=1\nb=new\nc=3\n' >configured
 for name; do walk "$name"; done
 finish

@@ -13,11 +13,6 @@ expect() {
     failures=$((failures + 1))
 }
 
-# expect_line FILE LINE: the file holds this very line.
-expect_line() {
-    grep -qxF -- "$2" "$1" || expect "a line of $1" "$2" "$(head -c 2000 "$1")"
-}
-
 # run COMMAND...: leaves its status, output and errors in $status, out and err.
 run() {
     "$@" >out 2>err
@@ -35,13 +30,20 @@ await() {
     done
 }
 
-# Trace lines without their prefixes.
-messages() {
-    sed 's/^\[[^]]*\] \[[^]]*\]:: //' "$1"
-}
-
 flag() {
     cat /usr/local/upgdflag 2>/dev/null || echo none
+}
+
+# read_mailbox PATH: prints what is sent to a task's mailbox, or the log daemon's, until it is killed.
+read_mailbox() {
+    exec perl -MSocket -e '$| = 1; socket(S, PF_UNIX, SOCK_DGRAM, 0); bind(S, sockaddr_un($ARGV[0])) or die $!;
+        print "$m\n" while defined recv(S, $m, 9999, 0)' "$1"
+}
+
+# What a reader in another process sees of the progress block: the four fields of every segment.
+progress_block() {
+    perl -e 'shmread(shmget(0x600001, 16, 0) // die($!), $b, 0, 16) or die $!;
+        printf "file_nums=%d cur_nums=%d result=%d cur_percent=%d\n", unpack "i4", $b'
 }
 
 # A directory with files of every kind, named so that links stay short.

@@ -16,25 +16,16 @@ run dpkg --no-triggers -i "$PACKAGES/img-deploy_$PACKAGE_VERSION"_*.deb
 expect 'installation' '0 ' "$status $(cat err)"
 expect 'version' "ii  $PACKAGE_VERSION" \
     "$(dpkg-query -W -f '${db:Status-Abbrev} ${Version}' img-deploy)"
-expect 'programs and what shells and readers look for' 'bin/img_deploy
-bin/img_info
-bin/sysconfig
-bin/upgd_service
-share/bash-completion/completions/img_deploy
-share/bash-completion/completions/img_info
-share/bash-completion/completions/sysconfig
-share/bash-completion/completions/upgd_service
-share/man/man1/img_deploy.1
-share/man/man1/img_info.1
-share/man/man1/sysconfig.1
-share/man/man1/upgd_service.1
-share/man/man5/update-image.5' "$(dpkg -L img-deploy | grep -E '^/usr/(bin|share)/.*[^/]$' |
-    while read -r file; do [[ -d $file ]] || echo "${file#/usr/}"; done | sort)"
+completions=share/bash-completion/completions
+expect 'programs and what shells and readers look for' "$(printf '%s ' bin/{img_deploy,img_info,sysconfig,upgd_service} \
+    $completions/{img_deploy,img_info,sysconfig,upgd_service} \
+    share/man/man1/{img_deploy,img_info,sysconfig,upgd_service}.1 share/man/man5/update-image.5)" \
+    "$(dpkg -L img-deploy | grep -E '^/usr/(bin|share)/.*[^/]$' |
+        while read -r file; do [[ -d $file ]] || echo "${file#/usr/}"; done | sort | tr '\n' ' ')"
 
 # The build's own programs are not on the path.
 lay_out_tree
-run /usr/bin/img_deploy -c ./tree -r V7 update.img
-expect 'build' 0 "$status"
+/usr/bin/img_deploy -c ./tree -r V7 update.img >/dev/null
 run /usr/bin/img_deploy -u update.img -m 2
 expect 'apply' '0 2 V7' "$status $(flag) $(sysconfig get fw_version)"
 expect 'what was unpacked' '' "$(diff -r --no-dereference tree /opt/upgddir/tree)"
@@ -64,13 +55,11 @@ for program in img_deploy img_info sysconfig upgd_service; do
     . "/usr/share/bash-completion/completions/$program"
 done
 expect 'options' '-c -u -s -m -C -p -v -r' "$(completed img_deploy -)"
-expect 'places' '1 2 3' "$(completed img_deploy -c tree -p '')"
-expect 'directories' 'tree' "$(completed img_deploy -c '')"
-expect 'images' 'update.img' "$(completed img_deploy -u up)"
+expect 'places, directories, images' '1 2 3,tree,update.img' \
+    "$(completed img_deploy -c tree -p ''),$(completed img_deploy -c ''),$(completed img_deploy -u up)"
 expect 'cards' 'flash simulate fail=' "$(completed upgd_service update u.img --cards '')"
 expect 'ways to look' '--json --verify --extract --help' "$(completed img_info -)"
-expect 'keys' 'fw_version' "$(completed sysconfig get '')"
-expect 'no values' '' "$(completed sysconfig set fw_version '')"
+expect 'keys, and no values' 'fw_version,' "$(completed sysconfig get ''),$(completed sysconfig set fw_version '')"
 
 run dpkg --no-triggers -r img-deploy
 expect 'removal' 0 "$status"

@@ -26,10 +26,7 @@
 #define CALL(type, call, parameters, arguments, shown, detail, code, result)                       \
     type call parameters                                                                           \
     {                                                                                              \
-        if (!strike(shown, detail))                                                                \
-            return REAL(call) arguments;                                                           \
-        errno = code;                                                                              \
-        return result;                                                                             \
+        return strike(shown, detail) ? (errno = code, result) : REAL(call) arguments;              \
     }
 
 /* A call that moves `size` bytes, or fails with the error `code`. */
@@ -38,10 +35,8 @@
     {                                                                                              \
         const char fault = strike(shown, path_of(fd));                                             \
         size = fault == 's' ? (size + 1) / 2 : size;                                               \
-        if (fault == 0 || fault == 's')                                                            \
-            return REAL(call) arguments;                                                           \
-        errno = fault == 'i' ? EINTR : code;                                                       \
-        return -1;                                                                                 \
+        return fault == 0 || fault == 's' ? REAL(call) arguments                                   \
+                                          : (errno = fault == 'i' ? EINTR : code, -1);             \
     }
 
 #define FDS 1024
@@ -49,11 +44,7 @@
 static char inherited[FDS];   /* by descriptor: it was open at the start */
 static char unconfirmed[FDS]; /* by descriptor: it has been written to since the last fsync */
 
-#define WAIT(type, call, parameters, result)                                                       \
-    type call parameters                                                                           \
-    {                                                                                              \
-        return result;                                                                             \
-    }
+#define WAIT(type, call, parameters, result) type call parameters { return result; }
 
 __attribute__((constructor)) static void begin(void)
 {

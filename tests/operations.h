@@ -1,0 +1,27 @@
+// What a story can do, by name.
+#ifndef TESTS_OPERATIONS_H
+#define TESTS_OPERATIONS_H
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+// The words of a call, each in memory of exactly its size, where the sanitizers see a step beside.
+struct call {
+    std::vector<std::string> words;
+    std::vector<std::unique_ptr<char[]>> texts;
+
+    // "-" and a missing word are null.
+    char *text(size_t i);
+    // In any notation; 0 if it is missing.
+    int number(size_t i) const;
+};
+
+// Each gives its result as text, or nothing to tell.
+std::map<std::string, std::function<std::string(call &)>> &operations();
+
+std::string read_file(const std::string &path);
+
+#endif

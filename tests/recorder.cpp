@@ -1,0 +1,264 @@
+// The list of what the system asks for. The linker sends the calls here, by their names.
+#include "tests/recorder.h"
+
+#include "device_msg.h"
+#include "platform/platform.h"
+#include "update_service.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+// The name of a call on files in the C library.
+#if __SIZEOF_POINTER__ == 4
+#define FILE_CALL(prefix, call) prefix##call##64
+#else
+#define FILE_CALL(prefix, call) prefix##call
+#endif
+
+recording rec;
+
+static const upgrade_info_t *block = nullptr;
+static int card_type = 0; // of the last request
+
+static std::string format(const char *text, ...)
+{
+    char line[8192];
+    va_list args;
+    va_start(args, text);
+    vsnprintf(line, sizeof line, text, args);
+    va_end(args);
+    return line;
+}
+
+std::string shown(const std::string &text)
+{
+    static const std::map<char, std::string> names = {{'\n', "\\n"}, {'\r', "\\r"},  {'\t', "\\t"},
+                                                      {'\0', "\\0"}, {'\\', "\\\\"}, {'"', "\\\""}};
+    std::string out;
+    for (size_t at = 0, count; at < text.size(); at += count) {
+        const char c = text[at];
+        count = std::min(text.find_first_not_of(c, at), text.size()) - at;
+        std::string one(1, c);
+        if (names.count(c) != 0)
+            one = names.at(c);
+        else if (static_cast<unsigned char>(c - ' ') > 94)
+            one = format("\\x%02X", static_cast<unsigned char>(c));
+        if (count < 30 && !(c == '\0' && count > 3))
+            count = 1;
+        out += one + (count > 1 ? "{" + std::to_string(count) + "}" : "");
+    }
+    if (!out.empty() && out.back() == ' ')
+        out.replace(out.size() - 1, 1, "\\s");
+    return out;
+}
+
+static rlimit usual = {};
+
+void open_no_files()
+{
+    getrlimit(RLIMIT_NOFILE, &usual);
+    const rlimit none = {0, usual.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+}
+
+static std::string block_text()
+{
+    return block == nullptr ? ""
+                            : format("block %d %d %d %d %d", block->file_nums, block->cur_nums,
+                                     block->result, block->cur_percent, block->failed_nums);
+}
+
+static bool fails(const std::string &line)
+{
+    return std::any_of(rec.failing.begin(), rec.failing.end(),
+                       [&line](const std::string &head) { return line.rfind(head, 0) == 0; });
+}
+
+// Adds the line and returns whether the call is to fail.
+static bool add(const std::string &line)
+{
+    static std::string last_block;
+    static int last_polls = 0;
+    if (usual.rlim_max != 0)
+        setrlimit(RLIMIT_NOFILE, &usual);
+    usual = {};
+    if (block_text() != last_block)
+        rec.lines.push_back(last_block = block_text());
+    if (rec.polls != last_polls && rec.polls != 0)
+        rec.lines.push_back("polls " + std::to_string(rec.polls));
+    last_polls = rec.polls;
+    rec.lines.push_back(line);
+    if (rec.on_line)
+        rec.on_line();
+    return fails(line);
+}
+
+static std::string message_text(aptid_t task, const std::string &bytes)
+{
+    upgrade_msg_t event;
+    stPmdFile file;
+    stApMsg request;
+    if (!rec.raw && bytes.size() == sizeof event) {
+        memcpy(&event, bytes.data(), sizeof event);
+        return format("event %d/%d/%d", event.update_param.value, event.upgrade_info.result,
+                      event.upgrade_info.cur_percent);
+    }
+    if (rec.raw || bytes.size() != sizeof request + sizeof file)
+        return format("send %08x ", task) + bytes;
+    memcpy(&request, bytes.data(), sizeof request);
+    memcpy(&file, bytes.data() + STAPMSG_DATA_OFFSET, sizeof file);
+    card_type = file.file_type;
+    return format("request %d slot %d model 0x%x seq %d %s", file.file_type, request.kmddata.slot,
+                  request.kmddata.model, request.kmddata.seq, file.file_patch);
+}
+
+// A trace line is one flush of the log file's stream.
+static ssize_t take_trace(void *, const char *data, size_t size)
+{
+    const std::string text(data, size);
+    const size_t end = std::min(text.find("]:: "), text.size() - 4);
+    const size_t func = text.find_first_not_of(' ', std::min(text.rfind('/', end), end) - 30);
+    rec.prefix = text.substr(0, text.find("pid=")) + text.substr(text.find("] ["), end - 6);
+    rec.prefix.resize(rec.prefix.rfind('/'));
+    add("trace " + text.substr(func, text.find('/', func) - func) + ": " + text.substr(end + 4));
+    return static_cast<ssize_t>(size);
+}
+
+extern "C" {
+
+int __real_my_system(const char *cmd);
+FILE *__real_my_popen(const char *cmd, const char *mode);
+FILE *FILE_CALL(__real_, fopen)(const char *path, const char *mode);
+ssize_t __real_getdents64(int fd, void *items, size_t size);
+void *FILE_CALL(__real_, mmap)(void *place, size_t size, int access, int flags, int fd, off_t at);
+void *__real_shmat(int id, const void *address, int flags);
+
+int __wrap_aplog_printf(int level, const char *module, const char *func, const char *text, ...)
+{
+    char line[8192];
+    va_list args;
+    va_start(args, text);
+    vsnprintf(line, sizeof line, text, args);
+    va_end(args);
+    const bool usual_tag = level == 0 && strcmp(module, "imgdeploy") == 0;
+    add((usual_tag ? "log " : "log of another module ") + std::string(func) + ": " + line);
+    return 0;
+}
+
+int __wrap_my_system(const char *cmd)
+{
+    return add(std::string("run ") + cmd) ? -1 : __real_my_system(cmd);
+}
+
+FILE *__wrap_my_popen(const char *cmd, const char *mode)
+{
+    if (add(std::string("read ") + cmd))
+        return nullptr;
+    for (const auto &[head, output] : rec.outputs)
+        if (std::string(cmd).rfind(head, 0) == 0) {
+            setenv("OUTPUT", output.c_str(), 1);
+            return __real_my_popen("printf %s \"$OUTPUT\"", mode);
+        }
+    return __real_my_popen(cmd, mode);
+}
+
+int __wrap_apipc_send(aptid_t task, const void *msg, unsigned int size)
+{
+    rec.polls = 0;
+    return add(message_text(task, std::string(static_cast<const char *>(msg), size)))
+               ? rec.send_result
+               : 0;
+}
+
+FILE *FILE_CALL(__wrap_, fopen)(const char *path, const char *mode)
+{
+    if (strncmp(path, "/var/log/", 9) != 0)
+        return FILE_CALL(__real_, fopen)(path, mode);
+    if (add(std::string("open ") + path + " " + std::string(mode).substr(0, 2)))
+        return nullptr;
+    FILE *const stream = fopencookie(nullptr, "w", {nullptr, take_trace, nullptr, nullptr});
+    setvbuf(stream, nullptr, _IOFBF, 1 << 16);
+    return stream;
+}
+
+ssize_t __wrap_getdents64(int fd, void *items, size_t size)
+{
+    const ssize_t read = __real_getdents64(fd, items, size);
+    for (ssize_t at = 0; at < read && !rec.types_are_told;) {
+        auto *const item = reinterpret_cast<dirent64 *>(static_cast<char *>(items) + at);
+        item->d_type = DT_UNKNOWN;
+        at += item->d_reclen;
+    }
+    return read;
+}
+
+void *FILE_CALL(__wrap_, mmap)(void *place, size_t size, int access, int flags, int fd, off_t at)
+{
+    return fails("mmap") ? (errno = ENOMEM, MAP_FAILED)
+                         : FILE_CALL(__real_, mmap)(place, size, access, flags, fd, at);
+}
+
+int __wrap_fsync(int)
+{
+    return add("fsync") ? (errno = EIO, -1) : 0;
+}
+
+int __wrap_syncfs(int)
+{
+    return add("syncfs") ? (errno = EIO, -1) : 0;
+}
+
+void *__wrap_shmat(int id, const void *address, int flags)
+{
+    if (fails("shmat"))
+        return MAP_FAILED;
+    void *const place = __real_shmat(id, address, flags);
+    block = static_cast<const upgrade_info_t *>(place);
+    return place;
+}
+
+int __wrap_gettimeofday(timeval *now, void *)
+{
+    *now = {static_cast<time_t>(rec.time_us / 1000000),
+            static_cast<suseconds_t>(rec.time_us % 1000000)};
+    return 0;
+}
+
+time_t __wrap_time(time_t *)
+{
+    return static_cast<time_t>(rec.time_us / 1000000);
+}
+
+unsigned int __wrap_sleep(unsigned int seconds)
+{
+    add(format("wait %u s", seconds));
+    return 0;
+}
+
+int __wrap_usleep(useconds_t us)
+{
+    add(format("wait %u us", us));
+    return 0;
+}
+
+// A card answers at a poll; the polls are counted at the end of a wait for it.
+int __wrap_select(int count, fd_set *, fd_set *, fd_set *, timeval *timeout)
+{
+    if (count != 0 || timeout->tv_sec != 0 || timeout->tv_usec != 10000)
+        add("wait of another length");
+    *timeout = {}; // as Linux does
+    const auto answer = rec.answers.find(format("%d %d", card_type, ++rec.polls));
+    if (answer != rec.answers.end())
+        set_update_card_result(card_type, answer->second);
+    return 0;
+}
+}

@@ -1,0 +1,75 @@
+# Catches: an entry that is refused or let through by mistake, what stays of it and of the others, a way out of the
+# base directory, a limit that is passed, a command line that a name changes, data that is no longer the image's.
+== the lines of a failed copy, counted ahead of them; nothing behind it is touched (show (trace|log): +(copy|result|update_i)|trace copy|block 3 1 . 100)
+image u.img -- a 0 1 b 0 b{9000} c 0 3 ;; $ mkdir /b; mount -t tmpfs -o size=8k tmpfs /b
+do_update u.img 2 /b ;; tree /b  --> block 3 1 0 100 0 | trace copy_file: bb_full_write failed `/b/b' size= 9000\n
+    block 3 1 0 100 1 | log: copy_file ----------  /b/b --------- failed.
+    trace: copy_file failed :---------- /b/b ---------- \n | log:  update_info->result = 0 (1:ok, 2:error). \n
+    block 3 1 2 100 1 | trace: result = 2, update 1 file error !! \n | : result = 2, update error !! \n
+    log:  result = 2, update error !! | = -4 | a = 1 | b = b{4096}
+== what stands in an entry's place; a link to a directory is one; who has a file open keeps it (show none)
+$ mkdir -p /b/d /b/m; echo old and long >/b/a; echo old and long >kept; ln /b/a open; touch /b/l /b/m/f; ln -s d /b/to_d
+$ mount --bind kept /b/m/f
+image u.img -- a 0 new "l;a" 4 "" "k;/abs/x" 4 "" m/f 0 new to_d 1 "" to_d/x 0 x "g;h" 0 g d/../e 0 e ..f/... 0 f
+do_update u.img 2 /b ;; tree /b ;; $ cat open kept  --> = 0 | ..f/... = f | a = new | d/x = x | e = e | g;h = g
+    k -> /abs/x | l -> a | m/f = new | to_d -> d | old and long | new
+show ^trace (image|copy) ;; for "m 0" "a 1" => image i -- @1 @2 m ;; do_update i 2 /b
+    trace copy_file: unable to open `/b/m'\n | = -4 | = -4
+== damage is found at the entry's own turn (show ^trace: image)
+image u.img count=4294967295 -- good 0 x ;; do_update u.img 2 /b ;; show ^trace: image.*[hdg]\\n
+    trace: image is damaged at entry 1: there are fewer entries than the header says\n | = -4
+for "name" "n{1024}\0\0\0\0\0\0" "name\0" "name\0\0\0\0\0" "name\0\0\0\0\0\2x" "name\0\0\xFF\xFF\xFF\xFF" => image u.img count=2 -- good 0 x "@" raw "" ;; do_update u.img 2 /b
+    trace: image is damaged at entry 1: its name has no end\n | = -4
+    : image is damaged at entry 1: its name is too long\n | = -4 | = -4 | = -4 | = -4 | = -4
+== names that lead out, that a command would take apart, or that fit no buffer (show ^run cd)
+for "../x" "a/../../b/x" "//.//.." "" "n{1023}" "d{495}/x" "d x/x" "$(touch no)/x" "a`b`/x" "a\tb/x" "a;b/x" => image u.img -- "@" 0 x ;; do_update u.img 2 /b
+    = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
+for "a;b/../../l;x" "l;t{126}" "l;t{103}" "l;a b" "l;$(x" "l;-t" "l a;t" "-l;t" => image u.img -- "@" 4 "" ;; do_update u.img 2 /b
+    = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
+for "1 d{495}" "1 d|x" "7 u;b" "5 k/zImage&" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b  --> = -4 | = -4
+    = -4 | = -4
+for "4 l;c*" "4 c*;t" "4 l;../b/?ost" "7 c?st" "1 c*" => image u.img -- cost 0 x "@2" @1 "" ;; do_update u.img 2 /b
+    = -4 | = -4 | = -4 | = -4 | = -4
+tree /b ;; $ ls -A; ls /x ;; show ^trace: image  --> cost = x | u.img
+    ls: cannot access '/x': No such file or directory | status 2
+for "0 ../x" "0 n{1023}" "1 d|x" "4 l;t{103}" "4 l;-t" "7 u;b" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b
+    trace: image is damaged at entry 0: its name leads out of the directory\n | = -4
+    : image is damaged at entry 0: its path is too long\n | = -4
+    : image is damaged at entry 0: its directory can't be made by a command\n | = -4
+    : image is damaged at entry 0: its path and target are too long for a link\n | = -4
+    : image is damaged at entry 0: its path or target would be taken apart by a command\n | = -4
+    : image is damaged at entry 0: its path would be taken apart by a command\n | = -4
+== names that only look so, up to the limits (show none)
+$ d=$(printf 'd%.0s' $(seq 99)); mkdir -p /b/$d/$d/$d/$d/$d/$d/$d/$d/$d/$d
+image u.img -- "d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/f{20}" 0 x ;; do_update u.img 2 /b ;; $ cat /b/*/*/*/*/*/*/*/*/*/*/f*; rm -r /b/*
+    = 0 | x
+image u.img -- "[" 0 x "m/[l;n*" 4 "" "a$/~/-d/f" 0 x "a b" 0 x "l;t{102}" 4 "" "n" 4 "" "7;b" 22 x ;; do_update u.img 2 /b ;; tree /b
+    = 0 | 7;b = x | [ = x | a b = x | a$/~/-d/f = x | l -> t{102} | m/[l -> n*
+== what is read ahead ends anywhere in an entry (show none)
+for 367 368 369 370 371 372 373 374 375 376 => image u.img -- a 0 a{16@} bbb 0 y c 0 z ;; do_update u.img 2 /b ;; $ cat /b/bbb /b/c
+    = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz
+== a directory that can't be made; a link that leads out (show ^trace: image)
+image u.img -- a/b 0 x c 0 y ;; $ mkdir /b; : >/b/a ;; do_update u.img 2 /b  --> = -4
+for "out;/w" "out;../w" "in;." => image u.img -- "@" 4 "" out/x 0 x in/n/../../w/f 0 x ;; do_update u.img 2 /b
+    trace: image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
+    : image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
+    : image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
+image u.img -- d 1 "" "in;d" 4 "" in/x 0 x ;; do_update u.img 2 /b ;; tree /b ;; $ ls  --> = 0 | a =\s | d/x = x
+    in -> d | out -> ../w | u.img
+== what a command has not made is not taken for made (show link not)
+for "run /bin/mkdir -p /b/" "run cd" => $ rm -rf /b; mkdir /b ;; fail "@" ;; image u.img -- a 0 x "l;a" 4 "" d/b 0 x ;; do_update u.img 2 /b ;; tree /b
+    = -4 | a = x | l -> a | trace: link not made: /b/l\n | = 0 | a = x | d/b = x
+== the image shrinks under its mapping: ahead of the entry, within it, within a page (show ^trace: image)
+for "0 0" "0 496" "1 0" "1 495" "1 600" "1 4096" "1 6502" "1 6503" "2 6559" "2 6560" => image u.img -- a 0 1 b 0 b{6000} c 0 c{50} ;; $ rm -rf /b ;; at (num-@1) => $ truncate -s @2 /w/u.img ;; do_update u.img 2 /b
+    = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | trace: image is damaged at entry 1: the image has shrunk\n | = -4
+    : image is damaged at entry 2: the image has shrunk\n | = -4 | : image is damaged at entry 2: the image has shrunk\n
+    = -4 | = 0
+== boot loader and kernel: their failure ends the run, and the version is recorded of none that failed (show ^run (dd|sys))
+image u.img -- card 22 c u 7 u k/zImage 5 k z 0 z
+for run_dd "run dd" "run /bin/cp" "run /bin/mount" => fail "@" ;; $ rm -rf /b; umount /mntker 2>/dev/null; mkdir /b ;; do_update u.img 2 /b ;; $ ls -m /b
+    run dd if=/b/u of=/dev/mmcblk0p1 | run sysconfig set fw_version V1.0.0.0 | = 0 | card, k, u, z
+    run dd if=/b/u of=/dev/mmcblk0p1 | = -5 | card, u | run dd if=/b/u of=/dev/mmcblk0p1 | = -14 | card, k, u
+    run dd if=/b/u of=/dev/mmcblk0p1 | = -14 | card, k, u
+== after the walk everything is brought to the disks, or the run has failed (show (trace|log): copy|^run)
+image u.img -- a 0 x ;; fail syncfs ;; do_update u.img 2 /b  --> run /bin/mkdir -p /b
+    log: copy_file ----------  /b --------- failed. | trace: copy_file failed :---------- /b ---------- \n | = -4

@@ -1,0 +1,304 @@
+// story FILE: plays a story in the sandbox and compares what comes of it with what stands in it;
+// story FILE --record: prints the story with what comes of it instead.
+#include "tests/operations.h"
+#include "tests/recorder.h"
+#include "update/dtt_update_common/trace_log.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sched.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using lines = std::vector<std::string>;
+
+static lines result;                                           // of the command in hand
+static std::string operation;                                  // in hand
+static std::regex pattern;                                     // of the lines that are shown
+static std::vector<std::pair<std::string, std::string>> hooks; // a line, and the command at it
+static size_t console_seen[2];
+
+// Tells find(1) to print "FILE = CONTENT", "LINK -> TARGET" and "EMPTY/".
+static const std::string TREE =
+    "-type f -printf '%P = ' -exec cat {} ';' -printf '\\n' -o -type l -printf '%P -> %l\\n' "
+    "-o -type d -empty -printf '%P/\\n'";
+
+// What comes of the commands, what goes to standard output, and what to standard error.
+static const std::string REPORT = "/run/sandbox/report";
+static const std::string CONSOLE[] = {"/run/sandbox/out", "/run/sandbox/err"};
+
+// Between a command and its results on the same line.
+static const std::string ARROW = "  --> ";
+
+static void perform(const std::string &command);
+
+static bool take_away(std::string *text, const std::string &head)
+{
+    const bool found = text->rfind(head, 0) == 0;
+    text->erase(0, found ? head.size() : 0);
+    return found;
+}
+
+// The parts of `text`, less those that are empty.
+static lines split(const std::string &text, const std::string &divider)
+{
+    lines parts;
+    for (size_t at = 0, end; at < text.size(); at = end + divider.size())
+        if ((end = std::min(text.find(divider, at), text.size())) > at)
+            parts.push_back(text.substr(at, end - at));
+    return parts;
+}
+
+// The words of a command. Quotes keep blanks together; \n \r \t \0 \s \" \\ and \xHH stand for
+// their bytes, c{300} for 300 times c.
+static lines words_of(const std::string &command)
+{
+    lines words;
+    bool in_word = false, in_quotes = false;
+    for (size_t i = 0; i < command.size(); i++) {
+        char c = command[i];
+        in_quotes = in_quotes != (c == '"');
+        if (!in_word && (c != ' ' || in_quotes))
+            words.emplace_back();
+        in_word = c != ' ' || in_quotes;
+        if (c == '"' || !in_word)
+            continue;
+        unsigned int byte = 0, count = 1;
+        int used = 0;
+        if (c == '\\') {
+            const size_t name = std::string("nrt0s").find(c = command.at(++i));
+            c = name != std::string::npos ? "\n\r\t\0 "[name] : c;
+            if (c == 'x' && sscanf(&command[i + 1], "%2x%n", &byte, &used) == 1)
+                c = static_cast<char>(byte);
+            i += static_cast<size_t>(used);
+        }
+        used = 0;
+        if (sscanf(&command[i + 1], "{%u}%n", &count, &used) == 1)
+            i += static_cast<size_t>(used);
+        words.back().append(used > 0 ? count : 1, c);
+    }
+    return words;
+}
+
+// A line that belongs to the operation in hand does not name it, and none names what the one ahead
+// of it has named.
+static void tell(std::string line)
+{
+    static std::string last;
+    for (const std::string kind : {"log", "trace"})
+        if (take_away(&line, kind + " " + operation + ": "))
+            line = kind + ": " + line;
+    line = shown(line);
+    if (!std::regex_search(line, pattern))
+        return;
+    const std::string head = line.substr(0, line.find(": "));
+    const bool named = !result.empty() && head == last && take_away(&line, head);
+    last = named || line.size() > head.size() ? head : "";
+    result.push_back(line);
+}
+
+// What has gone to the console since the last call.
+static void collect()
+{
+    fflush(stdout);
+    for (int i = 0; i < 2; i++) {
+        const std::string text = read_file(CONSOLE[i]).substr(console_seen[i]);
+        console_seen[i] += text.size();
+        for (const std::string &line : split(text, "\n"))
+            tell((i == 0 ? "out " : "err ") + line);
+    }
+}
+
+static void run_script(const std::string &script)
+{
+    const int status = system(("{ " + script + "\n} >/run/sandbox/script 2>&1").c_str());
+    for (const std::string &line : split(read_file("/run/sandbox/script"), "\n"))
+        result.push_back(shown(line));
+    if (status != 0)
+        result.push_back("status " + std::to_string(WEXITSTATUS(status)));
+}
+
+// Descriptors that are open, less sockets, and mappings of files: what an operation adds is lost.
+static long held()
+{
+    std::ifstream maps("/proc/self/maps");
+    long count = 0;
+    for (std::string line; std::getline(maps, line);)
+        count += line.find(" r--s ") != line.npos && line.find("/lib/") == line.npos ? 1 : 0;
+    for (const fs::directory_entry &item : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        count += fs::read_symlink(item, error).string().rfind("socket:", 0) != 0 ? 1 : 0;
+    }
+    return count;
+}
+
+static void call_operation(const std::string &command)
+{
+    call c = {words_of(command), {}};
+    const auto found = operations().find(c.words.at(0));
+    if (found == operations().end())
+        return result.push_back("no such operation");
+    const std::string outer = operation;
+    operation = found->first;
+    const long before = outer.empty() ? held() : 0;
+    const lines returned = split(found->second(c), "\n");
+    operation = outer;
+    if (!outer.empty())
+        return;
+    for (size_t i = 0; i < returned.size(); i++)
+        result.push_back((i == 0 ? "= " : "") + returned[i]);
+    if (held() != before)
+        result.push_back("holds more than before: " + std::to_string(held() - before));
+}
+
+// "VALUE... => COMMAND ;; COMMAND": @ is a value, @1 to @9 are its words.
+static void repeat(const std::string &values, const std::string &commands)
+{
+    for (const std::string &value : words_of(values))
+        for (std::string command : split(commands, " ;; ")) {
+            lines words = split(value, " ");
+            words.resize(9);
+            for (size_t at = 0; (at = command.find('@', at)) != command.npos;) {
+                const size_t number = static_cast<size_t>(command[at + 1] - '1');
+                const std::string text = shown(number < 9 ? words[number] : value);
+                command.replace(at, number < 9 ? 2 : 1, text);
+                at += text.size();
+            }
+            perform(command);
+        }
+}
+
+static void perform(const std::string &command)
+{
+    std::string rest = command;
+    const size_t arrow = command.find(" => ");
+    const std::string behind = arrow != command.npos ? command.substr(arrow + 4) : "";
+    if (operation.empty() && chdir("/w") != 0)
+        _exit(1);
+    if (take_away(&rest, "for ")) {
+        repeat(rest.substr(0, rest.find(" => ")), behind);
+    } else if (const size_t end = command.find(" ;; "); end != command.npos) {
+        perform(command.substr(0, end));
+        perform(command.substr(end + 4));
+    } else if (take_away(&rest, "$ ")) {
+        run_script(rest);
+    } else if (take_away(&rest, "tree ")) {
+        run_script("cd " + rest + " && find . -mindepth 1 " + TREE + " | sort");
+    } else if (take_away(&rest, "show ")) {
+        pattern = rest;
+    } else if (take_away(&rest, "at ")) {
+        hooks.emplace_back(rest.substr(0, rest.find(" => ")), behind);
+    } else {
+        call_operation(command);
+    }
+}
+
+// Tells the lines that have come. The commands that wait for the last one are performed.
+static void on_line()
+{
+    static size_t seen = 0;
+    while (seen < rec.lines.size())
+        tell(rec.lines[seen++]);
+    const std::string line = rec.lines.back();
+    for (size_t i = 0; i < hooks.size();)
+        if (line.find(hooks[i].first) == line.npos) {
+            i++;
+        } else {
+            const std::string command = hooks[i].second;
+            hooks.erase(hooks.begin() + static_cast<long>(i));
+            perform(command);
+        }
+}
+
+// Plays commands in a process, namespaces and directories of their own. Returns them with what has
+// come of each behind it.
+static std::string play(const lines &commands)
+{
+    const pid_t pid = fork();
+    if (pid == 0) {
+        std::ofstream report(REPORT);
+        freopen(CONSOLE[0].c_str(), "w", stdout);
+        freopen(CONSOLE[1].c_str(), "w", stderr);
+        bool ready = unshare(CLONE_NEWNS | CLONE_NEWIPC) == 0 &&
+                     system("exec rm -rf /b /w /opt/* "
+                            "/tmp/tmppfile* /tmp/ubackup /usr/local/sbin/g*zip /run/mailbox "
+                            "/etc/sysconfig /mntker/*") == 0 &&
+                     mkdir("/w", 0755) == 0;
+        rec.on_line = on_line;
+        for (const std::string &command : commands) {
+            report << (&command == &commands[0] ? "" : "\n") << command << std::flush;
+            result.clear();
+            const size_t at = command.find(" (show ");
+            if (command.rfind("== ", 0) == 0 && at != command.npos)
+                pattern = command.substr(at + 7, command.size() - at - 8);
+            if (ready && command.find_first_of("#= ") != 0 && command != "") {
+                perform(command);
+                collect();
+            }
+            for (const std::string &line : result)
+                report << "\n    " << line;
+        }
+        report.close();
+        exit(ready ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    if (status == 0)
+        return read_file(REPORT);
+    fputs(read_file(CONSOLE[1]).c_str(), stderr);
+    return read_file(REPORT) + "\n    DIED";
+}
+
+// Each result on a line of its own, and as many on a line as it has room for.
+static std::string spread(const std::string &text)
+{
+    return std::regex_replace(text, std::regex(ARROW + "| \\| "), "\n    ");
+}
+
+static std::string filled(const std::string &text)
+{
+    std::string out, line, divider;
+    for (const std::string &part : split(text, "\n")) {
+        const bool is_result = part.rfind("    ", 0) == 0;
+        const bool fits = is_result && line.size() + divider.size() + part.size() <= 124;
+        out += fits || line.empty() ? "" : line + "\n";
+        line = fits ? line + divider + part.substr(4) : part;
+        divider = is_result ? " | " : ARROW;
+    }
+    return out + line + "\n";
+}
+
+int main(int argc, char **argv)
+{
+    setenv("TZ", "UTC", 1);
+    setenv("STORIES", fs::path(argv[1]).parent_path().c_str(), 1);
+    log_debug = 0; // trace lines go to the log file, which is recorded
+    const std::string story = read_file(argv[1]);
+    std::vector<lines> parts(1); // the opening, and then those with a title
+    for (const std::string &line : split(story, "\n")) {
+        if (line.rfind("== ", 0) == 0)
+            parts.emplace_back(parts[0]);
+        if (line.rfind("    ", 0) != 0)
+            parts.back().push_back(line.substr(0, line.find(ARROW)));
+    }
+    std::string got;
+    for (auto part = parts.begin() + 1; part != parts.end(); ++part) {
+        const std::string text = play(*part);
+        got += got.empty() ? text : text.substr(std::min(text.find("\n== "), text.size()));
+    }
+    if (argc > 2)
+        fputs(filled(got).c_str(), stdout);
+    if (parts.size() > 1 && (argc > 2 || spread(got + "\n") == spread(story)))
+        return 0;
+    std::ofstream("/tmp/expected") << spread(story);
+    std::ofstream("/tmp/got") << spread(got) << "\n";
+    (void)!system("diff -U 4 /tmp/expected /tmp/got");
+    return 1;
+}
