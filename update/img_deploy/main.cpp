@@ -125,7 +125,13 @@ static int run_build(const options *o)
 static int take_run_lock(bool *busy)
 {
     const int fd = open("/run/img_deploy.lock", O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-    *busy = fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    *busy = fd >= 0;
+    // A command that a killed run was just starting holds its lock for a moment more.
+    for (int tries = 0; *busy && tries < 50; tries++) {
+        *busy = flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+        if (*busy)
+            usleep(20000);
+    }
     return fd;
 }
 
