@@ -13,11 +13,18 @@ struct card_choice {
     int number; // seconds to simulate, or the type that fails
 };
 
-int update_command(const char *image, char *dir, card_choice cards);
+struct update_options {
+    const char *image;
+    char *dir; // null for the one that the image asks for
+    card_choice cards;
+    bool verify; // test the CRC first
+};
+
+int update_command(const update_options *options);
 int watch_command();
 int disks_command(bool json);
 int backup_command(char *disk);
-int restore_command(char *file, char *dir);
+int restore_command(const char *file, char *dir, bool verify);
 int flash_command(int type, char *file);
 
 #endif

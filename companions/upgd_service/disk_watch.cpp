@@ -19,10 +19,10 @@ static bool lies_below(const char *path, const char *directory)
     return strncmp(path, directory, len) == 0 && (path[len] == '/' || path[len] == '\0');
 }
 
-int find_disk(const char *file, watched_image *image)
+void find_disk(const char *file, watched_image *image)
 {
     if (realpath(file, image->path) == nullptr)
-        return -1;
+        snprintf(image->path, sizeof image->path, "%s", file);
     image->mount_point[0] = '\0';
     FILE *const mounts = setmntent("/proc/self/mounts", "re");
     while (mounts != nullptr) {
@@ -35,7 +35,6 @@ int find_disk(const char *file, watched_image *image)
     }
     if (mounts != nullptr)
         endmntent(mounts);
-    return 0;
 }
 
 static bool is_mounted(const char *mount_point)

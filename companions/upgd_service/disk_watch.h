@@ -7,8 +7,9 @@ struct watched_image {
     char mount_point[4096]; // of the USB disk, empty if the image lies on none
 };
 
-// Finds the disk of the image `file`. Returns 0, or -1 with errno set if there is no such file.
-int find_disk(const char *file, watched_image *image);
+// Finds the disk of the image `file`. One whose path is not known, because nothing but an open file
+// is left of it, lies on none.
+void find_disk(const char *file, watched_image *image);
 
 // A USB disk is gone when its file system is unmounted or its device has left the kernel's list; an
 // image on no USB disk counts as present while it can be opened.

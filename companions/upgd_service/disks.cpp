@@ -3,11 +3,11 @@
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/exit_status.h"
+#include "companions/upgd_service/tested_image.h"
 #include "update/dtt_update_common/image_check.h"
 #include "update_service.h"
 
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -120,18 +120,18 @@ static const char *restore_words(int result)
     }
 }
 
-int restore_command(char *file, char *dir)
+int restore_command(const char *file, char *dir, bool verify)
 {
-    // The run changes the working directory, and a relative path with it.
-    char path[PATH_MAX];
-    const char *const fault = image_fault(file);
-    if (fault != nullptr || realpath(file, path) == nullptr) {
-        complain("%s: %s", file, fault != nullptr ? fault : strerror(errno));
+    tested_image image;
+    if (!take_tested_image(file, verify, &image))
         return SERVICE_FAILED;
-    }
-    const int result = do_update_backup(path, dir);
+    const int result = do_update_backup(image.path, dir);
     if (result != 0) {
         complain("%s: %s", file, restore_words(result));
+        return SERVICE_FAILED;
+    }
+    if (has_changed(&image)) {
+        complain("%s: it was changed while it was restored; restore it again", file);
         return SERVICE_FAILED;
     }
     say("%s: restored below %s", file, dir);

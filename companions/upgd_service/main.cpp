@@ -11,12 +11,15 @@
 
 static constexpr char USAGE[] =
     "Usage: upgd_service update IMAGE [--dir DIR] [--cards flash|simulate[=SECONDS]|fail=TYPE]\n"
+    "                           [--no-verify]\n"
     "       upgd_service backup DISK          save the settings to the disk mounted there\n"
-    "       upgd_service restore FILE [DIR]   bring a backup back, below / without DIR\n"
+    "       upgd_service restore [--no-verify] FILE [DIR]\n"
+    "                                         bring a backup back, below / without DIR\n"
     "       upgd_service disks [--json]       list the USB disks\n"
     "       upgd_service flash TYPE FILE      flash one card file of type 22 to 30\n"
     "       upgd_service watch                show an img_deploy run until it ends\n"
     "       upgd_service --help               print this text\n"
+    "An image whose CRC is not the one that its header says is refused, but for --no-verify.\n"
     "Exit status: 0 well, 1 failed, 2 a call that is none, 130 interrupted.\n";
 
 // A whole number from `low` to `high`. Returns false for anything else.
@@ -57,24 +60,24 @@ static int bad_call()
 
 static int call_update(int argc, char **argv)
 {
-    char *image = nullptr;
-    char *dir = nullptr;
-    card_choice cards = {CARDS_FLASH, 0};
+    update_options options = {nullptr, nullptr, {CARDS_FLASH, 0}, true};
     for (int i = 2; i < argc; i++) {
         if (strcmp(argv[i], "--dir") == 0 && i + 1 < argc)
-            dir = argv[++i];
+            options.dir = argv[++i];
+        else if (strcmp(argv[i], "--no-verify") == 0)
+            options.verify = false;
         else if (strcmp(argv[i], "--cards") == 0 && i + 1 < argc) {
-            if (!parse_cards(argv[++i], &cards))
+            if (!parse_cards(argv[++i], &options.cards))
                 return bad_call();
-        } else if (argv[i][0] != '-' && image == nullptr)
-            image = argv[i];
+        } else if (argv[i][0] != '-' && options.image == nullptr)
+            options.image = argv[i];
         else
             return bad_call();
     }
-    if (image == nullptr)
+    if (options.image == nullptr)
         return bad_call();
     take_console();
-    return update_command(image, dir, cards);
+    return update_command(&options);
 }
 
 static int call_backup(int argc, char **argv)
@@ -88,10 +91,12 @@ static int call_backup(int argc, char **argv)
 static int call_restore(int argc, char **argv)
 {
     char root[] = "/";
-    if (argc != 3 && argc != 4)
+    const bool verify = argc < 3 || strcmp(argv[2], "--no-verify") != 0;
+    const int file = verify ? 2 : 3;
+    if (argc <= file || argc > file + 2)
         return bad_call();
     take_console();
-    return restore_command(argv[2], argc == 4 ? argv[3] : root);
+    return restore_command(argv[file], argc > file + 1 ? argv[file + 1] : root, verify);
 }
 
 static int call_disks(int argc, char **argv)

@@ -4,10 +4,10 @@
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/disk_watch.h"
 #include "companions/upgd_service/exit_status.h"
+#include "companions/upgd_service/tested_image.h"
 #include "platform/mailbox.h"
 #include "update/dtt_update_common/card_kinds.h"
 #include "update/dtt_update_common/command_words.h"
-#include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update_service.h"
 
@@ -31,6 +31,7 @@ struct step_text {
 
 // What the threads of a run share.
 struct update_run {
+    tested_image tested;
     watched_image image;
     card_choice cards;
     int events;   // mailbox
@@ -252,9 +253,7 @@ static int run_update(update_run *run, char *dir)
     if (started == THREADS) {
         set_usb_status(disk_is_there(&run->image) ? TRUE : FALSE);
         empty_UserFile_patch();
-        char path[sizeof run->image.path];
-        memcpy(path, run->image.path, sizeof path);
-        ret = do_update_upgd(task_on_this_board(MODULE_SERVICE), path, dir);
+        ret = do_update_upgd(task_on_this_board(MODULE_SERVICE), run->tested.path, dir);
     }
     run->ended = true;
     shutdown(run->events, SHUT_RDWR);
@@ -265,22 +264,26 @@ static int run_update(update_run *run, char *dir)
     return ret;
 }
 
-int update_command(const char *image, char *dir, card_choice cards)
+int update_command(const update_options *options)
 {
+    const char *const image = options->image;
     update_run run;
-    run.cards = cards;
-    const char *const fault = image_fault(image);
-    if (fault != nullptr || find_disk(image, &run.image) != 0) {
-        complain("%s: %s", image, fault != nullptr ? fault : strerror(errno));
+    run.cards = options->cards;
+    if (!take_tested_image(image, options->verify, &run.tested))
         return SERVICE_FAILED;
-    }
+    find_disk(run.tested.path, &run.image);
     run.events = open_mailbox(task_on_this_board(MODULE_SERVICE));
     run.requests = run.events >= 0 ? open_mailbox(task_on_this_board(MODULE_CARDS)) : -1;
-    const int ret = run.requests >= 0 ? run_update(&run, dir) : 1;
+    const int ret = run.requests >= 0 ? run_update(&run, options->dir) : 1;
     close_mailboxes(&run);
     if (ret > 0)
         return SERVICE_FAILED;
     const upgrade_info_t *const info = &get_upgd_msg()->upgrade_info;
+    if (ret == 0 && has_changed(&run.tested)) {
+        end_progress();
+        complain("%s: it was changed while it was applied; apply it again", image);
+        return SERVICE_FAILED;
+    }
     if (ret == 0) {
         show_progress("done", 1000, info->cur_nums, info->file_nums);
         end_progress();

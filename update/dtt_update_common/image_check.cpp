@@ -33,19 +33,37 @@ const char *examine_image(int fd, image_file *img)
     return nullptr;
 }
 
+void start_sum(body_sum *sum)
+{
+    *sum = {sizeof(update_header_t), 0};
+}
+
 // Read in blocks, never from a mapping: the image's disk may go away meanwhile.
-bool body_crc(const image_file *img, uint32_t *crc)
+bool sum_block(const image_file *img, body_sum *sum)
 {
     static char block[256 * 1024];
-    *crc = 0;
-    for (uint32_t at = sizeof(update_header_t); at < img->size;) {
-        const size_t len = std::min<size_t>(sizeof block, img->size - at);
-        if (full_pread(img->fd, block, len, at) != len)
-            return false;
-        *crc = crc32_update(*crc, block, len);
-        at += static_cast<uint32_t>(len);
-    }
+    const size_t len = std::min<size_t>(sizeof block, img->size - sum->at);
+    if (full_pread(img->fd, block, len, sum->at) != len)
+        return false;
+    sum->crc = crc32_update(sum->crc, block, len);
+    sum->at += static_cast<uint32_t>(len);
     return true;
+}
+
+bool body_crc(const image_file *img, uint32_t *crc)
+{
+    body_sum sum;
+    start_sum(&sum);
+    while (sum.at < img->size)
+        if (!sum_block(img, &sum))
+            return false;
+    *crc = sum.crc;
+    return true;
+}
+
+const char *crc_fault(const image_file *img, uint32_t crc)
+{
+    return crc == ntohl(img->header.ih_crc) ? nullptr : "has another CRC than its header says";
 }
 
 static const char *length_fault(const image_file *img)
@@ -55,37 +73,42 @@ static const char *length_fault(const image_file *img)
                : "has another length than its header says: it is cut off, or was never finished";
 }
 
-static const char *body_fault(const image_file *img)
+const char *open_image(const char *name, image_file *img)
 {
-    uint32_t crc;
-    if (!body_crc(img, &crc))
-        return "can't be read to its end";
-    return crc == ntohl(img->header.ih_crc) ? nullptr : "has another CRC than its header says";
-}
-
-// Opens the file and finds its first fault.
-static const char *find_fault(const char *name, bool whole)
-{
+    *img = {};
     // Without O_NONBLOCK a named pipe would wait for its writer.
     const int fd = open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0)
+    if (fd < 0) {
+        img->fd = -1;
         return strerror(errno);
-    image_file img = {};
-    const char *fault = examine_image(fd, &img);
+    }
+    const char *fault = examine_image(fd, img);
     if (fault == nullptr)
-        fault = length_fault(&img);
-    if (fault == nullptr && whole)
-        fault = body_fault(&img);
-    close(fd);
+        fault = length_fault(img);
+    if (fault != nullptr) {
+        close(fd);
+        img->fd = -1;
+    }
     return fault;
 }
 
 const char *image_fault(const char *name)
 {
-    return find_fault(name, false);
+    image_file img;
+    const char *const fault = open_image(name, &img);
+    if (fault == nullptr)
+        close(img.fd);
+    return fault;
 }
 
 const char *whole_image_fault(const char *name)
 {
-    return find_fault(name, true);
+    image_file img;
+    const char *fault = open_image(name, &img);
+    if (fault != nullptr)
+        return fault;
+    uint32_t crc;
+    fault = body_crc(&img, &crc) ? crc_fault(&img, crc) : "can't be read to its end";
+    close(img.fd);
+    return fault;
 }

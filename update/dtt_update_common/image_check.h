@@ -8,15 +8,34 @@
 // own length, whatever the header says. Returns null, or what is wrong with the file.
 const char *examine_image(int fd, image_file *img);
 
+// Opens the file `name`. Returns null if an update can begin with it, or what is wrong with it: an
+// error of the system, what examine_image says, or another length than the header's. `img->fd` is
+// -1 then, else the caller closes it.
+const char *open_image(const char *name, image_file *img);
+
+// A CRC of an image's body that is taken a block at a time, so that who waits for it can be told.
+struct body_sum {
+    uint32_t at; // offset of the next block
+    uint32_t crc;
+};
+
+void start_sum(body_sum *sum);
+
+// Adds the next block. `sum->at` is `img->size` at the end. Returns false if the image can't be
+// read there.
+bool sum_block(const image_file *img, body_sum *sum);
+
 // Computes the CRC of the image's body. Returns false if it can't be read up to `img->size`.
 bool body_crc(const image_file *img, uint32_t *crc);
+
+// Returns null if `crc` is what the header says, or what is wrong in words.
+const char *crc_fault(const image_file *img, uint32_t crc);
 
 // Returns null if the file `name` is a whole image with the body that its header promises, or what
 // is wrong with it.
 const char *whole_image_fault(const char *name);
 
-// Returns null if an update can begin with the image `name`, or what is wrong with it: an error of
-// the system, what examine_image says, or another length than the header's.
+// What open_image says of the file `name`.
 const char *image_fault(const char *name);
 
 #endif
