@@ -3,8 +3,10 @@
 
 #include "companions/text/shown_text.h"
 #include "companions/upgd_service/exit_status.h"
+#include "update/dtt_update_common/raw_io.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -14,11 +16,13 @@
 #include <pthread.h>
 #include <string>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 static FILE *out = stdout;
 static FILE *errors = stderr;
 static bool on_terminal = false;
+static int command_output = -1;
 
 // The run's thread and the one that shows the progress write here.
 static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
@@ -41,11 +45,44 @@ void take_console()
     if (out == nullptr || errors == nullptr)
         _exit(SERVICE_FAILED);
     on_terminal = isatty(fileno(out)) != 0;
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(nowhere, STDOUT_FILENO);
-    dup2(nowhere, STDERR_FILENO);
-    close(nowhere);
+    // The trace log has the system's own lines, which go through this process's streams. What goes
+    // to the descriptors themselves comes from commands.
+    FILE *const nowhere = fopen("/dev/null", "we");
+    command_output = memfd_create("commands", MFD_CLOEXEC);
+    const int kept = command_output >= 0  ? command_output
+                     : nowhere != nullptr ? fileno(nowhere)
+                                          : -1;
+    if (nowhere == nullptr || fcntl(kept, F_SETFL, O_APPEND) != 0 ||
+        dup2(kept, STDOUT_FILENO) < 0 || dup2(kept, STDERR_FILENO) < 0)
+        _exit(SERVICE_FAILED);
+    stdout = nowhere;
+    stderr = nowhere;
     started = now();
+}
+
+void forget_command_output()
+{
+    if (command_output >= 0 && ftruncate(command_output, 0) != 0)
+        complain("what commands say can't be kept: %s", strerror(errno));
+}
+
+void show_command_output()
+{
+    static constexpr int LINES = 5;
+    char text[4096];
+    const off_t size = command_output >= 0 ? lseek(command_output, 0, SEEK_END) : 0;
+    const off_t start = std::max<off_t>(size - static_cast<off_t>(sizeof text - 1), 0);
+    const size_t len = full_pread(command_output, text, static_cast<size_t>(size - start), start);
+    text[len] = '\0';
+    // A tool's own progress line is written over and over.
+    const char *lines[LINES] = {};
+    size_t count = 0;
+    char *rest = nullptr;
+    for (char *line = strtok_r(text, "\r\n", &rest); line != nullptr;
+         line = strtok_r(nullptr, "\r\n", &rest))
+        lines[count++ % LINES] = line;
+    for (size_t i = count > LINES ? count - LINES : 0; i < count; i++)
+        complain("a command said: %s", lines[i % LINES]);
 }
 
 static void clear_line()
@@ -129,6 +166,14 @@ void show_progress(const char *step, int permille, int done, int total)
     fflush(out);
     line_is_open = true;
     pthread_mutex_unlock(&lock);
+}
+
+int shown_percent()
+{
+    pthread_mutex_lock(&lock);
+    const int percent = shown_permille / 10;
+    pthread_mutex_unlock(&lock);
+    return percent;
 }
 
 void end_progress()

@@ -1,11 +1,19 @@
 // What a person sees: on a terminal one line that shows the progress and never goes backwards, on a
 // pipe one plain line an event. The system's own lines, which go to the standard streams, are kept
-// out of it; the trace log has them.
+// out of it; the trace log has them. The commands' lines are shown when something has failed.
 #ifndef COMPANIONS_CONSOLE_H
 #define COMPANIONS_CONSOLE_H
 
-// Takes the standard streams away from the system's lines. What follows still reaches the person.
+// Takes the standard streams away from the system's lines and from the commands that it runs; what
+// the commands say is kept. What follows still reaches the person.
 void take_console();
+
+// Forgets what commands have said so far.
+void forget_command_output();
+
+// Shows the last lines that commands have said, on standard error, to a person who has just been
+// told of a failure.
+void show_command_output();
 
 // A line of its own, also while a progress line is shown. What commands a terminal is shown by its
 // code, here and below: labels and names come from a disk that anybody may have written.
@@ -17,6 +25,9 @@ void complain(const char *format, ...) __attribute__((format(printf, 1, 2)));
 // The state of a run: `permille` of it is done, `done` of `total` entries. A smaller `permille`
 // than before is shown as before. Nothing is shown on a pipe.
 void show_progress(const char *step, int permille, int done, int total);
+
+// The percent that the progress line has come to, 0 on a pipe.
+int shown_percent();
 
 // Ends the progress line, so that it stays.
 void end_progress();

@@ -1,4 +1,4 @@
-// The USB disks, the settings backup, and the flashing of single files.
+// The USB disks, and the settings backup on them.
 #include "companions/text/json.h"
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
@@ -96,6 +96,7 @@ int backup_command(char *disk)
     const int result = do_create_backup(disk, file.get());
     if (result != 0) {
         complain("%s: %s", disk, backup_words(result));
+        show_command_output();
         return SERVICE_FAILED;
     }
     // The operation looks for a file of this name alone: a disk that is full has a part of it.
@@ -128,6 +129,7 @@ int restore_command(const char *file, char *dir, bool verify)
     const int result = do_update_backup(image.path, dir);
     if (result != 0) {
         complain("%s: %s", file, restore_words(result));
+        show_command_output();
         return SERVICE_FAILED;
     }
     if (has_changed(&image)) {
@@ -135,22 +137,5 @@ int restore_command(const char *file, char *dir, bool verify)
         return SERVICE_FAILED;
     }
     say("%s: restored below %s", file, dir);
-    return SERVICE_WELL;
-}
-
-int flash_command(int type, char *file)
-{
-    if (access(file, F_OK) != 0) {
-        complain("%s: %s", file, strerror(errno));
-        return SERVICE_FAILED;
-    }
-    const int result = update_one_UserFile(type, file);
-    if (result != 0) {
-        complain("%s: %s", file,
-                 result == FLASH_NO_FILE ? "no such kind of card firmware"
-                                         : "the flashing tool can't be run");
-        return SERVICE_FAILED;
-    }
-    say("%s: flashed; the tool's own outcome is not known", file);
     return SERVICE_WELL;
 }

@@ -2,12 +2,16 @@
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/exit_status.h"
+#include "update/dtt_update_common/card_kinds.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update_header.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <strings.h>
 
 static constexpr char USAGE[] =
     "Usage: upgd_service update IMAGE [--dir DIR] [--cards flash|simulate[=SECONDS]|fail=TYPE]\n"
@@ -16,7 +20,7 @@ static constexpr char USAGE[] =
     "       upgd_service restore [--no-verify] FILE [DIR]\n"
     "                                         bring a backup back, below / without DIR\n"
     "       upgd_service disks [--json]       list the USB disks\n"
-    "       upgd_service flash TYPE FILE      flash one card file of type 22 to 30\n"
+    "       upgd_service flash TYPE FILE      call the tool that flashes a card file\n"
     "       upgd_service watch                show an img_deploy run until it ends\n"
     "       upgd_service --help               print this text\n"
     "An image whose CRC is not the one that its header says is refused, but for --no-verify.\n"
@@ -31,6 +35,28 @@ static bool parse_number(const char *text, int low, int high, int *number)
         return false;
     *number = static_cast<int>(value);
     return true;
+}
+
+// A type of card firmware by its number, or by its name with '-' for ' '.
+static bool parse_type(const char *text, int *type)
+{
+    for (const card_kind &kind : CARD_KINDS) {
+        std::string word = kind.name;
+        std::replace(word.begin(), word.end(), ' ', '-');
+        if (strcasecmp(text, word.c_str()) == 0) {
+            *type = kind.type;
+            return true;
+        }
+    }
+    return parse_number(text, ENTRY_CARD_FIRST, ENTRY_CARD_LAST, type);
+}
+
+static void print_usage(FILE *to)
+{
+    fputs(USAGE, to);
+    fputs("Types of card files:\n", to);
+    for (const card_kind &kind : CARD_KINDS)
+        fprintf(to, "  %d %s\n", kind.type, kind.name);
 }
 
 static bool parse_cards(const char *text, card_choice *cards)
@@ -48,13 +74,12 @@ static bool parse_cards(const char *text, card_choice *cards)
         return parse_number(text + 9, 0, 600, &cards->number);
     }
     cards->mode = CARDS_FAIL;
-    return strncmp(text, "fail=", 5) == 0 &&
-           parse_number(text + 5, ENTRY_CARD_FIRST, ENTRY_CARD_LAST, &cards->number);
+    return strncmp(text, "fail=", 5) == 0 && parse_type(text + 5, &cards->number);
 }
 
 static int bad_call()
 {
-    fputs(USAGE, stderr);
+    print_usage(stderr);
     return SERVICE_BAD_CALL;
 }
 
@@ -111,7 +136,7 @@ static int call_disks(int argc, char **argv)
 static int call_flash(int argc, char **argv)
 {
     int type = 0;
-    if (argc != 4 || !parse_number(argv[2], ENTRY_CARD_FIRST, ENTRY_CARD_LAST, &type))
+    if (argc != 4 || !parse_type(argv[2], &type))
         return bad_call();
     take_console();
     return flash_command(type, argv[3]);
@@ -129,7 +154,7 @@ static int call_help(int argc, char ** /*argv*/)
 {
     if (argc != 2)
         return bad_call();
-    fputs(USAGE, stdout);
+    print_usage(stdout);
     return SERVICE_WELL;
 }
 

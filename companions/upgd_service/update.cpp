@@ -4,6 +4,7 @@
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/disk_watch.h"
 #include "companions/upgd_service/exit_status.h"
+#include "companions/upgd_service/flash.h"
 #include "companions/upgd_service/tested_image.h"
 #include "platform/mailbox.h"
 #include "update/dtt_update_common/card_kinds.h"
@@ -158,8 +159,7 @@ static int answer_for_card(const update_run *run, stPmdFile *file)
     case CARDS_FAIL:
         return file->file_type == run->cards.number ? CARD_FAILED : CARD_DONE;
     default:
-        return update_one_UserFile(file->file_type, file->file_patch) == 0 ? CARD_DONE
-                                                                           : CARD_FAILED;
+        return call_flashing_tool(file->file_type, file->file_patch) ? CARD_DONE : CARD_FAILED;
     }
 }
 
@@ -291,12 +291,17 @@ int update_command(const update_options *options)
         return SERVICE_WELL;
     }
     end_progress();
-    step_text failure;
-    if (run.interrupted)
+    if (run.interrupted) {
         complain("%s: interrupted: what was written stays", image);
-    else if (info->result == UPGD_NORNAL)
+        return SERVICE_INTERRUPTED;
+    }
+    step_text failure;
+    if (info->result == UPGD_NORNAL)
         complain("%s: a card could not be asked: %s", image, strerror(-ret));
     else
         complain("%s: %s", image, result_words(info->result, &failure));
-    return run.interrupted ? SERVICE_INTERRUPTED : SERVICE_FAILED;
+    if (info->result == UPGD_ERROR_COPY || info->result == UPGD_ERROR_BOOT ||
+        info->result == UPGD_ERROR_KERNEL)
+        show_command_output();
+    return SERVICE_FAILED;
 }

@@ -1,0 +1,56 @@
+// Flashing a card file with this board's tools.
+#include "companions/upgd_service/flash.h"
+
+#include "companions/upgd_service/commands.h"
+#include "companions/upgd_service/console.h"
+#include "companions/upgd_service/exit_status.h"
+#include "update/dtt_update/card_flasher.h"
+#include "update/dtt_update_common/card_kinds.h"
+#include "update/dtt_update_common/command_words.h"
+#include "update_service.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+bool call_flashing_tool(int type, char *file)
+{
+    const card_kind *const kind = find_card_kind(type);
+    if (kind == nullptr || access(file, F_OK) != 0) {
+        complain("%s: %s", file,
+                 kind == nullptr ? "no such kind of card firmware" : strerror(errno));
+        return false;
+    }
+    if (!means_itself(file)) {
+        complain("%s: its path would be taken apart by a command: rename it", file);
+        return false;
+    }
+    const std::string tool(kind->command_head, strcspn(kind->command_head, " "));
+    if (access(tool.c_str(), X_OK) != 0) {
+        complain("%s: not flashed: the tool %s: %s", file, tool.c_str(), strerror(errno));
+        return false;
+    }
+    forget_command_output();
+    int status = 0;
+    if (flash_card_file(type, file, &status) != 0) {
+        complain("%s: the tool %s can't be run", file, tool.c_str());
+        return false;
+    }
+    if (status == 0)
+        return true;
+    const bool exited = WIFEXITED(status);
+    complain("%s: the tool %s was called and has ended with %s %d", file, tool.c_str(),
+             exited ? "status" : "signal", exited ? WEXITSTATUS(status) : WTERMSIG(status));
+    show_command_output();
+    return false;
+}
+
+int flash_command(int type, char *file)
+{
+    if (!call_flashing_tool(type, file))
+        return SERVICE_FAILED;
+    say("%s: the tool was called and has ended with status 0; the card itself was not asked", file);
+    return SERVICE_WELL;
+}

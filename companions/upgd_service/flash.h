@@ -1,0 +1,9 @@
+// Calling a card's flashing tool.
+#ifndef COMPANIONS_FLASH_H
+#define COMPANIONS_FLASH_H
+
+// Has this board's tool flash `file`. Returns whether the tool was called and has ended with status
+// 0, else false with sentences.
+bool call_flashing_tool(int type, char *file);
+
+#endif
