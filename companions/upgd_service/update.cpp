@@ -1,5 +1,6 @@
 // A service update, with all that the resident service has to see to: the USB flag, the mailboxes
 // of the events and of the card update requests, and the answers of the cards.
+#include "companions/upgd_service/byte_progress.h"
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/disk_watch.h"
@@ -15,6 +16,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -33,6 +35,7 @@ struct step_text {
 // What the threads of a run share.
 struct update_run {
     tested_image tested;
+    byte_progress progress;
     watched_image image;
     card_choice cards;
     int events;   // mailbox
@@ -137,7 +140,7 @@ static void *receive_events(void *argument)
         step_text step;
         step_text failure;
         const char *const words = step_words(event.update_param.value, &step);
-        const int percent = event.upgrade_info.cur_percent / 10;
+        const int percent = std::max(event.upgrade_info.cur_percent / 10, shown_percent());
         if (result == UPGD_NORNAL)
             say("%3d %%  %s", percent, words);
         else
@@ -177,20 +180,37 @@ static void *answer_requests(void *argument)
     return nullptr;
 }
 
+static int field(const int *value)
+{
+    return __atomic_load_n(value, __ATOMIC_RELAXED);
+}
+
+// The unpacking takes the whole bar, or the tenth that the run itself gives it if cards follow.
+static void show_state(byte_progress *progress)
+{
+    const upgrade_msg_t *const msg = get_upgd_msg();
+    const upgrade_info_t *const info = &msg->upgrade_info;
+    const int step = field(&msg->update_param.value);
+    const int done = field(&info->cur_nums);
+    const uint32_t finished = static_cast<uint32_t>(done);
+    step_text text;
+    const char *words = step_words(step, &text);
+    int permille = field(&info->cur_percent);
+    if (step == UPGD_CTRL) {
+        permille = unpacked_permille(progress, finished) / (progress->has_cards ? 10 : 1);
+        if (is_unpacked(progress, finished))
+            words = "bringing it to the medium";
+    }
+    show_progress(words, permille, done, field(&info->file_nums));
+}
+
 // Keeps the USB flag, and shows the progress, which comes without events in between.
 static void *watch_run(void *argument)
 {
     update_run *const run = static_cast<update_run *>(argument);
-    const upgrade_msg_t *const msg = get_upgd_msg();
     while (!run->ended) {
         set_usb_status(!run->interrupted && disk_is_there(&run->image) ? TRUE : FALSE);
-        const upgrade_info_t *const info = &msg->upgrade_info;
-        step_text step;
-        show_progress(
-            step_words(__atomic_load_n(&msg->update_param.value, __ATOMIC_RELAXED), &step),
-            __atomic_load_n(&info->cur_percent, __ATOMIC_RELAXED),
-            __atomic_load_n(&info->cur_nums, __ATOMIC_RELAXED),
-            __atomic_load_n(&info->file_nums, __ATOMIC_RELAXED));
+        show_state(&run->progress);
         usleep(WATCH_US);
     }
     return nullptr;
@@ -272,6 +292,7 @@ int update_command(const update_options *options)
     if (!take_tested_image(image, options->verify, &run.tested))
         return SERVICE_FAILED;
     find_disk(run.tested.path, &run.image);
+    start_byte_progress(&run.progress, &run.tested.img);
     run.events = open_mailbox(task_on_this_board(MODULE_SERVICE));
     run.requests = run.events >= 0 ? open_mailbox(task_on_this_board(MODULE_CARDS)) : -1;
     const int ret = run.requests >= 0 ? run_update(&run, options->dir) : 1;
@@ -279,6 +300,10 @@ int update_command(const update_options *options)
     if (ret > 0)
         return SERVICE_FAILED;
     const upgrade_info_t *const info = &get_upgd_msg()->upgrade_info;
+    // A run moves into the directory that it unpacks below, which its image may have chosen.
+    char where[PATH_MAX] = "";
+    if (getcwd(where, sizeof where) == nullptr)
+        snprintf(where, sizeof where, "%s", options->dir != nullptr ? options->dir : "?");
     if (ret == 0 && has_changed(&run.tested)) {
         end_progress();
         complain("%s: it was changed while it was applied; apply it again", image);
@@ -287,7 +312,8 @@ int update_command(const update_options *options)
     if (ret == 0) {
         show_progress("done", 1000, info->cur_nums, info->file_nums);
         end_progress();
-        say("%s: applied, %d entries", image, info->file_nums);
+        say("100 %%  done");
+        say("%s: applied below %s, %d entries", image, where, info->file_nums);
         return SERVICE_WELL;
     }
     end_progress();

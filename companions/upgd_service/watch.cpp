@@ -1,37 +1,27 @@
 // Watching an apply run of the command-line tool in another process, through its progress block.
+#include "companions/upgd_service/byte_progress.h"
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/exit_status.h"
+#include "update/dtt_update_common/image_check.h"
 #include "upgrade_info.h"
 
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <glob.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 static constexpr int WATCH_US = 100000;
+static constexpr int WAIT_US = 10000; // a run takes twice as long at least
 // How the kernel names the mapping of a segment: by its key.
 static constexpr char BLOCK_MAPPING[] = "/SYSV00600001";
 static_assert(UPGRADE_INFO_SHM_KEY == 0x600001, "the key in the name above");
 static constexpr int PATIENCE = 10; // looks at a block without a writer before it is given up
-
-// Waits for the block, which a first run makes. Its four first fields are there in any case.
-static const upgrade_info_t *attach_block(int *id)
-{
-    bool waiting = false;
-    while ((*id = shmget(UPGRADE_INFO_SHM_KEY, UPGRADE_INFO_SHM_SIZE, 0)) < 0) {
-        if (!waiting)
-            say("no run so far, waiting for one");
-        waiting = true;
-        usleep(WATCH_US);
-    }
-    const void *const block = shmat(*id, nullptr, SHM_RDONLY);
-    return reinterpret_cast<intptr_t>(block) == -1 ? nullptr
-                                                   : static_cast<const upgrade_info_t *>(block);
-}
 
 static int field(const int *value)
 {
@@ -55,58 +45,173 @@ static bool writes_block(const char *maps)
     return writes;
 }
 
-// Whether a run has the block attached, as it does up to its end. Watchers attach it as well, but
-// only to read: two of them must not wait for each other.
-static bool has_writer(int id)
+// The process that has the block attached for writing, as a run does up to its end, or 0. Watchers
+// attach it as well, but only to read: two of them must not wait for each other.
+static int find_writer(int id)
 {
     shmid_ds state;
     if (shmctl(id, IPC_STAT, &state) != 0 || state.shm_nattch <= 1)
-        return false;
+        return 0;
     glob_t processes;
-    bool found = false;
+    int writer = 0;
     if (glob("/proc/[0-9]*/maps", GLOB_NOSORT, nullptr, &processes) == 0)
-        for (size_t i = 0; i < processes.gl_pathc && !found; i++)
-            found = writes_block(processes.gl_pathv[i]);
+        for (size_t i = 0; i < processes.gl_pathc && writer == 0; i++)
+            if (writes_block(processes.gl_pathv[i]))
+                writer = atoi(processes.gl_pathv[i] + strlen("/proc/"));
     globfree(&processes);
+    return writer;
+}
+
+// Finds the image that the process has open. Returns false if it has none, or it is another user's.
+static bool find_image(int pid, image_file *img)
+{
+    char pattern[64];
+    snprintf(pattern, sizeof pattern, "/proc/%d/fd/*", pid);
+    glob_t files;
+    bool found = false;
+    if (glob(pattern, GLOB_NOSORT, nullptr, &files) == 0)
+        for (size_t i = 0; i < files.gl_pathc && !found; i++)
+            found = open_image(files.gl_pathv[i], img) == nullptr;
+    globfree(&files);
     return found;
+}
+
+// A progress block, which the first run makes and which outlives every run.
+struct watched_block {
+    int id;
+    const upgrade_info_t *info; // its four first fields are there in any case
+    bool had_run;               // there was one when the watch began
+    pid_t last;                 // who had attached or left it last by then
+};
+
+static bool attach_block(watched_block *block)
+{
+    block->had_run = true;
+    while ((block->id = shmget(UPGRADE_INFO_SHM_KEY, UPGRADE_INFO_SHM_SIZE, 0)) < 0) {
+        if (block->had_run)
+            say("no run so far, waiting for one");
+        block->had_run = false;
+        usleep(WAIT_US);
+    }
+    const void *const info = shmat(block->id, nullptr, SHM_RDONLY);
+    block->info = static_cast<const upgrade_info_t *>(info);
+    block->last = getpid();
+    return reinterpret_cast<intptr_t>(info) != -1;
+}
+
+static bool is_over(int result)
+{
+    return result != RUN_STARTED && result != RUN_UNPACKING;
+}
+
+// When img_deploy last wrote down that a run has begun or ended.
+static timespec flag_time()
+{
+    struct stat st = {};
+    stat("/usr/local/upgdflag", &st);
+    return st.st_mtim;
+}
+
+// Whether a run has attached the block since the watch began, whose flag stood at `since`: one may
+// be so short that no look finds it at work. Of two others that were gone before this look, a run
+// is the one that has left its mark.
+static bool run_has_come(watched_block *block, const timespec *since)
+{
+    shmid_ds state;
+    if (shmctl(block->id, IPC_STAT, &state) != 0 || state.shm_lpid == block->last)
+        return false;
+    block->last = state.shm_lpid;
+    char maps[64];
+    snprintf(maps, sizeof maps, "/proc/%d/maps", static_cast<int>(state.shm_lpid));
+    const timespec now = flag_time();
+    return writes_block(maps) || (access(maps, F_OK) != 0 &&
+                                  (now.tv_sec != since->tv_sec || now.tv_nsec != since->tv_nsec));
+}
+
+// What stands in the block is the end of the run before, until a new one comes.
+static void wait_for_run(watched_block *block)
+{
+    const int result = field(&block->info->result);
+    if (!block->had_run || !is_over(result))
+        return;
+    say("no run at work; the last one %s; waiting for one",
+        result == RUN_DONE ? "went well" : "has failed");
+    const timespec since = flag_time();
+    while (is_over(field(&block->info->result)) && !run_has_come(block, &since))
+        usleep(WAIT_US);
+    // It writes to the block a moment after it has attached it.
+    usleep(WATCH_US);
+}
+
+// What one look has found.
+struct run_state {
+    int result;
+    int done;
+    int total;
+};
+
+static run_state look(const watched_block *block)
+{
+    return {field(&block->info->result), field(&block->info->cur_nums),
+            field(&block->info->file_nums)};
+}
+
+// By the bytes of the image `progress`, or by entries if it is null.
+static void show_run(const run_state *run, byte_progress *progress)
+{
+    const uint32_t finished = static_cast<uint32_t>(run->done);
+    const char *step = run->result == RUN_STARTED ? "starting" : "unpacking";
+    int permille = run->total > 0 ? static_cast<int>(int64_t{1000} * run->done / run->total) : 0;
+    if (progress != nullptr && run->result == RUN_UNPACKING) {
+        permille = unpacked_permille(progress, finished);
+        if (is_unpacked(progress, finished))
+            step = "bringing it to the medium";
+    }
+    if (is_over(run->result))
+        step = "ended";
+    show_progress(step, run->result == RUN_DONE ? 1000 : permille, run->done, run->total);
+}
+
+static int say_end(const run_state *run)
+{
+    end_progress();
+    say(run->result == RUN_DONE ? "the run went well: %d of %d entries"
+                                : "the run has failed: %d of %d entries",
+        run->done, run->total);
+    return run->result == RUN_DONE ? SERVICE_WELL : SERVICE_FAILED;
 }
 
 int watch_command()
 {
-    int id = -1;
-    const upgrade_info_t *const info = attach_block(&id);
-    if (info == nullptr) {
+    watched_block block;
+    if (!attach_block(&block)) {
         complain("the progress block can't be read");
         return SERVICE_FAILED;
     }
+    wait_for_run(&block);
+    image_file img;
+    byte_progress progress;
+    bool by_bytes = false;
     int last = -2;
     for (int alone = 0;; usleep(WATCH_US)) {
-        const int result = field(&info->result);
-        const int total = field(&info->file_nums);
-        const int done = field(&info->cur_nums);
-        const bool over = result != RUN_STARTED && result != RUN_UNPACKING;
-        const int permille = result == RUN_DONE
-                                 ? 1000
-                                 : static_cast<int>(total > 0 ? int64_t{1000} * done / total : 0);
-        show_progress(result == RUN_STARTED ? "starting"
-                      : over                ? "ended"
-                                            : "unpacking",
-                      permille, done, total);
-        if (result != last && !over)
-            say("%s", result == RUN_STARTED ? "starting" : "unpacking");
-        last = result;
-        if (over) {
-            end_progress();
-            say(result == RUN_DONE ? "the run went well: %d of %d entries"
-                                   : "the run has failed: %d of %d entries",
-                done, total);
-            return result == RUN_DONE ? SERVICE_WELL : SERVICE_FAILED;
+        const run_state run = look(&block);
+        const bool over = is_over(run.result);
+        if (run.result != last && !over)
+            say("%s", run.result == RUN_STARTED ? "starting" : "unpacking");
+        last = run.result;
+        const int writer = over ? 0 : find_writer(block.id);
+        if (!by_bytes && writer != 0 && run.result == RUN_UNPACKING && find_image(writer, &img)) {
+            start_byte_progress(&progress, &img);
+            by_bytes = true;
         }
-        alone = has_writer(id) ? 0 : alone + 1;
+        show_run(&run, by_bytes ? &progress : nullptr);
+        if (over)
+            return say_end(&run);
+        alone = writer != 0 ? 0 : alone + 1;
         if (alone > PATIENCE) {
             end_progress();
             complain("no writer is alive behind this run, which has not ended: %d of %d entries",
-                     done, total);
+                     run.done, run.total);
             return SERVICE_FAILED;
         }
     }
