@@ -4,6 +4,7 @@
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/exit_status.h"
 #include "companions/upgd_service/tested_image.h"
+#include "platform/configuration.h"
 #include "update/dtt_update_common/image_check.h"
 #include "update_service.h"
 
@@ -14,12 +15,33 @@
 #include <memory>
 #include <unistd.h>
 
+static constexpr char VERSION_KEY[] = "fw_version";
+
+// Some systems lay a file of their own beside each file on a disk, whose name begins like this.
+static bool is_shadow(const char *file)
+{
+    const char *const slash = strrchr(file, '/');
+    return strncmp(slash != nullptr ? slash + 1 : file, "._", 2) == 0;
+}
+
+static int count_files(int count, const char (*files)[96])
+{
+    int shown = 0;
+    for (int i = 0; i < count; i++)
+        shown += is_shadow(files[i]) ? 0 : 1;
+    return shown;
+}
+
 static void print_json_list(FILE *out, const char *key, int count, const char (*files)[96])
 {
     fprintf(out, ",\"%s\":[", key);
+    const char *divider = "";
     for (int i = 0; i < count; i++) {
-        fputs(i > 0 ? "," : "", out);
+        if (is_shadow(files[i]))
+            continue;
+        fputs(divider, out);
         print_json_text(out, files[i], strlen(files[i]));
+        divider = ",";
     }
     fputc(']', out);
 }
@@ -70,7 +92,9 @@ int disks_command(bool json)
     for (int i = 0; i < info->upath_num; i++) {
         const udisk_list_t *const disk = &info->upath[i];
         say("%-15s %-31s %6d %7d %5d", disk->udisk_path, disk->udisk_name,
-            disk->imgfile.uimgfile_num, disk->backfile.ubackfile_num, disk->rcfgfile.urcfgfile_num);
+            count_files(disk->imgfile.uimgfile_num, disk->imgfile.uimgfile),
+            count_files(disk->backfile.ubackfile_num, disk->backfile.ubackfile),
+            count_files(disk->rcfgfile.urcfgfile_num, disk->rcfgfile.urcfgfile));
     }
     return SERVICE_WELL;
 }
@@ -90,8 +114,20 @@ static const char *backup_words(int result)
     }
 }
 
+static bool holds_nothing(const char *file)
+{
+    image_file img;
+    if (open_image(file, &img) != nullptr)
+        return false;
+    close(img.fd);
+    return img.header.ih_filenum == 0;
+}
+
 int backup_command(char *disk)
 {
+    // The operation looks for the path in the list of what is mounted, which has no '/' at its end.
+    for (size_t len = strlen(disk); len > 1 && disk[len - 1] == '/'; len--)
+        disk[len - 1] = '\0';
     const std::unique_ptr<char[]> file(new char[strlen(disk) + 129]());
     const int result = do_create_backup(disk, file.get());
     if (result != 0) {
@@ -99,14 +135,22 @@ int backup_command(char *disk)
         show_command_output();
         return SERVICE_FAILED;
     }
-    // The operation looks for a file of this name alone: a disk that is full has a part of it.
+    // The operation looks for a file of this name alone: a disk that is full has a part of it, and
+    // a device without settings an image of nothing.
     const char *const fault = whole_image_fault(file.get());
-    if (fault != nullptr) {
-        complain("%s: what was saved %s; make room and save again", file.get(), fault);
-        return SERVICE_FAILED;
+    const bool empty = holds_nothing(file.get());
+    if (fault == nullptr && !empty) {
+        say("%s", file.get());
+        return SERVICE_WELL;
     }
-    say("%s", file.get());
-    return SERVICE_WELL;
+    if (empty) {
+        unlink(file.get());
+        complain("%s: nothing was saved: there are no settings below /usr/qrx310/etc", disk);
+    } else {
+        complain("%s: what was saved %s; make room and save again", file.get(), fault);
+    }
+    show_command_output();
+    return SERVICE_FAILED;
 }
 
 static const char *restore_words(int result)
@@ -121,17 +165,35 @@ static const char *restore_words(int result)
     }
 }
 
+// A backup carries a version, as every image does, but none of the firmware: the one that stood
+// there stands there again behind it.
+static bool put_back_version(const char *version)
+{
+    const int error = configuration_set(CONFIGURATION_PATH, VERSION_KEY, version);
+    if (error != 0)
+        complain("%s can't be put back to '%s': %s", VERSION_KEY, version, strerror(-error));
+    return error == 0;
+}
+
 int restore_command(const char *file, char *dir, bool verify)
 {
     tested_image image;
     if (!take_tested_image(file, verify, &image))
         return SERVICE_FAILED;
+    char version[CONFIGURATION_VALUE_SIZE] = "";
+    const int read = configuration_get(CONFIGURATION_PATH, VERSION_KEY, version, sizeof version);
+    if (read != 0 && read != -ENOENT) {
+        complain("%s: %s: nothing was touched", CONFIGURATION_PATH, strerror(-read));
+        return SERVICE_FAILED;
+    }
     const int result = do_update_backup(image.path, dir);
     if (result != 0) {
         complain("%s: %s", file, restore_words(result));
         show_command_output();
         return SERVICE_FAILED;
     }
+    if (!put_back_version(version))
+        return SERVICE_FAILED;
     if (has_changed(&image)) {
         complain("%s: it was changed while it was restored; restore it again", file);
         return SERVICE_FAILED;
