@@ -2,6 +2,7 @@
 #include "update/dtt_update/installer.h"
 
 #include "update/dtt_update_common/bounded_text.h"
+#include "update/dtt_update_common/entry_paths.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
@@ -15,7 +16,6 @@
 // The lines of this file name the operation that the engines call.
 static constexpr char OPERATION[] = "update_LinuxFile";
 
-static constexpr size_t COMMAND_SIZE = 128;
 static constexpr char MOUNT_POINT[] = "/mntker";
 
 int ker_img_num = 0;
@@ -30,8 +30,8 @@ static int install_boot_loader(const char *filename)
     if (access(filename, F_OK) != 0)
         return 0;
     OPERATION_TRACE(" ---------------------update uboot------------------\n");
-    char cmdstr[COMMAND_SIZE];
-    if (!bounded_format(cmdstr, sizeof cmdstr, "dd if=%s of=/dev/mmcblk0p1", filename)) {
+    char cmdstr[INSTALL_COMMAND_SIZE];
+    if (!install_command(ENTRY_BOOT, filename, cmdstr)) {
         command_too_long(filename);
         return UPDATE_BOOT_FAILED;
     }
@@ -91,19 +91,10 @@ static int prepare_kernel_partition()
     return 0;
 }
 
-// The names count anywhere in the path, also inside of a directory's name.
-static bool is_kernel_file(const char *filename)
-{
-    for (const char *name : {"rk3288-tyx.dtb", "zImage", "extlinux.conf"})
-        if (strstr(filename, name) != nullptr)
-            return true;
-    return false;
-}
-
 static int copy_kernel_file(const char *filename)
 {
-    char cmdstr[COMMAND_SIZE];
-    if (!bounded_format(cmdstr, sizeof cmdstr, "/bin/cp %s /mntker/ -rf", filename)) {
+    char cmdstr[INSTALL_COMMAND_SIZE];
+    if (!install_command(ENTRY_KERNEL, filename, cmdstr)) {
         command_too_long(filename);
         return UPDATE_KERNEL_FAILED;
     }
@@ -130,11 +121,6 @@ static int install_kernel_file(const char *filename)
     // Counted whether it fails or not: the partition has been prepared for it.
     ker_img_num++;
     return prepared != 0 ? prepared : copied;
-}
-
-bool installs(int type, const char *filename)
-{
-    return type == ENTRY_BOOT || (type == ENTRY_KERNEL && is_kernel_file(filename));
 }
 
 int update_LinuxFile(int type, char *filename)

@@ -17,9 +17,6 @@ extern int ker_img_num;
 // partition stays mounted on /mntker.
 int update_LinuxFile(int type, char *filename);
 
-// Whether update_LinuxFile puts the path `filename` of an entry of this type into a command.
-bool installs(int type, const char *filename);
-
 // Records the version in `pheader` in the device's configuration. Returns what my_system returned,
 // which fails no run: the image is on the device by then.
 int update_fw_version(update_header_t *pheader);

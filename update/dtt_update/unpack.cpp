@@ -5,8 +5,8 @@
 #include "update/dtt_update/directories_and_links.h"
 #include "update/dtt_update/installer.h"
 #include "update/dtt_update_common/bounded_text.h"
-#include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/copy_file.h"
+#include "update/dtt_update_common/entry_paths.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
@@ -26,35 +26,14 @@ static void damaged_entry(const update_run *run, const image_entry *entry, const
 // fits every buffer behind it, and every command that it is put into leaves it as it is.
 static const char *entry_fault(update_run *run, const image_entry *entry, const char *basename)
 {
-    if (climbs_out(entry))
-        return "its name leads out of the directory";
+    const char *const fault = climb_fault(entry);
+    if (fault != nullptr)
+        return fault;
     if (!parent_lies_below(&run->base, basename))
         return "a link leads it out of the directory, or nowhere";
     char parent[PATH_SIZE];
     parent_directory(run->base.path, entry->name, parent);
-    if ((access(parent, F_OK) != 0 && !can_be_made(parent)) ||
-        (entry->type == ENTRY_DIRECTORY && !can_be_made(basename)))
-        return "its directory can't be made by a command";
-    link_texts link;
-    char cmd[LINK_TEXT_SIZE];
-    if (entry->type == ENTRY_LINK) {
-        if (!take_link_texts(basename, entry->name, &link) || !link_command(&link, cmd))
-            return "its path and target are too long for a link";
-        if (!means_itself(basename) || !link_means_itself(&link))
-            return "its path or target would be taken apart by a command";
-    }
-    if (installs(entry->type, basename) && !means_itself(basename))
-        return "its path would be taken apart by a command";
-    return nullptr;
-}
-
-// The full path of the entry, a link's own, into `basename` of PATH_SIZE bytes, empty if it does
-// not fit.
-static void target_path(const update_run *run, const image_entry *entry, char *basename)
-{
-    concat_path_file(run->base.path, entry->name, basename);
-    if (entry->type == ENTRY_LINK)
-        cut_link_filename(basename);
+    return command_fault(run->base.path, entry, basename, access(parent, F_OK) == 0);
 }
 
 // Reads the next entry and tests it; nothing is touched yet. Its path is left in `basename` of
@@ -67,7 +46,7 @@ static int take_entry(update_run *run, entry_walk *walk, image_entry *entry, cha
         // It would have gone somewhere below this directory.
         known_to_fit(bounded_copy(basename, PATH_SIZE, run->base.path));
     } else {
-        target_path(run, entry, basename);
+        entry_target(run->base.path, entry, basename);
         if (basename[0] != '\0') {
             fault = entry_fault(run, entry, basename);
         } else {

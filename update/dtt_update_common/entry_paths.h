@@ -1,0 +1,70 @@
+// Where an entry goes below a base directory, and whether the commands of a run leave its path as
+// it is. Nothing here changes the file system or writes a line, and nothing is looked up but what a
+// pattern in a path matches: the run asks before it unpacks an entry, and who looks at an image
+// asks long before.
+#ifndef DTT_UPDATE_COMMON_ENTRY_PATHS_H
+#define DTT_UPDATE_COMMON_ENTRY_PATHS_H
+
+#include "update/dtt_update_common/image_reader.h"
+
+// The full path of the entry below `base`, a link's own, into `path` of PATH_SIZE bytes; empty if
+// it does not fit.
+void entry_target(const char *base, const image_entry *entry, char *path);
+
+// Why the entry leads out of any base directory, or null.
+const char *climb_fault(const image_entry *entry);
+
+// Why the commands of a run can't bring the entry to `path`, its full path below `base`, or null.
+// The directory that it lies in is one that has to be made, unless `parent_is_there`.
+const char *command_fault(const char *base, const image_entry *entry, const char *path,
+                          bool parent_is_there);
+
+// Whether the command that makes directories fits `path` and leaves it as it is.
+bool can_be_made(const char *path);
+
+// The directory that the file or link of the entry `filename` lies in below `force_dir`, into
+// `path` of PATH_SIZE bytes. A ';' divides a link from its target, which is no part of its path.
+void parent_directory(const char *force_dir, const char *filename, char *path);
+
+// Cuts `s` in place at its last ';', if there is one. A null `s` is left alone.
+void cut_link_filename(const char *s);
+
+constexpr size_t MKDIR_COMMAND_SIZE = 512;
+constexpr char MKDIR_COMMAND[] = "/bin/mkdir -p ";
+
+constexpr size_t LINK_TEXT_SIZE = 128; // each buffer of a link's texts and its command
+
+// What the command that makes a link is built from.
+struct link_texts {
+    char directory[LINK_TEXT_SIZE]; // that the link lies in
+    char path[LINK_TEXT_SIZE];      // the entry's name, cut at the ';'
+    const char *name;               // the link's own last component, empty without a target
+    const char *target;
+};
+
+// Takes the texts of the link at `basename`, its full path, for the entry `filename`,
+// "path;target". Returns false if one does not fit its buffer.
+bool take_link_texts(const char *basename, const char *filename, link_texts *link);
+
+// Whether the command leaves the texts of the link as they are.
+bool link_means_itself(const link_texts *link);
+
+// Builds the command in `cmd` of LINK_TEXT_SIZE bytes. Returns false if it does not fit.
+bool link_command(const link_texts *link, char *cmd);
+
+constexpr size_t INSTALL_COMMAND_SIZE = 128;
+
+// The names count anywhere in the path, also inside of a directory's name.
+bool is_kernel_file(const char *filename);
+
+// Whether a run puts the path `filename` of an entry of this type into a command that installs it.
+bool installs(int type, const char *filename);
+
+// Builds the command that brings the file to the partition of the boot loader or of the kernel in
+// `cmd` of INSTALL_COMMAND_SIZE bytes. Returns false if it does not fit.
+bool install_command(int type, const char *filename, char *cmd);
+
+// Why the file can't be installed although its entry can be unpacked, or null.
+const char *install_fault(int type, const char *filename);
+
+#endif
