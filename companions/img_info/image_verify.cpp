@@ -1,8 +1,9 @@
-// Testing all that the image format promises.
+// Testing all that the image format promises, and that the image can be applied.
 #include "companions/img_info/img_info.h"
 
 #include "companions/text/json.h"
 #include "companions/text/shown_text.h"
+#include "update/dtt_update_common/entry_paths.h"
 #include "update/dtt_update_common/image_check.h"
 
 #include <algorithm>
@@ -22,7 +23,7 @@ static void add_finding(findings *found, const char *format, ...)
 
 static void add_finding(findings *found, const char *format, ...)
 {
-    char text[256];
+    char text[512];
     va_list args;
     va_start(args, format);
     const int len = vsnprintf(text, sizeof text, format, args);
@@ -37,7 +38,18 @@ static void add_finding(findings *found, const char *format, ...)
     found->count++;
 }
 
-static void verify_entries(const image_file *img, findings *found)
+// Why no device can unpack the entry below `base`, or null.
+static const char *unpacking_fault(const image_entry *entry, const char *base)
+{
+    char path[PATH_SIZE];
+    entry_target(base, entry, path);
+    if (path[0] == '\0')
+        return "its path is too long";
+    const char *const fault = command_fault(base, entry, path, false);
+    return fault != nullptr ? fault : install_fault(entry->type, path);
+}
+
+static void verify_entries(const image_file *img, const char *base, findings *found)
 {
     entry_walk walk;
     start_walk(&walk, img);
@@ -49,16 +61,20 @@ static void verify_entries(const image_file *img, findings *found)
             add_finding(found, "entry %u at offset %u: %s", walk.number, offset, fault);
             break;
         }
-        if (climbs_out(&entry))
-            add_finding(found, "entry %u at offset %u: its name leads out of the directory",
-                        entry.number, offset);
+        const char *const climbs = climb_fault(&entry);
+        const char *const unfit = unpacking_fault(&entry, base);
+        if (climbs != nullptr)
+            add_finding(found, "entry %u at offset %u: %s", entry.number, offset, climbs);
+        else if (unfit != nullptr)
+            add_finding(found, "entry %u at offset %u: %s, below %s", entry.number, offset, unfit,
+                        base);
     }
     const uint32_t count = ntohl(img->header.ih_filenum);
     if (walk.number != count)
         add_finding(found, "the header counts %u entries, the body has %u", count, walk.number);
 }
 
-int verify_image(const named_image *opened, bool json)
+int verify_image(const named_image *opened, const char *base, bool json)
 {
     const image_file *const img = &opened->img;
     findings found = {opened->name, json, 0};
@@ -73,7 +89,7 @@ int verify_image(const named_image *opened, bool json)
     else if (crc != ntohl(img->header.ih_crc))
         add_finding(&found, "the header says the CRC %08x, the body has %08x",
                     ntohl(img->header.ih_crc), crc);
-    verify_entries(img, &found);
+    verify_entries(img, base, &found);
     if (json)
         printf("],\"well\":%s}\n", found.count == 0 ? "true" : "false");
     else if (found.count == 0)

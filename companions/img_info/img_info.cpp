@@ -1,5 +1,6 @@
 // img_info: looks into an update image.
 #include "companions/img_info/img_info.h"
+#include "companions/compare/comparison.h"
 
 #include "companions/text/shown_text.h"
 #include "update/dtt_update_common/image_check.h"
@@ -18,9 +19,16 @@
 
 static constexpr char USAGE[] =
     "Usage: img_info [--json] FILE              show the header and the entries\n"
-    "       img_info --verify [--json] FILE     test all that the format promises\n"
+    "       img_info --verify [--base DIR] [--json] FILE\n"
+    "                                           test all that the format promises, and that\n"
+    "                                           it can be applied below DIR, /opt/upgddir/\n"
+    "                                           without it\n"
     "       img_info --extract DIR FILE [NAME...]\n"
     "                                           unpack below DIR, all or what is named\n"
+    "       img_info --compare DIR [--extra] [--device] [--json] FILE\n"
+    "                                           compare each entry with what stands below DIR;\n"
+    "                                           with what else stands there; with the boot\n"
+    "                                           loader's and the kernel's partition\n"
     "       img_info --help                     print this text\n"
     "FILE may be - for standard input, but not to extract.\n"
     "Exit status: 0 well, 1 findings, 2 unusable.\n";
@@ -114,23 +122,43 @@ static int open_named(named_image *opened)
 
 int main(int argc, char **argv)
 {
+    enum { LIST, VERIFY, EXTRACT, COMPARE };
     static const option OPTIONS[] = {{"json", no_argument, nullptr, 'j'},
-                                     {"verify", no_argument, nullptr, 'v'},
-                                     {"extract", required_argument, nullptr, 'x'},
+                                     {"verify", no_argument, nullptr, VERIFY},
+                                     {"base", required_argument, nullptr, 'b'},
+                                     {"extract", required_argument, nullptr, EXTRACT},
+                                     {"compare", required_argument, nullptr, COMPARE},
+                                     {"extra", no_argument, nullptr, 'e'},
+                                     {"device", no_argument, nullptr, 'd'},
                                      {"help", no_argument, nullptr, 'h'},
                                      {}};
     bool json = false;
-    bool verify = false;
+    const char *base = "/opt/upgddir/";
     const char *dir = nullptr;
+    bool based = false;
+    int mode = LIST;
+    int what = COMPARE_CONTENTS;
     for (int opt = 0; (opt = getopt_long(argc, argv, "", OPTIONS, nullptr)) != -1;) {
         switch (opt) {
         case 'j':
             json = true;
             break;
-        case 'v':
-            verify = true;
+        case 'b':
+            base = optarg;
+            based = true;
             break;
-        case 'x':
+        case 'd':
+            what |= COMPARE_DEVICE;
+            break;
+        case 'e':
+            what |= COMPARE_EXTRA;
+            break;
+        case VERIFY:
+        case EXTRACT:
+        case COMPARE:
+            if (mode != LIST)
+                bad_call();
+            mode = opt;
             dir = optarg;
             break;
         case 'h':
@@ -140,20 +168,22 @@ int main(int argc, char **argv)
             bad_call();
         }
     }
-    const bool extract = dir != nullptr;
-    if (optind >= argc || (!extract && optind + 1 < argc) || (extract && (json || verify)))
+    if (optind >= argc || (mode != EXTRACT && optind + 1 < argc) || (mode == EXTRACT && json) ||
+        (mode != COMPARE && what != COMPARE_CONTENTS) || (mode != VERIFY && based))
         bad_call();
     named_image opened = {argv[optind], {}};
-    if (extract && strcmp(opened.name, "-") == 0)
+    if (mode == EXTRACT && strcmp(opened.name, "-") == 0)
         bad_call();
     if (open_named(&opened) != 0)
         return INFO_UNUSABLE;
 
     int status;
-    if (extract)
+    if (mode == EXTRACT)
         status = extract_image(&opened, dir, argv + optind + 1);
-    else if (verify)
-        status = verify_image(&opened, json);
+    else if (mode == VERIFY)
+        status = verify_image(&opened, base, json);
+    else if (mode == COMPARE)
+        status = compare_image(&opened, dir, what, json);
     else
         status = list_image(&opened, json);
     if (fflush(stdout) != 0 || ferror(stdout) != 0) {

@@ -23,9 +23,14 @@ const char *type_name(int type);
 // list breaks off.
 int list_image(const named_image *opened, bool json);
 
-// Tests everything that the format promises and prints a line a finding, or "NAME: well". Returns
-// an exit status.
-int verify_image(const named_image *opened, bool json);
+// Tests everything that the format promises, and that each entry can be unpacked below the
+// directory `base`, and prints a line a finding, or "NAME: well". Returns an exit status.
+int verify_image(const named_image *opened, const char *base, bool json);
+
+// Compares the entries with what stands below the directory `dir`, and what else `what` says, and
+// prints a line a finding, or "NAME: well". Returns an exit status: INFO_UNUSABLE if the image
+// can't be read to its end.
+int compare_image(const named_image *opened, const char *dir, int what, bool json);
 
 // Unpacks the entries, or those of `names` and what lies below them, below the directory `dir`,
 // which is made if it is missing. Nothing that stands there is touched and no link is followed.

@@ -1,0 +1,76 @@
+// The kernel partition, to be looked at.
+#include "companions/compare/kernel_partition.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+static bool is_mounted(const char *place)
+{
+    struct stat here;
+    struct stat root;
+    return stat(place, &here) == 0 && stat("/", &root) == 0 && here.st_dev != root.st_dev;
+}
+
+// Has mount(8) find out the kind of file system. What it says is told in our words.
+static bool mount_partition(char *place)
+{
+    char program[] = "/bin/mount";
+    char option[] = "-o";
+    char reading[] = "ro";
+    char *const argv[] = {program, option, reading, const_cast<char *>(KERNEL_PARTITION),
+                          place,   nullptr};
+    posix_spawn_file_actions_t actions;
+    if (posix_spawn_file_actions_init(&actions) != 0)
+        return false;
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t pid;
+    const int error = posix_spawn(&pid, program, &actions, nullptr, argv, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    int status = -1;
+    while (error == 0 && waitpid(pid, &status, 0) < 0)
+        if (errno != EINTR)
+            return false;
+    return status == 0;
+}
+
+// The mount is taken off its place as soon as its directory is open, which keeps it up.
+static int open_unseen()
+{
+    char place[] = "/tmp/kernel.XXXXXX";
+    if (mkdtemp(place) == nullptr)
+        return -1;
+    int fd = -1;
+    if (mount_partition(place)) {
+        fd = open(place, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        umount2(place, MNT_DETACH);
+    }
+    rmdir(place);
+    return fd;
+}
+
+const char *open_kernel_partition(int *fd)
+{
+    if (is_mounted("/mntker")) {
+        *fd = open("/mntker", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        return *fd >= 0 ? nullptr : "/mntker can't be opened";
+    }
+    // An interrupt must not leave the mount behind.
+    sigset_t all;
+    sigset_t mask;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &mask);
+    *fd = open_unseen();
+    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+    if (*fd >= 0)
+        return nullptr;
+    return access(KERNEL_PARTITION, F_OK) != 0 ? "there is no kernel partition /dev/mmcblk0p6"
+                                               : "the kernel partition can't be mounted";
+}

@@ -1,0 +1,63 @@
+// An image against what stands below a directory.
+#include "companions/compare/comparison.h"
+#include "companions/img_info/img_info.h"
+#include "companions/text/json.h"
+#include "companions/text/shown_text.h"
+
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+static const char *detail_of(const finding *found)
+{
+    if (found->detail != nullptr)
+        return found->detail;
+    return found->kind == FOUND_UNREADABLE ? strerror(found->error) : nullptr;
+}
+
+static void print_finding(const named_image *opened, const finding *found, bool json, bool first)
+{
+    const char *const detail = detail_of(found);
+    if (json) {
+        printf("%s\n{\"finding\":\"%s\",\"path\":", first ? "" : ",", finding_key(found->kind));
+        print_json_text(stdout, found->path, strlen(found->path));
+        if (detail != nullptr) {
+            fputs(",\"detail\":", stdout);
+            print_json_text(stdout, detail, strlen(detail));
+        }
+        putchar('}');
+        return;
+    }
+    printf("%s: %s: ", opened->name, finding_words(found->kind));
+    print_shown(stdout, found->path, strlen(found->path));
+    printf(detail != nullptr ? ": %s\n" : "\n", detail);
+}
+
+int compare_image(const named_image *opened, const char *dir, int what, bool json)
+{
+    if (access(dir, F_OK) != 0) {
+        complain(dir, "%m");
+        return INFO_UNUSABLE;
+    }
+    comparison c;
+    finding found;
+    unsigned int findings = 0;
+    if (json)
+        fputs("{\"findings\":[", stdout);
+    if (start_comparison(&c, &opened->img, dir, what))
+        while (next_finding(&c, &found))
+            if (found.kind != FOUND_SAME)
+                print_finding(opened, &found, json, findings++ == 0);
+    end_comparison(&c);
+    const bool well = findings == 0 && c.fault == nullptr;
+    if (json)
+        printf("],\"compared\":%u,\"well\":%s}\n", c.entries, well ? "true" : "false");
+    else if (well)
+        printf("%s: well, %u entries as they stand below %s\n", opened->name, c.entries, dir);
+    if (c.fault != nullptr) {
+        complain(opened->name, "entry %u at offset %u: %s; the rest was not compared",
+                 c.walk.number, c.walk.next, c.fault);
+        return INFO_UNUSABLE;
+    }
+    return well ? INFO_WELL : INFO_FINDINGS;
+}
