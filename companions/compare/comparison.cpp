@@ -40,6 +40,13 @@ const char *finding_words(finding_kind kind)
     return NAMES[kind].words;
 }
 
+const char *finding_detail(const finding *found)
+{
+    if (found->detail != nullptr)
+        return found->detail;
+    return found->kind == FOUND_UNREADABLE ? strerror(found->error) : nullptr;
+}
+
 bool start_comparison(comparison *c, const image_file *img, const char *dir, int what)
 {
     *c = {};
@@ -75,7 +82,8 @@ static finding_kind compare_data(comparison *c, const image_entry *entry, int fd
         const size_t len = std::min(sizeof data, size - done);
         const off_t at = static_cast<off_t>(done);
         if (full_pread(c->img->fd, data, len, static_cast<off_t>(entry->data_offset) + at) != len) {
-            c->fault = "can't be read any more";
+            c->fault = "the image can't be read any more";
+            c->broken = entry->number;
             return FOUND_UNREADABLE;
         }
         errno = 0;
@@ -213,6 +221,7 @@ static bool find_entry(comparison *c, finding *found)
 {
     while (c->walk.number < ntohl(c->img->header.ih_filenum)) {
         c->fault = read_entry(&c->walk, &found->entry);
+        c->broken = c->walk.number;
         if (c->fault != nullptr)
             return false;
         c->entries++;

@@ -42,6 +42,7 @@ struct comparison {
     const char *dir;
     int what;          // COMPARE_...
     const char *fault; // why it can't go on, in words
+    uint32_t broken;   // number of the entry that it can't go on at
     uint32_t entries;  // that have been compared
     entry_walk walk;
     path_index index;
@@ -67,5 +68,8 @@ bool next_finding(comparison *c, finding *found);
 // A word for programs, and words for a person.
 const char *finding_key(finding_kind kind);
 const char *finding_words(finding_kind kind);
+
+// What there is to say beside the words, or null.
+const char *finding_detail(const finding *found);
 
 #endif

@@ -38,9 +38,11 @@ static bool add_path(path_index *index, const image_entry *entry)
         return false;
     char *const text = index->texts + index->texts_used;
     memcpy(text, entry->name, len);
-    strcpy(text + len, entry->type == ENTRY_DIRECTORY ? "/" : "");
+    const size_t end = entry->type == ENTRY_DIRECTORY ? len + 1 : len;
+    text[len] = '/';
+    text[end] = '\0';
     index->paths[index->count++] = {index->texts_used, entry->number};
-    index->texts_used += strlen(text) + 1;
+    index->texts_used += end + 1;
     return true;
 }
 
@@ -99,7 +101,7 @@ bool has_path(const path_index *index, const char *path)
     if (len >= PATH_SIZE)
         return false;
     memcpy(directory, path, len);
-    strcpy(directory + len, "/");
+    memcpy(directory + len, "/", 2);
     i = find_text(index, directory);
     return i < index->count && strncmp(indexed_text(index, i), directory, len + 1) == 0;
 }

@@ -8,16 +8,9 @@
 #include <cstring>
 #include <unistd.h>
 
-static const char *detail_of(const finding *found)
-{
-    if (found->detail != nullptr)
-        return found->detail;
-    return found->kind == FOUND_UNREADABLE ? strerror(found->error) : nullptr;
-}
-
 static void print_finding(const named_image *opened, const finding *found, bool json, bool first)
 {
-    const char *const detail = detail_of(found);
+    const char *const detail = finding_detail(found);
     if (json) {
         printf("%s\n{\"finding\":\"%s\",\"path\":", first ? "" : ",", finding_key(found->kind));
         print_json_text(stdout, found->path, strlen(found->path));
@@ -55,8 +48,7 @@ int compare_image(const named_image *opened, const char *dir, int what, bool jso
     else if (well)
         printf("%s: well, %u entries as they stand below %s\n", opened->name, c.entries, dir);
     if (c.fault != nullptr) {
-        complain(opened->name, "entry %u at offset %u: %s; the rest was not compared",
-                 c.walk.number, c.walk.next, c.fault);
+        complain(opened->name, "entry %u: %s; the rest was not compared", c.broken, c.fault);
         return INFO_UNUSABLE;
     }
     return well ? INFO_WELL : INFO_FINDINGS;

@@ -18,8 +18,10 @@ struct update_options {
     char *dir; // null for the one that the image asks for
     card_choice cards;
     bool verify; // test the CRC first
+    bool force;  // try what is bound to fail
 };
 
+int plan_command(const update_options *options);
 int update_command(const update_options *options);
 int watch_command();
 int disks_command(bool json);

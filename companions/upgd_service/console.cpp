@@ -28,13 +28,15 @@ static int command_output = -1;
 static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 static bool line_is_open = false;
 static int shown_permille = 0;
-static time_t started = 0;
+static long started = 0; // in milliseconds, as the next
+static long shown_at = 0;
+static constexpr long SHOW_EVERY = 50;
 
-static time_t now()
+static long now_ms()
 {
     timespec time;
     clock_gettime(CLOCK_MONOTONIC, &time);
-    return time.tv_sec;
+    return static_cast<long>(time.tv_sec) * 1000 + time.tv_nsec / 1000000;
 }
 
 void take_console()
@@ -57,7 +59,7 @@ void take_console()
         _exit(SERVICE_FAILED);
     stdout = nowhere;
     stderr = nowhere;
-    started = now();
+    started = now_ms();
 }
 
 void forget_command_output()
@@ -138,7 +140,7 @@ static size_t columns()
 // step's words are cut last. The last column stays free, where terminals would wrap.
 static std::string progress_line(const char *step, int permille, int done, int total, size_t width)
 {
-    const long seconds = static_cast<long>(now() - started);
+    const long seconds = (now_ms() - started) / 1000;
     char tail[64];
     snprintf(tail, sizeof tail, " %3d %% %d/%d %ld:%02ld", permille / 10, done, total, seconds / 60,
              seconds % 60);
@@ -160,6 +162,12 @@ void show_progress(const char *step, int permille, int done, int total)
     if (!on_terminal)
         return;
     pthread_mutex_lock(&lock);
+    const bool ends = permille >= 1000 && shown_permille < 1000;
+    if (!ends && now_ms() - shown_at < SHOW_EVERY) {
+        pthread_mutex_unlock(&lock);
+        return;
+    }
+    shown_at = now_ms();
     shown_permille = std::max(shown_permille, std::min(permille, 1000));
     const std::string line = progress_line(step, shown_permille, done, total, columns());
     fprintf(out, "\r%s\033[K", line.c_str());

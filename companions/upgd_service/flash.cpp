@@ -5,15 +5,18 @@
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/exit_status.h"
 #include "update/dtt_update/card_flasher.h"
-#include "update/dtt_update_common/card_kinds.h"
 #include "update/dtt_update_common/command_words.h"
 #include "update_service.h"
 
 #include <cerrno>
 #include <cstring>
-#include <string>
 #include <sys/wait.h>
 #include <unistd.h>
+
+std::string flashing_tool(const card_kind *kind)
+{
+    return std::string(kind->command_head, strcspn(kind->command_head, " "));
+}
 
 bool call_flashing_tool(int type, char *file)
 {
@@ -27,7 +30,7 @@ bool call_flashing_tool(int type, char *file)
         complain("%s: its path would be taken apart by a command: rename it", file);
         return false;
     }
-    const std::string tool(kind->command_head, strcspn(kind->command_head, " "));
+    const std::string tool = flashing_tool(kind);
     if (access(tool.c_str(), X_OK) != 0) {
         complain("%s: not flashed: the tool %s: %s", file, tool.c_str(), strerror(errno));
         return false;

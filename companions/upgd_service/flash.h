@@ -2,6 +2,13 @@
 #ifndef COMPANIONS_FLASH_H
 #define COMPANIONS_FLASH_H
 
+#include "update/dtt_update_common/card_kinds.h"
+
+#include <string>
+
+// The path of the tool.
+std::string flashing_tool(const card_kind *kind);
+
 // Has this board's tool flash `file`. Returns whether the tool was called and has ended with status
 // 0, else false with sentences.
 bool call_flashing_tool(int type, char *file);

@@ -7,15 +7,18 @@
 #include "update_header.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <strings.h>
+#include <unistd.h>
 
 static constexpr char USAGE[] =
     "Usage: upgd_service update IMAGE [--dir DIR] [--cards flash|simulate[=SECONDS]|fail=TYPE]\n"
-    "                           [--no-verify]\n"
+    "                           [--no-verify] [--force]\n"
+    "       upgd_service plan IMAGE ...       show what that update would do; nothing is written\n"
     "       upgd_service backup DISK          save the settings to the disk mounted there\n"
     "       upgd_service restore [--no-verify] FILE [DIR]\n"
     "                                         bring a backup back, below / without DIR\n"
@@ -23,7 +26,8 @@ static constexpr char USAGE[] =
     "       upgd_service flash TYPE FILE      call the tool that flashes a card file\n"
     "       upgd_service watch                show an img_deploy run until it ends\n"
     "       upgd_service --help               print this text\n"
-    "An image whose CRC is not the one that its header says is refused, but for --no-verify.\n"
+    "An image whose CRC is not the one that its header says is refused, but for --no-verify;\n"
+    "an update that is bound to fail, but for --force.\n"
     "Exit status: 0 well, 1 failed, 2 a call that is none, 130 interrupted.\n";
 
 // A whole number from `low` to `high`. Returns false for anything else.
@@ -83,14 +87,28 @@ static int bad_call()
     return SERVICE_BAD_CALL;
 }
 
-static int call_update(int argc, char **argv)
+// A relative directory would be looked for in itself once the run has moved into it.
+static char *absolute(char *dir)
 {
-    update_options options = {nullptr, nullptr, {CARDS_FLASH, 0}, true};
+    static std::string path;
+    char here[PATH_MAX];
+    if (dir[0] == '/' || getcwd(here, sizeof here) == nullptr)
+        return dir;
+    path = std::string(here) + "/" + dir;
+    return path.data();
+}
+
+// A plan is made of what an update is asked for.
+static int call_update(int argc, char **argv, bool plan)
+{
+    update_options options = {nullptr, nullptr, {CARDS_FLASH, 0}, true, false};
     for (int i = 2; i < argc; i++) {
         if (strcmp(argv[i], "--dir") == 0 && i + 1 < argc)
-            options.dir = argv[++i];
+            options.dir = absolute(argv[++i]);
         else if (strcmp(argv[i], "--no-verify") == 0)
             options.verify = false;
+        else if (strcmp(argv[i], "--force") == 0 && !plan)
+            options.force = true;
         else if (strcmp(argv[i], "--cards") == 0 && i + 1 < argc) {
             if (!parse_cards(argv[++i], &options.cards))
                 return bad_call();
@@ -102,7 +120,7 @@ static int call_update(int argc, char **argv)
     if (options.image == nullptr)
         return bad_call();
     take_console();
-    return update_command(&options);
+    return plan ? plan_command(&options) : update_command(&options);
 }
 
 static int call_backup(int argc, char **argv)
@@ -121,7 +139,7 @@ static int call_restore(int argc, char **argv)
     if (argc <= file || argc > file + 2)
         return bad_call();
     take_console();
-    return restore_command(argv[file], argc > file + 1 ? argv[file + 1] : root, verify);
+    return restore_command(argv[file], argc > file + 1 ? absolute(argv[file + 1]) : root, verify);
 }
 
 static int call_disks(int argc, char **argv)
@@ -163,8 +181,8 @@ int main(int argc, char **argv)
     const char *const verb = argc > 1 ? argv[1] : "";
     const auto is = [verb](const char *name) { return strcmp(verb, name) == 0; };
     aptid_self_set(task_on_this_board(MODULE_SERVICE));
-    if (is("update"))
-        return call_update(argc, argv);
+    if (is("update") || is("plan"))
+        return call_update(argc, argv, is("plan"));
     if (is("backup"))
         return call_backup(argc, argv);
     if (is("restore"))

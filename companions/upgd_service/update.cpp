@@ -6,6 +6,7 @@
 #include "companions/upgd_service/disk_watch.h"
 #include "companions/upgd_service/exit_status.h"
 #include "companions/upgd_service/flash.h"
+#include "companions/upgd_service/plan.h"
 #include "companions/upgd_service/tested_image.h"
 #include "platform/mailbox.h"
 #include "update/dtt_update_common/card_kinds.h"
@@ -284,12 +285,38 @@ static int run_update(update_run *run, char *dir)
     return ret;
 }
 
+// Tells each of `count` sentences, or the first ones if they are many.
+static bool is_told(size_t count)
+{
+    static constexpr size_t TOLD = 20;
+    if (count == TOLD)
+        complain("and more");
+    return count < TOLD;
+}
+
+// Returns false with sentences if the update is bound to fail.
+static bool test_plan(const update_run *run, const update_options *options)
+{
+    update_plan plan;
+    plan_update(&plan, &run->tested.img, options, false);
+    size_t told = 0;
+    for (const std::string &reason : plan.reasons)
+        if (is_told(told++))
+            complain("%s", reason.c_str());
+    if (!plan.reasons.empty())
+        complain("%s: bound to fail: nothing was touched; mend that, or try it with --force",
+                 options->image);
+    return plan.reasons.empty();
+}
+
 int update_command(const update_options *options)
 {
     const char *const image = options->image;
     update_run run;
     run.cards = options->cards;
     if (!take_tested_image(image, options->verify, &run.tested))
+        return SERVICE_FAILED;
+    if (!options->force && !test_plan(&run, options))
         return SERVICE_FAILED;
     find_disk(run.tested.path, &run.image);
     start_byte_progress(&run.progress, &run.tested.img);

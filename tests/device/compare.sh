@@ -13,6 +13,7 @@ findings() {
 }
 
 lay_out_tree
+head -c 400000 /dev/urandom >tree/vorn-kernel/zImage
 # The kernel's partition can be mounted by root alone.
 device=--device
 [[ $SANDBOX_PRIVILEGED == 1 ]] || { rm -r tree/vorn-kernel && device=--extra; }
@@ -50,7 +51,7 @@ findings '1 ' img_info --compare /opt/upgddir --json u.img
 expect 'findings in JSON' "4 ],\"compared\":$count,\"well\":false}" "$(grep -c '^{"finding":' out) $(grep -o '],"compared.*' out)"
 findings "2 img_info: $work/none: No such file or directory" img_info --compare "$work/none" u.img
 head -c 5000 u.img >cut.img
-findings '2 img_info: cut.img: entry '"$(img_info cut.img 2>&1 | sed -n 's/.*: entry \([0-9]*\) at.*/\1/p') at offset $(img_info cut.img 2>&1 | sed -n 's/.* at offset \([0-9]*\):.*/\1/p'): it runs past the end of the image; the rest was not compared" \
+findings '2 img_info: cut.img: entry '"$(img_info cut.img 2>/dev/null | sed '1,/^$/d' | wc -l): it runs past the end of the image; the rest was not compared" \
     img_info --compare /opt/upgddir cut.img
 
 # Two entries of one path: the last one stands there.
@@ -58,6 +59,32 @@ mkdir -p twice/.d && echo one >twice/f && echo two >twice/.d/f && img_deploy -c 
 expect 'entries of one path' 2 "$(img_info t.img | grep -c ' f$')"
 img_deploy -u t.img -m 2 >/dev/null 2>&1
 findings '0 ' img_info --compare /opt/upgddir t.img
+
+# What is bound to fail is told entry by entry, and nothing is touched.
+mkdir -p way/tree/bin/tool small && echo file >way/tree/etc
+run upgd_service plan u.img --dir way --cards simulate
+expect 'a plan' "1 files           $((count - 3)) new, 0 changed, 0 the same, 3 in the way" "$status $(grep ^files out)"
+expect_line out "bound to fail   $work/way/tree/bin/tool: a directory stands there"
+expect_line out "bound to fail   $work/way/tree/etc/deep/er/data: a file stands in the place of its directory"
+before=$(find way | sort)
+findings "1 upgd_service: $work/way/tree/etc/deep/link: a file stands in the place of its directory" upgd_service update u.img --dir way --cards simulate
+expect 'what an update left' "$before" "$(find way | sort)"
+run upgd_service plan u.img --dir "$work/way"
+expect_line out "bound to fail   $work/way/tree/App_VPUCard.bin: the tool /usr/vorn/bin/mcu_isp: No such file or directory"
+if [[ $device == --device ]]; then
+    mount -t tmpfs -o size=200k tmpfs small
+    findings "1 upgd_service: $work/small: too little room: 704 KiB are needed, 200 KiB are free" \
+        upgd_service update u.img --dir small --cards simulate
+    expect 'what stands where there is no room' '' "$(ls small)"
+    # A kernel that a full partition cuts short is a success to the run itself.
+    mkdir kernel && mount /dev/mmcblk0p6 kernel && rm kernel/zImage
+    dd if=/dev/zero of=kernel/fill bs=1k status=none 2>/dev/null
+    umount kernel
+    run upgd_service update u.img --dir /opt/fresh --cards simulate
+    expect 'no room for the kernel' '1 /dev/mmcblk0p6: too little room: 391 KiB are needed' "$status $(grep -o '/dev/mmcblk0p6: too.*needed' err)"
+    mount /dev/mmcblk0p6 kernel && rm kernel/fill && umount kernel
+    findings '0 ' upgd_service update u.img --dir /opt/fresh --cards simulate
+fi
 
 # An image that fits no device, or only one with a shorter base directory.
 slashes=$(printf '/%.0s' {1..85})
