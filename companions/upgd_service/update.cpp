@@ -1,5 +1,6 @@
 // A service update, with all that the resident service has to see to: the USB flag, the mailboxes
 // of the events and of the card update requests, and the answers of the cards.
+#include "companions/compare/comparison.h"
 #include "companions/upgd_service/byte_progress.h"
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
@@ -309,6 +310,46 @@ static bool test_plan(const update_run *run, const update_options *options)
     return plan.reasons.empty();
 }
 
+// The run does not look at what its commands have done. Compares what stands below `where` and on
+// the partitions, and tells what is not there. Returns an exit status.
+static int compare_applied(const update_run *run, const char *where)
+{
+    const char *const image = run->tested.name;
+    const upgrade_info_t *const info = &get_upgd_msg()->upgrade_info;
+    comparison c;
+    finding found;
+    size_t findings = 0;
+    const bool begun =
+        start_comparison(&c, &run->tested.img, where, COMPARE_CONTENTS | COMPARE_DEVICE);
+    while (begun && !run->interrupted && next_finding(&c, &found)) {
+        show_progress("comparing", 1000, info->cur_nums, info->file_nums);
+        const char *const detail = finding_detail(&found);
+        if (found.kind != FOUND_SAME && is_told(findings++))
+            complain("%s: %s%s%s", found.path, finding_words(found.kind),
+                     detail != nullptr ? ": " : "", detail != nullptr ? detail : "");
+    }
+    end_comparison(&c);
+    end_progress();
+    if (findings > 0) {
+        show_command_output();
+        complain(
+            "%s: applied below %s, but not all of it stands there; mend that and apply it again",
+            image, where);
+        return SERVICE_FAILED;
+    }
+    if (run->interrupted) {
+        complain("%s: applied below %s; interrupted while it was compared", image, where);
+        return SERVICE_INTERRUPTED;
+    }
+    if (c.fault != nullptr) {
+        complain("%s: applied below %s, but could not be compared: %s", image, where, c.fault);
+        return SERVICE_FAILED;
+    }
+    say("100 %%  done");
+    say("%s: applied below %s, %d entries", image, where, info->file_nums);
+    return SERVICE_WELL;
+}
+
 int update_command(const update_options *options)
 {
     const char *const image = options->image;
@@ -338,10 +379,7 @@ int update_command(const update_options *options)
     }
     if (ret == 0) {
         show_progress("done", 1000, info->cur_nums, info->file_nums);
-        end_progress();
-        say("100 %%  done");
-        say("%s: applied below %s, %d entries", image, where, info->file_nums);
-        return SERVICE_WELL;
+        return compare_applied(&run, where);
     }
     end_progress();
     if (run.interrupted) {

@@ -82,6 +82,9 @@ if [[ $device == --device ]]; then
     umount kernel
     run upgd_service update u.img --dir /opt/fresh --cards simulate
     expect 'no room for the kernel' '1 /dev/mmcblk0p6: too little room: 391 KiB are needed' "$status $(grep -o '/dev/mmcblk0p6: too.*needed' err)"
+    findings '1 upgd_service: /dev/mmcblk0p6:zImage: not on its partition: what stands there is cut short' \
+        upgd_service update u.img --dir /opt/fresh --cards simulate --force
+    grep -q 'a command said: .*No space left on device' err || expect 'what cp has said' 'No space left' "$(cat err)"
     mount /dev/mmcblk0p6 kernel && rm kernel/fill && umount kernel
     findings '0 ' upgd_service update u.img --dir /opt/fresh --cards simulate
 fi
