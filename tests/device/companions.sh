@@ -15,12 +15,29 @@ expect_call() {
 lay_out_tree
 # The kernel's partition can be mounted by root alone.
 [[ $SANDBOX_PRIVILEGED == 1 ]] || mv tree/vorn-kernel tree/plain
+# The kernel's partition can be mounted by root alone.
+[[ $SANDBOX_PRIVILEGED == 1 ]] || mv tree/vorn-kernel tree/plain
 echo fpga >tree/InputCardTop.bin
 img_deploy -c ./tree -r V7 u.img >/dev/null
 
+# One changed byte: refused, also through an open file whose name is gone; --no-verify applies it.
+cp u.img flipped.img
+printf X | dd of=flipped.img bs=1 seek=600 conv=notrunc status=none
+words='has another CRC than its header says: nothing was touched; get it anew, or take it as it is with --no-verify'
+for call in update restore; do
+    expect_call 1 "upgd_service: flipped.img: $words" upgd_service $call flipped.img
+done
+[[ ! -e /opt/upgddir/tree && ! -e /tree ]] || expect 'what was touched' nothing "$(ls -d /opt/upgddir/tree /tree)"
+expect_call 0 '' upgd_service restore --no-verify flipped.img "$work/unverified"
+cp u.img open.img
+exec 5<open.img
+rm open.img
+expect_call 0 '' upgd_service update /proc/self/fd/5 --dir /opt/upgddir --cards simulate=0
+exec 5<&-
+
 # A service update: events on a pipe, one failing card, the program's end by interrupts.
 expect_call 0 '' upgd_service update u.img --dir /opt/upgddir --cards simulate=0
-expect 'events' 'unpacking,input card FPGA,video card MCU,u.img: applied, 9 entries' \
+expect 'events' 'unpacking,input card FPGA,video card MCU,done,u.img: applied below /opt/upgddir, 9 entries' \
     "$(sed 's/^ *[0-9]* %  //' out | paste -sd,)"
 expect_call 1 "upgd_service: u.img: the video card's MCU was not flashed" \
     upgd_service update u.img --dir /opt/upgddir --cards fail=24
@@ -74,8 +91,19 @@ fi
 
 # Watching a run in another process, and a block whose writer has died.
 (sleep 0.3; exec img_deploy -u u.img -m 2) >/dev/null 2>&1 &
-expect_call 0 '' upgd_service watch
+expect_call 0 '' timeout 60 upgd_service watch
 expect 'the end that was watched' 'the run went well: 9 of 9 entries' "$(tail -n 1 out)"
+wait
+# The end of the run before is none of the next one's, which fails here.
+: >first
+timeout 60 upgd_service watch >first 2>&1 &
+first=$!
+await 'a look at the run before' grep -q . first
+(sleep 0.3; exec img_deploy -u empty -m 2) >/dev/null 2>&1 &
+expect_call 1 '' timeout 60 upgd_service watch
+expect 'what was said of the run before' 'no run at work; the last one went well; waiting for one' "$(head -n 1 out)"
+wait $first
+expect 'the watch that began first' 'the run has failed: 0 of 0 entries' "$(tail -n 1 first)"
 wait
 for i in {1..150}; do mkdir "tree/d$i" && echo "$i" >"tree/d$i/f"; done
 img_deploy -c ./tree long.img >/dev/null
@@ -94,7 +122,7 @@ mkdir -p /mnt/root /usr/qrx310/etc/{vsp,mcucored,sysconf} /usr/vorn/bin
 mount -t tmpfs tmpfs /mnt/sda1
 mount -t tmpfs -o size=150m /dev/root /mnt/root
 cp u.img /mnt/sda1/
-touch '/mnt/sda1/a"\.rcfgx' $'/mnt/sda1/\xff\xfe.ubck'
+touch /mnt/sda1/._u.img '/mnt/sda1/a"\.rcfgx' $'/mnt/sda1/\xff\xfe.ubck'
 # A label that would clear a terminal's screen.
 mkdir -p /dev/disk/by-label && ln -s ../../sda1 '/dev/disk/by-label/A\x1b[2J'
 if grep -q sda1 /proc/diskstats; then
@@ -104,8 +132,10 @@ if grep -q sda1 /proc/diskstats; then
     expect 'disks in JSON' '[{"path":"/mnt/sda1","name":"A\u001b[2J","images":["/mnt/sda1/u.img"],"backups":["/mnt/sda1/\u00ff\u00fe.ubck"],"rcfgx":["/mnt/sda1/a\"\\.rcfgx"]}]' "$(cat out)"
 fi
 sysconfig set device_name unit7
+expect_call 1 'upgd_service: /mnt/sda1: nothing was saved: there are no settings below /usr/qrx310/etc' upgd_service backup /mnt/sda1
+expect 'a backup of nothing' '' "$(ls /mnt/sda1/unit7* 2>/dev/null)"
 echo saved >/usr/qrx310/etc/vsp/layout
-expect_call 0 '' upgd_service backup /mnt/sda1
+expect_call 0 '' upgd_service backup /mnt/sda1/
 saved=$(cat out)
 expect 'the name of a backup' '/mnt/sda1/unit7_' "${saved:0:16}"
 echo changed >/usr/qrx310/etc/vsp/layout
@@ -121,6 +151,10 @@ run upgd_service backup /mnt/sda1
 expect 'a backup cut short on a full disk' '1 what was saved has another length' \
     "$status $(grep -o 'what was saved has another length' err)"
 mv /bin/cp.real /bin/cp
+expect_call 1 'upgd_service: u.img: not flashed: the tool /usr/vorn/bin/mcu_isp: No such file or directory' upgd_service flash 24 u.img
+printf '#!/bin/sh\necho no card; exit 3\n' >/usr/vorn/bin/mcu_isp && chmod +x /usr/vorn/bin/mcu_isp
+expect_call 1 'upgd_service: u.img: the tool /usr/vorn/bin/mcu_isp was called and has ended with status 3' upgd_service flash vpu-mcu u.img
+expect_line err 'upgd_service: a command said: no card'
 ln -sf "$(command -v mcu_isp)" /usr/vorn/bin/
 expect_call 0 '' upgd_service flash 24 u.img
 expect 'what the tool was called with' $'mcu_isp\t-B\tvpu\t-C\t0x31\t-b\tu.img\t-r\t0x00' "$(grep mcu_isp /run/sandbox/calls)"
