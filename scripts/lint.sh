@@ -19,7 +19,8 @@ cppcheck -q --std=c++17 --enable=warning,performance,portability --error-exitcod
 # but not the C++ library, in whose strings it sees values that were never set.
 analyze=(g++ -std=gnu++17 -O2 -fanalyzer -Werror -D_GNU_SOURCE -I. -Iinclude -c -o /dev/null)
 labels=update/dtt_create/disk_labels.cpp
-git ls-files 'platform/*.cpp' 'update/*.cpp' 'companions/compare/*.cpp' 'companions/img_info/*.cpp' ":!$labels" |
+git ls-files 'platform/*.cpp' 'update/*.cpp' 'companions/compare/*.cpp' 'companions/img_info/*.cpp' 'companions/signature/*.cpp' \
+    ":!$labels" |
     xargs -P "$(nproc)" -n 1 "${analyze[@]}"
 "${analyze[@]}" -Wno-analyzer-malloc-leak "$labels"
 git ls-files 'companions/text/*.cpp' 'companions/upgd_service/*.cpp' | xargs -P "$(nproc)" -n 1 "${analyze[@]}" \

@@ -3,7 +3,8 @@
 # Usage: scripts/setup.sh [--lint|--fuzz|--device]
 set -euo pipefail
 
-packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux dpkg-dev file pkgconf)
+packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux dpkg-dev file pkgconf
+    libsodium-dev minisign)
 [[ $(dpkg --print-architecture) != amd64 ]] || packages+=(user-mode-linux dmsetup kmod mtools)
 [[ ${1:-} != --lint ]] || packages+=(clang-format clang-tidy cppcheck mandoc shellcheck)
 [[ ${1:-} != --device ]] || packages+=(g++-arm-linux-gnueabihf googletest qemu-user)
