@@ -29,8 +29,10 @@ static constexpr char USAGE[] =
     "                                           compare each entry with what stands below DIR;\n"
     "                                           with what else stands there; with the boot\n"
     "                                           loader's and the kernel's partition\n"
+    "       img_info --signature KEYFILE [--json] FILE\n"
+    "                                           check the signature in FILE.minisig\n"
     "       img_info --help                     print this text\n"
-    "FILE may be - for standard input, but not to extract.\n"
+    "FILE may be - for standard input, but not to extract or with a signature.\n"
     "Exit status: 0 well, 1 findings, 2 unusable.\n";
 
 void complain(const char *name, const char *format, ...)
@@ -122,12 +124,13 @@ static int open_named(named_image *opened)
 
 int main(int argc, char **argv)
 {
-    enum { LIST, VERIFY, EXTRACT, COMPARE };
+    enum { LIST, VERIFY, EXTRACT, COMPARE, SIGNATURE };
     static const option OPTIONS[] = {{"json", no_argument, nullptr, 'j'},
                                      {"verify", no_argument, nullptr, VERIFY},
                                      {"base", required_argument, nullptr, 'b'},
                                      {"extract", required_argument, nullptr, EXTRACT},
                                      {"compare", required_argument, nullptr, COMPARE},
+                                     {"signature", required_argument, nullptr, SIGNATURE},
                                      {"extra", no_argument, nullptr, 'e'},
                                      {"device", no_argument, nullptr, 'd'},
                                      {"help", no_argument, nullptr, 'h'},
@@ -156,6 +159,7 @@ int main(int argc, char **argv)
         case VERIFY:
         case EXTRACT:
         case COMPARE:
+        case SIGNATURE:
             if (mode != LIST)
                 bad_call();
             mode = opt;
@@ -172,13 +176,15 @@ int main(int argc, char **argv)
         (mode != COMPARE && what != COMPARE_CONTENTS) || (mode != VERIFY && based))
         bad_call();
     named_image opened = {argv[optind], {}};
-    if (mode == EXTRACT && strcmp(opened.name, "-") == 0)
+    if ((mode == EXTRACT || mode == SIGNATURE) && strcmp(opened.name, "-") == 0)
         bad_call();
-    if (open_named(&opened) != 0)
+    if (mode != SIGNATURE && open_named(&opened) != 0)
         return INFO_UNUSABLE;
 
     int status;
-    if (mode == EXTRACT)
+    if (mode == SIGNATURE)
+        status = check_signature(opened.name, dir, json);
+    else if (mode == EXTRACT)
         status = extract_image(&opened, dir, argv + optind + 1);
     else if (mode == VERIFY)
         status = verify_image(&opened, base, json);

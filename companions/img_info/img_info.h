@@ -32,6 +32,11 @@ int verify_image(const named_image *opened, const char *base, bool json);
 // can't be read to its end.
 int compare_image(const named_image *opened, const char *dir, int what, bool json);
 
+// Checks the signature beside the file `image`, whatever it holds, with the public key of the file
+// `key_file`, and prints a line. Returns an exit status: INFO_UNUSABLE if the key is none or the
+// image can't be read, INFO_FINDINGS if the signature is not valid or no device would take it.
+int check_signature(const char *image, const char *key_file, bool json);
+
 // Unpacks the entries, or those of `names` and what lies below them, below the directory `dir`,
 // which is made if it is missing. Nothing that stands there is touched and no link is followed.
 // Returns an exit status: INFO_FINDINGS if something was left out.

@@ -58,7 +58,7 @@ expect 'options' '-c -u -s -m -C -p -v -r' "$(completed img_deploy -)"
 expect 'places, directories, images' '1 2 3,tree,update.img' \
     "$(completed img_deploy -c tree -p ''),$(completed img_deploy -c ''),$(completed img_deploy -u up)"
 expect 'cards' 'flash simulate fail=' "$(completed upgd_service update u.img --cards '')"
-expect 'ways to look' '--json --verify --base --compare --extra --device --extract --help' "$(completed img_info -)"
+expect 'ways to look' '--json --verify --base --compare --extra --device --extract --signature --help' "$(completed img_info -)"
 expect 'keys, and no values' 'fw_version,' "$(completed sysconfig get ''),$(completed sysconfig set fw_version '')"
 
 run dpkg --no-triggers -r img-deploy
