@@ -13,12 +13,23 @@ struct card_choice {
     int number; // seconds to simulate, or the type that fails
 };
 
+// Where an image is while it is applied. Only one whose signature is checked is taken to the
+// device.
+enum image_reading { READ_TO_DEVICE, READ_IN_PLACE, READ_TO_LOOK };
+
+// What an image has to be tested for first.
+struct test_options {
+    bool verify;         // its CRC
+    bool allow_unsigned; // no signature, also where the device asks for one
+    image_reading reading;
+};
+
 struct update_options {
     const char *image;
     char *dir; // null for the one that the image asks for
     card_choice cards;
-    bool verify; // test the CRC first
-    bool force;  // try what is bound to fail
+    test_options test;
+    bool force; // try what is bound to fail
 };
 
 int plan_command(const update_options *options);
@@ -26,7 +37,7 @@ int update_command(const update_options *options);
 int watch_command();
 int disks_command(bool json);
 int backup_command(char *disk);
-int restore_command(const char *file, char *dir, bool verify);
+int restore_command(const char *file, char *dir, const test_options *test);
 int flash_command(int type, char *file);
 
 #endif

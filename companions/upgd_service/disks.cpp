@@ -175,10 +175,10 @@ static bool put_back_version(const char *version)
     return error == 0;
 }
 
-int restore_command(const char *file, char *dir, bool verify)
+int restore_command(const char *file, char *dir, const test_options *test)
 {
     tested_image image;
-    if (!take_tested_image(file, verify, &image))
+    if (!take_tested_image(file, test, &image))
         return SERVICE_FAILED;
     char version[CONFIGURATION_VALUE_SIZE] = "";
     const int read = configuration_get(CONFIGURATION_PATH, VERSION_KEY, version, sizeof version);

@@ -17,18 +17,24 @@
 
 static constexpr char USAGE[] =
     "Usage: upgd_service update IMAGE [--dir DIR] [--cards flash|simulate[=SECONDS]|fail=TYPE]\n"
-    "                           [--no-verify] [--force]\n"
+    "                           [--no-verify] [--allow-unsigned] [--in-place] [--force]\n"
     "       upgd_service plan IMAGE ...       show what that update would do; nothing is written\n"
     "       upgd_service backup DISK          save the settings to the disk mounted there\n"
-    "       upgd_service restore [--no-verify] FILE [DIR]\n"
+    "       upgd_service restore [--no-verify] [--allow-unsigned] [--in-place] FILE [DIR]\n"
     "                                         bring a backup back, below / without DIR\n"
     "       upgd_service disks [--json]       list the USB disks\n"
     "       upgd_service flash TYPE FILE      call the tool that flashes a card file\n"
     "       upgd_service watch                show an img_deploy run until it ends\n"
     "       upgd_service --help               print this text\n"
     "An image whose CRC is not the one that its header says is refused, but for --no-verify;\n"
-    "an update that is bound to fail, but for --force.\n"
+    "an update that is bound to fail, but for --force. With public keys in /etc/upgd/keys an "
+    "image\n"
+    "needs a signature, but for --allow-unsigned, and is copied to the device to be checked, but "
+    "for\n"
+    "--in-place.\n"
     "Exit status: 0 well, 1 failed, 2 a call that is none, 130 interrupted.\n";
+
+static constexpr test_options TEST_ALL = {true, false, READ_TO_DEVICE};
 
 // A whole number from `low` to `high`. Returns false for anything else.
 static bool parse_number(const char *text, int low, int high, int *number)
@@ -98,15 +104,29 @@ static char *absolute(char *dir)
     return path.data();
 }
 
+// Returns whether the word is an option of what an image is tested for.
+static bool parse_test(const char *word, test_options *test)
+{
+    if (strcmp(word, "--no-verify") == 0)
+        test->verify = false;
+    else if (strcmp(word, "--allow-unsigned") == 0)
+        test->allow_unsigned = true;
+    else if (strcmp(word, "--in-place") == 0)
+        test->reading = READ_IN_PLACE;
+    else
+        return false;
+    return true;
+}
+
 // A plan is made of what an update is asked for.
 static int call_update(int argc, char **argv, bool plan)
 {
-    update_options options = {nullptr, nullptr, {CARDS_FLASH, 0}, true, false};
+    update_options options = {nullptr, nullptr, {CARDS_FLASH, 0}, TEST_ALL, false};
     for (int i = 2; i < argc; i++) {
         if (strcmp(argv[i], "--dir") == 0 && i + 1 < argc)
             options.dir = absolute(argv[++i]);
-        else if (strcmp(argv[i], "--no-verify") == 0)
-            options.verify = false;
+        else if (parse_test(argv[i], &options.test))
+            continue;
         else if (strcmp(argv[i], "--force") == 0 && !plan)
             options.force = true;
         else if (strcmp(argv[i], "--cards") == 0 && i + 1 < argc) {
@@ -134,12 +154,14 @@ static int call_backup(int argc, char **argv)
 static int call_restore(int argc, char **argv)
 {
     char root[] = "/";
-    const bool verify = argc < 3 || strcmp(argv[2], "--no-verify") != 0;
-    const int file = verify ? 2 : 3;
+    test_options test = TEST_ALL;
+    int file = 2;
+    while (file < argc && parse_test(argv[file], &test))
+        file++;
     if (argc <= file || argc > file + 2)
         return bad_call();
     take_console();
-    return restore_command(argv[file], argc > file + 1 ? absolute(argv[file + 1]) : root, verify);
+    return restore_command(argv[file], argc > file + 1 ? absolute(argv[file + 1]) : root, &test);
 }
 
 static int call_disks(int argc, char **argv)

@@ -288,11 +288,15 @@ static void say_installed(const update_plan *plan)
 int plan_command(const update_options *options)
 {
     tested_image image;
-    if (!take_tested_image(options->image, options->verify, &image))
+    test_options test = options->test;
+    test.reading = READ_TO_LOOK;
+    if (!take_tested_image(options->image, &test, &image))
         return SERVICE_FAILED;
     update_plan plan;
     plan_update(&plan, &image.img, options, true);
     end_progress();
+    if (!image.gate.closed)
+        say("signature: none is asked for");
     say("directory       %s", plan.base.c_str());
     say_version(&image.img);
     say("files           %u new, %u changed, %u the same, %u in the way", plan.added, plan.changed,

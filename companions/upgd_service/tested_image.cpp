@@ -2,27 +2,149 @@
 #include "companions/upgd_service/tested_image.h"
 
 #include "companions/upgd_service/console.h"
+#include "companions/upgd_service/hash_thread.h"
+#include "update/dtt_update_common/crc32.h"
 #include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/platform_log.h"
+#include "update/dtt_update_common/raw_io.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
-// Returns null, or what is wrong with the body.
-static const char *body_fault(const image_file *img)
+// Where an image is kept while it is applied: beside the directory that images go to by themselves.
+static constexpr char KEEP_DIRECTORY[] = "/opt";
+
+static constexpr char NO_ROOM[] = "there is no room for it";
+
+// What is made of an image's bytes while they are read.
+struct image_pass {
+    hash_thread *hasher; // null if nothing is hashed
+    uint32_t crc;        // of the body
+    int copy;            // descriptor, -1 for none
+};
+
+// The block of `len` bytes at `offset`. Returns null, or what is wrong with the copy.
+static const char *take_block(image_pass *pass, const char *block, size_t len, uint32_t offset)
 {
-    body_sum sum;
-    start_sum(&sum);
-    while (sum.at < img->size) {
-        char step[64];
-        snprintf(step, sizeof step, "testing, %u of %u MiB", sum.at >> 20, img->size >> 20);
-        show_progress(step, 0, 0, 0);
-        if (!sum_block(img, &sum))
-            return "can't be read to its end";
-    }
-    return crc_fault(img, sum.crc);
+    if (pass->hasher != nullptr)
+        hash_block(pass->hasher, len);
+    const size_t header =
+        offset < sizeof(update_header_t) ? std::min(len, sizeof(update_header_t) - offset) : 0;
+    pass->crc = crc32_update(pass->crc, block + header, len - header);
+    if (pass->copy >= 0 && bb_full_write(pass->copy, block, len) < 0)
+        return errno == ENOSPC ? NO_ROOM : strerror(errno);
+    return nullptr;
 }
 
-bool take_tested_image(const char *name, bool verify, tested_image *image)
+// Reads the image once, never from a mapping: its disk may go away meanwhile. Returns null, or what
+// is wrong.
+static const char *read_through(const image_file *img, image_pass *pass)
+{
+    static char own_block[HASH_BLOCK_SIZE];
+    for (uint32_t at = 0; at < img->size;) {
+        char step[64];
+        snprintf(step, sizeof step, "reading, %u of %u MiB", at >> 20, img->size >> 20);
+        show_progress(step, 0, 0, 0);
+        char *const block = pass->hasher != nullptr ? next_hash_block(pass->hasher) : own_block;
+        const size_t len = std::min<size_t>(HASH_BLOCK_SIZE, img->size - at);
+        if (full_pread(img->fd, block, len, at) != len)
+            return "can't be read to its end";
+        const char *const fault = take_block(pass, block, len, at);
+        if (fault != nullptr)
+            return fault;
+        at += static_cast<uint32_t>(len);
+    }
+    return nullptr;
+}
+
+// Opens a file without a name that has room for the image. Returns a descriptor, or -1 with a
+// sentence.
+static int open_keep(const tested_image *image)
+{
+    const int fd = open(KEEP_DIRECTORY, O_TMPFILE | O_EXCL | O_RDWR | O_CLOEXEC, 0600);
+    struct statvfs fs;
+    const char *fault = nullptr;
+    if (fd < 0)
+        // What kernels without such files say, and file systems.
+        fault = errno == EISDIR || errno == EOPNOTSUPP ? "its file system has no unnamed files"
+                                                       : strerror(errno);
+    else if (fstatvfs(fd, &fs) != 0)
+        fault = strerror(errno);
+    else if (uint64_t{fs.f_bavail} * fs.f_frsize < image->img.size)
+        fault = NO_ROOM;
+    if (fault == nullptr)
+        return fd;
+    complain("%s: can't be kept below %s while it is applied: %s: nothing was touched; mend that, "
+             "or apply it from where it lies with --in-place",
+             image->name, KEEP_DIRECTORY, fault);
+    if (fd >= 0)
+        close(fd);
+    return -1;
+}
+
+// From here on the copy is the image, and what was found out about the other's header counts only
+// if it has the same. Returns null, or what is wrong.
+static const char *turn_to_copy(tested_image *image, int copy)
+{
+    const update_header_t seen = image->img.header;
+    close(image->img.fd);
+    const char *const fault = examine_image(copy, &image->img);
+    if (fault != nullptr)
+        return fault;
+    return memcmp(&seen, &image->img.header, sizeof seen) == 0 ? nullptr
+                                                               : "was changed while it was read";
+}
+
+// Reads an image whose signature is asked for. It becomes the copy, if there is one. Returns null,
+// or what is wrong.
+static const char *signed_fault(tested_image *image, image_pass *pass)
+{
+    static hash_thread hasher;
+    const int error = start_hash_thread(&hasher);
+    if (error != 0)
+        return strerror(error);
+    pass->hasher = &hasher;
+    const char *fault = read_through(&image->img, pass);
+    end_hash_thread(&hasher);
+    if (fault == nullptr && pass->copy >= 0)
+        fault = turn_to_copy(image, pass->copy);
+    const update_gate *const gate = &image->gate;
+    return fault == nullptr ? signature_fault(&gate->key, &gate->signature, &hasher.hash) : fault;
+}
+
+// Returns null, or what is wrong with the bytes of the image.
+static const char *reading_fault(tested_image *image, bool verify, int keep)
+{
+    image_pass pass = {nullptr, 0, keep};
+    const char *fault = nullptr;
+    if (image->gate.closed)
+        fault = signed_fault(image, &pass);
+    else if (verify)
+        fault = read_through(&image->img, &pass);
+    return fault == nullptr && verify ? crc_fault(&image->img, pass.crc) : fault;
+}
+
+static void tell_of_signature(const tested_image *image, const test_options *how)
+{
+    if (!image->gate.closed)
+        return;
+    const signature_line line = describe_signature(&image->gate.signature, nullptr);
+    say("%s", line.text);
+    PLATFORM_LOG("%s: %s", image->name, line.text);
+    if (how->reading != READ_IN_PLACE)
+        return;
+    complain("%s: applied from where it lies (--in-place): a disk that answers the second read in "
+             "another way would have that applied",
+             image->name);
+    PLATFORM_LOG("%s: applied from where it lies (--in-place)", image->name);
+}
+
+bool take_tested_image(const char *name, const test_options *how, tested_image *image)
 {
     image->name = name;
     const char *fault = open_image(name, &image->img);
@@ -30,15 +152,23 @@ bool take_tested_image(const char *name, bool verify, tested_image *image)
         complain("%s: %s", name, fault);
         return false;
     }
+    if (!prepare_gate(name, &image->img.header, how->allow_unsigned, &image->gate))
+        return false;
+    int keep = -1;
+    if (image->gate.closed && how->reading == READ_TO_DEVICE && (keep = open_keep(image)) < 0)
+        return false;
     fstat(image->img.fd, &image->at);
-    fault = verify ? body_fault(&image->img) : nullptr;
+    fault = reading_fault(image, how->verify, keep);
     if (fault != nullptr) {
-        complain("%s: %s: nothing was touched; get it anew, or take it as it is with --no-verify",
-                 name, fault);
+        complain("%s: %s: nothing was touched; get it anew%s", name, fault,
+                 image->gate.closed ? "" : ", or take it as it is with --no-verify");
         return false;
     }
+    if (keep >= 0)
+        fstat(keep, &image->at);
     snprintf(image->path, sizeof image->path, "/proc/self/fd/%d", image->img.fd);
     PLATFORM_LOG("%s is <%s>", image->path, name);
+    tell_of_signature(image, how);
     return true;
 }
 

@@ -3,6 +3,8 @@
 #ifndef COMPANIONS_TESTED_IMAGE_H
 #define COMPANIONS_TESTED_IMAGE_H
 
+#include "companions/upgd_service/commands.h"
+#include "companions/upgd_service/gate.h"
 #include "update/dtt_update_common/image_reader.h"
 
 #include <sys/stat.h>
@@ -12,11 +14,14 @@ struct tested_image {
     image_file img;
     char path[32];  // of the open file, for the operations of this process
     struct stat at; // when it was tested
+    update_gate gate;
 };
 
-// Opens the image `name` and tests what a run needs, and with `verify` the CRC of its body. Returns
-// false with a sentence. Closed with the process.
-bool take_tested_image(const char *name, bool verify, tested_image *image);
+// Opens the image `name` and tests what a run needs and what `how` says. One whose signature is
+// checked is read once, into a file without a name on the device, and `image` is that file: a disk
+// could answer a second read in another way. Returns false with a sentence. Closed with the
+// process.
+bool take_tested_image(const char *name, const test_options *how, tested_image *image);
 
 // Whether the file has been written to since.
 bool has_changed(const tested_image *image);

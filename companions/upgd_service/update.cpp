@@ -355,7 +355,7 @@ int update_command(const update_options *options)
     const char *const image = options->image;
     update_run run;
     run.cards = options->cards;
-    if (!take_tested_image(image, options->verify, &run.tested))
+    if (!take_tested_image(image, &options->test, &run.tested))
         return SERVICE_FAILED;
     if (!options->force && !test_plan(&run, options))
         return SERVICE_FAILED;
@@ -379,7 +379,8 @@ int update_command(const update_options *options)
     }
     if (ret == 0) {
         show_progress("done", 1000, info->cur_nums, info->file_nums);
-        return compare_applied(&run, where);
+        const int status = compare_applied(&run, where);
+        return status == SERVICE_WELL && !raise_floor(&run.tested.gate) ? SERVICE_FAILED : status;
     }
     end_progress();
     if (run.interrupted) {

@@ -124,7 +124,7 @@ mount -t tmpfs -o size=150m /dev/root /mnt/root
 cp u.img /mnt/sda1/
 touch /mnt/sda1/._u.img '/mnt/sda1/a"\.rcfgx' $'/mnt/sda1/\xff\xfe.ubck'
 # A label that would clear a terminal's screen.
-mkdir -p /dev/disk/by-label && ln -s ../../sda1 '/dev/disk/by-label/A\x1b[2J'
+mkdir -p /dev/disk/by-label && ln -s ../../sda1 $'/dev/disk/by-label/A\e[2J'
 if grep -q sda1 /proc/diskstats; then
     upgd_service disks >out
     expect 'disks' 'PATH NAME IMAGES BACKUPS RCFGX,/mnt/sda1 A\x1b[2J 1 1 1' "$(tr -s ' ' <out | paste -sd,)"

@@ -33,31 +33,18 @@ const char *examine_image(int fd, image_file *img)
     return nullptr;
 }
 
-void start_sum(body_sum *sum)
-{
-    *sum = {sizeof(update_header_t), 0};
-}
-
 // Read in blocks, never from a mapping: the image's disk may go away meanwhile.
-bool sum_block(const image_file *img, body_sum *sum)
-{
-    static char block[256 * 1024];
-    const size_t len = std::min<size_t>(sizeof block, img->size - sum->at);
-    if (full_pread(img->fd, block, len, sum->at) != len)
-        return false;
-    sum->crc = crc32_update(sum->crc, block, len);
-    sum->at += static_cast<uint32_t>(len);
-    return true;
-}
-
 bool body_crc(const image_file *img, uint32_t *crc)
 {
-    body_sum sum;
-    start_sum(&sum);
-    while (sum.at < img->size)
-        if (!sum_block(img, &sum))
+    static char block[256 * 1024];
+    *crc = 0;
+    for (uint32_t at = sizeof(update_header_t); at < img->size;) {
+        const size_t len = std::min<size_t>(sizeof block, img->size - at);
+        if (full_pread(img->fd, block, len, at) != len)
             return false;
-    *crc = sum.crc;
+        *crc = crc32_update(*crc, block, len);
+        at += static_cast<uint32_t>(len);
+    }
     return true;
 }
 

@@ -13,18 +13,6 @@ const char *examine_image(int fd, image_file *img);
 // -1 then, else the caller closes it.
 const char *open_image(const char *name, image_file *img);
 
-// A CRC of an image's body that is taken a block at a time, so that who waits for it can be told.
-struct body_sum {
-    uint32_t at; // offset of the next block
-    uint32_t crc;
-};
-
-void start_sum(body_sum *sum);
-
-// Adds the next block. `sum->at` is `img->size` at the end. Returns false if the image can't be
-// read there.
-bool sum_block(const image_file *img, body_sum *sum);
-
 // Computes the CRC of the image's body. Returns false if it can't be read up to `img->size`.
 bool body_crc(const image_file *img, uint32_t *crc);
 

@@ -1,0 +1,154 @@
+// Who may have an image applied.
+#include "companions/upgd_service/gate.h"
+
+#include "companions/upgd_service/console.h"
+#include "platform/configuration.h"
+#include "update/dtt_update_common/platform_log.h"
+
+#include <cerrno>
+#include <cstring>
+
+static constexpr char PRODUCT_KEY[] = "product";
+static constexpr char FLOOR_KEY[] = "fw_floor";
+
+// A value of the configuration, empty if it is not set.
+struct setting {
+    char value[CONFIGURATION_VALUE_SIZE];
+};
+
+static bool read_setting(const char *key, setting *set)
+{
+    const int result = configuration_get(CONFIGURATION_PATH, key, set->value, sizeof set->value);
+    if (result == 0)
+        return true;
+    set->value[0] = '\0';
+    if (result != -ENOENT)
+        complain("%s: %s: nothing was touched", CONFIGURATION_PATH, strerror(-result));
+    return result == -ENOENT;
+}
+
+// Returns false with a sentence if there is a floor that is none.
+static bool read_floor(setting *floor, firmware_version *version)
+{
+    *version = {};
+    if (!read_setting(FLOOR_KEY, floor))
+        return false;
+    if (floor->value[0] == '\0' || parse_version(floor->value, version))
+        return true;
+    complain("%s: %s=%s is no version: nothing was touched; set it anew", CONFIGURATION_PATH,
+             FLOOR_KEY, floor->value);
+    return false;
+}
+
+static bool is_for_this_product(const char *name, const update_gate *gate)
+{
+    setting product;
+    if (!read_setting(PRODUCT_KEY, &product))
+        return false;
+    if (product.value[0] == '\0' || strcmp(product.value, gate->said.product) == 0)
+        return true;
+    complain("%s: is for the product %s, and this device is a %s: nothing was touched", name,
+             gate->said.product, product.value);
+    return false;
+}
+
+static bool is_new_enough(const char *name, const update_header_t *header, const update_gate *gate)
+{
+    char text[sizeof header->ih_version + 1] = "";
+    memcpy(text, header->ih_version, sizeof header->ih_version);
+    firmware_version version;
+    if (!parse_version(text, &version)) {
+        complain("%s: its version %s can't be compared: nothing was touched", name, text);
+        return false;
+    }
+    setting floor;
+    firmware_version lowest;
+    if (!read_floor(&floor, &lowest))
+        return false;
+    if (compare_versions(&version, &lowest) < 0) {
+        complain("%s: its version %s is below %s, the lowest that this device takes: nothing was "
+                 "touched",
+                 name, text, floor.value);
+        return false;
+    }
+    if (compare_versions(&version, &gate->said.floor_version) < 0) {
+        // It would be the last that this device takes, and not even that a second time.
+        complain("%s: its version %s is below the floor %s of its own signature: nothing was "
+                 "touched",
+                 name, text, gate->said.floor);
+        return false;
+    }
+    return true;
+}
+
+static const char *comment_of_known_key(const key_ring *ring, update_gate *gate)
+{
+    const public_key *const key = find_key(ring, &gate->signature.key);
+    if (key == nullptr)
+        return "was made with a key that this device does not have";
+    gate->key = *key;
+    const char *const fault = comment_fault(key, &gate->signature);
+    return fault != nullptr ? fault : parse_statement(gate->signature.comment, &gate->said);
+}
+
+static bool is_let_in(const char *name, const update_header_t *header, const key_ring *ring,
+                      update_gate *gate)
+{
+    const char *fault = read_signature_of(name, &gate->signature);
+    if (fault == nullptr)
+        fault = comment_of_known_key(ring, gate);
+    if (fault != nullptr) {
+        complain("%s%s: %s: nothing was touched; the image needs a good signature, or "
+                 "--allow-unsigned",
+                 name, SIGNATURE_SUFFIX, fault);
+        return false;
+    }
+    return is_for_this_product(name, gate) && is_new_enough(name, header, gate);
+}
+
+bool prepare_gate(const char *name, const update_header_t *header, bool allow_unsigned,
+                  update_gate *gate)
+{
+    *gate = {};
+    key_ring ring;
+    const key_fault fault = load_keys(KEY_DIRECTORY, &ring);
+    if (fault.why == nullptr && ring.count == 0)
+        return true;
+    if (allow_unsigned) {
+        complain(
+            "WARNING: %s: NO SIGNATURE IS ASKED FOR (--allow-unsigned): whoever made it, it is "
+            "taken",
+            name);
+        PLATFORM_LOG("WARNING: %s: no signature is asked for (--allow-unsigned)", name);
+        return true;
+    }
+    const char *const impossible = check_impossible();
+    if (impossible != nullptr) {
+        complain("%s: %s: nothing was touched; --allow-unsigned takes any image", name, impossible);
+        return false;
+    }
+    if (fault.why != nullptr) {
+        complain("%s: %s: nothing was touched; mend the device's keys", fault.where, fault.why);
+        return false;
+    }
+    gate->closed = true;
+    return is_let_in(name, header, &ring, gate);
+}
+
+bool raise_floor(const update_gate *gate)
+{
+    if (!gate->closed)
+        return true;
+    setting floor;
+    firmware_version lowest;
+    if (!read_floor(&floor, &lowest))
+        return false;
+    if (compare_versions(&gate->said.floor_version, &lowest) <= 0)
+        return true;
+    const int result = configuration_set(CONFIGURATION_PATH, FLOOR_KEY, gate->said.floor);
+    if (result == 0)
+        return true;
+    complain("it was applied, but the floor %s can't be recorded: %s: set %s by hand",
+             gate->said.floor, strerror(-result), FLOOR_KEY);
+    return false;
+}

@@ -1,0 +1,193 @@
+#!/usr/bin/env bash
+# The gate of upgd_service: what `minisign` signs is let in, and nothing else is, whatever byte of it
+# is another one; what was checked is what is applied; the floor rises and never falls.
+# shellcheck source=tests/device/lib.sh
+. "$(dirname "$0")/lib.sh"
+
+command -v minisign >/dev/null || { echo 'skipped: there is no minisign' && exit 77; }
+keys=/etc/upgd/keys
+signed='product=qrx310 floor=V1.4.0.0'
+mkdir -p tree $keys
+echo tool >tree/tool
+echo card >tree/App_VPUCard.bin
+for version in V1.3.9 V1.4.0.0 V1.10 rc1; do
+    img_deploy -c ./tree -r $version $version.img >/dev/null
+done
+for key in maker other; do minisign -GW -p $key.pub -s $key.key >/dev/null; done
+
+# sign IMAGE COMMENT [KEY [OPTION...]]
+sign() { minisign -S -s "${3:-maker}.key" -t "$2" -m "$1" "${@:4}" >/dev/null; }
+
+# refused WORDS [ARGUMENT...]: u.img is, with this one sentence; nothing is written or left behind.
+refused() {
+    local before
+    before=$(find /opt /etc/sysconfig | sort)
+    run upgd_service update u.img --dir /opt/to --cards simulate=0 "${@:2}"
+    expect "refusal of: $1" "1 1 upgd_service: $1" "$status $(wc -l <err) $(cut -c -$((14 + ${#1})) err)"
+    expect "what was written after: $1" "$before" "$(find /opt /etc/sysconfig | sort)"
+}
+
+# applied [ARGUMENT...]: u.img is, and /opt/to goes again.
+applied() {
+    run upgd_service update u.img --dir /opt/to --cards simulate=0 "$@"
+    expect "status with $*" "0 tool" "$status $(cat /opt/to/tree/tool)"
+    rm -rf /opt/to
+}
+
+cp V1.4.0.0.img u.img
+cp maker.pub other.pub $keys
+sysconfig set product qrx310
+run img_info --signature maker.pub u.img
+if grep -q 'without libsodium' err; then
+    refused "u.img: this build can't check signatures: it was made without libsodium: nothing was touched; "
+    applied --allow-unsigned
+    finish
+    exit
+fi
+
+# Every byte of the image, of the signature and of the key, another bit of each.
+refused 'u.img.minisig: No such file or directory: nothing was touched; the image needs a good signature, '
+sign u.img "$signed"
+for file in u.img u.img.minisig $keys/maker.pub; do
+    # shellcheck disable=SC2016 # the script's own variables
+    timeout 250 perl -e '
+        my ($file) = @ARGV;
+        sub slurp { local $/; open(my $f, "<", $_[0]) or die; <$f> // "" }
+        sub put { open(my $f, ">", $_[0]) or die; print $f $_[1]; close $f }
+        my $good = slurp($file);
+        for my $at (0 .. length($good) - 1) {
+            my $bad = $good;
+            substr($bad, $at, 1) ^= chr(1 << $at % 8);
+            put($file, $bad);
+            my $status = system("upgd_service update u.img --dir /opt/to >out 2>err");
+            print "$file, byte $at: status $status, ", slurp("err")
+                if $status != 256 || slurp("err") !~ /\Aupgd_service: [^\n]+\n\z/;
+        }
+        put($file, $good);' "$file" >accepted
+    expect "altered bytes of $file that were let in" '0 ' "$? $(head -n 3 accepted)"
+done
+expect 'what they wrote' '' "$(find /opt -mindepth 1)"
+
+# What is let in, and what is said of it.
+line="signature: valid; key $(sed -n '1s/.* //p' maker.pub); trusted comment: $signed; untrusted comment: signature from minisign secret key"
+run upgd_service plan u.img --dir /opt/to --cards simulate
+expect 'the first line of a plan' "$line" "$(head -n 1 out)"
+run img_info --signature maker.pub u.img
+expect 'img_info' "0 $line" "$status $(cat out)"
+run img_info --signature other.pub --json u.img
+expect 'img_info with another key' '1 {"signature":{"valid":false,"fault":"was made with another key",' "$status $(cut -c -64 out)"
+run upgd_service update u.img --dir /opt/to --cards fail=24
+expect 'the floor after a run that failed' '1 ' "$status $(sysconfig get fw_floor 2>/dev/null)"
+applied
+expect 'the floor after one that went well' V1.4.0.0 "$(sysconfig get fw_floor)"
+applied --in-place
+grep -q '^upgd_service: u.img: applied from where it lies (--in-place): ' err || expect 'the gap' told "$(cat err)"
+# The disk may leave, and show another image meanwhile, once the image has been read.
+: >out
+upgd_service update u.img --dir /opt/to --cards simulate=1 >out 2>err &
+await 'a card' grep -q MCU out
+: >u.img
+wait $!
+expect 'an image whose disk leaves' '0 ' "$? $(cat err)"
+rm -rf /opt/to
+
+# Versions and products.
+cp V1.3.9.img u.img && sign u.img 'product=qrx310 floor=V1.3'
+refused 'u.img: its version V1.3.9 is below V1.4.0.0, the lowest that this device takes: nothing was touched'
+cp rc1.img u.img && sign u.img "$signed"
+refused "u.img: its version rc1 can't be compared: nothing was touched"
+cp V1.10.img u.img && sign u.img 'product=qrx310 floor=V1.11'
+refused 'u.img: its version V1.10 is below the floor V1.11 of its own signature'
+for product in qrx31 qrx3100; do
+    sign u.img "product=$product floor=V1.4"
+    refused "u.img: is for the product $product, and this device is a qrx310: nothing"
+done
+for comment in '' 'product=qrx310' 'product= floor=V1' 'floor=V1 product=qrx310' 'product=qrx310  floor=V1' 'product=qrx310 floor=V1 ' \
+    'product=qrx310 floor=V1.x' 'product=qrx310 floor=V1 until=9'; do
+    sign u.img "$comment"
+    refused 'u.img.minisig: has no comment of the form product=NAME floor=VERSION: nothing'
+done
+sign u.img 'product=qrx310 floor=v1.4.0' other
+applied
+expect 'a floor that is not higher' V1.4.0.0 "$(sysconfig get fw_floor)"
+sysconfig set fw_floor new
+refused '/etc/sysconfig/device.conf: fw_floor=new is no version: nothing was touched; set it anew'
+sysconfig set fw_floor V1.9
+
+# Signatures of all kinds.
+sign u.img "$signed"
+cp u.img.minisig good
+bad="is no signature, or is cut short: nothing"
+for length in 0 30 150 202 240 $(($(stat -c %s good) - 1)); do
+    head -c $length good >u.img.minisig
+    refused "u.img.minisig: $bad"
+done
+{ cat good; echo; } >u.img.minisig
+refused "u.img.minisig: $bad"
+sed 's/$/\r/' good >u.img.minisig
+refused 'u.img.minisig: has line ends of another system: nothing'
+{ cat good; head -c 1M /dev/zero; } >u.img.minisig
+refused 'u.img.minisig: is too long: nothing'
+sign u.img "$signed" maker -l
+refused 'u.img.minisig: is in the old form, not over the image'
+sign V1.3.9.img "$signed" && cp V1.3.9.img.minisig u.img.minisig
+refused "u.img: is another image's, or the image was altered: nothing was touched; get it anew"
+{ head -n 2 good; tail -n 2 u.img.minisig; } >mixed && cp mixed u.img.minisig
+refused "u.img.minisig: is not the key owner's: it or its comment was altered: nothing"
+cp good u.img.minisig
+
+# The device's keys.
+rm $keys/maker.pub
+refused 'u.img.minisig: was made with a key that this device does not have: nothing'
+cp maker.pub $keys/
+for place in $keys $keys/other.pub /etc/upgd; do
+    chmod o+w "$place"
+    where=${place/#\/etc\/upgd/$keys}
+    refused "${where/keys\/keys/keys}: can be written to by others: nothing was touched; mend the device's keys"
+    chmod o-w "$place"
+done
+cp other.pub $keys/next.pub
+run upgd_service update u.img --dir /opt/to
+grep -qE '^upgd_service: /etc/upgd/keys/(next|other).pub: has the id of another key file: ' err || expect 'two keys with one id' refused "$(cat err)"
+ln -sf ../../../other.pub $keys/next.pub
+refused '/etc/upgd/keys/next.pub: is a link: '
+sed 's/$/\r/' other.pub | tee $keys/other.pub >/dev/null && rm $keys/next.pub
+refused '/etc/upgd/keys/other.pub: has line ends of another system: '
+cp other.pub $keys/
+
+# No room, no unnamed files, and a disk that leaves while the longest image is read.
+head -c 3M /dev/urandom >tree/data
+img_deploy -c ./tree -r V1.10 u.img >/dev/null
+sign u.img "$signed"
+mount -t tmpfs -o size=2m tmpfs /opt
+refused "u.img: can't be kept below /opt while it is applied: there is no room for it: nothing was touched; mend that, or apply it from where it lies with --in-place"
+umount /opt
+mount --bind /dev/pts /opt
+refused "u.img: can't be kept below /opt while it is applied: its file system has no unnamed files: nothing"
+umount /opt
+truncate -s 2147483647 u.img
+printf '\177\377\377\377' | dd of=u.img bs=1 seek=12 conv=notrunc status=none
+refused "u.img: is another image's, or the image was altered: " --in-place
+upgd_service update u.img --dir /opt/to --in-place >out 2>err &
+reads() { (($(sed -n 's/rchar: //p' "/proc/$1/io") > 50000000)); }
+await 'a part of the image' reads $!
+truncate -s 1000000 u.img
+wait $!
+expect 'a disk that leaves while it is read' "1 upgd_service: u.img: can't be read to its end: nothing was touched; get it anew" "$? $(cat err)"
+
+# Without a signature: asked for by hand, and said on the screen and in the log. A backup has none.
+img_deploy -c ./tree -r V1 u.img >/dev/null
+rm u.img.minisig
+run upgd_service restore u.img /opt/to
+expect 'restoring what is not signed' '1 upgd_service: u.img.minisig: No such file' "$status $(cut -c -41 err)"
+# shellcheck disable=SC2016 # the script's own variables
+timeout 60 perl -MSocket -e 'socket(S, PF_UNIX, SOCK_DGRAM, 0); bind(S, sockaddr_un("/dev/log")) or die; open(F, ">", "bound");
+    while (sysread(S, $_, 4096)) { next unless /WARNING/; print; exit }' >log &
+await 'a log' test -e bound
+applied --allow-unsigned
+wait $!
+for where in log err; do grep -q 'WARNING: u.img: .*--allow-unsigned' $where || expect "in $where" WARNING "$(cat $where)"; done
+rm -r $keys
+applied
+expect 'a device without keys' '' "$(cat err)"
+finish
