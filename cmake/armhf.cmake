@@ -9,7 +9,9 @@ set(CMAKE_C_FLAGS_INIT "${cortex}")
 set(CMAKE_CXX_FLAGS_INIT "${cortex}")
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/arm-linux-gnueabihf)
 
-set(CMAKE_FIND_ROOT_PATH /usr/arm-linux-gnueabihf)
+# Debian's packages for the board put their libraries into the second.
+set(CMAKE_FIND_ROOT_PATH /usr/arm-linux-gnueabihf /usr/lib/arm-linux-gnueabihf)
+set(CMAKE_LIBRARY_PATH /usr/lib/arm-linux-gnueabihf)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
