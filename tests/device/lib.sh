@@ -13,6 +13,11 @@ expect() {
     failures=$((failures + 1))
 }
 
+# expect_line FILE LINE: the file holds this very line.
+expect_line() {
+    grep -qxF -- "$2" "$1" || expect "a line of $1" "$2" "$(head -c 2000 "$1")"
+}
+
 # run COMMAND...: leaves its status, output and errors in $status, out and err.
 run() {
     "$@" >out 2>err
