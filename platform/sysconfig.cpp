@@ -14,6 +14,7 @@ static void print_usage(FILE *out)
           "       sysconfig get KEY         print the value of KEY\n"
           "       sysconfig list            print all lines KEY=VALUE\n"
           "       sysconfig --help          print this text\n"
+          "       sysconfig --version       print the version of the program\n"
           "A KEY has letters, digits, '_', '.' and '-'; a VALUE has no line feed.\n",
           out);
 }
@@ -59,6 +60,10 @@ static int run(int argc, char **argv)
         return list_values();
     if (argc == 2 && strcmp(command, "--help") == 0) {
         print_usage(stdout);
+        return EXIT_SUCCESS;
+    }
+    if (argc == 2 && strcmp(command, "--version") == 0) {
+        puts("sysconfig " PROGRAM_VERSION);
         return EXIT_SUCCESS;
     }
     print_usage(stderr);

@@ -223,9 +223,23 @@ static void read_build_arguments(int argc, char **argv, options *o)
     o->to_dir = argv[optind];
 }
 
+// As the one argument; with others `--version` is a wrong call like any long option.
+static bool asks_for_version(int argc, char **argv)
+{
+    return argc == 2 && strcmp(argv[1], "--version") == 0;
+}
+
+static int print_version()
+{
+    puts("img_deploy " PROGRAM_VERSION);
+    return fflush(stdout) == 0 ? 0 : 1;
+}
+
 int main(int argc, char **argv)
 {
     open_standard_streams();
+    if (asks_for_version(argc, argv))
+        return print_version();
     // Options may stand behind the positional arguments, whatever the environment says.
     unsetenv("POSIXLY_CORRECT");
     // Whole lines in the order in which they happen, also on a pipe and up to a sudden end.
