@@ -32,6 +32,7 @@ static constexpr char USAGE[] =
     "       img_info --signature KEYFILE [--json] FILE\n"
     "                                           check the signature in FILE.minisig\n"
     "       img_info --help                     print this text\n"
+    "       img_info --version                  print the version of the program\n"
     "FILE may be - for standard input, but not to extract or with a signature.\n"
     "Exit status: 0 well, 1 findings, 2 unusable.\n";
 
@@ -134,6 +135,7 @@ int main(int argc, char **argv)
                                      {"extra", no_argument, nullptr, 'e'},
                                      {"device", no_argument, nullptr, 'd'},
                                      {"help", no_argument, nullptr, 'h'},
+                                     {"version", no_argument, nullptr, 'V'},
                                      {}};
     bool json = false;
     const char *base = "/opt/upgddir/";
@@ -167,6 +169,9 @@ int main(int argc, char **argv)
             break;
         case 'h':
             fputs(USAGE, stdout);
+            return INFO_WELL;
+        case 'V':
+            puts("img_info " PROGRAM_VERSION);
             return INFO_WELL;
         default:
             bad_call();

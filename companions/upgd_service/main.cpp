@@ -26,6 +26,7 @@ static constexpr char USAGE[] =
     "       upgd_service flash TYPE FILE      call the tool that flashes a card file\n"
     "       upgd_service watch                show an img_deploy run until it ends\n"
     "       upgd_service --help               print this text\n"
+    "       upgd_service --version            print the version of the program\n"
     "An image whose CRC is not the one that its header says is refused, but for --no-verify;\n"
     "an update that is bound to fail, but for --force. With public keys in /etc/upgd/keys an "
     "image\n"
@@ -198,6 +199,14 @@ static int call_help(int argc, char ** /*argv*/)
     return SERVICE_WELL;
 }
 
+static int call_version(int argc, char ** /*argv*/)
+{
+    if (argc != 2)
+        return bad_call();
+    puts("upgd_service " PROGRAM_VERSION);
+    return SERVICE_WELL;
+}
+
 int main(int argc, char **argv)
 {
     const char *const verb = argc > 1 ? argv[1] : "";
@@ -217,5 +226,7 @@ int main(int argc, char **argv)
         return call_watch(argc, argv);
     if (is("--help"))
         return call_help(argc, argv);
+    if (is("--version"))
+        return call_version(argc, argv);
     return bad_call();
 }
