@@ -24,7 +24,7 @@ package_for_device() {
     local package=$PWD/build/device/package program size needed
     rm -rf "$package"
     cpack --config build/device/CPackConfig.cmake -B "$package" >/dev/null
-    dpkg-deb -x "$package"/*_armhf.deb "$package/root"
+    dpkg-deb -x "$package"/img-deploy_*_armhf.deb "$package/root"
     program=$package/root/usr/bin/img_deploy
     size=$(stat -c %s "$program")
     needed=$(arm-linux-gnueabihf-readelf -d "$program" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
@@ -51,7 +51,7 @@ if [[ ${1:-} == --device ]]; then
     test_device "${@:2}"
     exit
 fi
-scripts/setup.sh
+scripts/setup.sh --package
 build thread img_deploy img_info sysconfig upgd_service
 build sanitize
 build release

@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
-# The Debian package in $PACKAGES of the version $PACKAGE_VERSION, from its installation to its
-# removal.
+# The Debian packages in $PACKAGES of the version $PACKAGE_VERSION, from their installation to their
+# purge: what a board, an engineer and a reader find in them.
 # shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
-project=${0%/tests/*}
 
 [[ -w /var/lib/dpkg ]] || { echo 'packages can only be installed by root'; exit 77; }
 
@@ -11,36 +10,63 @@ machine() {
     find /usr /etc -path /usr/local -prune -o -print | sort
 }
 
+# Names of files that a package has brought below a directory.
+files_of() {
+    dpkg -L "$1" | grep "^$2/" | while read -r file; do [[ -d $file ]] || echo "${file#"$2"/}"; done |
+        sort | tr '\n' ' '
+}
+
+packages=("$PACKAGES"/{img-deploy,libimg-deploy-dev}_"$PACKAGE_VERSION"-1_*.deb)
+programs=(img_deploy img_info sysconfig upgd_service)
 machine >before
-run dpkg --no-triggers -i "$PACKAGES/img-deploy_$PACKAGE_VERSION"_*.deb
+run dpkg --no-triggers -i "${packages[@]}"
 expect 'installation' '0 ' "$status $(cat err)"
-expect 'version' "ii  $PACKAGE_VERSION" \
-    "$(dpkg-query -W -f '${db:Status-Abbrev} ${Version}' img-deploy)"
-completions=share/bash-completion/completions
-expect 'programs and what shells and readers look for' "$(printf '%s ' bin/{img_deploy,img_info,sysconfig,upgd_service} \
-    $completions/{img_deploy,img_info,sysconfig,upgd_service} \
-    share/man/man1/{img_deploy,img_info,sysconfig,upgd_service}.1 share/man/man5/update-image.5)" \
-    "$(dpkg -L img-deploy | grep -E '^/usr/(bin|share)/.*[^/]$' |
-        while read -r file; do [[ -d $file ]] || echo "${file#/usr/}"; done | sort | tr '\n' ' ')"
+expect 'versions' "ii  $PACKAGE_VERSION-1,ii  $PACKAGE_VERSION-1," \
+    "$(dpkg-query -W -f '${db:Status-Abbrev} ${Version},' img-deploy libimg-deploy-dev)"
+expect 'programs' "${programs[*]} " "$(files_of img-deploy /usr/bin)"
+expect 'completion' "${programs[*]} " "$(files_of img-deploy /usr/share/bash-completion/completions)"
+expect 'manual pages' "man1/${programs[0]}.1.gz man1/${programs[1]}.1.gz man1/${programs[2]}.1.gz man1/${programs[3]}.1.gz man5/update-image.5.gz " \
+    "$(files_of img-deploy /usr/share/man)"
+run lintian --fail-on error,warning,info -I "${packages[@]}"
+expect 'what lintian says' '0 ' "$status $(cat out)"
+
+# One version everywhere, also where it stands by hand.
+for program in "${programs[@]}"; do
+    expect 'version' "$program $PACKAGE_VERSION" "$("/usr/bin/$program" --version)"
+done
+expect 'version for compilers' "$PACKAGE_VERSION" "$(pkg-config --modversion img_deploy)"
+expect 'changelog of the version' 1 \
+    "$(zgrep -c "^## $PACKAGE_VERSION\b" /usr/share/doc/img-deploy/changelog.gz)"
+run /usr/bin/img_deploy --version now
+expect 'a version with more behind it is a wrong call' '1 ' "$status $(cat out)"
 
 # The build's own programs are not on the path.
 lay_out_tree
+echo fpga >tree/InputCardTop.bin
 /usr/bin/img_deploy -c ./tree -r V7 update.img >/dev/null
 run /usr/bin/img_deploy -u update.img -m 2
 expect 'apply' '0 2 V7' "$status $(flag) $(sysconfig get fw_version)"
 expect 'what was unpacked' '' "$(diff -r --no-dereference tree /opt/upgddir/tree)"
 
-# A service in C, after the guide. Each word is an argument.
-# shellcheck disable=SC2046
-run cc -Wall -Werror $(pkg-config --cflags img_deploy) "$project/docs/service_example.c" \
-    -o service_example $(pkg-config --libs --static img_deploy)
+# A service in C: the guide's program by the guide's line, with this board's flashing tools.
+docs=/usr/share/doc/libimg-deploy-dev
+line=$(sed -n 's/^    \(cc .*\)/\1/p' "$docs/service_guide.md")
+cp "$docs/examples/service_example.c" .
+run sh -e -c "$line -Wextra -Werror"
 expect 'a service compiled' '0 ' "$status $(cat err)"
-expect 'version for compilers' "$PACKAGE_VERSION" "$(pkg-config --modversion img_deploy)"
-mkdir -p /mntker && rm -rf /opt/upgddir
+mkdir -p /usr/vorn/bin /mntker && rm -rf /opt/upgddir
+ln -s "$(command -v mcu_isp)" "$(command -v kmd_test)" /usr/vorn/bin
 run ./service_example "$work/update.img" /opt/upgddir
-expect 'a service run with a card that is flashed' 'update: 0' "$(tail -n 1 out)"
+expect 'a service run with two cards' 'event: step 2, result 0
+event: step 3, result 0
+event: step 11, result 0
+update: 0' "$(sed -nE 's/, [0-9]+ of 1000$//; /^(event|update):/p' out)"
+expect 'flashed' "$(printf 'kmd_test\tInputCardTop.bin\nmcu_isp\tApp_VPUCard.bin')" \
+    "$(grep -E '^(mcu_isp|kmd_test)' /run/sandbox/calls |
+        sed 's,\t.*/\([^/\t]*\.bin\).*,\t\1,')"
+rm -r /usr/vorn
 echo '#include "platform/platform.h"' >layer.c
-# shellcheck disable=SC2046
+# shellcheck disable=SC2046 # each word is an argument
 run cc -c $(pkg-config --cflags img_deploy) -o /dev/null layer.c
 expect 'the header of the platform layer' '0 ' "$status $(cat err)"
 
@@ -50,20 +76,23 @@ completed() {
     "_$1" "$1"
     echo "${COMPREPLY[*]}"
 }
-for program in img_deploy img_info sysconfig upgd_service; do
+for program in "${programs[@]}"; do
     # shellcheck disable=SC1090
     . "/usr/share/bash-completion/completions/$program"
 done
-expect 'options' '-c -u -s -m -C -p -v -r' "$(completed img_deploy -)"
+expect 'options' '-c -u -s -m -C -p -v -r --version' "$(completed img_deploy -)"
 expect 'places, directories, images' '1 2 3,tree,update.img' \
     "$(completed img_deploy -c tree -p ''),$(completed img_deploy -c ''),$(completed img_deploy -u up)"
 expect 'cards' 'flash simulate fail=' "$(completed upgd_service update u.img --cards '')"
-expect 'ways to look' '--json --verify --base --compare --extra --device --extract --signature --help' "$(completed img_info -)"
-expect 'keys, and no values' 'fw_version,' "$(completed sysconfig get ''),$(completed sysconfig set fw_version '')"
+expect 'ways to look' '--json --verify --base --compare --extra --device --extract --signature --help --version' "$(completed img_info -)"
+expect 'keys, and no values' 'fw_version,' \
+    "$(completed sysconfig get ''),$(completed sysconfig set fw_version '')"
 
-run dpkg --no-triggers -r img-deploy
-expect 'removal' 0 "$status"
-rm -r /etc/sysconfig # holds the recorded version
+run dpkg --no-triggers -r libimg-deploy-dev img-deploy
+expect 'removal' '0 ' "$status $(cat err)"
+run dpkg --no-triggers -P libimg-deploy-dev img-deploy
+expect 'purge' '0' "$status"
+rm -r /etc/sysconfig # the device's, with the recorded version
 machine >after
 expect 'nothing is left' '' "$(diff before after)"
 finish
