@@ -1,11 +1,17 @@
 #!/usr/bin/env bash
 # The main job from end to end on real files: a directory tree becomes an update image, and the
-# image becomes a tree again, in a sandbox that has all the device's paths. Leaves nothing behind
-# but the build. Usage: scripts/demo.sh
+# image becomes a tree again, in a sandbox that has all the device's paths; then what goes wrong, and
+# what the tools say. Leaves nothing behind but the build. Usage: scripts/demo.sh
 set -euo pipefail
 
 say() {
     printf '\n== %s\n' "$*"
+}
+
+# Shows a call, and makes it.
+call() {
+    printf '$ %s\n' "$*"
+    "$@"
 }
 
 # Trace lines without their prefixes.
@@ -13,16 +19,32 @@ messages() {
     sed 's/^\[[^]]*\] \[[^]]*\]:: //'
 }
 
+# A call as a person sees it at a terminal, and its exit status; what it prints for programs goes to
+# the files run.log and entries.log.
+at_terminal() {
+    local command=$1 status=0
+    printf '$ %s\n' "$command"
+    script -qec "$command" /dev/null </dev/null >terminal || status=$?
+    tr '\r' '\n' <terminal | grep -vE '^(\(num-.*|\[.*|.* (records (in|out)|copied, .*))?$' || :
+    printf 'exit status %s\n' "$status"
+}
+
 lay_out_tree() {
     local tree=$1 file
     mkdir -p "$tree"/{files,bin,.hidden,vorn-kernel,vorn-uboot}
     # The first headers of the machine's kernel interface, with their directories.
     (cd /usr/include && find linux -type f | sort | head -n 400 | tar -cf - -T -) |
-        tar -xf - --no-same-owner -C "$tree/files"
-    file=$(find "$tree/files" -type f | sort | tail -n 1)
-    cp "$(command -v bash)" "$tree/bin/shell"
+        tar -xf - --no-same-owner -C .
+    # Two links beside each, since a link is a command of the update, which is what takes time in one;
+    # and all in the order of their names, so that bytes and commands alternate.
+    find linux -type f | while read -r file; do
+        ln -s "${file##*/}" "$file.1"
+        ln -s "${file##*/}" "$file.2"
+    done
+    tar --sort=name -cf - linux | tar -xf - --no-same-owner -C "$tree/files"
+    rm -r linux
+    cp /bin/dash "$tree/bin/shell"
     ln -s shell "$tree/bin/sh"
-    ln -s "../${file#"$tree"/}" "$tree/bin/last"
     ln -s /bin/true "$tree/bin/true"
     echo 'a hidden setting' >"$tree/.hidden/setting"
     : >"$tree/empty"
@@ -39,21 +61,31 @@ build() {
     echo '$ img_deploy -c ./tree -p 2 -r V2.0.0.0 update.img'
     img_deploy -c ./tree -p 2 -r V2.0.0.0 update.img >build.log
     stat -c '%n: %s bytes' update.img
-    say 'its header, as the build reports it'
-    messages <build.log | grep -E '^ {3}[A-Z].* : '
     say 'look into it'
     echo '$ img_info update.img'
-    img_info update.img | sed -n '1,/^$/d; 1,/bin\/last/p' | tail -n 6
-    echo '$ img_info --verify update.img'
-    img_info --verify update.img
+    img_info update.img >listing
+    sed '/^$/,$d' listing
+    echo ...
+    grep -E 'bin/(sh|true|shell)|vorn-|App_' listing
+    call img_info --verify update.img
 }
 
 apply() {
+    local pid
     say 'apply it, and watch it from another process'
     echo '$ upgd_service watch & img_deploy -u update.img -m 2'
-    upgd_service watch &
+    if [[ -t 1 ]]; then
+        upgd_service watch &
+    else # some of the pictures that a terminal would have shown one after the other
+        script -qec 'upgd_service watch' watched </dev/null >/dev/null &
+    fi
+    pid=$!
+    sleep 0.2
     img_deploy -u update.img -m 2 >run.log 2>entries.log
-    wait
+    wait "$pid"
+    [[ -t 1 ]] || tr '\r' '\n' <watched | sed 's/\x1b\[[0-9;]*[A-Za-z]//g; s/ *$//' |
+        grep -E '%|[a-z]' | grep -v '^Script ' | awk '!seen[$0]++' >pictures
+    [[ -t 1 ]] || awk -v n="$(wc -l <pictures)" 'NR == 1 || NR == n || NR % (int(n / 6) + 1) == 0' pictures
     grep '^(num-' entries.log >announced.log
     printf 'exit status 0; %s entries, the first and the last:\n' "$(wc -l <announced.log)"
     sed -n '1p;$p' announced.log
@@ -62,10 +94,9 @@ apply() {
     diff -r --no-dereference tree /opt/upgddir/tree >differences || :
     cat differences
     [[ $(<differences) == 'Only in tree: empty' ]]
-    say 'the update flag file'
+    say 'the update flag file, and the recorded version'
     cat /usr/local/upgdflag
-    say 'the recorded version'
-    sysconfig get fw_version
+    call sysconfig get fw_version
     say 'the boot loader partition begins with the boot loader'
     cmp -n "$(stat -c %s tree/vorn-uboot/u-boot.bin)" tree/vorn-uboot/u-boot.bin /dev/mmcblk0p1
     od -An -tx1 -N16 /dev/mmcblk0p1
@@ -81,6 +112,36 @@ apply() {
     fi
 }
 
+# What is wrong with an image, or with the board, and what a person is told.
+go_wrong() {
+    local middle byte
+    say 'a cut image: refused before anything is touched'
+    head -c -1000 update.img >cut.img
+    call img_info --verify cut.img || printf 'exit status %s\n' $?
+    at_terminal 'img_deploy -u cut.img -m 2 >run.log'
+
+    say 'one flipped byte in the middle: img_deploy would not see it, so look first'
+    cp update.img flipped.img
+    middle=$(($(stat -c %s update.img) / 2))
+    byte=$(od -An -tu1 -j "$middle" -N 1 update.img)
+    printf '%b' "\\0$(printf %o $((byte ^ 1)))" |
+        dd of=flipped.img bs=1 seek="$middle" conv=notrunc status=none
+    echo '$ img_info --verify flipped.img && img_deploy -u flipped.img -m 2'
+    # shellcheck disable=SC2015 # the second is not to be run
+    img_info --verify flipped.img && img_deploy -u flipped.img -m 2 || printf 'exit status %s\n' $?
+    call upgd_service update flipped.img --dir /opt/upgddir || printf 'exit status %s\n' $?
+
+    say 'a full disk: the run ends at the entry that does not fit, and the log names it'
+    rm -rf /opt/upgddir
+    mkdir /opt/upgddir
+    mount -t tmpfs -o size=600k tmpfs /opt/upgddir
+    sysconfig set fw_version V1.0.0.0
+    at_terminal 'img_deploy -u update.img -m 2 >run.log'
+    messages <run.log | grep -m 1 'failed'
+    call sysconfig get fw_version
+    umount /opt/upgddir
+}
+
 # A USB disk is a file system below /mnt/ whose device the kernel lists.
 plug_in_disk() {
     mkdir -p /mnt/sda1 /mnt/root /dev/disk/by-label
@@ -94,9 +155,9 @@ plug_in_disk() {
 
 serve() {
     say 'a service update from a USB disk, with simulated cards'
-    cp update.img /mnt/sda1/
-    echo '$ upgd_service update /mnt/sda1/update.img --dir /opt/upgddir --cards simulate=1'
-    upgd_service update /mnt/sda1/update.img --dir /opt/upgddir --cards simulate=1
+    find tree/files -type l -delete
+    img_deploy -c ./tree -r V2.0.0.1 /mnt/sda1/update.img >build.log
+    call upgd_service update /mnt/sda1/update.img --dir /opt/upgddir --cards simulate=1
 
     say 'save the settings to the disk, change them, bring them back'
     mkdir -p /usr/qrx310/etc/{mcucored,vsp,sysconf}
@@ -111,8 +172,7 @@ serve() {
     grep -qx 'brightness 7' /usr/qrx310/etc/vsp/screen
 
     say 'the disk'
-    echo '$ upgd_service disks'
-    upgd_service disks
+    call upgd_service disks
 }
 
 show() {
@@ -122,15 +182,13 @@ show() {
     scripts/setup.sh
     say 'build the tool'
     cmake --preset release >/dev/null
-    cmake --build --preset release --target \
-        img_deploy sysconfig img_info upgd_service | tail -n 1
+    cmake --build --preset release --target img_deploy sysconfig img_info upgd_service | tail -n 1
 
-    local build=$root/build/release
-    export SANDBOX_PATH=$build/update/img_deploy:$build/platform:$build/tests:$build/companions/img_info:$build/companions/upgd_service
     scratch=$(mktemp -d)
     # shellcheck disable=SC2064 # these are its values at this place
     trap "rm -rf '$scratch'" EXIT
     cd "$scratch"
+    unset SANDBOX_PATH
     if "$root/tests/sandbox.sh" --check; then
         "$root/tests/sandbox.sh" "$BASH" "$root/scripts/demo.sh" --in-sandbox
     else
@@ -138,7 +196,7 @@ show() {
         [[ ! -e $log ]] || cp -p "$log" kept.log
         # shellcheck disable=SC2064
         trap "rm -f '$log'; [[ ! -e kept.log ]] || mv kept.log '$log'; rm -rf '$scratch'" EXIT
-        PATH=$SANDBOX_PATH:$PATH
+        PATH=$root/build/release/update/img_deploy:$root/build/release/companions/img_info:$PATH
         build
         say 'the image is not applied: without the sandbox that would change this machine'
     fi
@@ -147,6 +205,7 @@ show() {
 if [[ ${1:-} == --in-sandbox ]]; then
     build
     apply
+    go_wrong
     if [[ $SANDBOX_PRIVILEGED == 1 ]]; then
         plug_in_disk
         serve

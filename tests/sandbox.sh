@@ -8,7 +8,9 @@
 set -uo pipefail
 shopt -s nullglob
 
-caller_path=${SANDBOX_PATH:-}
+# Without a choice, the programs of the release build are on the path.
+build=$(realpath -m "$(dirname "${BASH_SOURCE[0]}")/../build/release")
+caller_path=${SANDBOX_PATH-$build/update/img_deploy:$build/platform:$build/companions/img_info:$build/companions/upgd_service}
 export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
 path=({/usr/local,/usr,}/{s,}bin)
 recorders=({/usr/local,/usr,}/{s,}bin/{reboot,killall,mcu_isp,kmd_test})
