@@ -2,6 +2,7 @@
 // stands there is touched, and no link is followed, so that nothing lands anywhere else.
 #include "companions/img_info/img_info.h"
 
+#include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/raw_io.h"
 
 #include <algorithm>
@@ -123,6 +124,22 @@ static bool take_entry(const named_image *opened, const image_entry *entry, int 
     return taken;
 }
 
+// A changed byte of a file is seen by nobody else. Said behind the rest, since what is there may
+// still serve.
+static bool has_its_crc(const named_image *opened)
+{
+    uint32_t crc = 0;
+    const uint32_t promised = ntohl(opened->img.header.ih_crc);
+    if (!body_crc(&opened->img, &crc))
+        complain(opened->name, "the body can't be read to its end");
+    else if (crc != promised)
+        complain(opened->name, "the header says the CRC %08x, the body has %08x: it is damaged",
+                 promised, crc);
+    else
+        return true;
+    return false;
+}
+
 int extract_image(const named_image *opened, const char *dir, char **names)
 {
     mkdir(dir, 0755);
@@ -157,5 +174,5 @@ int extract_image(const named_image *opened, const char *dir, char **names)
         complain(opened->name, "holds nothing of these names");
         status = INFO_FINDINGS;
     }
-    return status;
+    return has_its_crc(opened) ? status : INFO_FINDINGS;
 }

@@ -3,6 +3,7 @@
 
 #include "companions/text/json.h"
 #include "companions/text/shown_text.h"
+#include "update/dtt_update_common/bounded_text.h"
 #include "update/dtt_update_common/card_kinds.h"
 #include "update/dtt_update_common/header_report.h"
 
@@ -27,6 +28,20 @@ const char *type_name(int type)
             return row.name;
     const card_kind *const kind = find_card_kind(type);
     return kind != nullptr ? kind->name : "file";
+}
+
+static const char *place_name(uint32_t place)
+{
+    switch (place) {
+    case PLACE_ROOTFS:
+        return "root file system";
+    case PLACE_NANDFS:
+        return "NAND file system";
+    case PLACE_COSTOM:
+        return "target directory";
+    default:
+        return "unknown";
+    }
 }
 
 // A text of the header, which may fill its field.
@@ -61,21 +76,25 @@ static void print_header(const update_header_t *header, bool json)
 {
     char created[32];
     format_time(ntohl(header->ih_time), created);
+    char crc[sizeof "01234567"];
+    known_to_fit(bounded_format(crc, sizeof crc, "%08x", ntohl(header->ih_crc)));
+    const char *const place = place_name(ntohl(header->ih_place));
     const char *const comp = print_type(static_cast<int>(ntohl(header->ih_comp)));
     const field_text none = {nullptr, 0};
     const header_fact facts[] = {
         {"name", "Name", field(header->ih_name, sizeof header->ih_name), 0},
         {"version", "Version", field(header->ih_version, sizeof header->ih_version), 0},
         {"created", "Created", {created, strlen(created)}, 0},
-        {"place", "Place", none, ntohl(header->ih_place)},
+        {"place", "Place", {place, strlen(place)}, 0},
+        {"place_code", "Code of the place", none, ntohl(header->ih_place)},
         {"dest_dir", "Target directory", field(header->ih_dest_dir, sizeof header->ih_dest_dir), 0},
         {"update_dir", "Packed directory",
          field(header->ih_update_dir, sizeof header->ih_update_dir), 0},
         {"compression", "Compression", {comp, strlen(comp)}, 0},
         {"size", "Size in bytes", none, ntohl(header->ih_size)},
         {"directories", "Directories", none, ntohl(header->ih_dirs)},
-        {"entries", "Entries", none, ntohl(header->ih_filenum)},
-        {"crc", "CRC of the body", none, ntohl(header->ih_crc)},
+        {"entry_count", "Entries", none, ntohl(header->ih_filenum)},
+        {"crc", "CRC of the body", {crc, strlen(crc)}, 0},
     };
     for (const header_fact &fact : facts) {
         if (json)
@@ -93,7 +112,7 @@ static void print_header(const update_header_t *header, bool json)
     }
 }
 
-static void print_entry(const image_entry *entry, bool json)
+static void print_entry(const image_entry *entry, uint32_t offset, bool json)
 {
     const size_t len = entry_path_length(entry);
     const bool link = entry->type == ENTRY_LINK && entry->name[len] != '\0';
@@ -106,8 +125,10 @@ static void print_entry(const image_entry *entry, bool json)
         putchar('\n');
         return;
     }
-    printf("%s\n{\"type\":\"%s\",\"code\":%d,\"size\":%d,\"name\":", entry->number == 0 ? "" : ",",
-           type_name(entry->type), entry->type, entry->file_size);
+    printf(
+        "%s\n{\"offset\":%u,\"data_offset\":%u,\"type\":\"%s\",\"code\":%d,\"size\":%d,\"name\":",
+        entry->number == 0 ? "" : ",", offset, entry->data_offset, type_name(entry->type),
+        entry->type, entry->file_size);
     print_json_text(stdout, entry->name, len);
     if (link) {
         printf(",\"target\":");
@@ -119,16 +140,17 @@ static void print_entry(const image_entry *entry, bool json)
 int list_image(const named_image *opened, bool json)
 {
     print_header(&opened->img.header, json);
-    fputs(json ? "},\"list\":[" : "\n", stdout);
+    fputs(json ? "},\"entries\":[" : "\n", stdout);
     entry_walk walk;
     start_walk(&walk, &opened->img);
     const uint32_t count = ntohl(opened->img.header.ih_filenum);
     const char *fault = nullptr;
     for (uint32_t i = 0; i < count && fault == nullptr; i++) {
         image_entry entry;
+        const uint32_t offset = walk.next;
         fault = read_entry(&walk, &entry);
         if (fault == nullptr)
-            print_entry(&entry, json);
+            print_entry(&entry, offset, json);
     }
     if (json)
         puts("]}");

@@ -10,6 +10,7 @@
 #include <arpa/inet.h>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 // The findings so far, and how they are shown.
 struct findings {
@@ -78,8 +79,11 @@ int verify_image(const named_image *opened, const char *base, bool json)
 {
     const image_file *const img = &opened->img;
     findings found = {opened->name, json, 0};
-    if (json)
-        fputs("{\"findings\":[", stdout);
+    if (json) {
+        fputs("{\"file\":", stdout);
+        print_json_text(stdout, opened->name, strlen(opened->name));
+        fputs(",\"findings\":[", stdout);
+    }
     const uint32_t size = ntohl(img->header.ih_size);
     if (size != img->size)
         add_finding(&found, "the header says %u bytes, the file has %u", size, img->size);

@@ -6,6 +6,7 @@
 #include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/raw_io.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <climits>
@@ -17,9 +18,12 @@
 #include <getopt.h>
 #include <unistd.h>
 
+// What is done.
+enum { LIST, VERIFY, EXTRACT, COMPARE, SIGNATURE };
+
 static constexpr char USAGE[] =
     "Usage: img_info [--json] FILE              show the header and the entries\n"
-    "       img_info --verify [--base DIR] [--json] FILE\n"
+    "       img_info --verify [--base DIR] [--json] FILE...\n"
     "                                           test all that the format promises, and that\n"
     "                                           it can be applied below DIR, /opt/upgddir/\n"
     "                                           without it\n"
@@ -120,12 +124,40 @@ static int open_named(named_image *opened)
     if (fault == nullptr)
         return 0;
     complain(opened->name, "%s", fault);
+    if (fd >= 0)
+        close(fd);
     return -1;
+}
+
+// Each of the files up to a null. Returns the worst of their exit statuses.
+static int verify_files(char **names, const char *base, bool json)
+{
+    int status = INFO_WELL;
+    for (; *names != nullptr; names++) {
+        named_image opened = {*names, {}};
+        if (open_named(&opened) != 0) {
+            status = INFO_UNUSABLE;
+            continue;
+        }
+        status = std::max(status, verify_image(&opened, base, json));
+        close(opened.img.fd);
+    }
+    return status;
+}
+
+// Lists, extracts or compares the first of `names`; of an extraction, those behind it are entries.
+static int look_into(char **names, int mode, const char *dir, int what, bool json)
+{
+    named_image opened = {names[0], {}};
+    if (open_named(&opened) != 0)
+        return INFO_UNUSABLE;
+    if (mode == EXTRACT)
+        return extract_image(&opened, dir, names + 1);
+    return mode == COMPARE ? compare_image(&opened, dir, what, json) : list_image(&opened, json);
 }
 
 int main(int argc, char **argv)
 {
-    enum { LIST, VERIFY, EXTRACT, COMPARE, SIGNATURE };
     static const option OPTIONS[] = {{"json", no_argument, nullptr, 'j'},
                                      {"verify", no_argument, nullptr, VERIFY},
                                      {"base", required_argument, nullptr, 'b'},
@@ -177,26 +209,18 @@ int main(int argc, char **argv)
             bad_call();
         }
     }
-    if (optind >= argc || (mode != EXTRACT && optind + 1 < argc) || (mode == EXTRACT && json) ||
+    if (optind >= argc || (mode != EXTRACT && mode != VERIFY && optind + 1 < argc) ||
+        (mode == EXTRACT && json) ||
+        ((mode == EXTRACT || mode == SIGNATURE) && strcmp(argv[optind], "-") == 0) ||
         (mode != COMPARE && what != COMPARE_CONTENTS) || (mode != VERIFY && based))
         bad_call();
-    named_image opened = {argv[optind], {}};
-    if ((mode == EXTRACT || mode == SIGNATURE) && strcmp(opened.name, "-") == 0)
-        bad_call();
-    if (mode != SIGNATURE && open_named(&opened) != 0)
-        return INFO_UNUSABLE;
-
     int status;
     if (mode == SIGNATURE)
-        status = check_signature(opened.name, dir, json);
-    else if (mode == EXTRACT)
-        status = extract_image(&opened, dir, argv + optind + 1);
+        status = check_signature(argv[optind], dir, json);
     else if (mode == VERIFY)
-        status = verify_image(&opened, base, json);
-    else if (mode == COMPARE)
-        status = compare_image(&opened, dir, what, json);
+        status = verify_files(argv + optind, base, json);
     else
-        status = list_image(&opened, json);
+        status = look_into(argv + optind, mode, dir, what, json);
     if (fflush(stdout) != 0 || ferror(stdout) != 0) {
         complain("standard output", "%s", strerror(errno));
         return INFO_UNUSABLE;

@@ -39,7 +39,7 @@ int check_signature(const char *image, const char *key_file, bool json);
 
 // Unpacks the entries, or those of `names` and what lies below them, below the directory `dir`,
 // which is made if it is missing. Nothing that stands there is touched and no link is followed.
-// Returns an exit status: INFO_FINDINGS if something was left out.
+// Returns an exit status: INFO_FINDINGS if something was left out, or the CRC is wrong.
 int extract_image(const named_image *opened, const char *dir, char **names);
 
 #endif

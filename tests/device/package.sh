@@ -37,6 +37,13 @@ done
 expect 'version for compilers' "$PACKAGE_VERSION" "$(pkg-config --modversion img_deploy)"
 expect 'changelog of the version' 1 \
     "$(zgrep -c "^## $PACKAGE_VERSION\b" /usr/share/doc/img-deploy/changelog.gz)"
+run make -s -f - <<MAKE
+BR2_EXTERNAL_IMG_DEPLOY_PATH := ${0%/tests/*}/packaging/buildroot
+include \$(BR2_EXTERNAL_IMG_DEPLOY_PATH)/external.mk
+\$(info \$(IMG_DEPLOY_VERSION))
+all:;
+MAKE
+expect 'version for Buildroot' "0 $PACKAGE_VERSION" "$status $(cat out err)"
 run /usr/bin/img_deploy --version now
 expect 'a version with more behind it is a wrong call' '1 ' "$status $(cat out)"
 
@@ -47,6 +54,44 @@ echo fpga >tree/InputCardTop.bin
 run /usr/bin/img_deploy -u update.img -m 2
 expect 'apply' '0 2 V7' "$status $(flag) $(sysconfig get fw_version)"
 expect 'what was unpacked' '' "$(diff -r --no-dereference tree /opt/upgddir/tree)"
+
+# Everything that img_info prints as JSON is what its schema says.
+schema=/usr/share/doc/libimg-deploy-dev/img_info.schema.json
+# fits LINE FILE: the number of JSON texts, one a line or one in all, that fit.
+fits() {
+    /usr/bin/python3 - "$schema" "$@" <<'PYTHON'
+import json, jsonschema, sys
+schema, form, name = json.load(open(sys.argv[1])), sys.argv[2], sys.argv[3]
+jsonschema.Draft7Validator.check_schema(schema)
+text = open(name, encoding="utf-8").read()
+for number, one in enumerate(text.splitlines() if form == "lines" else [text], 1):
+    jsonschema.Draft7Validator(schema).validate(json.loads(one))
+print(number)
+PYTHON
+}
+head -c 2000 update.img >cut.img
+cp update.img flipped.img
+printf '\0\0\0\0' | dd of=flipped.img bs=1 seek=4 conv=notrunc status=none # its CRC
+{ head -c 488 update.img; printf 'a\033[2J\377"\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0c\0\26\0\0\0\0'; } >odd.img
+for image in update cut flipped odd; do
+    img_info --json $image.img >listing 2>err
+    expect "listing of $image.img" 1 "$(fits whole listing 2>&1)"
+done
+expect 'what stands at the offsets' 'nand/x' "$(mkdir -p nand && echo data >nand/x &&
+    img_deploy -c ./nand offsets.img >/dev/null && img_info --json offsets.img >listing &&
+    read -r from to < <(/usr/bin/python3 -c 'import json
+e = json.load(open("listing"))["entries"][0]
+print(e["offset"], e["data_offset"])') && tail -c +$((from + 1)) offsets.img | head -c $((to - from - 6)))"
+run img_info --verify --json update.img cut.img none flipped.img odd.img
+expect 'verifications' '2 4 img_info: none: No such file or directory' "$status $(fits lines out 2>&1) $(<err)"
+expect 'which are well' 1 "$(grep -c '"well":true' out)"
+touch /opt/upgddir/tree/extra && rm /opt/upgddir/tree/bin/tool && echo other >/opt/upgddir/tree/.hidden/file
+run img_info --compare /opt/upgddir --extra --json update.img
+expect 'a comparison' '1 1 3' "$status $(fits whole out 2>&1) $(grep -c '"finding":' out)"
+run img_info --extract look flipped.img
+expect 'an extraction with a bad CRC' '1 it is damaged' "$status $(grep -o 'it is damaged$' err)"
+run img_info --extract odd odd.img
+expect 'names on a terminal' '' "$(img_info --extract odd odd.img 2>&1 | LC_ALL=C grep -a $'[\033\377]')"
 
 # A service in C: the guide's program by the guide's line, with this board's flashing tools.
 docs=/usr/share/doc/libimg-deploy-dev
@@ -82,7 +127,7 @@ for program in "${programs[@]}"; do
 done
 expect 'options' '-c -u -s -m -C -p -v -r --version' "$(completed img_deploy -)"
 expect 'places, directories, images' '1 2 3,tree,update.img' \
-    "$(completed img_deploy -c tree -p ''),$(completed img_deploy -c ''),$(completed img_deploy -u up)"
+    "$(completed img_deploy -c tree -p ''),$(completed img_deploy -c tr),$(completed img_deploy -u up)"
 expect 'cards' 'flash simulate fail=' "$(completed upgd_service update u.img --cards '')"
 expect 'ways to look' '--json --verify --base --compare --extra --device --extract --signature --help --version' "$(completed img_info -)"
 expect 'keys, and no values' 'fw_version,' \
