@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux dpkg-dev file pkgconf
     libsodium-dev minisign)
-[[ ${1:-} != --package ]] || packages+=(lintian python3-jsonschema)
+[[ ${1:-} != --package ]] || packages+=(lintian mandoc python3-jsonschema)
 [[ $(dpkg --print-architecture) != amd64 ]] || packages+=(user-mode-linux dmsetup kmod mtools)
 [[ ${1:-} != --lint ]] || packages+=(clang-format clang-tidy cppcheck mandoc shellcheck)
 [[ ${1:-} != --device ]] || packages+=(g++-arm-linux-gnueabihf googletest qemu-user)
