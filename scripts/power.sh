@@ -3,7 +3,7 @@
 # points of one more. Usage: scripts/power.sh [CUTS [STATES [SEED]]]
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/setup.sh
+scripts/setup.sh --test
 programs=(update/img_deploy/img_deploy platform/sysconfig companions/{img_info/img_info,upgd_service/upgd_service})
 cmake --preset release >/dev/null
 cmake --build --preset release --target "${programs[@]##*/}"

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Installs what is missing on a Debian machine to build, test and check the project.
-# Usage: scripts/setup.sh [--package|--lint|--fuzz|--device]
+# Usage: scripts/setup.sh [--test|--lint|--fuzz|--device]
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux dpkg-dev file pkgconf
-    libsodium-dev minisign)
-[[ ${1:-} != --package ]] || packages+=(lintian mandoc python3-jsonschema)
-[[ $(dpkg --print-architecture) != amd64 ]] || packages+=(user-mode-linux dmsetup kmod mtools)
+    libsodium-dev)
+[[ ${1:-} != --test ]] || packages+=(lintian mandoc minisign python3-jsonschema)
+[[ ${1:-},$(dpkg --print-architecture) != --test,amd64 ]] || packages+=(user-mode-linux dmsetup kmod mtools)
 [[ ${1:-} != --lint ]] || packages+=(clang-format clang-tidy cppcheck mandoc shellcheck)
 [[ ${1:-} != --device ]] || packages+=(g++-arm-linux-gnueabihf googletest qemu-user)
 [[ ${1:-} != --fuzz ]] || packages+=(clang libclang-rt-dev llvm)

@@ -51,7 +51,7 @@ if [[ ${1:-} == --device ]]; then
     test_device "${@:2}"
     exit
 fi
-scripts/setup.sh --package
+scripts/setup.sh --test
 build thread img_deploy img_info sysconfig upgd_service
 build sanitize
 build release
