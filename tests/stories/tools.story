@@ -51,7 +51,8 @@ $ img_info --extract new u.img; diff -r --no-dereference tree new/tree; img_info
     part/tree/bin/tool
 $ { head -c 488 u.img; printf '../x\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0\0\1y'; } >evil.img; img_info --extract evil evil.img; find evil x /tmp/y -mindepth 1 2>/dev/null; img_info --verify evil.img
     img_info: evil.img: left out: ../x: leads upwards | img_info: evil.img: left out: l/y: Not a directory
-    img_info: evil.img: entry 3 at offset 521: there are fewer entries than the header says | evil/l
+    img_info: evil.img: entry 3 at offset 521: there are fewer entries than the header says
+    img_info: evil.img: the header says the CRC 5cd33ad7, the body has 0b2ebc89: it is damaged | evil/l
     evil.img: the header says 610 bytes, the file has 521
     evil.img: the header says the CRC 5cd33ad7, the body has 0b2ebc89
     evil.img: entry 0 at offset 488: its name leads out of the directory
