@@ -35,7 +35,7 @@ struct step_text {
 };
 
 // What the threads of a run share.
-struct update_run {
+struct service_session {
     tested_image tested;
     byte_progress progress;
     watched_image image;
@@ -109,7 +109,7 @@ static void close_mailbox(int fd, aptid_t id)
     unlink(mailbox_of(id).text);
 }
 
-static void close_mailboxes(const update_run *run)
+static void close_mailboxes(const service_session *run)
 {
     close_mailbox(run->events, task_on_this_board(MODULE_SERVICE));
     close_mailbox(run->requests, task_on_this_board(MODULE_CARDS));
@@ -117,7 +117,7 @@ static void close_mailboxes(const update_run *run)
 
 // Receives the next message of `size` bytes; others are no business of this service and are passed
 // over. Returns false when the run has ended.
-static bool receive(const update_run *run, int mailbox, void *message, size_t size)
+static bool receive(const service_session *run, int mailbox, void *message, size_t size)
 {
     while (!run->ended) {
         const ssize_t got = recv(mailbox, message, size, MSG_TRUNC);
@@ -133,7 +133,7 @@ static bool receive(const update_run *run, int mailbox, void *message, size_t si
 
 static void *receive_events(void *argument)
 {
-    update_run *const run = static_cast<update_run *>(argument);
+    service_session *const run = static_cast<service_session *>(argument);
     upgrade_msg_t event;
     while (receive(run, run->events, &event, sizeof event)) {
         const int result = event.upgrade_info.result;
@@ -151,7 +151,7 @@ static void *receive_events(void *argument)
     return nullptr;
 }
 
-static int answer_for_card(const update_run *run, stPmdFile *file)
+static int answer_for_card(const service_session *run, stPmdFile *file)
 {
     // The flashing tools are called by a shell, and anyone may have sent the request.
     if (!means_itself(file->file_patch))
@@ -170,7 +170,7 @@ static int answer_for_card(const update_run *run, stPmdFile *file)
 
 static void *answer_requests(void *argument)
 {
-    update_run *const run = static_cast<update_run *>(argument);
+    service_session *const run = static_cast<service_session *>(argument);
     char message[sizeof(stApMsg) + sizeof(stPmdFile)];
     while (receive(run, run->requests, message, sizeof message)) {
         stPmdFile file;
@@ -209,7 +209,7 @@ static void show_state(byte_progress *progress)
 // Keeps the USB flag, and shows the progress, which comes without events in between.
 static void *watch_run(void *argument)
 {
-    update_run *const run = static_cast<update_run *>(argument);
+    service_session *const run = static_cast<service_session *>(argument);
     while (!run->ended) {
         set_usb_status(!run->interrupted && disk_is_there(&run->image) ? TRUE : FALSE);
         show_state(&run->progress);
@@ -231,7 +231,7 @@ static sigset_t interrupts()
 // card is not left half done. The second one ends the program at once.
 static void *take_interrupts(void *argument)
 {
-    update_run *const run = static_cast<update_run *>(argument);
+    service_session *const run = static_cast<service_session *>(argument);
     const sigset_t signals = interrupts();
     int signal = 0;
     sigwait(&signals, &signal);
@@ -246,7 +246,7 @@ static void *take_interrupts(void *argument)
 
 // Starts the threads beside the run's. Returns how many there are, with a sentence if it is not
 // all.
-static size_t start_threads(update_run *run, pthread_t (&threads)[THREADS])
+static size_t start_threads(service_session *run, pthread_t (&threads)[THREADS])
 {
     void *(*const bodies[THREADS])(void *) = {receive_events, answer_requests, watch_run,
                                               take_interrupts};
@@ -261,7 +261,7 @@ static size_t start_threads(update_run *run, pthread_t (&threads)[THREADS])
 }
 
 // Returns what do_update_upgd does, or 1 with a sentence if the run could not begin.
-static int run_update(update_run *run, char *dir)
+static int run_update(service_session *run, char *dir)
 {
     // The commands of the run inherit the mask and are not interrupted in their midst.
     const sigset_t signals = interrupts();
@@ -296,7 +296,7 @@ static bool is_told(size_t count)
 }
 
 // Returns false with sentences if the update is bound to fail.
-static bool test_plan(const update_run *run, const update_options *options)
+static bool test_plan(const service_session *run, const update_options *options)
 {
     update_plan plan;
     plan_update(&plan, &run->tested.img, options, false);
@@ -312,7 +312,7 @@ static bool test_plan(const update_run *run, const update_options *options)
 
 // The run does not look at what its commands have done. Compares what stands below `where` and on
 // the partitions, and tells what is not there. Returns an exit status.
-static int compare_applied(const update_run *run, const char *where)
+static int compare_applied(const service_session *run, const char *where)
 {
     const char *const image = run->tested.name;
     const upgrade_info_t *const info = &get_upgd_msg()->upgrade_info;
@@ -353,7 +353,7 @@ static int compare_applied(const update_run *run, const char *where)
 int update_command(const update_options *options)
 {
     const char *const image = options->image;
-    update_run run;
+    service_session run;
     run.cards = options->cards;
     if (!take_tested_image(image, &options->test, &run.tested))
         return SERVICE_FAILED;
