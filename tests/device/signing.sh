@@ -91,6 +91,27 @@ wait $!
 expect 'an image whose disk leaves' '0 ' "$? $(cat err)"
 rm -rf /opt/to
 
+# A disk that shows a newer header first and then the old image whose signature it has. The configuration
+# is read between the two, and before, and here waits for a writer. A read may slip in beside the one
+# that was let go; the image is then refused for its hash, and the next try counts.
+sign V1.4.0.0.img "$signed" && cp V1.4.0.0.img.minisig u.img.minisig
+mv /etc/sysconfig/device.conf kept && mkfifo /etc/sysconfig/device.conf
+let_go() { timeout 0.2 tee /etc/sysconfig/device.conf </dev/null; }
+has_image() { [[ $(readlink /proc/$!/fd/*) == */u.img* ]] || ! kill -0 $! 2>/dev/null || { let_go; false; }; }
+for _ in {1..20}; do
+    cp V1.10.img u.img
+    upgd_service update u.img --dir /opt/to --cards simulate=0 >out 2>err &
+    await 'the image to be opened' has_image
+    sleep 0.2
+    cat V1.4.0.0.img >u.img
+    while kill -0 $! 2>/dev/null; do let_go; done
+    wait $!
+    status=$?
+    grep -q "another image's" err || break
+done
+expect 'another header at the second read' '1 upgd_service: u.img: was changed while it was read: nothing was touched; get it anew' "$status $(cat err)"
+mv kept /etc/sysconfig/device.conf
+
 # Versions and products.
 cp V1.3.9.img u.img && sign u.img 'product=qrx310 floor=V1.3'
 refused 'u.img: its version V1.3.9 is below V1.4.0.0, the lowest that this device takes: nothing was touched'
