@@ -92,6 +92,16 @@ expect 'which are well' 1 "$(grep -c '"well":true' out)"
 touch /opt/upgddir/tree/extra && rm /opt/upgddir/tree/bin/tool && echo other >/opt/upgddir/tree/.hidden/file
 run img_info --compare /opt/upgddir --extra --json update.img
 expect 'a comparison' '1 1 3' "$status $(fits whole out 2>&1) $(grep -c '"finding":' out)"
+if command -v minisign >/dev/null; then
+    minisign -GW -p maker.pub -s maker.key >/dev/null
+    minisign -S -s maker.key -t 'product=x floor=V1' -m update.img >/dev/null
+    cp update.img.minisig flipped.img.minisig
+    for image in update flipped cut; do
+        run img_info --signature maker.pub --json $image.img
+        expect "signature of $image.img" 1 "$(fits whole out 2>&1)"
+    done
+    rm ./*.minisig
+fi
 run img_info --extract look flipped.img
 expect 'an extraction with a bad CRC' '1 it is damaged' "$status $(grep -o 'it is damaged$' err)"
 run img_info --extract odd odd.img
