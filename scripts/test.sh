@@ -55,7 +55,8 @@ scripts/setup.sh --test
 build thread img_deploy img_info sysconfig upgd_service
 build sanitize
 build release
-ctest --preset thread -R device.companions || status=$?
+# The progress is read while it is written, a number at a time.
+TSAN_OPTIONS=suppressions=$PWD/tests/thread.suppressions ctest --preset thread -R device.companions || status=$?
 for preset in sanitize release; do
     ctest --preset "$preset" -j "$(nproc)" "$@" || status=$?
 done

@@ -18,6 +18,11 @@ expect_line() {
     grep -qxF -- "$2" "$1" || expect "a line of $1" "$2" "$(head -c 2000 "$1")"
 }
 
+# A check that is misspelt must not pass.
+command_not_found_handle() {
+    echo "FAILED: there is no command $1" && kill "$$"
+}
+
 # run COMMAND...: leaves its status, output and errors in $status, out and err.
 run() {
     "$@" >out 2>err
