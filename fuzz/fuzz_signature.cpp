@@ -1,6 +1,6 @@
 // A signature file, a key file and the trusted comment in any form: what is taken is exactly what
 // the signer's program writes, and so stands for one key or one signature alone.
-#include "fuzz/stub.h"
+#include "fuzz/harness.h"
 
 #include "companions/signature/check.h"
 #include "companions/signature/statement.h"
