@@ -26,7 +26,10 @@ void find_disk(const char *file, watched_image *image)
     image->mount_point[0] = '\0';
     FILE *const mounts = setmntent("/proc/self/mounts", "re");
     while (mounts != nullptr) {
-        const mntent *const mount = getmntent(mounts);
+        mntent entry;
+        char text[3 * PATH_MAX];
+        // Two threads look at the mounts; getmntent(3) has one buffer for all.
+        const mntent *const mount = getmntent_r(mounts, &entry, text, sizeof text);
         if (mount == nullptr)
             break;
         if (strncmp(mount->mnt_dir, USB_MOUNTS, strlen(USB_MOUNTS)) == 0 &&
@@ -42,7 +45,9 @@ static bool is_mounted(const char *mount_point)
     FILE *const mounts = setmntent("/proc/self/mounts", "re");
     bool mounted = false;
     while (mounts != nullptr && !mounted) {
-        const mntent *const mount = getmntent(mounts);
+        mntent entry;
+        char text[3 * PATH_MAX];
+        const mntent *const mount = getmntent_r(mounts, &entry, text, sizeof text);
         if (mount == nullptr)
             break;
         mounted = strcmp(mount->mnt_dir, mount_point) == 0;
