@@ -153,19 +153,16 @@ static void *receive_events(void *argument)
 
 static int answer_for_card(const service_session *run, stPmdFile *file)
 {
-    // The flashing tools are called by a shell, and anyone may have sent the request.
+    if (run->cards.mode == CARDS_FLASH)
+        return call_flashing_tool(file->file_type, file->file_patch) ? CARD_DONE : CARD_FAILED;
+    // What no tool can be given fails without the tools as well.
     if (!means_itself(file->file_patch))
         return CARD_FAILED;
-    switch (run->cards.mode) {
-    case CARDS_SIMULATE:
-        for (int us = 0; us < run->cards.number * 1000000 && !run->ended; us += WATCH_US)
-            usleep(WATCH_US);
-        return CARD_DONE;
-    case CARDS_FAIL:
+    if (run->cards.mode == CARDS_FAIL)
         return file->file_type == run->cards.number ? CARD_FAILED : CARD_DONE;
-    default:
-        return call_flashing_tool(file->file_type, file->file_patch) ? CARD_DONE : CARD_FAILED;
-    }
+    for (int us = 0; us < run->cards.number * 1000000 && !run->ended; us += WATCH_US)
+        usleep(WATCH_US);
+    return CARD_DONE;
 }
 
 static void *answer_requests(void *argument)
