@@ -227,7 +227,7 @@ static std::string play(const lines &commands)
         freopen(CONSOLE[0].c_str(), "w", stdout);
         freopen(CONSOLE[1].c_str(), "w", stderr);
         bool ready = unshare(CLONE_NEWNS | CLONE_NEWIPC) == 0 &&
-                     system("exec rm -rf /b /w /opt/* "
+                     system("exec rm -rf /b /w /opt/upgddir "
                             "/tmp/tmppfile* /tmp/ubackup /usr/local/sbin/g*zip /run/mailbox "
                             "/etc/sysconfig /mntker/*") == 0 &&
                      mkdir("/w", 0755) == 0;

@@ -58,4 +58,4 @@ at <do_update> => open_no_files ;; do_update u.img 2 /b ;; fail mmap ;; do_updat
 == without a forced directory the image's own is used, and not made; a field without an end (show Failed)
 image u.img place=3 dest=/c{254} -- a 0 x ;; do_update "u.img\n" 2 - ;; $ mkdir /$(printf 'c%.0s' $(seq 254))
     log: chdir(/c{254}) Failed | = -10
-do_update "u.img\n" 2 - ;; $ cat /c*/a; rm -r /c*  --> = 0 | x
+do_update "u.img\n" 2 - ;; $ cat /ccc*/a; rm -r /ccc*  --> = 0 | x
