@@ -12,9 +12,9 @@
 
 struct recording {
     // In order: "log FUNCTION: TEXT", "trace FUNCTION: TEXT", "run COMMAND", "read COMMAND",
-    // "wait 2 s", "wait 20000 us", "event STEP/RESULT/PERCENT", "request TYPE ...", "send TASK
-    // BYTES", "open FILE" of the trace log, "block ..." with the five fields of the
-    // progress block when they have changed.
+    // "listing" of each reading of a directory, "wait 2 s", "wait 20000 us", "event
+    // STEP/RESULT/PERCENT", "request TYPE ...", "send TASK BYTES", "open FILE" of the trace log,
+    // "block ..." with the five fields of the progress block when they have changed.
     std::vector<std::string> lines;
     std::string prefix;               // of the last trace line, without process and source line
     std::function<void()> on_line;    // called with each line

@@ -56,6 +56,6 @@ for "magic /b" "less /b" "more /b" "pipe /b" "dir /b" "missing /b" "- /b" "u.img
 at <do_update> => open_no_files ;; do_update u.img 2 /b ;; fail mmap ;; do_update u.img 2 /b ;; tree /b
     log: open error filename u.img | trace: open error filename.\n | = -10 | run /bin/mkdir -p /b | = -3
 == without a forced directory the image's own is used, and not made; a field without an end (show Failed)
-image u.img place=3 dest=/c{254} -- a 0 x ;; do_update "u.img\n" 2 - ;; $ mkdir /$(printf 'c%.0s' $(seq 254))
-    log: chdir(/c{254}) Failed | = -10
-do_update "u.img\n" 2 - ;; $ cat /ccc*/a; rm -r /ccc*  --> = 0 | x
+image u.img place=3 dest=/c{250}/c{4} -- a 0 x ;; do_update "u.img\n" 2 - ;; $ mkdir -p /$(printf 'c%.0s' $(seq 250))/cccc
+    log: chdir(/c{250}/cccc) Failed | = -10
+do_update "u.img\n" 2 - ;; $ cat /ccc*/cccc/a; rm -r /ccc*  --> = 0 | x

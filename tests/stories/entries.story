@@ -50,8 +50,9 @@ for 367 368 369 370 371 372 373 374 375 376 => image u.img -- a 0 a{16@} bbb 0 y
     = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz
 == a directory that can't be made; a link that leads out (show ^trace: image)
 image u.img -- a/b 0 x c 0 y ;; $ mkdir /b; : >/b/a ;; do_update u.img 2 /b  --> = -4
-for "out;/w" "out;../w" "in;." => image u.img -- "@" 4 "" out/x 0 x in/n/../../w/f 0 x ;; do_update u.img 2 /b
+for "out;/w out/x" "out;../w out/x" "out;../w out/n/x" "in;. in/n/../../w/f" => image u.img -- "@1" 4 "" @2 0 x ;; do_update u.img 2 /b
     trace: image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
+    : image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
     : image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
     : image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
 image u.img -- d 1 "" "in;d" 4 "" in/x 0 x ;; do_update u.img 2 /b ;; tree /b ;; $ ls  --> = 0 | a =\s | d/x = x

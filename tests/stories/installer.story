@@ -34,7 +34,7 @@ $ ls /mntker/zImage; rm /mntker/zImage; mkdir /mntker/zImage ;; update_LinuxFile
 == the version: the field and no more, and none that a command would take apart (show ^run sys|^log: version)
 image a version=v{64} -- ;; update_fw_version a ;; image b "version=V1;x" -- ;; do_update b 2 /b
     run sysconfig set fw_version v{64} | = 0 | log: version <V1;x> has no place in a command: not recorded | = 0
-== the target search: direct subdirectories first, by their beginnings, through no link (show none)
+== the target search: direct subdirectories first, by their beginnings, through no link; none is read that counts none below it (show none)
 $ mkdir -p t/alpha/deep/nand t/bravo/.conf t/bravo/bin t/zulu t/bravo/usrlocal c/nand c/zz/nand c/nand/nand x/branchx/branch e/one
 $ touch t/nandfile; ln -s ../t/zulu t/nandlink; ln -s .. t/zulu/loop
 for 1 0 => types @ ;; _find_dir t nand ;; _find_dir t/ deep ;; _find_dir t . ;; _find_dir t/ usr
@@ -42,6 +42,7 @@ for 1 0 => types @ ;; _find_dir t nand ;; _find_dir t/ deep ;; _find_dir t . ;; 
     = 0 "t/bravo/" | = 0 "t/bravo/"
 for "t and" "t nandl" "t nandf" "t zulu" "c nand" "c/nand nand" "x/branchx branch" "none a" => _find_dir @  --> = 1
     = 1 | = 1 | = 0 "t/" | = 0 "c/" | = 0 "c/" | = 0 "x/" | = -1
+types 1 ;; show ^listing ;; _find_dir c none ;; show none  --> listing | listing | listing | = 1
 _find_dir e "" ;; _find_dir "" a  --> = 0 "e/" | = -1
 $ d=$(printf 'd%.0s' $(seq 99)); d=t/$d/$d/$d/$d/$d/$d/$d/$d/$d/$d; mkdir -p $d/aaaaaaaaaaaaaaaaaaa/x $d/bbbbbbbbbbbbbbbbbbbb/x t/z/yoke
 for x yoke => _find_dir t @

@@ -53,8 +53,9 @@ image u.img -- a 0 x ;; $ echo >short ;; do_update_upgd missing /b ;; usb 0 ;; d
 for missing u.img short => do_update_backup @ /b  --> log: start | : 'missing' can't open. please check path. | : end
     = -1 | : start | : do_update_backup runing... | wait 20000 us | log: do_update_backup OK | : end | = 0 | : start
     : do_update_backup runing... | wait 20000 us | log: do_update_backup NG | : end | = -10
-show ^(log: do.* .*[KG]|event) ;; for u.img short => do_update_upgd @ /b  --> event 2/0/0 | log: do_update_backup OK
-    = 0 | event 1/6/0 | log: do_update_backup NG | = -10
+show ^(log: do.* .*[.KG]$|event) ;; for u.img short => do_update_upgd @ /b
+    log: do_update_backup runing... | event 2/0/0 | log: do_update_backup OK | = 0 | : do_update_backup runing...
+    event 1/6/0 | log: do_update_backup NG | = -10
 == other programs: what is run, and what is not (show ^(log|run))
 for p{220} p{221} - => do_update_runcmd "@" 2  --> log:  <do_update_runcmd> update_file = p{220}
     run /usr/qrx310/bin/img_deploy -u p{220} -m 2 | = 0 | log:  <do_update_runcmd> update_file = p{221}
