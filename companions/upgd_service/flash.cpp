@@ -18,6 +18,14 @@ std::string flashing_tool(const card_kind *kind)
     return std::string(kind->command_head, strcspn(kind->command_head, " "));
 }
 
+const char *flashing_fault(const card_kind *kind, const char *file)
+{
+    if (!means_itself(file))
+        return "its path would be taken apart by a command";
+    const size_t len = strlen(kind->command_head) + strlen(file) + strlen(kind->command_tail);
+    return len < FLASHING_COMMAND_SIZE ? nullptr : "its path is too long for the tool's command";
+}
+
 bool call_flashing_tool(int type, char *file)
 {
     const card_kind *const kind = find_card_kind(type);
@@ -26,8 +34,9 @@ bool call_flashing_tool(int type, char *file)
                  kind == nullptr ? "no such kind of card firmware" : strerror(errno));
         return false;
     }
-    if (!means_itself(file)) {
-        complain("%s: its path would be taken apart by a command: rename it", file);
+    const char *const fault = flashing_fault(kind, file);
+    if (fault != nullptr) {
+        complain("%s: not flashed: %s: rename it", file, fault);
         return false;
     }
     const std::string tool = flashing_tool(kind);

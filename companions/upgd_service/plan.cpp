@@ -143,9 +143,9 @@ static void plan_card(update_plan *plan, const finding *found, const update_opti
     if (kind == nullptr)
         return;
     plan->has_card[kind->type] = true;
-    // The tools are called by a shell.
-    if (!means_itself(found->path))
-        add_reason(plan, found->path, "its path would be taken apart by a command");
+    const char *const fault = flashing_fault(kind, found->path);
+    if (fault != nullptr)
+        add_reason(plan, found->path, fault);
     const std::string tool = flashing_tool(kind);
     if (options->cards.mode == CARDS_FLASH && access(tool.c_str(), X_OK) != 0)
         add_reason(plan, found->path, ("the tool " + tool + ": " + strerror(errno)).c_str());

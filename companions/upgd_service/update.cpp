@@ -11,7 +11,6 @@
 #include "companions/upgd_service/tested_image.h"
 #include "platform/mailbox.h"
 #include "update/dtt_update_common/card_kinds.h"
-#include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update_service.h"
 
@@ -156,7 +155,8 @@ static int answer_for_card(const service_session *run, stPmdFile *file)
     if (run->cards.mode == CARDS_FLASH)
         return call_flashing_tool(file->file_type, file->file_patch) ? CARD_DONE : CARD_FAILED;
     // What no tool can be given fails without the tools as well.
-    if (!means_itself(file->file_patch))
+    const card_kind *const kind = find_card_kind(file->file_type);
+    if (kind == nullptr || flashing_fault(kind, file->file_patch) != nullptr)
         return CARD_FAILED;
     if (run->cards.mode == CARDS_FAIL)
         return file->file_type == run->cards.number ? CARD_FAILED : CARD_DONE;

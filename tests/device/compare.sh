@@ -71,9 +71,12 @@ findings "1 upgd_service: $work/way/tree/etc/deep/link: a file stands in the pla
 expect 'what an update left' "$before" "$(find way | sort)"
 run upgd_service plan u.img --dir "$work/way"
 expect_line out "bound to fail   $work/way/tree/App_VPUCard.bin: the tool /usr/vorn/bin/mcu_isp: No such file or directory"
-mkdir -p 'w y/tree'
+long=$(printf %0200d 0)
+mkdir -p 'w y/tree' "$long/tree"
 run upgd_service plan u.img --dir 'w y' --cards simulate
 expect_line out "bound to fail   $work/w y/tree/App_VPUCard.bin: its path would be taken apart by a command"
+run upgd_service plan u.img --dir "$long" --cards simulate
+expect_line out "bound to fail   $work/$long/tree/App_VPUCard.bin: its path is too long for the tool's command"
 if [[ $device == --device ]]; then
     mount -t tmpfs -o size=200k tmpfs small
     findings "1 upgd_service: $work/small: too little room: 704 KiB are needed, 200 KiB are free" \

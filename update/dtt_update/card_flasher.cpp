@@ -20,7 +20,7 @@ int flash_card_file(int type, char *name, int *status)
         OPERATION_TRACE("    no file need to update in round 1... \n");
         return FLASH_NO_FILE;
     }
-    char cmdstr[256];
+    char cmdstr[FLASHING_COMMAND_SIZE];
     const bool fits = bounded_format(cmdstr, sizeof cmdstr, "%s%s%s", kind->command_head, name,
                                      kind->command_tail);
     OPERATION_TRACE("    file name is %s \n", name);
