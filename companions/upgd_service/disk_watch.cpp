@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 static_assert(sizeof watched_image::path >= PATH_MAX, "realpath(3) fills it");
+static_assert(sizeof watched_image::mount_point >= PATH_MAX, "so does what is looked up");
 
 static constexpr char USB_MOUNTS[] = "/mnt/sd";
 
@@ -19,42 +20,36 @@ static bool lies_below(const char *path, const char *directory)
     return strncmp(path, directory, len) == 0 && (path[len] == '/' || path[len] == '\0');
 }
 
+// Finds the mount point of the USB disk on which the absolute path lies; an empty text if there is
+// none. `mount_point` has PATH_MAX bytes.
+static void find_mount_point(const char *path, char *mount_point)
+{
+    mount_point[0] = '\0';
+    FILE *const mounts = setmntent("/proc/self/mounts", "re");
+    if (mounts == nullptr)
+        return;
+    mntent entry;
+    char text[3 * PATH_MAX];
+    // Two threads look at the mounts; getmntent(3) has one buffer for all.
+    while (getmntent_r(mounts, &entry, text, sizeof text) != nullptr)
+        if (strncmp(entry.mnt_dir, USB_MOUNTS, strlen(USB_MOUNTS)) == 0 &&
+            lies_below(path, entry.mnt_dir))
+            snprintf(mount_point, PATH_MAX, "%s", entry.mnt_dir);
+    endmntent(mounts);
+}
+
 void find_disk(const char *file, watched_image *image)
 {
     if (realpath(file, image->path) == nullptr)
         snprintf(image->path, sizeof image->path, "%s", file);
-    image->mount_point[0] = '\0';
-    FILE *const mounts = setmntent("/proc/self/mounts", "re");
-    while (mounts != nullptr) {
-        mntent entry;
-        char text[3 * PATH_MAX];
-        // Two threads look at the mounts; getmntent(3) has one buffer for all.
-        const mntent *const mount = getmntent_r(mounts, &entry, text, sizeof text);
-        if (mount == nullptr)
-            break;
-        if (strncmp(mount->mnt_dir, USB_MOUNTS, strlen(USB_MOUNTS)) == 0 &&
-            lies_below(image->path, mount->mnt_dir))
-            snprintf(image->mount_point, sizeof image->mount_point, "%s", mount->mnt_dir);
-    }
-    if (mounts != nullptr)
-        endmntent(mounts);
+    find_mount_point(image->path, image->mount_point);
 }
 
 static bool is_mounted(const char *mount_point)
 {
-    FILE *const mounts = setmntent("/proc/self/mounts", "re");
-    bool mounted = false;
-    while (mounts != nullptr && !mounted) {
-        mntent entry;
-        char text[3 * PATH_MAX];
-        const mntent *const mount = getmntent_r(mounts, &entry, text, sizeof text);
-        if (mount == nullptr)
-            break;
-        mounted = strcmp(mount->mnt_dir, mount_point) == 0;
-    }
-    if (mounts != nullptr)
-        endmntent(mounts);
-    return mounted;
+    char found[PATH_MAX];
+    find_mount_point(mount_point, found);
+    return strcmp(found, mount_point) == 0;
 }
 
 // The mount point is named after the device.

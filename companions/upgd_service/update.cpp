@@ -8,6 +8,7 @@
 #include "companions/upgd_service/exit_status.h"
 #include "companions/upgd_service/flash.h"
 #include "companions/upgd_service/plan.h"
+#include "companions/upgd_service/run_look.h"
 #include "companions/upgd_service/tested_image.h"
 #include "platform/mailbox.h"
 #include "update/dtt_update_common/card_kinds.h"
@@ -25,7 +26,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-static constexpr int WATCH_US = 100000;
 static constexpr size_t THREADS = 4;
 
 // Room for words that are put together.
@@ -160,8 +160,8 @@ static int answer_for_card(const service_session *run, stPmdFile *file)
         return CARD_FAILED;
     if (run->cards.mode == CARDS_FAIL)
         return file->file_type == run->cards.number ? CARD_FAILED : CARD_DONE;
-    for (int us = 0; us < run->cards.number * 1000000 && !run->ended; us += WATCH_US)
-        usleep(WATCH_US);
+    for (int us = 0; us < run->cards.number * 1000000 && !run->ended; us += LOOK_US)
+        usleep(LOOK_US);
     return CARD_DONE;
 }
 
@@ -177,11 +177,6 @@ static void *answer_requests(void *argument)
         set_update_card_result(file.file_type, answer);
     }
     return nullptr;
-}
-
-static int field(const int *value)
-{
-    return __atomic_load_n(value, __ATOMIC_RELAXED);
 }
 
 // The unpacking takes the whole bar, or the tenth that the run itself gives it if cards follow.
@@ -210,7 +205,7 @@ static void *watch_run(void *argument)
     while (!run->ended) {
         set_usb_status(!run->interrupted && disk_is_there(&run->image) ? TRUE : FALSE);
         show_state(&run->progress);
-        usleep(WATCH_US);
+        usleep(LOOK_US);
     }
     return nullptr;
 }

@@ -3,6 +3,7 @@
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/exit_status.h"
+#include "companions/upgd_service/run_look.h"
 #include "update/dtt_update_common/image_check.h"
 #include "upgrade_info.h"
 
@@ -16,17 +17,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-static constexpr int WATCH_US = 100000;
 static constexpr int WAIT_US = 10000; // a run takes twice as long at least
 // How the kernel names the mapping of a segment: by its key.
 static constexpr char BLOCK_MAPPING[] = "/SYSV00600001";
 static_assert(UPGRADE_INFO_SHM_KEY == 0x600001, "the key in the name above");
 static constexpr int PATIENCE = 10; // looks at a block without a writer before it is given up
-
-static int field(const int *value)
-{
-    return __atomic_load_n(value, __ATOMIC_RELAXED);
-}
 
 // Whether the process has the block attached for writing; `maps` is its list of mappings.
 static bool writes_block(const char *maps)
@@ -140,7 +135,7 @@ static void wait_for_run(watched_block *block)
     while (is_over(field(&block->info->result)) && !run_has_come(block, &since))
         usleep(WAIT_US);
     // It writes to the block a moment after it has attached it.
-    usleep(WATCH_US);
+    usleep(LOOK_US);
 }
 
 // What one look has found.
@@ -193,7 +188,7 @@ int watch_command()
     byte_progress progress;
     bool by_bytes = false;
     int last = -2;
-    for (int alone = 0;; usleep(WATCH_US)) {
+    for (int alone = 0;; usleep(LOOK_US)) {
         const run_state run = look(&block);
         const bool over = is_over(run.result);
         if (run.result != last && !over)
