@@ -177,6 +177,15 @@ OPERATION(do_create)
     return result == 0 ? "0" : told(result, strerror(errno));
 }
 
+// write_file IMAGE TYPE PATH NAME
+OPERATION(write_file)
+{
+    const int fd = open(c.text(1), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    const int result = write_file(fd, c.number(2), c.text(3), c.text(4));
+    close(fd);
+    return told(result);
+}
+
 // PATH <NAME> FILES of each disk. The three lists have one layout.
 OPERATION(get_udisk_all_info)
 {

@@ -47,6 +47,10 @@ for nand nand// ./nand/ /w/nand ../w/nand => do_create @ 2 i ;; entries i  --> =
     w/nand/.l;bin/x 4  | w/nand/bin/x 0 x
 $ rm i; mv nand/* nand/.[hl] . ;; do_create . 3 /i /to ;; entries /i  --> = 0 | = 3 in 2 directories of . | .h 0 h
     .l;bin/x 4  | bin/x 0 x
+== an entry by itself has the name that it is given, which may have no directory (show none)
+$ head -c 488 /dev/zero >i; printf x >f ;; for "0 f f" "4 f l;f" "0 ./f f" => write_file i @
+    = 0 | = 0 | = 0
+entries i  --> = 0 in 0 directories of  | f 0 x | f 0 x | l;f 4 
 == what can't be packed or written (show ^trace [^p]|^log: )
 $ mkdir nand; echo x >nand/f; ln -s nand link ;; for missing "" link nand/d{1020} => do_create "@" 2 i
     = -1 "No such file or directory" | = -1 "No such file or directory" | log: error: not Directories link\s
