@@ -16,11 +16,15 @@ do_update u.img 2 /b ;; tree /b ;; $ cat open kept  --> = 0 | ..f/... = f | a = 
 show ^trace (image|copy) ;; for "m 0" "a 1" => image i -- @1 @2 m ;; do_update i 2 /b
     trace copy_file: unable to open `/b/m'\n | = -4 | = -4
 == damage is found at the entry's own turn (show ^trace: image)
-image u.img count=4294967295 -- good 0 x ;; do_update u.img 2 /b ;; show ^trace: image.*[hdg]\\n
+image u.img count=4294967295 -- good 0 x ;; do_update u.img 2 /b ;; show ^trace: image.*[hdge]\\n
     trace: image is damaged at entry 1: there are fewer entries than the header says\n | = -4
 for "name" "n{1024}\0\0\0\0\0\0" "name\0" "name\0\0\0\0\0" "name\0\0\0\0\0\2x" "name\0\0\xFF\xFF\xFF\xFF" => image u.img count=2 -- good 0 x "@" raw "" ;; do_update u.img 2 /b
     trace: image is damaged at entry 1: its name has no end\n | = -4
-    : image is damaged at entry 1: its name is too long\n | = -4 | = -4 | = -4 | = -4 | = -4
+    : image is damaged at entry 1: its name is too long\n | = -4
+    : image is damaged at entry 1: it runs past the end of the image\n | = -4
+    : image is damaged at entry 1: it runs past the end of the image\n | = -4
+    : image is damaged at entry 1: it runs past the end of the image\n | = -4
+    : image is damaged at entry 1: it runs past the end of the image\n | = -4
 == names that lead out, that a command would take apart, or that fit no buffer (show ^run cd)
 for "../x" "a/../../b/x" "//.//.." "" "n{1023}" "d{495}/x" "d x/x" "$(touch no)/x" "a`b`/x" "a\tb/x" "a;b/x" => image u.img -- "@" 0 x ;; do_update u.img 2 /b
     = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
