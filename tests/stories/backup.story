@@ -34,7 +34,7 @@ for "3000000000 100050" "100050 100049" "100049 100049" "100050 -3000000000" => 
     : udisk_avail_size is not enough.resverd size is 100M. | = -13 "untouched"
 show enough ;; output " df |grep /d" "" ;; do_create_backup /mnt/sda1
     log: sys_avail_size is not enough.resverd size is 100M. | = -12 "untouched"
-== what fails ahead of the scratch tree, and with it (show ^log: (get|sys.*err|dev|'|comm))
+== what fails ahead of the scratch tree, and with it (show ^log: (get|sys.*err|dev|'|comm|do_c))
 for /none "/mnt/a;b" => $ mkdir -p "/mnt/a;b" ;; do_create_backup "@"  --> log: '/none' can't open. please check path
     = -11 "untouched" | : '/mnt/a;b' has no place in a command | = -1 "untouched"
 for "read du" "read  df |grep /d" "read  df |grep /m" "read /bin/date" => fail "@" ;; do_create_backup /mnt/sda1
