@@ -47,6 +47,7 @@ _find_dir e "" ;; _find_dir "" a  --> = 0 "e/" | = -1
 $ d=$(printf 'd%.0s' $(seq 99)); d=t/$d/$d/$d/$d/$d/$d/$d/$d/$d/$d; mkdir -p $d/aaaaaaaaaaaaaaaaaaa/x $d/bbbbbbbbbbbbbbbbbbbb/x t/z/yoke
 for x yoke => _find_dir t @
     = 0 "t/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/aaaaaaaaaaaaaaaaaaa/" | = 0 "t/z/"
+for a{19} b{20} => _find_dir "t/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/@" y  --> = 1 | = -1
 == the places, with names that end with their field (show ^log)
 $ mkdir -p /nand/usr ;; image u.img place=1 dir=nand -- ;; find_dir u.img ;; find_dir -  --> log: update dir is </>.
     = 0 "/" | : pheader is Null. | = -1 ""
