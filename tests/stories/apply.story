@@ -25,23 +25,25 @@ image u.img -- nand/a 0 ABC "nand/d/l;../a" 4 "" nand/e 1 "" nand/odd 200 o{1000
     run /bin/sync | log:  run rsync ok. | wait 20000 us | log:  end | = 0 | err (num-0)/b/nand/a type(0), size(3)
     err (num-1)/b/nand/d/l type(4), size(0) | err (num-2)/b/nand/e type(1), size(0)
     err (num-3)/b/nand/odd type(200), size(10000)
-tree /b ;; $ stat -c %A /b/nand/a; sysconfig get fw_version  --> nand/a = ABC | nand/d/l -> ../a | nand/e/
-    nand/odd = o{10000} | -rwxr-xr-x | V1.0.0.0
+tree /b ;; $ stat -c %A /b/nand/a; sysconfig get fw_version; awk '$1 == 6291457 { print $3, $4, $7 }' /proc/sysvipc/shm
+    nand/a = ABC | nand/d/l -> ../a | nand/e/ | nand/odd = o{10000} | -rwxr-xr-x | V1.0.0.0 | 600 20 1
 == each mode; a peer's block of 16 bytes is found, and the reboot comes with 1 alone (show ^(run reboot|wait|block))
-block 16 ;; image u.img -- ;; for 0 1 => do_update u.img @ /b  --> block 0 0 0 0 0 | block 0 0 -1 0 0 | block 0 0 0 0 0
-    block 0 0 1 0 0 | wait 20000 us | = 0 | block 0 0 -1 0 0 | block 0 0 0 0 0 | block 0 0 1 0 0 | wait 20000 us
-    wait 6 s | run reboot -f | = 0
+block 16 ;; image u.img -- card 22 c ;; for 0 1 => do_update u.img @ /b  --> block 0 0 0 0 0 | block 0 0 -1 0 0
+    block 1 0 0 0 0 | block 1 0 0 100 0 | block 1 1 1 100 0 | wait 20000 us | = 0 | block 0 0 -1 0 0 | block 1 0 0 0 0
+    block 1 0 0 100 0 | block 1 1 1 100 0 | wait 20000 us | wait 6 s | run reboot -f | = 0
+$ awk '$1 == 6291457 { print $3, $4, $7 }' /proc/sysvipc/shm  --> 600 16 1
 == without a block nothing is done, not even a reboot (show ^(log|trace: u|run|wait))
 fail shmat ;; image u.img -- ;; do_update u.img 1 /b ;; free_upgrade_info ;; free_upgrade_info -  --> log:  start
     log attach_shm:   start. | log:  get_upgrade_info Error .\n | trace: update_info get from shm err! | = -10
     log attach_shm:   start.
-== refusals have their lines, and never touch the directory (show upd.*err|wait|reboot|end$)
+== refusals have their lines, and never touch the directory (show upd.*err|wait|reboot|end$|^block)
 image u.img -- a 0 x ;; image magic magic=0x66190527 --
 $ head -c 487 u.img >short; head -c 495 u.img >less; { cat u.img; echo; } >more; mkfifo pipe; mkdir dir
-do_update short 1 /b  --> log: fread update_header error. | trace: fread update_header error.\n
-    : result = 2, update error !! \n | log:  result = 2, update error !! | wait 20000 us | log:  mode = 1; reboot !
-    wait 6 s | run reboot -f | log:  end | = -10
-show (error,|Error|not exist|invalid) |open err|header err|Failed|^run
+do_update short 1 /b  --> block 0 0 0 0 0 | block 0 0 -1 0 0 | log: fread update_header error.
+    trace: fread update_header error.\n | block 0 0 2 0 0 | trace: result = 2, update error !! \n
+    log:  result = 2, update error !! | wait 20000 us | log:  mode = 1; reboot ! | wait 6 s | run reboot -f | log:  end
+    = -10
+show (error,|Error|not exist|invalid) |open err|header err|too long|Failed|^run
 for "magic /b" "less /b" "more /b" "pipe /b" "dir /b" "missing /b" "- /b" "u.img /b{1023}" "u.img /w/more/x" => do_update @1 2 @2
     log: Image Magic Number Error . ih_magic = 0x66190527 . | trace: error, update_header.ih_magic.\n
     : Image Magic Number Error . ih_magic = 0x66190527 . | = -10
@@ -58,4 +60,4 @@ at <do_update> => open_no_files ;; do_update u.img 2 /b ;; fail mmap ;; do_updat
 == without a forced directory the image's own is used, and not made; a field without an end (show Failed)
 image u.img place=3 dest=/c{250}/c{4} -- a 0 x ;; do_update "u.img\n" 2 - ;; $ mkdir -p /$(printf 'c%.0s' $(seq 250))/cccc
     log: chdir(/c{250}/cccc) Failed | = -10
-do_update "u.img\n" 2 - ;; $ cat /ccc*/cccc/a; rm -r /ccc*  --> = 0 | x
+do_update "u.img\n" 2 - ;; do_update u.img 2 /b ;; $ cat /ccc*/cccc/a /b/a; rm -r /ccc*  --> = 0 | = 0 | xx

@@ -34,6 +34,10 @@ update_all_UserFile  --> event 3/0/50 | event 4/0/150 | event 6/0/250 | event 7/
     event 5/0/650 | event 8/0/750 | event 11/0/850 | = 0 and 950
 at event 9 => usb 0 ;; update_all_UserFile ;; usb 1  --> event 3/0/50 | event 4/0/150 | event 6/0/250 | event 7/0/350
     event 9/0/450 | event 9/3/550 | trace: UPGD_ERROR_NODISK\n | = -1 and 550
+empty_UserFile_patch ;; save_UserFile_patch 25 /f ;; set_update_card_result 25 0 ;; at event 3 => usb 0 ;; update_all_UserFile
+    = 0 | event 3/0/50 | event 3/3/950 | trace: UPGD_ERROR_NODISK\n | = -1 and 950
+set_update_card_result 25 1 ;; answer 25 0 9 ;; usb 1 ;; at event 3 => usb 0 ;; update_all_UserFile ;; usb 1
+    event 3/0/50 | event 3/3/950 | trace: UPGD_ERROR_NODISK\n | = -1 and 950
 == the table (show ^trace: +(get|file|set))
 for "28 /a" "28 /b{1022}" "28 /b{1023}" "0 /x" "31 /x" "-1 /x" => save_UserFile_patch @
     trace:     get a user file \n | :     file type is 28 \n | :     file name is /a \n | = 0 | :     get a user file \n
@@ -58,6 +62,10 @@ fail send ;; ipc_send_card_update 1 x ;; fail ;; ipc_send_card_update 0xFFFFFFFF
     send 020a3b00 \0?\n\x02\0{4})\0{9}\x1C\0\x0F\0\0\0?\x99\xEF\x02\x04\x03\x03\0\x08\x07\x06\x05\x01\0x\0\0
     trace: QX7_FPGA_WriteBlock: send_msg_to_kmd error :-7\n | = -7 | = -1
     send 020a3b00 \0?\n\x02\0{4})\0{9}\x1C\0\x0F\0\0\0?\x99\xEF\x02\x04\x03\x04\0\x08\x07\x06\x05\x01\0x\0\0 | = 0
+show ^send ;; save_UserFile_patch 22 /f ;; set_update_card_result 22 0 ;; update_all_UserFile  --> = 0
+    send 01abcdef \0?\n\x02\0{4}4\x04\0{6}\x06\0\x1C\0{9}\x05\0{1039}2\0{7}
+    send 020a3b00 \0?\n\x02\0{4},\x04\0{8}\x1C\0\x12\x04\0\0?\xFE\xEF\x01\0\0\x05\0{5}\x04\x04\x16\0\0\0/f\0{1024}
+    = 0 and 950
 == local flashing: the commands to their blanks, and what is not looked at (show ^(log|trace|run))
 $ touch f; touch $(printf 'g%.0s' $(seq 202)) $(printf 'g%.0s' $(seq 203))
 for "21 none" "24 none" "21 f" "31 f" "24 f" => update_one_UserFile @  --> = -1 | = -1

@@ -11,41 +11,43 @@ do_update u.img 2 /b ;; tree /b  --> block 3 1 0 100 0 | trace copy_file: bb_ful
 $ mkdir -p /b/d /b/m; echo old and long >/b/a; echo old and long >kept; ln /b/a open; touch /b/l /b/m/f; ln -s d /b/to_d
 $ mount --bind kept /b/m/f
 image u.img -- a 0 new "l;a" 4 "" "k;/abs/x" 4 "" m/f 0 new to_d 1 "" to_d/x 0 x "g;h" 0 g d/../e 0 e ..f/... 0 f
-do_update u.img 2 /b ;; tree /b ;; $ cat open kept  --> = 0 | ..f/... = f | a = new | d/x = x | e = e | g;h = g
-    k -> /abs/x | l -> a | m/f = new | to_d -> d | old and long | new
-show ^trace (image|copy) ;; for "m 0" "a 1" => image i -- @1 @2 m ;; do_update i 2 /b
-    trace copy_file: unable to open `/b/m'\n | = -4 | = -4
+do_update u.img 2 /b ;; tree /b ;; $ cat open kept; touch /b/m/n; mount --bind /dev/null /b/m/n  --> = 0 | ..f/... = f
+    a = new | d/x = x | e = e | g;h = g | k -> /abs/x | l -> a | m/f = new | to_d -> d | old and long | new
+show ^trace (image|copy) ;; for "m 0" "m/n 0" "a 1" => image i -- @1 @2 m ;; do_update i 2 /b
+    trace copy_file: unable to open `/b/m'\n | = -4 | = -4 | = -4
 == damage is found at the entry's own turn (show ^trace: image)
 image u.img count=4294967295 -- good 0 x ;; do_update u.img 2 /b ;; show ^trace: image.*[hdge]\\n
     trace: image is damaged at entry 1: there are fewer entries than the header says\n | = -4
-for "name" "n{1024}\0\0\0\0\0\0" "name\0" "name\0\0\0\0\0" "name\0\0\0\0\0\2x" "name\0\0\xFF\xFF\xFF\xFF" => image u.img count=2 -- good 0 x "@" raw "" ;; do_update u.img 2 /b
-    trace: image is damaged at entry 1: its name has no end\n | = -4
-    : image is damaged at entry 1: its name is too long\n | = -4
-    : image is damaged at entry 1: it runs past the end of the image\n | = -4
-    : image is damaged at entry 1: it runs past the end of the image\n | = -4
-    : image is damaged at entry 1: it runs past the end of the image\n | = -4
-    : image is damaged at entry 1: it runs past the end of the image\n | = -4
+for "name" "n{1024}\0\0\0\0\0\0" "name\0" "name\0\0\0\0\0" "name\0\0\0\0\0\2x" "name\0\0\xFF\xFF\xFF\xFF" => image u.img count=2 -- good 0 x "@" raw "" ;; do_update u.img 2 /b ;; tree /b
+    trace: image is damaged at entry 1: its name has no end\n | = -4 | good = x
+    : image is damaged at entry 1: its name is too long\n | = -4 | good = x
+    : image is damaged at entry 1: it runs past the end of the image\n | = -4 | good = x
+    : image is damaged at entry 1: it runs past the end of the image\n | = -4 | good = x
+    : image is damaged at entry 1: it runs past the end of the image\n | = -4 | good = x
+    : image is damaged at entry 1: it runs past the end of the image\n | = -4 | good = x
 == names that lead out, that a command would take apart, or that fit no buffer (show ^run cd)
-for "../x" "a/../../b/x" "//.//.." "" "n{1023}" "d{495}/x" "d x/x" "$(touch no)/x" "a`b`/x" "a\tb/x" "a;b/x" => image u.img -- "@" 0 x ;; do_update u.img 2 /b
-    = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
+for "../x" "a/../../b/x" "//.//.." "" "n{1023}" "d x/x" "$(touch no)/x" "a`b`/x" "a\tb/x" "a;b/x" => image u.img -- "@" 0 x ;; do_update u.img 2 /b
+    = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
 for "a;b/../../l;x" "l;t{126}" "l;t{103}" "l;a b" "l;$(x" "l;-t" "l a;t" "-l;t" => image u.img -- "@" 4 "" ;; do_update u.img 2 /b
     = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
-for "1 d{495}" "1 d|x" "7 u;b" "5 k/zImage&" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b  --> = -4 | = -4
-    = -4 | = -4
-for "4 l;c*" "4 c*;t" "4 l;../b/?ost" "7 c?st" "1 c*" => image u.img -- cost 0 x "@2" @1 "" ;; do_update u.img 2 /b
-    = -4 | = -4 | = -4 | = -4 | = -4
+for "1 .//.." "1 d|x" "5 k/zImage&" "7 u;b" "7 u<b" "7 u>b" "7 u(b" "7 u)b" "7 u'b" "7 u\"b" "7 u\\b" "7 u$b" "7 u$1" "7 u$?" "7 u\nb" "4 l;~t" "4 l;#t" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b
+    = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
+for "4 l;c*" "4 c*;t" "4 l;../b/?ost" "4 l;c[n-p]st" "4 lk;l*" "4 lk;../b/l?" "7 c?st" => image u.img -- cost 0 x "@2" @1 "" ;; do_update u.img 2 /b
+    = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
 tree /b ;; $ ls -A; ls /x ;; show ^trace: image  --> cost = x | u.img
     ls: cannot access '/x': No such file or directory | status 2
-for "0 ../x" "0 n{1023}" "1 d|x" "4 l;t{103}" "4 l;-t" "7 u;b" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b
+for "0 ../x" "4 a;b/../../l;x" "0 n{1023}" "1 d{495}" "0 d{99}/d{99}/d{99}/d{99}/d{95}/x" "4 l;t{103}" "4 l;-t" "7 u;b" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b
     trace: image is damaged at entry 0: its name leads out of the directory\n | = -4
+    : image is damaged at entry 0: its name leads out of the directory\n | = -4
     : image is damaged at entry 0: its path is too long\n | = -4
+    : image is damaged at entry 0: its directory can't be made by a command\n | = -4
     : image is damaged at entry 0: its directory can't be made by a command\n | = -4
     : image is damaged at entry 0: its path and target are too long for a link\n | = -4
     : image is damaged at entry 0: its path or target would be taken apart by a command\n | = -4
     : image is damaged at entry 0: its path would be taken apart by a command\n | = -4
 == names that only look so, up to the limits (show none)
 $ d=$(printf 'd%.0s' $(seq 99)); mkdir -p /b/$d/$d/$d/$d/$d/$d/$d/$d/$d/$d
-image u.img -- "d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/f{20}" 0 x ;; do_update u.img 2 /b ;; $ cat /b/*/*/*/*/*/*/*/*/*/*/f*; rm -r /b/*
+image u.img -- "d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/f{20}" 0 x "d{99}/d{99}/d{99}/d{99}/d{94}/x" 0 "" ;; do_update u.img 2 /b ;; $ cat /b/*/*/*/*/*/*/*/*/*/*/f*; rm -r /b/*
     = 0 | x
 image u.img -- "[" 0 x "m/[l;n*" 4 "" "a$/~/-d/f" 0 x "a b" 0 x "l;t{102}" 4 "" "n" 4 "" "7;b" 22 x ;; do_update u.img 2 /b ;; tree /b
     = 0 | 7;b = x | [ = x | a b = x | a$/~/-d/f = x | l -> t{102} | m/[l -> n*
@@ -59,7 +61,11 @@ for "out;/w out/x" "out;../w out/x" "out;../w out/n/x" "in;. in/n/../../w/f" => 
     : image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
     : image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
     : image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
-image u.img -- d 1 "" "in;d" 4 "" in/x 0 x ;; do_update u.img 2 /b ;; tree /b ;; $ ls  --> = 0 | a =\s | d/x = x
+$ mkdir /bx ;; image u.img -- "out;../bx" 4 "" out/x 0 x ;; do_update u.img 2 /b
+    trace: image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
+image u.img -- "out;../w" 4 "" c 0 y out/x 0 x ;; do_update u.img 2 /b ;; $ ls /bx; rm -r /bx
+    trace: image is damaged at entry 2: a link leads it out of the directory, or nowhere\n | = -4
+image u.img -- d 1 "" "in;d" 4 "" in/x 0 x ;; do_update u.img 2 /b ;; tree /b ;; $ ls  --> = 0 | a =\s | c = y | d/x = x
     in -> d | out -> ../w | u.img
 == what a command has not made is not taken for made (show link not)
 for "run /bin/mkdir -p /b/" "run cd" => $ rm -rf /b; mkdir /b ;; fail "@" ;; image u.img -- a 0 x "l;a" 4 "" d/b 0 x ;; do_update u.img 2 /b ;; tree /b

@@ -10,15 +10,17 @@ show ^(run|log: (com|upd)) ;; for b/u{101} b/u{102} b => update_LinuxFile 7 @  -
 fail "run dd " ;; update_LinuxFile 7 b/u  --> run dd if=b/u of=/dev/mmcblk0p1 | log: update faild!!: <b/u>.\n
     = -5 and 0
 == kernel files are known by their names anywhere in the path; the rest only prepares (show ^(log|trace|run))
-$ mkdir k zImage.d; touch k/zImage k/my-extlinux.conf.old k/rk3288-tyx.dtb k/readme
+$ mkdir k zImage.d; touch k/zImage k/my-extlinux.conf.old k/rk3288-tyx.dtb k/readme k/rk3288-tyx.dt-Image-extlinux.con
 $ touch zImage.d/$(printf 'f%.0s' $(seq 97)) zImage.d/$(printf 'f%.0s' $(seq 98)) ;; fail "run /bin/mount"
-for k/none k/zImage => update_LinuxFile 5 @  --> trace:  filename(k/none) can not access \n | = 0 and 0
+for k/none k/readme k/zImage => update_LinuxFile 5 @  --> trace:  filename(k/none) can not access \n | = 0 and 0
     :  ---------------------update kernel------------------\n | run  /bin/mkdir -p /mntker | run  /bin/rm -rf /mntker/*
-    run /bin/mount /dev/mmcblk0p6 /mntker/ | log: /bin/mount /dev/mmcblk0p6 /mntker/ error. \n
-    trace:       kernel-0(k/zImage) \n | log: cmdstr: /bin/cp k/zImage /mntker/ -rf \n\n
-    run /bin/cp k/zImage /mntker/ -rf | = -14 and 1
+    run /bin/mount /dev/mmcblk0p6 /mntker/ | log: /bin/mount /dev/mmcblk0p6 /mntker/ error. \n | = -14 and 0
+    trace:  ---------------------update kernel------------------\n | run  /bin/mkdir -p /mntker
+    run  /bin/rm -rf /mntker/* | run /bin/mount /dev/mmcblk0p6 /mntker/
+    log: /bin/mount /dev/mmcblk0p6 /mntker/ error. \n | trace:       kernel-0(k/zImage) \n
+    log: cmdstr: /bin/cp k/zImage /mntker/ -rf \n\n | run /bin/cp k/zImage /mntker/ -rf | = -14 and 1
 fail ;; show ^(log: [^c]|run)
-for zImage.d/f{97} zImage.d/f{98} k/my-extlinux.conf.old k/rk3288-tyx.dtb k/readme => update_LinuxFile 5 @
+for zImage.d/f{97} zImage.d/f{98} k/my-extlinux.conf.old k/rk3288-tyx.dtb k/rk3288-tyx.dt-Image-extlinux.con => update_LinuxFile 5 @
     run /bin/cp zImage.d/f{97} /mntker/ -rf | = 0 and 2 | = -14 and 3 | run /bin/cp k/my-extlinux.conf.old /mntker/ -rf
     = 0 and 4 | run /bin/cp k/rk3288-tyx.dtb /mntker/ -rf | = 0 and 5 | = 0 and 5
 for 0 1 4 6 255 => update_LinuxFile @ k/zImage  --> = 0 and 5 | = 0 and 5 | = 0 and 5 | = 0 and 5 | = 0 and 5
@@ -49,9 +51,9 @@ for x yoke => _find_dir t @
     = 0 "t/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/aaaaaaaaaaaaaaaaaaa/" | = 0 "t/z/"
 for a{19} b{20} => _find_dir "t/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/@" y  --> = 1 | = -1
 == the places, with names that end with their field (show ^log)
-$ mkdir -p /nand/usr ;; image u.img place=1 dir=nand -- ;; find_dir u.img ;; find_dir -  --> log: update dir is </>.
-    = 0 "/" | : pheader is Null. | = -1 ""
+$ mkdir -p /nand/usr /nand/$(printf 'q%.0s' $(seq 64)) ;; image u.img place=1 dir=nand -- ;; find_dir u.img ;; find_dir -
+    log: update dir is </>. | = 0 "/" | : pheader is Null. | = -1 ""
 show none
 for "2 usr" "2 q{64}" "0 q" "4 q" "5 q" "0x80000000 q" => image u.img place=@1 dir=@2 version=q{64} -- ;; find_dir u.img
-    = 0 "/nand/" | = 0 "/nand" | = 0 "" | = 0 "" | = 0 "" | = 0 ""
+    = 0 "/nand/" | = 0 "/nand/" | = 0 "" | = 0 "" | = 0 "" | = 0 ""
 for 1 2 3 4 0 => place2dir @  --> = "/" | = "/nand" | = "//" | = "" | = ""

@@ -30,37 +30,38 @@ show ^(wait 2|event) ;; for "short /b" "magic /b" "long /b" "- /b" "good /w/long
     event 1/4/0 | = -10 | wait 2 s | event 1/6/0 | = -10
 at <do_update> => open_no_files ;; do_update_upgrade good 2 /b ;; fail mmap ;; do_update_upgrade good 2 /b  --> wait 2 s
     event 1/5/0 | = -10 | wait 2 s | event 1/7/0 | = -3
-== failures of the unpacking; 100 of 1000 is its share (show ^(wait 2|event|run [a-z/ ]*(sys|umou|rebo))|log: copy)
+== failures of the unpacking; 100 of 1000 is its share (show ^(wait 2|event|run [a-z/; ]*(sys|umou|rebo))|log: copy)
 image good -- k/zImage 5 k a 0 x u 7 u ;; image bad -- k/zImage 5 k k 0 x ;; image end count=1 --
 for end bad => do_update_upgrade @ 1 /b  --> event 2/0/0 | log: copy_file ----------  /b --------- failed. | wait 2 s
     event 2/8/0 | run reboot -f | = -1 | event 2/0/0 | log: copy_file ----------  /b/k --------- failed. | wait 2 s
     event 2/8/50 | run reboot -f | = -1
 for "run /bin/cp" "run /bin/mount" "run dd" syncfs => fail "@" ;; $ umount /mntker 2>/dev/null; rm -rf /b ;; do_update_upgrade good 2 /b
-    event 2/0/0 | event 2/10/0 | = -1 | event 2/0/0 | event 2/10/0 | = -1 | event 2/0/0 | event 2/9/66 | = -1
+    event 2/0/0 | event 2/10/0 | run /bin/sync; /bin/umount /mntker/ | = -1 | event 2/0/0 | event 2/10/0
+    run /bin/sync; /bin/umount /mntker/ | = -1 | event 2/0/0 | event 2/9/66 | run /bin/sync; /bin/umount /mntker/ | = -1
     event 2/0/0 | log: copy_file ----------  /b --------- failed. | wait 2 s | event 2/8/66 | = -1
-== the disk is gone: while the report waits, at an entry, ahead of a list that can't be read then (show ^(wait 2|event)|NODISK)
+== the disk is gone: while the report waits, at an entry, ahead of a list that can't be read then (show ^(wait 2|event)|NODISK|; /bin/umo)
 image good -- k/zImage 5 k a 0 x u 7 u ;; image bad -- k 0 x k/zImage 5 k ;; image end count=1 -- ;; image none -- ;; $ echo >short
 for short bad => usb 1 ;; at wait 2 s => usb 0 ;; do_update_upgrade @ 2 /b  --> wait 2 s | event 1/3/0 | = -10
     event 2/0/0 | wait 2 s | event 2/3/50 | = -1
 for end good none => usb 0 ;; do_update_upgrade @ 2 /b ;; percent  --> event 2/0/0 | event 2/3/0
     trace: UPGD_ERROR_NODISK\n | = -1 | = 0 | event 2/0/0 | event 2/3/0 | trace: UPGD_ERROR_NODISK\n | = -1 | = 0
     event 2/0/0 | = 0 | = 1000
-usb 1 ;; at (num-0) => usb 0 ;; do_update_upgrade good 2 /b  --> event 2/0/0 | wait 2 s | event 2/3/0 | = -1
-== the entry points, ahead of any run and over both engines (show ^(log: [^<]|wait 2|event))
+usb 1 ;; $ rm -rf /b ;; at (num-0) => usb 0 ;; do_update_upgrade good 2 /b  --> event 2/0/0 | event 2/3/0
+    trace: UPGD_ERROR_NODISK\n | run /bin/sync; /bin/umount /mntker/ | = -1
+== the entry points, ahead of any run and over both engines (show ^(log: [^<]|wait 2|event|run reb))
 image u.img -- a 0 x ;; $ echo >short ;; do_update_upgd missing /b ;; usb 0 ;; do_update_upgd - /b ;; usb 1
     log: start | : 'missing' can't open. please check path. | wait 2 s | event 0/4/0 | log: end | = -1 | : start
     : '(null)' can't open. please check path. | wait 2 s | event 0/3/0 | log: end | = -1
 for missing u.img short => do_update_backup @ /b  --> log: start | : 'missing' can't open. please check path. | : end
     = -1 | : start | : do_update_backup runing... | wait 20000 us | log: do_update_backup OK | : end | = 0 | : start
     : do_update_backup runing... | wait 20000 us | log: do_update_backup NG | : end | = -10
-show ^(log: do.* .*[.KG]$|event) ;; for u.img short => do_update_upgd @ /b
-    log: do_update_backup runing... | event 2/0/0 | log: do_update_backup OK | = 0 | : do_update_backup runing...
-    event 1/6/0 | log: do_update_backup NG | = -10
+show ^(log: do.* .*[.KG]$|event|run reb) ;; for u.img short => do_update_upgd @ /b  --> log: do_update_backup runing...
+    event 2/0/0 | log: do_update_backup OK | = 0 | : do_update_backup runing... | event 1/6/0 | log: do_update_backup NG
+    = -10
 == other programs: what is run, and what is not (show ^(log|run))
-for p{220} p{221} - => do_update_runcmd "@" 2  --> log:  <do_update_runcmd> update_file = p{220}
-    run /usr/qrx310/bin/img_deploy -u p{220} -m 2 | = 0 | log:  <do_update_runcmd> update_file = p{221}
+for p{220} p{221} - => do_update_runcmd "@" 1  --> log:  <do_update_runcmd> update_file = p{220}
+    run /usr/qrx310/bin/img_deploy -u p{220} -m 1 | = 0 | log:  <do_update_runcmd> update_file = p{221}
     : command too long for <p{221}>. | = 0 | :  <do_update_runcmd> update_file = (null) | = 0
-fail "run killall" run_ ;; kill_task  --> run killall -9 watchdog  2>&1 | log: kill NG. watchdog
-    run killall -9 browser  2>&1 | log: kill NG. browser | run killall -9 videod  2>&1 | log: kill NG. videod
-    run /nand/usr/lmt240/bin/telapnet tmd kall  2>&1 | log: kill NG. aptid | run killall -9 dropbear  2>&1
-    log: kill NG. dropbear | run killall -9 tmd  2>&1 | log: kill NG. tmd | = 0
+fail "run killall -9 b" ;; kill_task  --> run killall -9 watchdog  2>&1 | run killall -9 browser  2>&1
+    log: kill NG. browser | run killall -9 videod  2>&1 | run /nand/usr/lmt240/bin/telapnet tmd kall  2>&1
+    log: kill NG. aptid | run killall -9 dropbear  2>&1 | run killall -9 tmd  2>&1 | = 0
