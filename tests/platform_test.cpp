@@ -152,8 +152,14 @@ TEST_F(Platform, MailboxTakesWholeMessagesAndNeverHoldsTheSenderUp)
         EXPECT_TRUE(send(message) == 0 && received(box) == message) << message.size();
     int result = 0;
     for (int i = 0; i < 10000 && result == 0; i++)
-        result = send("x");
+        result = send(std::string(100000, 'x'));
     EXPECT_EQ(result, -EAGAIN);
+    const int other = mailbox_open((path + "2").c_str());
+    EXPECT_EQ(mailbox_send((path + "2").c_str(), "x", 1), 0) << "another one, which reads";
+    close(other);
+    EXPECT_EQ(mailbox_open(path.c_str()), -EADDRINUSE) << "a task receives there";
+    std::ofstream(dir + "/file").flush();
+    EXPECT_EQ(mailbox_open((dir + "/file").c_str()), -EADDRINUSE) << "is no socket";
     close(box);
     EXPECT_EQ(send("x"), -ECONNREFUSED) << "a dead task's socket file";
 }

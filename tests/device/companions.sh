@@ -15,8 +15,6 @@ expect_call() {
 lay_out_tree
 # The kernel's partition can be mounted by root alone.
 [[ $SANDBOX_PRIVILEGED == 1 ]] || mv tree/vorn-kernel tree/plain
-# The kernel's partition can be mounted by root alone.
-[[ $SANDBOX_PRIVILEGED == 1 ]] || mv tree/vorn-kernel tree/plain
 echo fpga >tree/InputCardTop.bin
 img_deploy -c ./tree -r V7 u.img >/dev/null
 
@@ -58,6 +56,10 @@ kill -INT $!
 wait $!
 expect 'after one interrupt' '130 upgd_service: u.img: interrupted: what was written stays' "$? $(cat err)"
 expect 'the file in hand was finished, the next one not begun' 0 "$(grep -c MCU out)"
+begin_update u.img 1
+touch u.img
+wait $!
+expect 'an image that was written to' '1 upgd_service: u.img: it was changed while it was applied; apply it again' "$? $(cat err)"
 
 # What others send to the mailboxes, which are for this user alone, harms no run: a datagram of another
 # size is passed over, and a request whose path a shell would take apart is refused. A reader or a
@@ -83,10 +85,13 @@ mkdir -p /mnt/sda1 && mount -t tmpfs tmpfs /mnt/sda1
 cp u.img /mnt/sda1/
 echo '8 1 sda1 1 2 3' >stats
 if mount --bind stats /proc/diskstats; then
-    begin_update /mnt/sda1/u.img 1
-    umount -l /mnt/sda1
-    wait $!
-    expect 'a disk that leaves' '1 upgd_service: /mnt/sda1/u.img: the disk is gone' "$? $(cat err)"
+    for leave in ': >stats' 'umount -l /mnt/sda1'; do
+        echo '8 1 sda1 1 2 3' >stats
+        begin_update /mnt/sda1/u.img 1
+        eval "$leave"
+        wait $!
+        expect "a disk that leaves: $leave" '1 upgd_service: /mnt/sda1/u.img: the disk is gone' "$? $(cat err)"
+    done
 fi
 
 # Watching a run in another process, and a block whose writer has died.
@@ -141,15 +146,16 @@ expect 'the name of a backup' '/mnt/sda1/unit7_' "${saved:0:16}"
 echo changed >/usr/qrx310/etc/vsp/layout
 expect_call 0 '' upgd_service restore "$saved"
 expect_call 0 '' upgd_service restore "$saved" "$work/below"
+expect 'the version of the firmware' V7 "$(sysconfig get fw_version)"
 expect 'what was brought back' $'saved\nsaved' "$(cat {,below}/usr/qrx310/etc/vsp/layout)"
 expect_call 1 "upgd_service: $saved: the directory can't be reached" upgd_service restore "$saved" u.img/x
 expect_call 1 "upgd_service: /mnt/sdz: the disk can't be opened" upgd_service backup /mnt/sdz
-mv /bin/cp /bin/cp.real
+cp /bin/cp /bin/cp.real && rm /bin/cp
 # shellcheck disable=SC2016 # the script's own variables
-printf '#!/bin/sh\n/bin/cp.real "$@"\ncase $3 in /mnt/*) truncate -s 600 "$3"/*.ubck ;; esac\n' >/bin/cp && chmod +x /bin/cp
+printf '#!/bin/sh\n/bin/cp.real "$@"\ncase $3 in /mnt/*) for f in "$3"/*.ubck; do printf X | dd of="$f" bs=1 seek=520 conv=notrunc; done ;; esac\n' >/bin/cp && chmod +x /bin/cp
 run upgd_service backup /mnt/sda1
-expect 'a backup cut short on a full disk' '1 what was saved has another length' \
-    "$status $(grep -o 'what was saved has another length' err)"
+expect 'a backup that the disk has damaged' '1 what was saved has another CRC' \
+    "$status $(grep -o 'what was saved has another CRC' err)"
 mv /bin/cp.real /bin/cp
 expect_call 1 'upgd_service: u.img: not flashed: the tool /usr/vorn/bin/mcu_isp: No such file or directory' upgd_service flash 24 u.img
 printf '#!/bin/sh\necho no card; exit 3\n' >/usr/vorn/bin/mcu_isp && chmod +x /usr/vorn/bin/mcu_isp

@@ -13,6 +13,7 @@ findings() {
 }
 
 lay_out_tree
+mkdir -p tree/x/vorn-uboot && echo second >tree/x/vorn-uboot/u-boot.bin
 head -c 400000 /dev/urandom >tree/vorn-kernel/zImage
 # The kernel's partition can be mounted by root alone.
 device=--device
@@ -27,7 +28,8 @@ below=/opt/upgddir/tree
 rm $below/bin/tool
 printf X | dd of=$below/etc/deep/er/data bs=1 seek=299999 conv=notrunc status=none
 rm $below/.hidden/file && mkdir $below/.hidden/file
-ln -sfn /bin/true $below/sh
+ln -sfn /bin/su $below/sh
+echo more >>$below/App_VPUCard.bin
 mkdir $below/old && echo more >$below/old/file
 echo more >$below/etc/deep/er/more
 printf X | dd of=/dev/mmcblk0p1 bs=1 seek=3 conv=notrunc status=none
@@ -37,28 +39,37 @@ printf X | dd of=/dev/mmcblk0p1 bs=1 seek=3 conv=notrunc status=none
     echo "u.img: not of the image: $below/old: a directory"
     [[ $device == --extra ]] || echo 'u.img: not on its partition: /dev/mmcblk0p1: other content stands there'
     [[ $device == --extra ]] || echo 'u.img: not on its partition: /dev/mmcblk0p6:zImage: what stands there is cut short'
+    echo "u.img: other content: $below/App_VPUCard.bin"
     echo "u.img: other content: $below/etc/deep/er/data"
     echo "u.img: other kind: $below/.hidden/file"
     echo "u.img: other target: $below/sh"
 } >expected
 if [[ $device == --device ]]; then
+    echo more >>/mntker/zImage
+    run img_info --compare /opt/upgddir --device u.img
+    expect_line out 'u.img: not on its partition: /dev/mmcblk0p6:zImage: other content stands there'
     truncate -s 3 /mntker/zImage && umount /mntker
 fi
 findings '1 ' img_info --compare /opt/upgddir --extra $device u.img
 expect 'findings' '' "$(diff expected out)"
-expect 'what is left mounted' '' "$(grep mmcblk0p6 /proc/self/mounts; ls -d /tmp/kernel.* 2>/dev/null)"
+expect 'what is left mounted' '' "$(grep /tmp/kernel /proc/self/mounts; ls -d /tmp/kernel.* 2>/dev/null)"
 findings '1 ' img_info --compare /opt/upgddir --json u.img
-expect 'findings in JSON' "4 ],\"compared\":$count,\"well\":false}" "$(grep -c '^{"finding":' out) $(grep -o '],"compared.*' out)"
+expect 'findings in JSON' "5 ],\"compared\":$count,\"well\":false}" "$(grep -c '^{"finding":' out) $(grep -o '],"compared.*' out)"
 findings "2 img_info: $work/none: No such file or directory" img_info --compare "$work/none" u.img
 head -c 5000 u.img >cut.img
 findings '2 img_info: cut.img: entry '"$(img_info cut.img 2>/dev/null | sed '1,/^$/d' | wc -l): it runs past the end of the image; the rest was not compared" \
-    img_info --compare /opt/upgddir cut.img
+    img_info --compare /opt/upgddir --json cut.img
+expect 'a cut image in JSON' 1 "$(grep -c '"well":false}$' out)"
+run upgd_service plan u.img --dir /opt/upgddir --cards simulate
+expect 'a plan by contents' "files           1 new, 3 changed, $((count - 5)) the same, 1 in the way" "$(grep ^files out)"
+expect 'the cards of a plan' 'card            VPU MCU, at most 30 s' "$(grep ^card out)"
 
 # Two entries of one path: the last one stands there.
 mkdir -p twice/.d && echo one >twice/f && echo two >twice/.d/f && img_deploy -c twice t.img >/dev/null
 expect 'entries of one path' 2 "$(img_info t.img | grep -c ' f$')"
 img_deploy -u t.img -m 2 >/dev/null 2>&1
-findings '0 ' img_info --compare /opt/upgddir t.img
+findings '1 ' img_info --compare /opt/upgddir --extra t.img
+expect 'beside them' 't.img: not of the image: /opt/upgddir/tree: a directory' "$(cat out)"
 
 # What is bound to fail is told entry by entry, and nothing is touched.
 mkdir -p way/tree/bin/tool small && echo file >way/tree/etc
@@ -72,16 +83,21 @@ expect 'what an update left' "$before" "$(find way | sort)"
 run upgd_service plan u.img --dir "$work/way"
 expect_line out "bound to fail   $work/way/tree/App_VPUCard.bin: the tool /usr/vorn/bin/mcu_isp: No such file or directory"
 long=$(printf %0200d 0)
-mkdir -p 'w y/tree' "$long/tree"
+mkdir -p 'w y/tree' "$long/tree" && ln -s /tmp "$long/tree/etc"
 run upgd_service plan u.img --dir 'w y' --cards simulate
 expect_line out "bound to fail   $work/w y/tree/App_VPUCard.bin: its path would be taken apart by a command"
+expect_line out "bound to fail   $work/w y/tree/bin/tool: its directory can't be made by a command"
 run upgd_service plan u.img --dir "$long" --cards simulate
 expect_line out "bound to fail   $work/$long/tree/App_VPUCard.bin: its path is too long for the tool's command"
+expect_line out "bound to fail   $work/$long/tree/vorn-uboot/u-boot.bin: its path is too long for the command that installs it"
+expect_line out "bound to fail   $work/$long/tree/etc/deep/er/data: a link leads it out of the directory, or nowhere"
 if [[ $device == --device ]]; then
     mount -t tmpfs -o size=200k tmpfs small
-    findings "1 upgd_service: $work/small: too little room: 704 KiB are needed, 200 KiB are free" \
+    findings "1 upgd_service: $work/small: too little room: 708 KiB are needed, 200 KiB are free" \
         upgd_service update u.img --dir small --cards simulate
     expect 'what stands where there is no room' '' "$(ls small)"
+    mount -o remount,size=800k small
+    for _ in 1 2; do findings '0 ' upgd_service update u.img --dir small --cards simulate=0; done
     # A kernel that a full partition cuts short is a success to the run itself.
     mkdir kernel && mount /dev/mmcblk0p6 kernel && rm kernel/zImage
     dd if=/dev/zero of=kernel/fill bs=1k status=none 2>/dev/null

@@ -7,7 +7,7 @@ mkdir -p tree/vorn-kernel && echo f >tree/f && echo k >tree/vorn-kernel/zImage
 img_deploy -c ./tree -r V2 update.img >/dev/null
 
 # A second run beside one at work touches nothing. The first is held at its command.
-mv /bin/mkdir /bin/mkdir.real
+cp /bin/mkdir /bin/mkdir.real && rm /bin/mkdir
 printf '#!/bin/sh\nwhile [ -e %s/hold ]; do sleep 0.05; done\nexec /bin/mkdir.real "$@"\n' "$work" >/bin/mkdir
 chmod +x /bin/mkdir && touch hold
 img_deploy -u update.img -m 2 >first 2>&1 &

@@ -10,6 +10,7 @@ signed='product=qrx310 floor=V1.4.0.0'
 mkdir -p tree $keys
 echo tool >tree/tool
 echo card >tree/App_VPUCard.bin
+ln -s tool tree/link
 for version in V1.3.9 V1.4.0.0 V1.10 rc1; do
     img_deploy -c ./tree -r $version $version.img >/dev/null
 done
@@ -76,8 +77,16 @@ run img_info --signature maker.pub u.img
 expect 'img_info' "0 $line" "$status $(cat out)"
 run img_info --signature other.pub --json u.img
 expect 'img_info with another key' '1 {"signature":{"valid":false,"fault":"was made with another key",' "$status $(cut -c -64 out)"
+cp u.img.minisig V1.10.img.minisig
+run img_info --signature maker.pub V1.10.img
+expect 'img_info of another image' "1 signature: not valid: is another image's" "$status $(head -c 40 out)"
 run upgd_service update u.img --dir /opt/to --cards fail=24
 expect 'the floor after a run that failed' '1 ' "$status $(sysconfig get fw_floor 2>/dev/null)"
+cp /bin/ln ln && rm /bin/ln && cp /bin/true /bin/ln
+run upgd_service update u.img --dir /opt/to --cards simulate=0
+expect 'the floor after one of which a link is missing' '1 ' "$status $(sysconfig get fw_floor 2>/dev/null)"
+rm /bin/ln && cp ln /bin/
+rm -rf /opt/to
 applied
 expect 'the floor after one that went well' V1.4.0.0 "$(sysconfig get fw_floor)"
 applied --in-place
@@ -96,11 +105,14 @@ rm -rf /opt/to
 # that was let go; the image is then refused for its hash, and the next try counts.
 sign V1.4.0.0.img "$signed" && cp V1.4.0.0.img.minisig u.img.minisig
 mv /etc/sysconfig/device.conf kept && mkfifo /etc/sysconfig/device.conf
-let_go() { timeout 0.2 tee /etc/sysconfig/device.conf </dev/null; }
+let_go() {
+    perl -MFcntl -e 'for (1 .. 20) { last if sysopen(F, $ARGV[0], O_WRONLY | O_NONBLOCK); select(undef, undef, undef, 0.01) }' \
+        /etc/sysconfig/device.conf
+}
 has_image() { [[ $(readlink /proc/$!/fd/*) == */u.img* ]] || ! kill -0 $! 2>/dev/null || { let_go; false; }; }
 for _ in {1..20}; do
     cp V1.10.img u.img
-    upgd_service update u.img --dir /opt/to --cards simulate=0 >out 2>err &
+    nice -n 19 upgd_service update u.img --dir /opt/to --cards simulate=0 >out 2>err &
     await 'the image to be opened' has_image
     sleep 0.2
     cat V1.4.0.0.img >u.img
@@ -113,6 +125,10 @@ expect 'another header at the second read' '1 upgd_service: u.img: was changed w
 mv kept /etc/sysconfig/device.conf
 
 # Versions and products.
+cp V1.4.0.0.img u.img
+sysconfig set fw_floor V1.4.0.0.0.0.0.1
+refused 'u.img: its version V1.4.0.0 is below V1.4.0.0.0.0.0.1, the lowest that this device takes: nothing was touched'
+sysconfig set fw_floor V1.4.0.0
 cp V1.3.9.img u.img && sign u.img 'product=qrx310 floor=V1.3'
 refused 'u.img: its version V1.3.9 is below V1.4.0.0, the lowest that this device takes: nothing was touched'
 cp rc1.img u.img && sign u.img "$signed"
@@ -124,7 +140,7 @@ for product in qrx31 qrx3100; do
     refused "u.img: is for the product $product, and this device is a qrx310: nothing"
 done
 for comment in '' 'product=qrx310' 'product= floor=V1' 'floor=V1 product=qrx310' 'product=qrx310  floor=V1' 'product=qrx310 floor=V1 ' \
-    'product=qrx310 floor=V1.x' 'product=qrx310 floor=V1 until=9'; do
+    'product=qrx310 floor=V1.x' 'product=qrx310 floor=V1 until=9' 'product=qrx310 floor=V4294967297' 'product=qrx310 floor=V1.1.1.1.1.1.1.1.1'; do
     sign u.img "$comment"
     refused 'u.img.minisig: has no comment of the form product=NAME floor=VERSION: nothing'
 done
@@ -133,7 +149,9 @@ applied
 expect 'a floor that is not higher' V1.4.0.0 "$(sysconfig get fw_floor)"
 sysconfig set fw_floor new
 refused '/etc/sysconfig/device.conf: fw_floor=new is no version: nothing was touched; set it anew'
-sysconfig set fw_floor V1.9
+printf 'product=qrx310\nfw_floor=%01024d\n' 9 >/etc/sysconfig/device.conf
+refused '/etc/sysconfig/device.conf: Value too large for defined data type: nothing was touched'
+printf 'product=qrx310\nfw_floor=V1.9\n' >/etc/sysconfig/device.conf
 
 # Signatures of all kinds.
 sign u.img "$signed"
@@ -149,6 +167,14 @@ sed 's/$/\r/' good >u.img.minisig
 refused 'u.img.minisig: has line ends of another system: nothing'
 { cat good; head -c 1M /dev/zero; } >u.img.minisig
 refused 'u.img.minisig: is too long: nothing'
+perl -pe 's/$/\0more/ if $. == 3' good >u.img.minisig
+refused 'u.img.minisig: is no text: nothing'
+for line in 2 4; do
+    perl -pe "s/([^=])(=+)\$/chr(1 + ord \$1) . \$2/e if \$. == $line" good >u.img.minisig
+    refused 'u.img.minisig: is no signature, or is damaged: nothing'
+done
+sign u.img "$(printf %0256d 0)"
+refused 'u.img.minisig: has too long a comment: nothing'
 sign u.img "$signed" maker -l
 refused 'u.img.minisig: is in the old form, not over the image'
 sign V1.3.9.img "$signed" && cp V1.3.9.img.minisig u.img.minisig
@@ -158,15 +184,30 @@ refused "u.img.minisig: is not the key owner's: it or its comment was altered: n
 cp good u.img.minisig
 
 # The device's keys.
-rm $keys/maker.pub
+mv $keys/maker.pub $keys/maker.pub.old && cp maker.pub $keys/.maker.pub
 refused 'u.img.minisig: was made with a key that this device does not have: nothing'
-cp maker.pub $keys/
+rm $keys/maker.pub.old && mv $keys/.maker.pub $keys/maker.pub
 for place in $keys $keys/other.pub /etc/upgd; do
-    chmod o+w "$place"
     where=${place/#\/etc\/upgd/$keys}
-    refused "${where/keys\/keys/keys}: can be written to by others: nothing was touched; mend the device's keys"
-    chmod o-w "$place"
+    for change in 'chmod o+w' 'chmod g+w' 'chown 1'; do
+        [[ $change != chown* || $SANDBOX_PRIVILEGED == 1 ]] || continue
+        $change "$place"
+        refused "${where/keys\/keys/keys}: can be written to by others: nothing was touched; mend the device's keys"
+        chmod go-w "$place"
+        chown 0 "$place"
+    done
 done
+mv $keys moved && ln -s "$work/moved" $keys
+refused "$keys: Not a directory: nothing was touched; mend the device's keys"
+rm $keys && mv moved $keys
+echo more >>$keys/other.pub
+refused "$keys/other.pub: is no public key, or is cut short: "
+cp other.pub $keys/
+perl -MMIME::Base64 -e 'for (1 .. 15) { open(my $f, ">", "$ARGV[0]/$_.pub") or die;
+    printf $f "untrusted comment: minisign public key %X\n%s", $_, encode_base64(pack("a2 Q< a32", "Ed", $_, "")) }' $keys
+run upgd_service update u.img --dir /opt/to --cards simulate=0
+expect 'one key too many' '1 is one key file too many' "$status $(grep -o 'is one key file too many' err)"
+rm $keys/[1-9]*
 cp other.pub $keys/next.pub
 run upgd_service update u.img --dir /opt/to
 grep -qE '^upgd_service: /etc/upgd/keys/(next|other).pub: has the id of another key file: ' err || expect 'two keys with one id' refused "$(cat err)"
@@ -180,6 +221,9 @@ cp other.pub $keys/
 head -c 3M /dev/urandom >tree/data
 img_deploy -c ./tree -r V1.10 u.img >/dev/null
 sign u.img "$signed"
+applied # of more blocks than are kept for hashing
+run img_info --signature maker.pub u.img
+expect 'img_info of many blocks' 0 "$status"
 mount -t tmpfs -o size=2m tmpfs /opt
 refused "u.img: can't be kept below /opt while it is applied: there is no room for it: nothing was touched; mend that, or apply it from where it lies with --in-place"
 umount /opt

@@ -34,16 +34,18 @@ for "3000000000 100050" "100050 100049" "100049 100049" "100050 -3000000000" => 
     : udisk_avail_size is not enough.resverd size is 100M. | = -13 "untouched"
 show enough ;; output " df |grep /d" "" ;; do_create_backup /mnt/sda1
     log: sys_avail_size is not enough.resverd size is 100M. | = -12 "untouched"
-== what fails ahead of the scratch tree, and with it (show ^log: (get|sys.*err|dev|'|comm|do_c))
+== what fails ahead of the scratch tree, and with it (show ^log: (get|sys.*err|dev|'|comm|do_create e))
 for /none "/mnt/a;b" => $ mkdir -p "/mnt/a;b" ;; do_create_backup "@"  --> log: '/none' can't open. please check path
     = -11 "untouched" | : '/mnt/a;b' has no place in a command | = -1 "untouched"
 for "read du" "read  df |grep /d" "read  df |grep /m" "read /bin/date" => fail "@" ;; do_create_backup /mnt/sda1
     log: get ubackup size faild. | = -1 "untouched" | : get ubackup size faild. | = -1 "untouched"
     : get ubackup size faild. | = -1 "untouched" | : get ubackup name(date) faild. | = -1 "untouched"
-fail ;; $ sysconfig set device_name 'unit;7' ;; do_create_backup /mnt/sda1
+fail
+for "unit;7" a/unit7 "$(printf %032d 0)" "$(printf %031d 0)" => $ sysconfig set device_name "@" ;; do_create_backup /mnt/sda1
     log: device_name <unit;7> is no file name of at most 31 characters | = -1 "untouched"
-$ sysconfig set device_name $(printf %032d 0) ;; do_create_backup /mnt/sda1
-    log: device_name <0{32}> is no file name of at most 31 characters | = -1 "untouched"
+    : device_name <a/unit7> is no file name of at most 31 characters | = -1 "untouched"
+    : device_name <0{32}> is no file name of at most 31 characters | = -1 "untouched"
+    = 0 "/mnt/sda1/0{31}_202601020304.ubck"
 $ rm -r /etc/sysconfig ;; do_create_backup /mnt/sda1 ;; $ sysconfig set x y ;; do_create_backup /mnt/sda1
     log: sysconf_open error | = -1 "untouched" | : sysconf get env device_name error | = -1 "untouched"
 $ ls -d /tmp/ubackup; rm -r /tmp/ubackup; sysconfig set device_name unit7  --> /tmp/ubackup

@@ -6,8 +6,7 @@ $ printf '#!/bin/sh\nfor f; do :; done; stat -c %%a "$f"; exec /bin/gzip "$@"\n'
 $ { cat head; printf body; } >i; cat whole whole >/tmp/tmppfile; echo left >/tmp/tmppfile.gz ;; gzip_dirs_and_files i 4
     run rm /tmp/tmppfile.gz -rf | run gzip /tmp/tmppfile | trace combine_file:  tmp_len = 33,
     :    Data Size(compressed): 521 Bytes\n | fsync | run rm /tmp/tmppfile.gz /tmp/tmppfile -rf | = 0 | out 600
-$ head -c 488 i | cmp - head; tail -c +489 i | gunzip; ls /tmp/tmppfile*; :  --> stat: invalid option -- 'd'
-    Try 'stat --help' for more information. | bodyls: cannot access '/tmp/tmppfile*': No such file or directory
+$ head -c 488 i | cmp - head; tail -c +489 i | /bin/gzip -d; ls /tmp/tmppfile*; :  --> bodyls: cannot access '/tmp/tmppfile*': No such file or directory
 open_gunzip_file i 33 ;; $ rm /usr/local/sbin/gzip  --> run rm /tmp/tmppfile.gz -rf | run touch /tmp/tmppfile.gz
     run rm /tmp/tmppfile -rf | run gunzip /tmp/tmppfile.gz | = body | out 600
 show none
@@ -47,6 +46,15 @@ for "printf 12345 >/tmp/tmppfile" "printf 12345 | gzip >/tmp/tmppfile.gz" "print
     log: the image lacks its body, and /tmp/tmppfile may hold it: move it away first | = -1 | /tmp/tmppfile
     trace cut_file: fread /update_fd falid.\n | = -1 | err step1:cut_file faild. | err step1:cut_file faild.
     err step1:cut_file faild. | err step1:cut_file faild.
+show ^(log|trace)
+for 488 493 => image i -- n 0 12345 ;; $ rm -f /tmp/tmppfile*; tail -c +489 i >/tmp/tmppfile; truncate -s @ i ;; gzip_dirs_and_files i 0 ;; $ ls /tmp/tmppfile* 2>/dev/null; :
+    trace cut_file: fread /update_fd falid.\n
+    log: the image lacks its body, and /tmp/tmppfile may hold it: move it away first | = -1 | /tmp/tmppfile
+    trace cut_file: fread /update_fd falid.\n
+    log: the image lacks its body, and /tmp/tmppfile may hold it: move it away first | = -1 | /tmp/tmppfile
+$ cp head i; rm -f /tmp/tmppfile*; printf 12345 | gzip >/tmp/tmppfile.gz; head -c 4 /tmp/tmppfile.gz >>i ;; gzip_dirs_and_files i 4 ;; $ ls /tmp/tmppfile* 2>/dev/null; :
+    trace cut_file: fread /update_fd falid.\n
+    log: the image lacks its body, and /tmp/tmppfile.gz may hold it: move it away first | = -1 | /tmp/tmppfile.gz
 == the image's disk has room for the plain body to the last page, and not for the compressed one (show ^(log|trace combine_file: bb))
 $ mkdir s; mount -t tmpfs -o size=980k tmpfs s; head -c 1003520 /dev/urandom | tee s/i >i
 gzip_dirs_and_files s/i 1003032  --> trace combine_file: bb_full_write failed `(size=1003214)'\n | = -1
