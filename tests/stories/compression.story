@@ -56,7 +56,7 @@ $ cp head i; rm -f /tmp/tmppfile*; printf 12345 | gzip >/tmp/tmppfile.gz; head -
     trace cut_file: fread /update_fd falid.\n
     log: the image lacks its body, and /tmp/tmppfile.gz may hold it: move it away first | = -1 | /tmp/tmppfile.gz
 == the image's disk has room for the plain body to the last page, and not for the compressed one (show ^(log|trace combine_file: bb))
-$ mkdir s; mount -t tmpfs -o size=980k tmpfs s; head -c 1003520 /dev/urandom | tee s/i >i
+$ mkdir s; mount -t tmpfs -o size=980k tmpfs s; perl -e 'srand 1; print pack "C", rand 256 for 1 .. 1003520' | tee s/i >i
 gzip_dirs_and_files s/i 1003032  --> trace combine_file: bb_full_write failed `(size=1003214)'\n | = -1
 $ cmp s/i i; printf '#!/bin/sh\nhead -c 1000 $1 >${1%%.gz}; kill -KILL $$\n' >/usr/local/sbin/gunzip; chmod +x /usr/local/sbin/gunzip
 gzip_dirs_and_files s/i 1003032  --> trace combine_file: bb_full_write failed `(size=1003214)'\n
