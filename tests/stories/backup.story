@@ -4,7 +4,7 @@ $ sysconfig set device_name unit7; mkdir -p /mnt/sda1 && rm -rf /mnt/sda1/*
 output "du -sk" "50\n" ;; output "/bin/date" "202601020304\n" ;; output " df |grep /d" "100050\n" ;; output " df |grep /m" "100050\n"
 == a backup in all its lines, and its way back (show ^(log: |run|read|fsync))
 $ cd /usr; rm -rf qrx310; mkdir -p qrx310/etc/vsp/deep qrx310/etc/mcucored qrx310/etc/sysconf; cd qrx310/etc; printf l >vsp/deep/layout; printf c >mcucored/conf; ln -s conf mcucored/link; printf p >sysconf/qrxpara; printf o >other
-$ ln -s /w /tmp/ubackup ;; at read /bin/date => $ stat -c %A /tmp/ubackup ;; do_create_backup /mnt/sda1  --> log: START
+$ ln -s /w /tmp/ubackup ;; at read /bin/date => $ stat -c %A /tmp/ubackup ;; at END => $ pwd ;; do_create_backup /mnt/sda1  --> log: START
     : build .ubck at udisk: /mnt/sda1\s | read du -sk /usr/qrx310/etc/ |awk '{print $1}'
     log: ubackup size    =  00000050 Bytes | read  df |grep /dev/root |awk '{print $4}'
     log: sys_avail_size  =  00100050 Bytes | read  df |grep /mnt/sda1 |awk '{print $4}'
@@ -17,7 +17,7 @@ $ ln -s /w /tmp/ubackup ;; at read /bin/date => $ stat -c %A /tmp/ubackup ;; do_
     : do_create /tmp/ubackup/unit7_202601020304.ubck, chdir to /tmp/ubackup/bkdir
     run /bin/cp -rf /tmp/ubackup/unit7_202601020304.ubck /mnt/sda1 | run sync | fsync | log: do_create ubck success !
     : return .ubck file: /mnt/sda1/unit7_202601020304.ubck | : remove dir: /tmp/ubackup | run /bin/rm -rf /tmp/ubackup
-    log: END | = 0 "/mnt/sda1/unit7_202601020304.ubck"
+    log: END | /tmp | = 0 "/mnt/sda1/unit7_202601020304.ubck"
 entries /mnt/sda1/unit7_202601020304.ubck ;; $ ls -d /tmp/ubackup; ls; rm -r /usr/qrx310/etc/*
     = 4 in 7 directories of . | usr/qrx310/etc/mcucored/conf 0 c | usr/qrx310/etc/mcucored/link;conf 4 
     usr/qrx310/etc/sysconf/qrxpara 0 p | usr/qrx310/etc/vsp/deep/layout 0 l
