@@ -95,18 +95,23 @@ if mount --bind stats /proc/diskstats; then
 fi
 
 # Watching a run in another process, and a block whose writer has died.
-(sleep 0.3; exec img_deploy -u u.img -m 2) >/dev/null 2>&1 &
-expect_call 0 '' timeout 60 upgd_service watch
-expect 'the end that was watched' 'the run went well: 9 of 9 entries' "$(tail -n 1 out)"
-wait
+: >out
+timeout 60 upgd_service watch >out 2>&1 &
+await 'a watch' grep -q '^no run' out
+img_deploy -u u.img -m 2 >/dev/null 2>&1
+wait $!
+expect 'the end that was watched' '0 the run went well: 9 of 9 entries' "$? $(tail -n 1 out)"
 # The end of the run before is none of the next one's, which fails here.
 : >first
 timeout 60 upgd_service watch >first 2>&1 &
 first=$!
 await 'a look at the run before' grep -q . first
-(sleep 0.3; exec img_deploy -u empty -m 2) >/dev/null 2>&1 &
-expect_call 1 '' timeout 60 upgd_service watch
-expect 'what was said of the run before' 'no run at work; the last one went well; waiting for one' "$(head -n 1 out)"
+: >out
+timeout 60 upgd_service watch >out 2>&1 &
+await 'another look at it' grep -q . out
+img_deploy -u empty -m 2 >/dev/null 2>&1
+wait $!
+expect 'what was said of the run before' '1 no run at work; the last one went well; waiting for one' "$? $(head -n 1 out)"
 wait $first
 expect 'the watch that began first' 'the run has failed: 0 of 0 entries' "$(tail -n 1 first)"
 wait
