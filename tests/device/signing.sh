@@ -5,6 +5,9 @@
 . "$(dirname "$0")/lib.sh"
 
 command -v minisign >/dev/null || { echo 'skipped: there is no minisign' && exit 77; }
+case " $0 $(command -v upgd_service)" in
+    *' /opt/'*) echo 'skipped: the project lies in /opt, which is looked at and mounted over' && exit 77 ;;
+esac
 keys=/etc/upgd/keys
 signed='product=qrx310 floor=V1.4.0.0'
 mkdir -p tree $keys
@@ -60,7 +63,7 @@ for file in u.img u.img.minisig $keys/maker.pub; do
             my $bad = $good;
             substr($bad, $at, 1) ^= chr(1 << $at % 8);
             put($file, $bad);
-            my $status = system("upgd_service update u.img --dir /opt/to >out 2>err");
+            my $status = system("upgd_service update u.img --dir /opt/to --cards simulate=0 >out 2>err");
             print "$file, byte $at: status $status, ", slurp("err")
                 if $status != 256 || slurp("err") !~ /\Aupgd_service: [^\n]+\n\z/;
         }
@@ -144,6 +147,8 @@ for comment in '' 'product=qrx310' 'product= floor=V1' 'floor=V1 product=qrx310'
     sign u.img "$comment"
     refused 'u.img.minisig: has no comment of the form product=NAME floor=VERSION: nothing'
 done
+run img_info --signature maker.pub u.img
+expect 'img_info of a comment that no device takes' '1 signature: not valid: has no comment of the form' "$status $(head -c 48 out)"
 sign u.img 'product=qrx310 floor=v1.4.0' other
 applied
 expect 'a floor that is not higher' V1.4.0.0 "$(sysconfig get fw_floor)"

@@ -44,24 +44,25 @@ $ img_info u.img | grep -E 'Version|link|boot'; img_info --json u.img | grep -c 
     Version           V7 | boot loader            5  tree/vorn-uboot/u
     link                   0  tree/etc/deep/link -> ../../bin/tool | 4 | u.img: well, 4 entries
     standard input: well, 4 entries | img_info: standard input: is no update image | status 2
-$ img_info --extract new u.img; diff -r --no-dereference tree new/tree; img_info --extract new u.img; diff -r --no-dereference tree new/tree; img_info --extract part u.img tree/bin; find part -type f
+$ img_info --extract new u.img; diff -r --no-dereference tree new/tree; img_info --extract new u.img; diff -r --no-dereference tree new/tree; img_info --extract part u.img tree/bin; img_info --extract part u.img tree/b; find part -type f
     img_info: u.img: left out: tree/App_VPUCard.bin: File exists
     img_info: u.img: left out: tree/vorn-uboot/u: File exists
     img_info: u.img: left out: tree/etc/deep/link: File exists | img_info: u.img: left out: tree/bin/tool: File exists
-    part/tree/bin/tool
-$ { head -c 488 u.img; printf '../x\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0\0\1y'; } >evil.img; img_info --extract evil evil.img; find evil x /tmp/y -mindepth 1 2>/dev/null; img_info --verify evil.img
+    img_info: u.img: holds nothing of these names | part/tree/bin/tool
+$ { head -c 488 u.img; printf '../x\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0\0\1y'; } >evil.img; img_info --extract evil evil.img; find evil x /tmp/y -mindepth 1 2>/dev/null; img_info --verify evil.img; img_info --compare evil evil.img 2>/dev/null | head -n 1
     img_info: evil.img: left out: ../x: leads upwards | img_info: evil.img: left out: l/y: Not a directory
     img_info: evil.img: entry 3 at offset 521: there are fewer entries than the header says
     img_info: evil.img: the header says the CRC 5cd33ad7, the body has 0b2ebc89: it is damaged | evil/l
     evil.img: the header says 610 bytes, the file has 521
     evil.img: the header says the CRC 5cd33ad7, the body has 0b2ebc89
     evil.img: entry 0 at offset 488: its name leads out of the directory
-    evil.img: the header counts 4 entries, the body has 3 | status 1
-$ head -c 500 u.img >cut; : >empty; for f in missing /tmp empty /etc/passwd; do img_info $f; echo $?; upgd_service update $f; echo $?; done; upgd_service update cut
+    evil.img: the header counts 4 entries, the body has 3
+    evil.img: can't stand there: ../x: its name leads out of the directory
+$ head -c 500 u.img >cut; : >empty; head -c 488 /dev/zero >none; for f in missing /tmp empty none; do img_info $f; echo $?; upgd_service update $f; echo $?; done; upgd_service update cut
     img_info: missing: No such file or directory | 2 | upgd_service: missing: No such file or directory | 1
     img_info: /tmp: is no plain file | 2 | upgd_service: /tmp: is no plain file | 1 | img_info: empty: is empty | 2
-    upgd_service: empty: is empty | 1 | img_info: /etc/passwd: is no update image | 2
-    upgd_service: /etc/passwd: is no update image | 1
+    upgd_service: empty: is empty | 1 | img_info: none: is no update image | 2
+    upgd_service: none: is no update image | 1
     upgd_service: cut: has another length than its header says: it is cut off, or was never finished | status 1
 $ for a in 'img_info' 'img_info a b' 'img_info --extract d -' 'upgd_service' 'upgd_service update' 'upgd_service update u.img --cards fail=21' 'upgd_service disks x' 'upgd_service flash 31 f'; do $a 2>err; echo $? $(grep -o -m 1 ^Usage: err); done
     2 Usage: | 2 Usage: | 2 Usage: | 2 Usage: | 2 Usage: | 2 Usage: | 2 Usage: | 2 Usage:
