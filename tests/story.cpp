@@ -77,6 +77,8 @@ static lines words_of(const std::string &command)
             c = name != std::string::npos ? "\n\r\t\0 "[name] : c;
             if (c == 'x' && sscanf(&command[i + 1], "%2x%n", &byte, &used) == 1)
                 c = static_cast<char>(byte);
+            else if (name == std::string::npos && c != '"' && c != '\\')
+                result.push_back(std::string("no such escape: \\") + c);
             i += static_cast<size_t>(used);
         }
         used = 0;
