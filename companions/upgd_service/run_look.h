@@ -4,6 +4,7 @@
 
 constexpr int LOOK_US = 100000; // between two looks
 
+// Reads a number of the record, which is never half written.
 inline int field(const int *value)
 {
     return __atomic_load_n(value, __ATOMIC_RELAXED);
