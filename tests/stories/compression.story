@@ -7,8 +7,9 @@ $ { cat head; printf body; } >i; cat whole whole >/tmp/tmppfile; echo left >/tmp
     run rm /tmp/tmppfile.gz -rf | run gzip /tmp/tmppfile | trace combine_file:  tmp_len = 33,
     :    Data Size(compressed): 521 Bytes\n | fsync | run rm /tmp/tmppfile.gz /tmp/tmppfile -rf | = 0 | out 600
 $ head -c 488 i | cmp - head; tail -c +489 i | /bin/gzip -d; ls /tmp/tmppfile*; :  --> bodyls: cannot access '/tmp/tmppfile*': No such file or directory
-open_gunzip_file i 33 ;; $ rm /usr/local/sbin/gzip  --> run rm /tmp/tmppfile.gz -rf | run touch /tmp/tmppfile.gz
-    run rm /tmp/tmppfile -rf | run gunzip /tmp/tmppfile.gz | = body | out 600
+open_gunzip_file i 33 memory ;; open_gunzip_file i 33 ;; $ rm /usr/local/sbin/gzip  --> run rm /tmp/tmppfile.gz -rf | run touch /tmp/tmppfile.gz
+    run rm /tmp/tmppfile -rf | run gunzip /tmp/tmppfile.gz | = body | run rm /tmp/tmppfile.gz -rf
+    run touch /tmp/tmppfile.gz | run rm /tmp/tmppfile -rf | run gunzip /tmp/tmppfile.gz | = body | out 600 | out 600
 show none
 for "whole 1000000" "head 0" => $ cp @1 i ;; gzip_dirs_and_files i @2 ;; $ head -c 488 i | cmp - head; tail -c +489 i | gunzip | cat head - | cmp - @1
     = 0 | = 0

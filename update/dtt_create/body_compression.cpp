@@ -258,8 +258,11 @@ static int extract_body(FILE *infile, size_t data_len)
         return -1;
     int status = -1;
     fseek(infile, sizeof(update_header_t), SEEK_SET);
-    // What the stream has read ahead may be older than the file.
-    if (full_pread(fileno(infile), buffer, data_len, sizeof(update_header_t)) == data_len)
+    // What the stream has read ahead may be older than the file; a stream on memory has none.
+    const int fd = fileno(infile);
+    const size_t len = fd >= 0 ? full_pread(fd, buffer, data_len, sizeof(update_header_t))
+                               : fread(buffer, 1, data_len, infile);
+    if (len == data_len)
         status = copy_file(buffer, COMPRESSED_BODY, static_cast<int>(data_len));
     free(buffer);
     return status;
