@@ -45,8 +45,8 @@ for nand nand// ./nand/ /w/nand ../w/nand => do_create @ 2 i ;; entries i  --> =
     = 3 in 1 directories of nand | nand/.h 0 h | nand/.l;bin/x 4  | nand/bin/x 0 x | = 0 | = 3 in 1 directories of nand
     w/nand/.h 0 h | w/nand/.l;bin/x 4  | w/nand/bin/x 0 x | = 0 | = 3 in 1 directories of nand | w/nand/.h 0 h
     w/nand/.l;bin/x 4  | w/nand/bin/x 0 x
-$ rm i; mv nand/* nand/.[hl] . ;; do_create . 3 /i /to ;; entries /i  --> = 0 | = 3 in 2 directories of . | .h 0 h
-    .l;bin/x 4  | bin/x 0 x
+$ rm i; mv nand/* nand/.[hl] .; printf z >'bin/y;z'; ln -s 'bin/y;z' .m ;; do_create . 3 /i /to ;; entries /i  --> = 0
+    = 5 in 2 directories of . | .h 0 h | .l;bin/x 4  | .m;bin/y;z 4  | bin/x 0 x | bin/y;z 0 z
 == an entry by itself has the name that it is given, which may have no directory (show none)
 $ head -c 488 /dev/zero >i; printf x >f ;; for "0 f f" "4 f l;f" "0 ./f f" => write_file i @
     = 0 | = 0 | = 0

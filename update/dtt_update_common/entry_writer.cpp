@@ -43,14 +43,22 @@ char *first_char_is(const char *s, int c)
     return found != nullptr ? const_cast<char *>(found + 1) : nullptr;
 }
 
-// The name under which `text` is stored, a path or, for a link, its path, a ';' and its target; the
-// last ';' divides them. A hidden file directly below a one-component root has no '/' that a name
-// follows: it keeps its last component. The same holds for a link there, whose target must not be
-// taken for its name.
-static const char *entry_name(const char *text, bool link)
+// The end of the path in a link's text: at the ';' behind `path`, whatever the target holds, or at
+// the last one of a text that tells of another path.
+static const char *link_path_end(const char *text, const char *path)
 {
-    const char *divider = link ? strrchr(text, LINK_DIVIDER) : nullptr;
-    const char *end = divider != nullptr ? divider : text + strlen(text);
+    const size_t len = strlen(path);
+    const char *end = text + len;
+    if (strncmp(text, path, len) != 0 || *end != LINK_DIVIDER)
+        end = strrchr(text, LINK_DIVIDER);
+    return end != nullptr ? end : text + strlen(text);
+}
+
+// The name under which an entry is stored, in `text`, whose path ends at `end`. A hidden file
+// directly below a one-component root has no '/' that a name follows: it keeps its last component.
+// The same holds for a link there, whose target must not be taken for its name.
+static const char *entry_name(const char *text, const char *end)
+{
     const char *name = first_char_is(text, '/');
     if (name != nullptr && name <= end)
         return name;
@@ -99,7 +107,8 @@ static int append_entry(int dst_fd, int fd, int type, const char *path, const ch
                         off_t size)
 {
     const bool link = type == ENTRY_LINK;
-    const char *name = entry_name(link ? filename : path, link);
+    const char *name = link ? entry_name(filename, link_path_end(filename, path))
+                            : entry_name(path, path + strlen(path));
     const off_t data_size = link ? 0 : size;
     const size_t name_len = strlen(name) + 1;
     char head[PATH_SIZE + TYPE_AND_SIZE];
