@@ -9,9 +9,8 @@ struct type_file_t {
     char file_name[1024]; // exact name of the file, without a directory
 };
 
-// CARD_TYPES rows, one for each kind of card firmware. The number is left out here so that the rows
-// themselves are counted where they stand.
-extern type_file_t type_file[];
+// One row for each kind of card firmware.
+extern type_file_t type_file[CARD_TYPES];
 
 // Looks the bare file name `name` up in type_file. Returns 0 and stores the type code in `*type`,
 // or returns -1 and leaves it alone. A name of more than 2048 characters is not compared.

@@ -13,9 +13,8 @@ struct type_patch_t {
     int result;            // CARD_... or any other; shared between threads
 };
 
-// CARD_TYPES rows, one for each kind, in the order in which the cards are flashed. The number is
-// left out here so that the rows themselves are counted where they stand.
-extern type_patch_t type_patch[];
+// One row for each kind, in the order in which the cards are flashed.
+extern type_patch_t type_patch[CARD_TYPES];
 
 // Records `name` as the firmware file of `type`; the last file of a type wins. Returns 0, or -1 if
 // no row has that type, which is the everyday answer for files that are no card firmware, or if
