@@ -7,10 +7,7 @@
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
 
-#include <climits>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 // The lines of this file name the operation that the engines call.
@@ -45,42 +42,21 @@ static int install_boot_loader(const char *filename)
     return 0;
 }
 
-enum mount_state { MOUNT_FREE, MOUNT_TAKEN, MOUNT_UNKNOWN };
-
-// Whether something is mounted on the mount point: the partition, left by a run before this one, or
-// what somebody has put in its place.
-static mount_state look_at_mount_point()
-{
-    char real[PATH_MAX];
-    const char *const point = realpath(MOUNT_POINT, real) != nullptr ? real : MOUNT_POINT;
-    FILE *const mounts = fopen("/proc/self/mountinfo", "re");
-    if (mounts == nullptr)
-        return MOUNT_UNKNOWN;
-    // A link in the mount point's place leads to files that are somebody's.
-    mount_state state = strcmp(point, MOUNT_POINT) == 0 ? MOUNT_FREE : MOUNT_UNKNOWN;
-    char *line = nullptr;
-    size_t size = 0;
-    while (state != MOUNT_TAKEN && getline(&line, &size, mounts) >= 0) {
-        char place[PATH_MAX];
-        if (sscanf(line, "%*s %*s %*s %*s %4095s", place) == 1 && strcmp(place, point) == 0)
-            state = MOUNT_TAKEN;
-    }
-    free(line);
-    fclose(mounts);
-    return state;
-}
-
 static int prepare_kernel_partition()
 {
     OPERATION_TRACE(" ---------------------update kernel------------------\n");
-    const mount_state state = look_at_mount_point();
-    if (state == MOUNT_TAKEN) {
+    struct stat point = {};
+    struct stat root = {};
+    lstat(MOUNT_POINT, &point);
+    stat("/", &root);
+    // The partition, left by a run before this one, or what somebody has put in its place.
+    if (S_ISDIR(point.st_mode) && point.st_dev != root.st_dev) {
         OPERATION_TRACE(" %s is mounted already.\n", MOUNT_POINT);
         return 0;
     }
     my_system(" /bin/mkdir -p /mntker");
-    // What a removal would reach behind a mount is the partition itself.
-    if (state == MOUNT_FREE)
+    // What lies behind a link is somebody's.
+    if (!S_ISLNK(point.st_mode))
         my_system(" /bin/rm -rf /mntker/*");
     if (my_system("/bin/mount /dev/mmcblk0p6 /mntker/") == -1) {
         OPERATION_LOG("/bin/mount /dev/mmcblk0p6 /mntker/ error. \n");
