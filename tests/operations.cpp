@@ -19,6 +19,7 @@
 #include "update/dtt_update_common/entry_writer.h"
 #include "update/dtt_update_common/header_report.h"
 #include "update/dtt_update_common/path_operations.h"
+#include "update/dtt_update_common/shared_memory.h"
 #include "update/dtt_update_common/update_flag.h"
 #include "update_service.h"
 
@@ -238,9 +239,12 @@ OPERATION(gzip_dirs_and_files)
     return told(result);
 }
 
+// FILE LENGTH, or with "memory" behind it from a stream without a descriptor.
 OPERATION(open_gunzip_file)
 {
-    FILE *const infile = fopen(c.text(1), "rbe");
+    std::string bytes = read_file(c.words.at(1));
+    FILE *const infile =
+        c.words.size() > 3 ? fmemopen(bytes.data(), bytes.size(), "rb") : fopen(c.text(1), "rbe");
     FILE *const stream = open_gunzip_file(infile, std::stoul(c.words.at(2)));
     fclose(infile);
     if (reinterpret_cast<uintptr_t>(stream) <= 2)
@@ -330,6 +334,7 @@ SET(clock, rec.time_us = std::stoll(c.words.at(1)) * 1000000);
 SET(types, rec.types_are_told = c.number(1) != 0);
 SET(open_no_files, open_no_files());
 SET(mailbox, mailbox_open(("/run/mailbox/" + c.words.at(1)).c_str()));
+RETURNS(attach_shm, attach_shm(c.number(1), c.number(2)) != nullptr ? "attached" : "null");
 SET(block, shmget(UPGRADE_INFO_SHM_KEY, static_cast<size_t>(c.number(1)), IPC_CREAT | 0600));
 RETURNS(xreadlink, told(std::unique_ptr<char, void (*)(void *)>(xreadlink(c.text(1)), free).get()));
 RETURNS(bytes, shown(read_file(c.words.at(1))));

@@ -25,11 +25,13 @@ mv /bin/mkdir.real /bin/mkdir
 (trap '' CHLD; img_deploy -u update.img -m 2 >out 2>&1)
 expect 'a parent that ignores SIGCHLD' '0 V2' "$? $(sysconfig get fw_version)"
 
-# A progress block that is too small, made by anybody.
+# A progress block that is too small, made by anybody: told on a terminal, with the way out.
 ipcrm -M 0x600001
 perl -e 'shmget(0x600001, 4, 01666) // die $!'
-run img_deploy -u update.img -m 2
-expect 'a block that is too small' '0 file_nums=2 cur_nums=2 result=1 cur_percent=100' "$status $(progress_block)"
+run script -qec 'img_deploy -u update.img -m 2' /dev/null
+expect 'a block that is too small' '246 remove it with "ipcrm -M 0x600001" and apply it again 4' \
+    "$status $(grep -o 'remove it .*again' out) $(awk '$1 == 6291457 { print $4 }' /proc/sysvipc/shm)"
+ipcrm -M 0x600001
 
 # A link in the place of the kernel's mount point: nothing behind it is removed.
 umount /mntker 2>/dev/null

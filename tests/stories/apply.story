@@ -31,11 +31,17 @@ tree /b ;; $ stat -c %A /b/nand/a; sysconfig get fw_version; awk '$1 == 6291457 
 block 16 ;; image u.img -- card 22 c ;; for 0 1 => do_update u.img @ /b  --> block 0 0 0 0 0 | block 0 0 -1 0 0
     block 1 0 0 0 0 | block 1 0 0 100 0 | block 1 1 1 100 0 | wait 20000 us | = 0 | block 0 0 -1 0 0 | block 1 0 0 0 0
     block 1 0 0 100 0 | block 1 1 1 100 0 | wait 20000 us | wait 6 s | run reboot -f | = 0
-$ awk '$1 == 6291457 { print $3, $4, $7 }' /proc/sysvipc/shm  --> 600 16 1
-== without a block nothing is done, not even a reboot (show ^(log|trace: u|run|wait))
+$ awk '$1 == 6291457 { print $3, $4, $7 }' /proc/sysvipc/shm  --> 600 16 2
+show none
+for "1 15" "6291457 15" "6291457 8192" => $ ipcrm -M @1 2>/dev/null || : ;; attach_shm @ ;; $ awk '$1 == @1 { print $4 }' /proc/sysvipc/shm
+    = attached | 15 | = attached | 20 | = attached | 8192
+== without a block nothing is done, not even a reboot; one that is too small stays (show ^(log|trace: u|run|wait))
 fail shmat ;; image u.img -- ;; do_update u.img 1 /b ;; free_upgrade_info ;; free_upgrade_info -  --> log:  start
     log attach_shm:   start. | log:  get_upgrade_info Error .\n | trace: update_info get from shm err! | = -10
     log attach_shm:   start.
+$ ipcrm -M 0x600001 ;; block 15 ;; fail ;; do_update u.img 1 /b ;; $ awk '$1 == 6291457 { print $4 }' /proc/sysvipc/shm
+    log:  start | log attach_shm:   start. | log:  get_upgrade_info Error .\n | trace: update_info get from shm err!
+    = -10 | 15
 == refusals have their lines, and never touch the directory (show upd.*err|wait|reboot|end$|^block)
 image u.img -- a 0 x ;; image magic magic=0x66190527 --
 $ head -c 487 u.img >short; head -c 495 u.img >less; { cat u.img; echo; } >more; mkfifo pipe; mkdir dir

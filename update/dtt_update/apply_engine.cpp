@@ -61,21 +61,11 @@ static int apply_image(update_run *run, char *update_file, char *force_base_dir)
     return UPDATE_REFUSED;
 }
 
-// The progress block, which stays attached to the process's end for the sake of its readers. A
-// process that runs many updates still holds one attachment.
-static upgrade_info_t *attach_progress()
-{
-    static void *held = nullptr;
-    void *const former = held;
-    held = get_upgrade_info();
-    free_upgrade_info(former);
-    return static_cast<upgrade_info_t *>(held);
-}
-
 int do_update(char *update_file, int mode, char *force_base_dir)
 {
     update_run run = start_run(__func__);
-    run.progress = attach_progress();
+    // It stays attached to the process's end.
+    run.progress = static_cast<upgrade_info_t *>(get_upgrade_info());
     if (run.progress == nullptr) {
         RUN_LOG(&run, " get_upgrade_info Error .\n");
         RUN_TRACE(&run, "update_info get from shm err!");

@@ -5,32 +5,21 @@
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdint>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
-// Any user can make a progress block, and one that is too small would keep all runs from working.
-// One that nobody has attached makes way, if this user may remove it.
-static void remove_small_block()
-{
-    const int id = shmget(UPGRADE_INFO_SHM_KEY, 0, 0);
-    shmid_ds state;
-    if (id >= 0 && shmctl(id, IPC_STAT, &state) == 0 && state.shm_nattch == 0)
-        shmctl(id, IPC_RMID, nullptr);
-}
-
 char *attach_shm(int shmkey, int shmsize)
 {
     PLATFORM_LOG("  start.");
-    int id = shmget(shmkey, static_cast<size_t>(shmsize), 0);
-    if (id < 0 && errno == EINVAL && shmkey == UPGRADE_INFO_SHM_KEY)
-        remove_small_block();
+    size_t size = static_cast<size_t>(shmsize);
+    int id = shmget(shmkey, size, 0);
     if (id < 0) {
         // Readers ask for the progress record less its last field. A block of our own is made for
         // the whole record all the same, so that every field lies inside it.
-        const size_t size =
-            shmkey == UPGRADE_INFO_SHM_KEY ? sizeof(upgrade_info_t) : static_cast<size_t>(shmsize);
+        if (shmkey == UPGRADE_INFO_SHM_KEY)
+            size = std::max(size, sizeof(upgrade_info_t));
         id = shmget(shmkey, size, IPC_CREAT | 0600);
     }
     if (id < 0)

@@ -5,6 +5,7 @@
 #include "update/dtt_update_common/task_id.h"
 #include "update/dtt_update_common/update_flag.h"
 #include "update_service.h"
+#include "upgrade_info.h"
 
 #include <cerrno>
 #include <climits>
@@ -14,6 +15,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/shm.h>
 #include <unistd.h>
 
 enum { OP_NONE = 0, OP_CREATE = 1, OP_UPDATE = 2 };
@@ -78,15 +80,29 @@ static void explain_build(const char *directory, const char *image, int error)
             image, directory, error != 0 ? strerror(error) : "the lines above tell why");
 }
 
+// Why a run can't have the progress block, or null.
+static const char *progress_fault()
+{
+    return shmget(UPGRADE_INFO_SHM_KEY, UPGRADE_INFO_SHM_SIZE, 0) < 0 ? strerror(errno) : nullptr;
+}
+
 static void explain_update(const char *image, int code)
 {
     const char *reason = nullptr;
     const char *next = "mend that and apply it again";
     switch (code) {
     case UPDATE_REFUSED:
+        reason = progress_fault();
+        if (reason != nullptr) {
+            fprintf(stderr,
+                    "img_deploy: %s was not applied: the progress block, shared memory 0x%x: %s; "
+                    "remove it with \"ipcrm -M 0x%x\" and apply it again\n",
+                    image, UPGRADE_INFO_SHM_KEY, reason, UPGRADE_INFO_SHM_KEY);
+            return;
+        }
         reason = image_fault(image);
         if (reason == nullptr)
-            reason = "/opt/upgddir can't be reached, or there is no shared memory for the progress";
+            reason = "/opt/upgddir can't be reached";
         break;
     case UPDATE_NOT_MAPPED:
         reason = "it can't be mapped";
