@@ -218,6 +218,11 @@ int __wrap_syncfs(int)
     return add("syncfs") ? (errno = EIO, -1) : 0;
 }
 
+void __wrap_sync()
+{
+    add("sync");
+}
+
 void *__wrap_shmat(int id, const void *address, int flags)
 {
     if (fails("shmat"))

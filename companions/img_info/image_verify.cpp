@@ -46,7 +46,9 @@ static const char *unpacking_fault(const image_entry *entry, const char *base)
     entry_target(base, entry, path);
     if (path[0] == '\0')
         return "its path is too long";
-    const char *const fault = command_fault(base, entry, path, false);
+    char parent[PATH_SIZE];
+    parent_directory(base, entry->name, parent);
+    const char *const fault = command_fault(entry, path, parent, false);
     return fault != nullptr ? fault : install_fault(entry->type, path);
 }
 

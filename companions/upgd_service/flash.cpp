@@ -5,7 +5,7 @@
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/exit_status.h"
 #include "update/dtt_update/card_flasher.h"
-#include "update/dtt_update_common/command_words.h"
+#include "update/dtt_update_common/shell_words.h"
 #include "update_service.h"
 
 #include <cerrno>
@@ -20,7 +20,7 @@ std::string flashing_tool(const card_kind *kind)
 
 const char *flashing_fault(const card_kind *kind, const char *file)
 {
-    if (!means_itself(file))
+    if (!is_shell_safe_word(file))
         return "its path would be taken apart by a command";
     const size_t len = strlen(kind->command_head) + strlen(file) + strlen(kind->command_tail);
     return len < FLASHING_COMMAND_SIZE ? nullptr : "its path is too long for the tool's command";

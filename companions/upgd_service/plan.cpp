@@ -8,11 +8,10 @@
 #include "companions/upgd_service/flash.h"
 #include "companions/upgd_service/tested_image.h"
 #include "platform/configuration.h"
-#include "update/dtt_update/base_directory.h"
 #include "update/dtt_update/card_table.h"
 #include "update/dtt_update/target_search.h"
-#include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/entry_paths.h"
+#include "update/dtt_update_common/shell_words.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -152,28 +151,24 @@ static void plan_card(update_plan *plan, const finding *found, const update_opti
 }
 
 // Returns null, or why no run can unpack the entry, whatever room there is.
-static const char *entry_fault(const update_plan *plan, const finding *found, bool parent_is_there,
-                               base_directory *base)
+static const char *entry_fault(const update_plan *plan, const finding *found, bool parent_is_there)
 {
     if (found->kind == FOUND_NO_PLACE)
         return found->detail;
-    const char *fault =
-        command_fault(plan->base.c_str(), &found->entry, found->path, parent_is_there);
-    if (fault == nullptr)
-        fault = install_fault(found->entry.type, found->path);
-    if (fault == nullptr && base->real[0] != '\0' && !parent_lies_below(base, found->path))
-        fault = "a link leads it out of the directory, or nowhere";
-    return fault;
+    char parent[PATH_SIZE];
+    parent_directory(plan->base.c_str(), found->entry.name, parent);
+    const char *const fault = command_fault(&found->entry, found->path, parent, parent_is_there);
+    return fault != nullptr ? fault : install_fault(found->entry.type, found->path);
 }
 
 static void plan_entry(update_plan *plan, const finding *found, const update_options *options,
-                       base_directory *base, int *kernel_fd)
+                       int *kernel_fd)
 {
     struct stat parent_status = {};
     const std::string parent = standing_parent(found->path, &parent_status);
     const size_t slash = std::string(found->path).find_last_of('/');
     const bool parent_is_there = parent.size() == std::max<size_t>(slash, 1);
-    const char *const fault = entry_fault(plan, found, parent_is_there, base);
+    const char *const fault = entry_fault(plan, found, parent_is_there);
     if (fault != nullptr) {
         add_reason(plan, found->path, fault);
         return;
@@ -204,17 +199,16 @@ static void plan_entry(update_plan *plan, const finding *found, const update_opt
 }
 
 // Returns whether a run comes to its first entry.
-static bool plan_base(update_plan *plan, const update_options *options, base_directory *base)
+static bool plan_base(update_plan *plan, const update_options *options)
 {
     const char *const path = plan->base.c_str();
     if (plan->base.empty() || plan->base.size() >= PATH_SIZE) {
         add_reason(plan, "the directory of the image", "there is none, or its path is too long");
         return false;
     }
-    memcpy(base->path, path, plan->base.size() + 1);
     struct stat st;
     if (stat(path, &st) == 0) {
-        if (S_ISDIR(st.st_mode) && realpath(path, base->real) != nullptr)
+        if (S_ISDIR(st.st_mode))
             return true;
         add_reason(plan, plan->base, "is no directory");
         return false;
@@ -228,7 +222,7 @@ static bool plan_base(update_plan *plan, const update_options *options, base_dir
 }
 
 static void plan_entries(update_plan *plan, const image_file *img, const update_options *options,
-                         base_directory *base, bool contents)
+                         bool contents)
 {
     comparison c;
     finding found;
@@ -236,7 +230,7 @@ static void plan_entries(update_plan *plan, const image_file *img, const update_
     if (start_comparison(&c, img, plan->base.c_str(), contents ? COMPARE_CONTENTS : 0))
         while (next_finding(&c, &found)) {
             show_progress("looking at what stands there", 0, 0, 0);
-            plan_entry(plan, &found, options, base, &kernel_fd);
+            plan_entry(plan, &found, options, &kernel_fd);
         }
     if (c.fault != nullptr)
         add_reason(plan, "entry " + std::to_string(c.broken), c.fault);
@@ -252,9 +246,8 @@ void plan_update(update_plan *plan, const image_file *img, const update_options 
     *plan = {};
     plan->boot_size = -1;
     plan->base = find_base(img, options->dir);
-    base_directory base = {};
-    if (plan_base(plan, options, &base))
-        plan_entries(plan, img, options, &base, contents);
+    if (plan_base(plan, options))
+        plan_entries(plan, img, options, contents);
     for (const planned_system &system : plan->systems)
         if (system.peak > static_cast<int64_t>(system.free))
             add_reason(plan, system.name,
@@ -270,7 +263,7 @@ static void say_version(const image_file *img)
         snprintf(now, sizeof now, "none");
     const std::string next = field_text(img->header.ih_version, IH_NMLEN);
     say("version         %s -> %s%s", now, next.c_str(),
-        means_itself(next.c_str()) ? "" : ", which can't be recorded");
+        is_shell_safe_text(next.c_str()) ? "" : ", which can't be recorded");
 }
 
 static void say_installed(const update_plan *plan)

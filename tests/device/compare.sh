@@ -84,14 +84,13 @@ expect 'what an update left' "$before" "$(find way | sort)"
 run upgd_service plan u.img --dir "$work/way"
 expect_line out "bound to fail   $work/way/tree/App_VPUCard.bin: the tool /usr/vorn/bin/mcu_isp: No such file or directory"
 long=$(printf %0200d 0)
-mkdir -p 'w y/tree' "$long/tree" && ln -s /tmp "$long/tree/etc"
+mkdir -p 'w y/tree' "$long/tree"
 run upgd_service plan u.img --dir 'w y' --cards simulate
 expect_line out "bound to fail   $work/w y/tree/App_VPUCard.bin: its path would be taken apart by a command"
 expect_line out "bound to fail   $work/w y/tree/bin/tool: its directory can't be made by a command"
 run upgd_service plan u.img --dir "$long" --cards simulate
 expect_line out "bound to fail   $work/$long/tree/App_VPUCard.bin: its path is too long for the tool's command"
 expect_line out "bound to fail   $work/$long/tree/vorn-uboot/u-boot.bin: its path is too long for the command that installs it"
-expect_line out "bound to fail   $work/$long/tree/etc/deep/er/data: a link leads it out of the directory, or nowhere"
 if [[ $device == --device ]]; then
     mount -t tmpfs -o size=200k tmpfs small
     findings "1 upgd_service: $work/small: too little room: 708 KiB are needed, 200 KiB are free" \
@@ -113,8 +112,8 @@ if [[ $device == --device ]]; then
 fi
 
 # An image that fits no device, or only one with a shorter base directory.
-slashes=$(printf '/%.0s' {1..85})
-mkdir long && ln -s "${slashes}bin/sh" long/l && img_deploy -c ./long l.img >/dev/null 2>&1
+name=$(printf 'l%.0s' {1..111})
+mkdir long && ln -s /bin/sh "long/$name" && img_deploy -c ./long l.img >/dev/null 2>&1
 findings '1 ' img_info --verify l.img
 expect 'verification' 'l.img: entry 0 at offset 488: its path and target are too long for a link, below /opt/upgddir/' "$(cat out)"
 findings '0 ' img_info --verify --base / l.img

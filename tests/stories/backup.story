@@ -41,11 +41,11 @@ for "read du" "read  df |grep /d" "read  df |grep /m" "read /bin/date" => fail "
     log: get ubackup size faild. | = -1 "untouched" | : get ubackup size faild. | = -1 "untouched"
     : get ubackup size faild. | = -1 "untouched" | : get ubackup name(date) faild. | = -1 "untouched"
 fail
-for "unit;7" a/unit7 "$(printf %032d 0)" "$(printf %031d 0)" => $ sysconfig set device_name "@" ;; do_create_backup /mnt/sda1
-    log: device_name <unit;7> is no file name of at most 31 characters | = -1 "untouched"
+for "unit;7" a/unit7 "$(printf %032d 0)" "-#~$(printf %028d 0)" => $ sysconfig set device_name "@" ;; do_create_backup /mnt/sda1
+    log: '/tmp/ubackup/unit;7_202601020304.ubck' has no place in a command | = -1 "untouched"
     : device_name <a/unit7> is no file name of at most 31 characters | = -1 "untouched"
     : device_name <0{32}> is no file name of at most 31 characters | = -1 "untouched"
-    = 0 "/mnt/sda1/0{31}_202601020304.ubck"
+    = 0 "/mnt/sda1/-#~0000000000000000000000000000_202601020304.ubck"
 $ rm -r /etc/sysconfig ;; do_create_backup /mnt/sda1 ;; $ sysconfig set x y ;; do_create_backup /mnt/sda1
     log: sysconf_open error | = -1 "untouched" | : sysconf get env device_name error | = -1 "untouched"
 $ ls -d /tmp/ubackup; rm -r /tmp/ubackup; sysconfig set device_name unit7  --> /tmp/ubackup

@@ -28,15 +28,15 @@ for "name" "n{1024}\0\0\0\0\0\0" "name\0" "name\0\0\0\0\0" "name\0\0\0\0\0\x02x"
 == names that lead out, that a command would take apart, or that fit no buffer (show ^run cd)
 for "../x" "a/../../b/x" "n{1023}" "d x/x" "$(touch no)/x" "a`b`/x" "a\tb/x" "a;b/x" => image u.img -- "@" 0 x ;; do_update u.img 2 /b
     = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
-for "l;t{103}" "l;a b" "l;$(x" "l;-t" "l a;t" "-l;t" => image u.img -- "@" 4 "" ;; do_update u.img 2 /b  --> = -4 | = -4
+for "l;t{126}" "l;a b" "l;$(x" "l;-t" "l a;t" "-l;t" => image u.img -- "@" 4 "" ;; do_update u.img 2 /b  --> = -4 | = -4
     = -4 | = -4 | = -4 | = -4
 for "1 .//.." "1 d|x" "5 k/zImage&" "7 u;b" "7 u<b" "7 u>b" "7 u(b" "7 u)b" "7 u'b" "7 u\"b" "7 u\\b" "7 u$b" "7 u$1" "7 u$?" "7 u\nb" "4 l;~t" "4 l;#t" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b
     = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
-for "4 l;c*" "4 c*;t" "4 l;../b/?ost" "4 l;c[n-p]st" "4 lk;l*" "4 lk;../b/l?" "7 c?st" => image u.img -- cost 0 x "@2" @1 "" ;; do_update u.img 2 /b
+for "4 l;no*" "4 no*;t" "4 l;../no?" "4 l;no[n-p]" "4 l;{-t/etc,/x}" "4 l;*/../*/../*/../*/../*/../*" "7 no?" => image u.img -- cost 0 x "@2" @1 "" ;; do_update u.img 2 /b
     = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
 tree /b ;; $ ls -A; ls /x ;; show ^trace: image  --> cost = x | u.img
     ls: cannot access '/x': No such file or directory | status 2
-for "0 ../x" "4 a;b/../../l;x" "0 n{1023}" "1 d{495}" "0 d{99}/d{99}/d{99}/d{99}/d{95}/x" "4 l;t{103}" "4 l;-t" "7 u;b" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b
+for "0 ../x" "4 a;b/../../l;x" "0 n{1023}" "1 d{495}" "0 d{99}/d{99}/d{99}/d{99}/d{95}/x" "4 l;t{126}" "4 l;-t" "7 u;b" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b
     trace: image is damaged at entry 0: its name leads out of the directory\n | = -4
     : image is damaged at entry 0: its name leads out of the directory\n | = -4
     : image is damaged at entry 0: its path is too long\n | = -4
@@ -49,12 +49,12 @@ for "0 ../x" "4 a;b/../../l;x" "0 n{1023}" "1 d{495}" "0 d{99}/d{99}/d{99}/d{99}
 $ d=$(printf 'd%.0s' $(seq 99)); mkdir -p /b/$d/$d/$d/$d/$d/$d/$d/$d/$d/$d
 image u.img -- "d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/f{20}" 0 x "d{99}/d{99}/d{99}/d{99}/d{94}/x" 0 "" ;; do_update u.img 2 /b ;; $ cat /b/*/*/*/*/*/*/*/*/*/*/f*; rm -r /b/*
     = 0 | x
-image u.img -- "[" 0 x "m/[l;n*" 4 "" "a$/~/-d/f" 0 x "a b" 0 x "l;t{102}" 4 "" "n" 4 "" "7;b" 22 x ;; do_update u.img 2 /b ;; tree /b
-    = 0 | 7;b = x | [ = x | a b = x | a$/~/-d/f = x | l -> t{102} | m/[l -> n*
+image u.img -- "[" 0 x "m/[l;n[/$.$" 4 "" "a$/~/-d/f" 0 x "a b" 0 x "l;t{125}" 4 "" "l{124};t" 4 "" "n" 4 "" "7;b" 22 x ;; do_update u.img 2 /b ;; tree /b
+    = 0 | 7;b = x | [ = x | a b = x | a$/~/-d/f = x | l -> t{125} | l{124} -> t | m/[l -> n[/$.$ | n =\s
 == what is read ahead ends anywhere in an entry (show none)
 for 367 368 369 370 371 372 373 374 375 376 => image u.img -- a 0 a{16@} bbb 0 y c 0 z ;; do_update u.img 2 /b ;; $ cat /b/bbb /b/c
     = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz
-== a directory that can't be made; a link that leads out (show ^trace: image)
+== a directory that can't be made; a link of the image that leads out (show ^trace: image)
 image u.img -- a/b 0 x c 0 y ;; $ mkdir /b; : >/b/a ;; do_update u.img 2 /b  --> = -4
 for "out;/w out/x" "out;../w out/x" "out;../w out/n/x" "in;. in/n/../../w/f" => image u.img -- "@1" 4 "" @2 0 x ;; do_update u.img 2 /b
     trace: image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
@@ -65,11 +65,16 @@ $ mkdir /bx ;; image u.img -- "out;../bx" 4 "" out/x 0 x ;; do_update u.img 2 /b
     trace: image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
 image u.img -- "out;../w" 4 "" c 0 y out/x 0 x ;; do_update u.img 2 /b ;; $ ls /bx; rm -r /bx
     trace: image is damaged at entry 2: a link leads it out of the directory, or nowhere\n | = -4
-image u.img -- d 1 "" "in;d" 4 "" in/x 0 x ;; do_update u.img 2 /b ;; tree /b ;; $ ls  --> = 0 | a =\s | c = y | d/x = x
-    in -> d | out -> ../w | u.img
-== what a command has not made is not taken for made (show link not)
+image u.img -- d 1 "" "in;d" 4 "" in/x 0 x "in;../w" 4 "" in/y 0 y ;; do_update u.img 2 /b ;; tree /b ;; $ ls
+    trace: image is damaged at entry 4: a link leads it out of the directory, or nowhere\n | = -4 | a =\s | c = y | d/x = x
+    in -> ../w | out -> ../w | u.img
+== the device's own links are followed; a base directory without a '/' (show ^trace: image)
+$ mkdir /own /b; ln -s /own /b/nand; ln -s ../own /b/too ;; image u.img -- nand/x 0 x "l;nand" 4 "" too/n/y 0 y
+do_update u.img 2 /b ;; tree /b ;; tree /own ;; do_update u.img 2 b ;; $ find b -type f | sort
+    = 0 | l -> nand | nand -> /own | too -> ../own | n/y = y | x = x | = 0 | b/b/l | b/b/nand/x | b/b/too/n/y
+== what a command has not made is not noticed, unless the entry shows it (show not)
 for "run /bin/mkdir -p /b/" "run cd" => $ rm -rf /b; mkdir /b ;; fail "@" ;; image u.img -- a 0 x "l;a" 4 "" d/b 0 x ;; do_update u.img 2 /b ;; tree /b
-    = -4 | a = x | l -> a | trace: link not made: /b/l\n | = 0 | a = x | d/b = x
+    = -4 | a = x | l -> a | = 0 | a = x | d/b = x | l =\s
 == the image shrinks under its mapping: ahead of the entry, within it, within a page (show ^trace: image)
 for "0 0" "0 496" "1 0" "1 4096" "1 6502" "1 6503" "2 6559" "2 6560" => image u.img -- a 0 1 b 0 b{6000} c 0 c{50} ;; $ rm -rf /b ;; at (num-@1) => $ truncate -s @2 /w/u.img ;; do_update u.img 2 /b
     = -4 | = -4 | = -4 | = -4 | trace: image is damaged at entry 1: the image has shrunk\n | = -4
@@ -81,6 +86,9 @@ for run_dd "run dd" "run /bin/cp" "run /bin/mount" => fail "@" ;; $ rm -rf /b; u
     run dd if=/b/u of=/dev/mmcblk0p1 | run sysconfig set fw_version V1.0.0.0 | = 0 | card, k, u, z
     run dd if=/b/u of=/dev/mmcblk0p1 | = -5 | card, u | run dd if=/b/u of=/dev/mmcblk0p1 | = -14 | card, k, u
     run dd if=/b/u of=/dev/mmcblk0p1 | = -14 | card, k, u
-== after the walk everything is brought to the disks, or the run has failed (show (trace|log): copy|^run)
-image u.img -- a 0 x ;; fail syncfs ;; do_update u.img 2 /b  --> run /bin/mkdir -p /b
-    log: copy_file ----------  /b --------- failed. | trace: copy_file failed :---------- /b ---------- \n | = -4
+== after the walk each file system that was written to is brought to its disk, then all, or the run has failed (show (trace|log): copy|sync|round 2|1, update)
+$ mkdir -p /b/m /b/n; mount -t tmpfs tmpfs /b/m; mount -t tmpfs tmpfs /b/n ;; image u.img -- m/a 0 x b 0 x m/c/d 0 x
+do_update u.img 2 /b ;; fail syncfs ;; do_update u.img 2 /b  --> trace: \n\n\n\n\rround 2 --------update user file ....\n
+    syncfs | syncfs | sync | trace: result = 1, update successful !! \n | run /bin/sync | log:  run rsync ok. | = 0
+    trace: \n\n\n\n\rround 2 --------update user file ....\n | syncfs | log: copy_file ----------  /b --------- failed.
+    trace: copy_file failed :---------- /b ---------- \n | = -4

@@ -4,8 +4,8 @@
 #include "update/dtt_create/command_output.h"
 #include "update/dtt_create/disk_labels.h"
 #include "update/dtt_update_common/bounded_text.h"
-#include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/platform_log.h"
+#include "update/dtt_update_common/shell_words.h"
 #include "update_service.h"
 
 #include <cstdlib>
@@ -191,8 +191,8 @@ static bool is_present(const char *udisk_path)
 // and one that does not fit its field would name another place.
 static bool can_be_stored(const char *udisk_path, const char *u_path_name)
 {
-    if (strlen(udisk_path) < sizeof udisk_list_t::udisk_path && means_itself(udisk_path) &&
-        means_itself(u_path_name))
+    if (strlen(udisk_path) < sizeof udisk_list_t::udisk_path && is_shell_safe_word(udisk_path) &&
+        is_shell_safe_word(u_path_name))
         return true;
     OPERATION_LOG("passed over, mount path of more than 15 characters or with one that a shell "
                   "takes for itself: <%s>",

@@ -4,9 +4,9 @@
 #include "update/dtt_create/command_output.h"
 #include "update/dtt_create/create_image.h"
 #include "update/dtt_update_common/bounded_text.h"
-#include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/raw_io.h"
+#include "update/dtt_update_common/shell_words.h"
 #include "update_service.h"
 
 #include <algorithm>
@@ -34,7 +34,7 @@ static int check_disk(const char *udisk_path)
     }
     closedir(dir);
     OPERATION_LOG("build .ubck at udisk: %s ", udisk_path);
-    if (!means_itself(udisk_path)) {
+    if (!is_shell_safe_word(udisk_path)) {
         OPERATION_LOG("'%s' has no place in a command", udisk_path);
         return BACKUP_FAILED;
     }
@@ -127,7 +127,8 @@ static int make_scratch_tree()
     return 0;
 }
 
-static int name_backup(char (&updfilename)[TEXT_SIZE])
+// Names the backup, and the path of its image while it is built.
+static int name_backup(char (&updfilename)[TEXT_SIZE], char (&updfilepath)[TEXT_SIZE])
 {
     if (sysconf_openenv() != 0) {
         OPERATION_LOG("sysconf_open error");
@@ -140,7 +141,7 @@ static int name_backup(char (&updfilename)[TEXT_SIZE])
     }
     char device_name[NAME_SIZE];
     if (!bounded_copy(device_name, sizeof device_name, configured) ||
-        strchr(device_name, '/') != nullptr || !means_itself(device_name)) {
+        strchr(device_name, '/') != nullptr) {
         OPERATION_LOG("device_name <%s> is no file name of at most 31 characters", configured);
         return BACKUP_FAILED;
     }
@@ -153,6 +154,11 @@ static int name_backup(char (&updfilename)[TEXT_SIZE])
     device_id[NAME_SIZE - 1] = '\0';
     known_to_fit(
         bounded_format(updfilename, sizeof updfilename, "%s_%s.ubck", device_name, device_id));
+    known_to_fit(bounded_format(updfilepath, sizeof updfilepath, "/tmp/ubackup/%s", updfilename));
+    if (!is_shell_safe_word(updfilepath)) {
+        OPERATION_LOG("'%s' has no place in a command", updfilepath);
+        return BACKUP_FAILED;
+    }
     OPERATION_LOG("begin to create updfilename = %s ", updfilename);
     return 0;
 }
@@ -168,10 +174,9 @@ static bool is_on_medium(const char *path)
 }
 
 // Packs the scratch tree and copies the image to the disk.
-static int build_backup(const char *udisk_path, const char *updfilename, char *ret_filename)
+static int build_backup(const char *udisk_path, const char *updfilename, char *updfilepath,
+                        char *ret_filename)
 {
-    char updfilepath[TEXT_SIZE];
-    known_to_fit(bounded_format(updfilepath, sizeof updfilepath, "/tmp/ubackup/%s", updfilename));
     OPERATION_LOG("do_create %s, chdir to /tmp/ubackup/bkdir", updfilepath);
     char updatedir[] = ".";
     // Where the scratch tree can't be entered, "." is the service's own directory.
@@ -213,10 +218,11 @@ static int create_backup(const char *udisk_path, char *ret_filename)
     if (result != 0)
         return result;
     char updfilename[TEXT_SIZE];
+    char updfilepath[TEXT_SIZE];
     // After a failure here the scratch tree stays until the next backup.
-    if (name_backup(updfilename) != 0)
+    if (name_backup(updfilename, updfilepath) != 0)
         return BACKUP_FAILED;
-    result = build_backup(udisk_path, updfilename, ret_filename);
+    result = build_backup(udisk_path, updfilename, updfilepath, ret_filename);
     OPERATION_LOG("remove dir: /tmp/ubackup");
     my_system("/bin/rm -rf /tmp/ubackup");
     return result;

@@ -4,74 +4,129 @@
 #include "update/dtt_update_common/bounded_text.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-int enter_base_directory(base_directory *base)
+static bool same_file(const struct stat *a, const struct stat *b)
 {
-    base->parent[0] = '\0';
-    return chdir(base->path) == 0 && realpath(".", base->real) != nullptr ? 0 : -1;
+    return a->st_dev == b->st_dev && a->st_ino == b->st_ino;
 }
 
-static bool lies_below(const base_directory *base, const char *real)
+// Whether the directory `path` is the working directory, which is the base directory, or lies below
+// it: goes up from it to the root, which is its own parent.
+static bool lies_below(const char *path)
 {
-    const size_t len = strlen(base->real);
-    return strncmp(real, base->real, len) == 0 && (real[len] == '/' || real[len] == '\0');
-}
-
-// Goes on from the real directory `at` of PATH_MAX bytes by one component, which may be missing.
-static bool step_into(char *at, const char *component)
-{
-    if (strcmp(component, ".") == 0)
-        return true;
-    if (strcmp(component, "..") == 0) {
-        dirname(at);
-        return true;
-    }
-    char next[PATH_MAX];
+    char up[PATH_SIZE];
+    struct stat top;
     struct stat st;
-    if (!bounded_format(next, sizeof next, "%s/%s", at, component))
+    struct stat child = {};
+    size_t len = strlen(path);
+    if (stat(".", &top) != 0 || !bounded_copy(up, sizeof up, path))
         return false;
-    return lstat(next, &st) == 0 ? realpath(next, at) != nullptr : bounded_copy(at, PATH_MAX, next);
+    for (; stat(up, &st) == 0 && !same_file(&st, &child); child = st) {
+        if (same_file(&st, &top))
+            return true;
+        if (len + sizeof "/.." > sizeof up)
+            return false;
+        memcpy(up + len, "/..", sizeof "/..");
+        len += strlen("/..");
+    }
+    return false;
 }
 
-// The same for a directory that is not there yet: components that are missing will be plain
-// directories, and links lead on from those that are not.
-static bool would_lie_below(const base_directory *base, const char *directory)
+static bool is_made_link(const base_directory *base, const char *path)
 {
-    char rest[PATH_SIZE];
-    char at[PATH_MAX];
-    known_to_fit(bounded_copy(rest, sizeof rest,
-                              directory + std::min(strlen(base->path), strlen(directory))));
-    known_to_fit(bounded_copy(at, sizeof at, base->real));
-    char *state = nullptr;
-    for (const char *component = strtok_r(rest, "/", &state); component != nullptr;
-         component = strtok_r(nullptr, "/", &state))
-        if (!step_into(at, component) || !lies_below(base, at))
+    struct stat st;
+    if (lstat(path, &st) != 0 || !S_ISLNK(st.st_mode))
+        return false;
+    for (size_t i = 0; i < base->link_count; i++)
+        if (base->links[i].device == st.st_dev && base->links[i].inode == st.st_ino)
+            return true;
+    return false;
+}
+
+// Whether `parent` is the directory of the entry before, and nothing has changed since.
+static bool is_known_parent(const base_directory *base, const char *parent)
+{
+    return base->parent[0] != '\0' && strcmp(parent, base->parent) == 0;
+}
+
+bool stays_below(const base_directory *base, const char *parent)
+{
+    if (base->link_count == 0 || is_known_parent(base, parent))
+        return true;
+    char path[PATH_SIZE];
+    bool through_link = false;
+    for (size_t at = std::min(strlen(base->path), strlen(parent)); parent[at] != '\0';) {
+        const size_t start = at + strspn(parent + at, "/");
+        at = start + strcspn(parent + start, "/");
+        memcpy(path, parent, at);
+        path[at] = '\0';
+        const bool link = is_made_link(base, path);
+        through_link = through_link || link;
+        // Behind a link ".." leads elsewhere than the name says.
+        const bool up = through_link && strcmp(path + start, "..") == 0;
+        if ((link || up) && !lies_below(path))
             return false;
+    }
     return true;
 }
 
-bool parent_lies_below(base_directory *base, const char *path)
+int note_file_system(base_directory *base, const char *parent)
 {
-    if (strcmp(base->real, "/") == 0)
-        return true;
-    char parent[PATH_SIZE];
-    known_to_fit(bounded_copy(parent, sizeof parent, path));
-    dirname(parent);
-    if (base->parent[0] != '\0' && strcmp(parent, base->parent) == 0)
-        return true;
-    char real[PATH_MAX];
-    const bool below =
-        realpath(parent, real) != nullptr ? lies_below(base, real) : would_lie_below(base, parent);
-    if (below)
-        known_to_fit(bounded_copy(base->parent, sizeof base->parent, parent));
-    return below;
+    struct stat st;
+    if (is_known_parent(base, parent))
+        return 1;
+    if (stat(parent, &st) != 0)
+        return 0;
+    size_t i = 0;
+    while (i < base->system_count && base->systems[i].device != st.st_dev)
+        i++;
+    if (i == base->system_count) {
+        void *const grown = realloc(base->systems, (i + 1) * sizeof *base->systems);
+        if (grown == nullptr)
+            return -1;
+        base->systems = static_cast<written_system *>(grown);
+        base->systems[i] = {st.st_dev, open(parent, O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+        base->system_count++;
+    }
+    memcpy(base->parent, parent, strlen(parent) + 1);
+    return 1;
 }
 
-void links_have_changed(base_directory *base)
+int note_link(base_directory *base, const char *path)
 {
-    base->parent[0] = '\0';
+    struct stat st;
+    base->parent[0] = '\0'; // may lead through it now
+    if (lstat(path, &st) != 0 || !S_ISLNK(st.st_mode))
+        return 0;
+    void *const grown = realloc(base->links, (base->link_count + 1) * sizeof *base->links);
+    if (grown == nullptr)
+        return -1;
+    base->links = static_cast<made_link *>(grown);
+    base->links[base->link_count++] = {st.st_dev, st.st_ino};
+    return 0;
+}
+
+int sync_systems(const base_directory *base)
+{
+    for (size_t i = 0; i < base->system_count; i++)
+        if (base->systems[i].fd >= 0 && syncfs(base->systems[i].fd) != 0 && errno != ENOSYS)
+            return -1;
+    sync();
+    return 0;
+}
+
+void release_base_directory(base_directory *base)
+{
+    for (size_t i = 0; i < base->system_count; i++)
+        if (base->systems[i].fd >= 0)
+            close(base->systems[i].fd);
+    free(base->systems);
+    free(base->links);
+    *base = {};
 }

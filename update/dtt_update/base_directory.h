@@ -1,26 +1,49 @@
-// The directory that a run unpacks below, and which paths lie below it.
+// The directory that a run unpacks below: the file systems that it has written to there, and the
+// links that it has made, through which no later entry may leave it (path traversal).
 #ifndef DTT_UPDATE_BASE_DIRECTORY_H
 #define DTT_UPDATE_BASE_DIRECTORY_H
 
 #include "update/dtt_update_common/path_operations.h"
 
-#include <climits>
+#include <sys/types.h>
 
-struct base_directory {
-    char path[PATH_SIZE];   // as it was given
-    char real[PATH_MAX];    // without links
-    char parent[PATH_SIZE]; // of the last path found to lie below; empty while that is not known
+struct made_link {
+    dev_t device;
+    ino_t inode;
 };
 
-// Makes `base->path` the working directory and finds its real path. Returns 0, or -1.
-int enter_base_directory(base_directory *base);
+struct written_system {
+    dev_t device;
+    int fd; // of a directory on it, or -1
+};
 
-// Whether the directory that holds `path` lies below the base directory, whatever links lead there:
-// a link that an entry has made must not lead a later one out. A directory that is missing is
-// looked at as it would be made.
-bool parent_lies_below(base_directory *base, const char *path);
+// Zeroed, it is one that nothing has been unpacked below.
+struct base_directory {
+    char path[PATH_SIZE];   // as it was given
+    char parent[PATH_SIZE]; // of the entry before, if it is known to be there; else empty
+    made_link *links;
+    size_t link_count;
+    written_system *systems;
+    size_t system_count;
+};
 
-// Forgets what has been found out: a link has been made since.
-void links_have_changed(base_directory *base);
+// Whether an entry in the directory `parent` stays below the base directory, as far as the links of
+// this run go: those that the device had before are its own and are followed.
+bool stays_below(const base_directory *base, const char *parent);
+
+// Remembers the file system of the directory `parent` ahead of the first write to it: a failure to
+// write something back is told to who has had it open by then. Returns 1, 0 if there is no such
+// directory, or -1 if there is no memory.
+int note_file_system(base_directory *base, const char *parent);
+
+// Remembers the link that has been made at `path`, if it has been. Returns 0, or -1 if there is no
+// memory.
+int note_link(base_directory *base, const char *path);
+
+// Brings everything that was written to the medium. Returns 0, or -1 with errno set.
+int sync_systems(const base_directory *base);
+
+// Forgets all of it.
+void release_base_directory(base_directory *base);
 
 #endif

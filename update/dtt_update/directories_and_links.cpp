@@ -27,8 +27,9 @@ void mkdir_base_dir(char *force_dir, char *filename)
 int creat_link_file(char *basename, char *filename)
 {
     link_texts link;
-    char cmd[LINK_TEXT_SIZE];
-    if (!take_link_texts(basename, filename, &link) || !link_command(&link, cmd))
+    char cmd[LINK_COMMAND_SIZE];
+    if (!take_link_texts(basename, filename, &link) ||
+        !bounded_format(cmd, sizeof cmd, LINK_COMMAND, link.directory, link.target, link.name))
         return -1;
     return my_system(cmd);
 }

@@ -1,5 +1,5 @@
 // Directories and links, which are made by shell commands. The commands take the paths unquoted:
-// who has them from an image asks can_be_made and means_itself first.
+// who has them from an image asks command_fault first.
 #ifndef DTT_UPDATE_DIRECTORIES_AND_LINKS_H
 #define DTT_UPDATE_DIRECTORIES_AND_LINKS_H
 

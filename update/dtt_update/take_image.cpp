@@ -109,7 +109,7 @@ static image_refusal enter_base_dir(update_run *run, const char *force_base_dir)
     }
     RUN_LOG(run, "get u_base_dir:%s ", u_base_dir);
     RUN_TRACE(run, "get u_base_dir:%s \n", u_base_dir);
-    if (enter_base_directory(&run->base) != 0) {
+    if (chdir(u_base_dir) != 0) {
         RUN_LOG(run, "chdir(%s) Failed", u_base_dir);
         return IMAGE_NO_BASE_DIR;
     }

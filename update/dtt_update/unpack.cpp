@@ -11,6 +11,7 @@
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -22,36 +23,42 @@ static void damaged_entry(const update_run *run, const image_entry *entry, const
     RUN_TRACE(run, "image is damaged at entry %u: %s\n", entry->number, fault);
 }
 
-// Why the entry can't be unpacked to `basename` in this run, or null. What this lets through
-// fits every buffer behind it, and every command that it is put into leaves it as it is.
-static const char *entry_fault(update_run *run, const image_entry *entry, const char *basename)
+// Where an entry goes.
+struct entry_place {
+    char basename[PATH_SIZE]; // its full path
+    char parent[PATH_SIZE];   // the directory that this lies in
+};
+
+// Why the entry can't be unpacked in this run, or null. What this lets through fits every buffer
+// behind it, and every command that it is put into leaves it as it is.
+static const char *entry_fault(update_run *run, const image_entry *entry, const entry_place *place)
 {
     const char *const fault = climb_fault(entry);
     if (fault != nullptr)
         return fault;
-    if (!parent_lies_below(&run->base, basename))
+    if (!stays_below(&run->base, place->parent))
         return "a link leads it out of the directory, or nowhere";
-    char parent[PATH_SIZE];
-    parent_directory(run->base.path, entry->name, parent);
-    return command_fault(run->base.path, entry, basename, access(parent, F_OK) == 0);
+    const int there = note_file_system(&run->base, place->parent);
+    return there < 0 ? strerror(ENOMEM)
+                     : command_fault(entry, place->basename, place->parent, there != 0);
 }
 
-// Reads the next entry and tests it; nothing is touched yet. Its path is left in `basename` of
-// PATH_SIZE bytes. Returns 0, or -1 with a trace line that tells the fault; `basename` then names
-// what comes closest to the path.
-static int take_entry(update_run *run, entry_walk *walk, image_entry *entry, char *basename)
+// Reads the next entry and tests it; nothing is touched yet. Returns 0, or -1 with a trace line
+// that tells the fault; `basename` then names what comes closest to the path.
+static int take_entry(update_run *run, entry_walk *walk, image_entry *entry, entry_place *place)
 {
     const char *fault = read_entry(walk, entry);
     if (fault != nullptr) {
         // It would have gone somewhere below this directory.
-        known_to_fit(bounded_copy(basename, PATH_SIZE, run->base.path));
+        known_to_fit(bounded_copy(place->basename, PATH_SIZE, run->base.path));
     } else {
-        entry_target(run->base.path, entry, basename);
-        if (basename[0] != '\0') {
-            fault = entry_fault(run, entry, basename);
+        entry_target(run->base.path, entry, place->basename);
+        parent_directory(run->base.path, entry->name, place->parent);
+        if (place->basename[0] != '\0') {
+            fault = entry_fault(run, entry, place);
         } else {
             fault = "its path is too long";
-            known_to_fit(bounded_copy(basename, PATH_SIZE, entry->name));
+            known_to_fit(bounded_copy(place->basename, PATH_SIZE, entry->name));
         }
     }
     if (fault == nullptr)
@@ -125,38 +132,26 @@ static int unpack_file(update_run *run, const image_entry *entry, const char *ba
     return -1;
 }
 
-// Returns 0, or -1 if the entry is damaged or can't be brought to `basename`.
-static int bring_entry(update_run *run, entry_walk *walk, image_entry *entry, char *basename)
+// Returns 0, or -1 if the entry is damaged or can't be brought to its place.
+static int bring_entry(update_run *run, entry_walk *walk, image_entry *entry, entry_place *place)
 {
-    if (take_entry(run, walk, entry, basename) != 0) {
+    if (take_entry(run, walk, entry, place) != 0) {
         run->progress->cur_percent = run->percent_written;
         return -1;
     }
     mkdir_base_dir(run->base.path, entry->name);
-    return entry->type == ENTRY_DIRECTORY ? unpack_directory(run, entry, basename)
-                                          : unpack_file(run, entry, basename);
-}
-
-// Makes the link of a link entry. One that could not be made fails no run, but is not passed over:
-// the empty file in its place would look like a part of the image.
-static void make_link(update_run *run, image_entry *entry, char *basename)
-{
-    creat_link_file(basename, entry->name);
-    links_have_changed(&run->base);
-    struct stat st;
-    const bool seen = lstat(basename, &st) == 0;
-    if (seen && S_ISLNK(st.st_mode))
-        return;
-    RUN_TRACE(run, "link not made: %s\n", basename);
-    if (seen && S_ISREG(st.st_mode) && st.st_size == 0)
-        unlink(basename);
+    if (note_file_system(&run->base, place->parent) < 0)
+        return -1;
+    return entry->type == ENTRY_DIRECTORY ? unpack_directory(run, entry, place->basename)
+                                          : unpack_file(run, entry, place->basename);
 }
 
 int unpack_entry(update_run *run, entry_walk *walk)
 {
     image_entry entry;
-    char basename[PATH_SIZE];
-    if (bring_entry(run, walk, &entry, basename) != 0) {
+    entry_place place;
+    char *const basename = place.basename;
+    if (bring_entry(run, walk, &entry, &place) != 0) {
         say_copy_failed(run, basename);
         return UPDATE_COPY_FAILED;
     }
@@ -165,7 +160,13 @@ int unpack_entry(update_run *run, entry_walk *walk)
         return ret;
     if (save_UserFile_patch(entry.type, basename) != 0)
         run->progress->cur_nums++;
-    if (entry.type == ENTRY_LINK)
-        make_link(run, &entry, basename);
+    if (entry.type == ENTRY_LINK) {
+        // Whether the command has made it is not looked at, only which link it is.
+        creat_link_file(basename, entry.name);
+        if (note_link(&run->base, basename) != 0) {
+            say_copy_failed(run, basename);
+            return UPDATE_COPY_FAILED;
+        }
+    }
     return 0;
 }

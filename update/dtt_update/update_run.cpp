@@ -2,15 +2,14 @@
 #include "update/dtt_update/update_run.h"
 
 #include "update/dtt_update/installer.h"
-#include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/platform_log.h"
+#include "update/dtt_update_common/shell_words.h"
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -56,8 +55,7 @@ void begin_unpacking(update_run *run)
     show_result(run);
     RUN_TRACE(run, "\n\n\n\n\rround 1 --------unpress ***.img file and update Linux files ....\n");
     run->progress->cur_nums = 0;
-    // A failure to write something back is told to who has had the file system open by then.
-    run->base_fd = open(run->base.path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    static_cast<void>(note_file_system(&run->base, "."));
 }
 
 void say_copy_failed(update_run *run, const char *path)
@@ -69,7 +67,7 @@ void say_copy_failed(update_run *run, const char *path)
 
 int sync_unpacked(update_run *run)
 {
-    if (syncfs(run->base_fd) == 0 || errno == ENOSYS)
+    if (sync_systems(&run->base) == 0)
         return 0;
     RUN_TRACE(run, "not brought to the medium: %s\n", strerror(errno));
     say_copy_failed(run, run->base.path);
@@ -78,8 +76,7 @@ int sync_unpacked(update_run *run)
 
 void end_unpacking(update_run *run)
 {
-    if (run->base_fd >= 0)
-        close(run->base_fd);
+    release_base_directory(&run->base);
     munmap(const_cast<char *>(run->mapping), run->img.size);
     run->mapping = nullptr;
     RUN_LOG(run, " update_info->result = %d (1:ok, 2:error). \n", run->progress->result);
@@ -90,7 +87,7 @@ void record_image(update_run *run)
     char version[IH_NMLEN + 1] = "";
     // The field may lack a terminator.
     memcpy(version, run->img.header.ih_version, IH_NMLEN);
-    if (means_itself(version))
+    if (is_shell_safe_text(version))
         update_fw_version(&run->img.header);
     else
         RUN_LOG(run, "version <%s> has no place in a command: not recorded", version);

@@ -14,7 +14,6 @@ struct update_run {
     const char *mapping;      // of the whole image, for write(2) alone
     int percent_written;      // what `cur_percent` becomes when the data of an entry is written
     base_directory base;      // to unpack below, entered when the image is taken
-    int base_fd;              // the same, open while entries are written
 };
 
 #define RUN_LOG(run, ...) PLATFORM_LOG_AS((run)->engine, __VA_ARGS__)
@@ -32,14 +31,14 @@ int map_image(update_run *run);
 // Enters the number of entries in the progress and announces the unpacking.
 void begin_unpacking(update_run *run);
 
-// Brings everything that was unpacked to the medium. Returns 0, or UPDATE_COPY_FAILED with the
+// Brings everything that was written to the medium. Returns 0, or UPDATE_COPY_FAILED with the
 // lines and the count of a failed copy: a disk that fails late fails here.
 int sync_unpacked(update_run *run);
 
 // Counts an entry that has failed at `path` in the progress, and writes its lines.
 void say_copy_failed(update_run *run, const char *path);
 
-// Lets go of the mapping and says how the unpacking has ended.
+// Lets go of the mapping and the file systems and says how the unpacking has ended.
 void end_unpacking(update_run *run);
 
 // After an unpacking without failure: records the image's version, unless a command would take it

@@ -2,11 +2,10 @@
 #include "update/dtt_update_common/entry_paths.h"
 
 #include "update/dtt_update_common/bounded_text.h"
-#include "update/dtt_update_common/command_words.h"
 #include "update/dtt_update_common/image_layout.h"
+#include "update/dtt_update_common/shell_words.h"
 
 #include <cstring>
-#include <fnmatch.h>
 #include <initializer_list>
 
 static constexpr size_t MKDIR_PATH_MAX = MKDIR_COMMAND_SIZE - sizeof MKDIR_COMMAND;
@@ -39,30 +38,28 @@ const char *climb_fault(const image_entry *entry)
 
 // What this lets through fits every buffer behind it, and every command that it is put into leaves
 // it as it is.
-const char *command_fault(const char *base, const image_entry *entry, const char *path,
+const char *command_fault(const image_entry *entry, const char *path, const char *parent,
                           bool parent_is_there)
 {
-    char parent[PATH_SIZE];
-    parent_directory(base, entry->name, parent);
     if ((!parent_is_there && !can_be_made(parent)) ||
         (entry->type == ENTRY_DIRECTORY && !can_be_made(path)))
         return "its directory can't be made by a command";
     link_texts link;
-    char cmd[LINK_TEXT_SIZE];
     if (entry->type == ENTRY_LINK) {
-        if (!take_link_texts(path, entry->name, &link) || !link_command(&link, cmd))
+        if (!take_link_texts(path, entry->name, &link))
             return "its path and target are too long for a link";
-        if (!means_itself(path) || !link_means_itself(&link))
+        if (!is_shell_safe_word(path) || !is_shell_safe_word(link.name) ||
+            !is_shell_safe_word(link.target))
             return "its path or target would be taken apart by a command";
     }
-    if (installs(entry->type, path) && !means_itself(path))
+    if (installs(entry->type, path) && !is_shell_safe_word(path))
         return "its path would be taken apart by a command";
     return nullptr;
 }
 
 bool can_be_made(const char *path)
 {
-    return strlen(path) <= MKDIR_PATH_MAX && means_itself(path);
+    return strlen(path) <= MKDIR_PATH_MAX && is_shell_safe_word(path);
 }
 
 bool take_link_texts(const char *basename, const char *filename, link_texts *link)
@@ -80,27 +77,6 @@ bool take_link_texts(const char *basename, const char *filename, link_texts *lin
         link->name = get_dirname(link->path);
     }
     return true;
-}
-
-// Whether the shell would put the link's own name in the target's place: an empty file of that name
-// stands there when the command is run.
-static bool target_matches_link(const link_texts *link)
-{
-    const char *const slash = strrchr(link->target, '/');
-    const char *const last = slash != nullptr ? slash + 1 : link->target;
-    return strcmp(last, link->name) != 0 && fnmatch(last, link->name, FNM_PERIOD) == 0;
-}
-
-bool link_means_itself(const link_texts *link)
-{
-    return means_itself(link->directory, "/") && means_itself(link->name, link->directory) &&
-           means_itself(link->target, link->directory) && !target_matches_link(link);
-}
-
-bool link_command(const link_texts *link, char *cmd)
-{
-    return bounded_format(cmd, LINK_TEXT_SIZE, "cd /%s/ && /bin/ln -sf %s %s", link->directory,
-                          link->target, link->name);
 }
 
 bool is_kernel_file(const char *filename)

@@ -1,7 +1,6 @@
 // Where an entry goes below a base directory, and whether the commands of a run leave its path as
-// it is. Nothing here changes the file system or writes a line, and nothing is looked up but what a
-// pattern in a path matches: the run asks before it unpacks an entry, and who looks at an image
-// asks long before.
+// it is. Nothing here looks at the file system or writes a line: the run asks before it unpacks an
+// entry, and who looks at an image asks long before.
 #ifndef DTT_UPDATE_COMMON_ENTRY_PATHS_H
 #define DTT_UPDATE_COMMON_ENTRY_PATHS_H
 
@@ -14,9 +13,9 @@ void entry_target(const char *base, const image_entry *entry, char *path);
 // Why the entry leads out of any base directory, or null.
 const char *climb_fault(const image_entry *entry);
 
-// Why the commands of a run can't bring the entry to `path`, its full path below `base`, or null.
-// The directory that it lies in is one that has to be made, unless `parent_is_there`.
-const char *command_fault(const char *base, const image_entry *entry, const char *path,
+// Why the commands of a run can't bring the entry to `path`, its full path, or null. The directory
+// `parent` that it lies in is one that has to be made, unless `parent_is_there`.
+const char *command_fault(const image_entry *entry, const char *path, const char *parent,
                           bool parent_is_there);
 
 // Whether the command that makes directories fits `path` and leaves it as it is.
@@ -32,7 +31,9 @@ void cut_link_filename(const char *s);
 constexpr size_t MKDIR_COMMAND_SIZE = 512;
 constexpr char MKDIR_COMMAND[] = "/bin/mkdir -p ";
 
-constexpr size_t LINK_TEXT_SIZE = 128; // each buffer of a link's texts and its command
+constexpr size_t LINK_TEXT_SIZE = 128; // each buffer of a link's texts
+constexpr char LINK_COMMAND[] = "cd /%s/ && /bin/ln -sf %s %s";
+constexpr size_t LINK_COMMAND_SIZE = sizeof LINK_COMMAND + 3 * LINK_TEXT_SIZE; // holds any of them
 
 // What the command that makes a link is built from.
 struct link_texts {
@@ -45,12 +46,6 @@ struct link_texts {
 // Takes the texts of the link at `basename`, its full path, for the entry `filename`,
 // "path;target". Returns false if one does not fit its buffer.
 bool take_link_texts(const char *basename, const char *filename, link_texts *link);
-
-// Whether the command leaves the texts of the link as they are.
-bool link_means_itself(const link_texts *link);
-
-// Builds the command in `cmd` of LINK_TEXT_SIZE bytes. Returns false if it does not fit.
-bool link_command(const link_texts *link, char *cmd);
 
 constexpr size_t INSTALL_COMMAND_SIZE = 128;
 

@@ -1,12 +1,16 @@
 // Words of command lines. The system's commands are formats that paths are put into unquoted, so a
-// text that comes from outside is asked here whether a shell leaves it alone.
-#ifndef DTT_UPDATE_COMMON_COMMAND_WORDS_H
-#define DTT_UPDATE_COMMON_COMMAND_WORDS_H
+// text that comes from outside is asked here ahead of them, against command injection. The text
+// alone decides: no file system is asked, and the answer is the same on every machine.
+#ifndef DTT_UPDATE_COMMON_SHELL_WORDS_H
+#define DTT_UPDATE_COMMON_SHELL_WORDS_H
 
-// Whether `text` means itself in a command line that is run in `directory`: a POSIX shell neither
-// divides it nor puts anything in its place, and no command takes it for an option. '*', '?' and
-// '[' are allowed, as a root file system has links called "[", unless they are a pattern that
-// another file matches: the shell would put that file there. The empty text passes.
-bool means_itself(const char *text, const char *directory = ".");
+// Whether a shell at most divides `text` at its blanks and leaves the words as they are: no
+// control character, none of | & ; < > ( ) ' " \ * ? { and no backquote, no '[' with a ']' behind
+// it, and no '$' that begins an expansion. A root file system has links called "[".
+bool is_shell_safe_text(const char *text);
+
+// Whether `text` is also one word: without a blank, and without a '-', '~' or '#' in front, which
+// would make it an option, a home directory or a comment. The empty text passes.
+bool is_shell_safe_word(const char *text);
 
 #endif
