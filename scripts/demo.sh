@@ -32,8 +32,9 @@ at_terminal() {
 lay_out_tree() {
     local tree=$1 file
     mkdir -p "$tree"/{files,bin,.hidden,vorn-kernel,vorn-uboot}
-    # The first headers of the machine's kernel interface, with their directories.
-    (cd /usr/include && find linux -type f | sort | head -n 400 | tar -cf - -T -) |
+    # The first headers of the machine's kernel interface, with their directories. sed(1) reads all
+    # names: head(1) would leave sort(1) without a reader, which kills it.
+    (cd /usr/include && find linux -type f | sort | sed -n 1,400p | tar -cf - -T -) |
         tar -xf - --no-same-owner -C .
     # Two links beside each, since a link is a command of the update, which is what takes time in one;
     # and all in the order of their names, so that bytes and commands alternate.
@@ -137,7 +138,7 @@ go_wrong() {
     mount -t tmpfs -o size=600k tmpfs /opt/upgddir
     sysconfig set fw_version V1.0.0.0
     at_terminal 'img_deploy -u update.img -m 2 >run.log'
-    messages <run.log | grep -m 1 'failed'
+    grep -m 1 'failed' run.log | messages
     call sysconfig get fw_version
     umount /opt/upgddir
 }
