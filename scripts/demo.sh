@@ -2,9 +2,12 @@
 # The main job from end to end on real files: a directory tree becomes an update image, and the
 # image becomes a tree again, in a sandbox that has all the device's paths; then what goes wrong, and
 # what the tools say. Leaves nothing behind but the build. Usage: scripts/demo.sh
-set -euo pipefail
+set -Eeuo pipefail
+trap 'echo "demo.sh: line $LINENO failed with status $?, in the step: $step" >&2' ERR
+step='install what is missing'
 
 say() {
+    step=$*
     printf '\n== %s\n' "$*"
 }
 
@@ -190,6 +193,7 @@ show() {
     trap "rm -rf '$scratch'" EXIT
     cd "$scratch"
     unset SANDBOX_PATH
+    step='run it in the sandbox'
     if "$root/tests/sandbox.sh" --check; then
         "$root/tests/sandbox.sh" "$BASH" "$root/scripts/demo.sh" --in-sandbox
     else

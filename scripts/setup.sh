@@ -2,6 +2,8 @@
 # Installs what is missing on a Debian machine to build, test and check the project.
 # Usage: scripts/setup.sh [--test|--lint|--fuzz|--device]
 set -euo pipefail
+trap 'echo "setup.sh: line $LINENO failed with status $?, in the step: $step" >&2' ERR
+step='look for packages'
 
 packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux dpkg-dev file pkgconf
     libsodium-dev)
@@ -21,6 +23,7 @@ done
 as_root=()
 ((EUID == 0)) || as_root=(sudo)
 export DEBIAN_FRONTEND=noninteractive
-printf 'installing %s\n' "${missing[*]}"
+step="install ${missing[*]}"
+printf '%s\n' "$step"
 "${as_root[@]}" apt-get update -qq
 "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

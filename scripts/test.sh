@@ -6,7 +6,9 @@
 # With --device builds for the board's processor instead, packages that, and runs the tests under
 # emulation.
 # Usage: scripts/test.sh [--device] [CTEST-OPTION...]
-set -euo pipefail
+set -Eeuo pipefail
+trap 'echo "test.sh: line $LINENO failed with status $?, in the step: $step" >&2' ERR
+step='install what is missing'
 cd "$(dirname "$0")/.."
 
 options=()
@@ -15,6 +17,7 @@ status=0
 
 # build PRESET [TARGET...]
 build() {
+    step="build $1"
     cmake --preset "$1" "${options[@]}" >/dev/null
     cmake --build --preset "$1" ${2:+--target "${@:2}"}
 }
@@ -22,6 +25,7 @@ build() {
 # What goes to the board is small and needs nothing beyond the C and C++ runtime.
 package_for_device() {
     local package=$PWD/build/device/package program size needed
+    step='package for the board'
     rm -rf "$package"
     cpack --config build/device/CPackConfig.cmake -B "$package" >/dev/null
     dpkg-deb -x "$package"/img-deploy_*_armhf.deb "$package/root"
@@ -42,6 +46,7 @@ test_device() {
     scripts/setup.sh --device
     build device
     package_for_device
+    step='test for the board'
     # The cross-compiler's C library comes without its tables of character sets.
     echo 'skipped: story.labels, as there are no other character sets'
     ctest --preset device -j "$(nproc)" -E '^story.labels$' "$@"
