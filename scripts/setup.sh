@@ -8,15 +8,17 @@ step='look for packages'
 packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux dpkg-dev file pkgconf
     libsodium-dev)
 [[ ${1:-} != --test ]] || packages+=(lintian mandoc minisign python3-jsonschema)
-[[ ${1:-},$(dpkg --print-architecture) != --test,amd64 ]] || packages+=(user-mode-linux dmsetup kmod mtools)
+native=$(dpkg --print-architecture)
+[[ ${1:-},$native != --test,amd64 ]] || packages+=(user-mode-linux dmsetup kmod mtools)
 [[ ${1:-} != --lint ]] || packages+=(clang-format clang-tidy cppcheck mandoc shellcheck)
 [[ ${1:-} != --device ]] || packages+=(g++-arm-linux-gnueabihf googletest qemu-user)
 [[ ${1:-} != --fuzz ]] || packages+=(clang libclang-rt-dev llvm)
 
 missing=()
 for package in "${packages[@]}"; do
-    status=$(dpkg-query -W -f '${Status}' "$package" 2>/dev/null || :)
-    [[ $status == 'install ok installed' ]] || missing+=("$package")
+    # Another processor's may stand beside it.
+    status=$(dpkg-query -W -f '${Architecture} ${Status};' "$package" 2>/dev/null || :)
+    [[ $status =~ ("$native"|all)' install ok installed' ]] || missing+=("$package")
 done
 ((${#missing[@]})) || exit 0
 
