@@ -4,9 +4,10 @@
 # A virtual machine that runs as a process of an ordinary user shows the device's paths to the built
 # programs, on a disk image of its own, and everything else of this machine for reading only. Killed,
 # it loses what its kernel has not written yet, as at a power cut. CUTS runs are cut at a random
-# moment, looked at from outside, and followed by a run that has to end well. One run more logs each
-# write to its disk, as a disk with a cache keeps it that loses what has not been flushed; the log is
-# replayed to STATES random points.
+# moment, looked at from outside, and followed by a run that has to end well. Two runs more log each
+# write to their disk, as a disk with a cache keeps it that loses what has not been flushed; the logs
+# are replayed to STATES random points. Every second cut and log is of a board whose own `sysconfig`
+# leaves it to the kernel when its file is written.
 set -uo pipefail
 export PATH=${SANDBOX_PATH:+$SANDBOX_PATH:}$PATH:/usr/local/bin:/usr/sbin:/sbin
 
@@ -49,6 +50,7 @@ set_up() {
         mount --bind "/$dir" "/mnt/$dir"
     done
     mount -t hostfs -o "$OUTSIDE" hostfs /mnt/images
+    [[ -z ${BARE:-} ]] || mount --bind /mnt/images/sysconfig /mnt/usr/local/bin/sysconfig
     mount -t tmpfs tmpfs /mnt/tmp
     mount -t vfat /dev/sda1 /mnt/mnt/sda1
 }
@@ -94,7 +96,7 @@ skip() {
 }
 
 fault() {
-    printf 'FAILED: %s\n' "$1" | tee -a "$work/faults"
+    printf 'FAILED: %s%s\n' "${bare:+bare sysconfig, }" "$1" | tee -a "$work/faults"
 }
 
 # start DISK JOB [LOG]: its console can be read from $console.
@@ -102,7 +104,7 @@ start() {
     exec {console}< <(TMPDIR=$work exec linux.uml mem=128M quiet ro \
         root=/dev/root rootfstype=hostfs rootflags=/ "uml_dir=$dir" umid=machine con=null \
         con0=fd:0,fd:1 "init=$script" "ubd0=$1/boot" "ubd1=$1/kernel" "ubd2=$1/root" \
-        "ubd3=$1/usb" ${3:+"ubd4=$3"} "JOB=$2" "OUTSIDE=$work" </dev/null 2>&1)
+        "ubd3=$1/usb" ${3:+"ubd4=$3"} "JOB=$2" "OUTSIDE=$work" "BARE=$bare" </dev/null 2>&1)
     machine=$!
     : >"$dir/console"
 }
@@ -149,7 +151,7 @@ tree_sums() {
 
 # not_of VERSION: what in $found is not as after its run.
 not_of() {
-    grep -vxFf "$found/sums" "$work/$1.sums" | head -n 3
+    grep -m 3 -vxFf "$found/sums" "$work/$1.sums"
     cmp "$work/$1/tree/vorn-kernel/zImage" "$found/kernel/zImage"
     cmp "$work/$1/tree/vorn-uboot/u-boot.bin" "$found/boot"
 } 2>&1
@@ -180,7 +182,7 @@ look() {
     # A run that has been started and not recorded has left a mix of both.
     [[ -z $wrong || $version$flag == V11 ]] ||
         fault "$what: version $version, flag '$flag', but not of it: $wrong"
-    ((damaged < 2)) || fault "$what: damaged: $(grep -vxFf "$work/sums" "$found/sums" | head -n 5)"
+    ((damaged < 2)) || fault "$what: damaged: $(grep -m 5 -vxFf "$work/sums" "$found/sums")"
     ((reported == 0)) || [[ $version$flag == V22 ]] || fault "$what, reported: $version, flag $flag"
     mcopy -i "$disk/usb" '::*.ubck' "$found" 2>/dev/null
     file=$(compgen -G "$found/*.ubck")
@@ -229,6 +231,12 @@ make_disk() {
         tree_sums $version >$version.sums
     done
     cat V1.sums V2.sums >sums
+    # So slow that the kernel writes its file, whose file system commits each second, and nothing else.
+    cat >sysconfig <<'TOOL'
+#!/bin/sh
+sed -i "s/^$2=.*/$2=$3/" /etc/sysconfig/device.conf && sleep 1.2
+TOOL
+    chmod 755 sysconfig
     sed s/V1/V0/ V1.conf >"$device/etc/sysconfig/device.conf"
     mkdir disk
     for i in "${!parts[@]}"; do truncate -s $((sizes[i] * 512)) "disk/${parts[i]}"; done
@@ -244,7 +252,7 @@ make_disk() {
 
 # cut_runs FIRST: every second cut of all.
 cut_runs() {
-    local cut disk moment reported dir=$work/cuts$1
+    local cut disk moment reported dir=$work/cuts$1 bare=${1#0}
     mkdir "$dir"
     RANDOM=$((seed + $1))
     for ((cut = $1; cut < cuts; cut += 2)); do
@@ -265,15 +273,16 @@ cut_runs() {
     done
 }
 
-# replay LOG: the log has a sector that says how many entries there are, and then for each entry a
-# sector with its target, length in sectors and flags, and its data.
+# replay LOG STATES: the log has a sector that says how many entries there are, and then for each
+# entry a sector with its target, length in sectors and flags, and its data.
 replay() {
-    local log count i part how reported=0 state=$work/state sector length flags
+    local log count i part how reported=0 states=$2 state=$work/state sector length flags
     exec {log}<"$1"
     read -r _ _ count _ < <(od -An -v -w32 -t u8 -N 512 <&"$log")
-    mv "$work/disk" "$state"
+    rm -rf "$state"
+    cp -r --sparse=always "$work/disk" "$state"
     ((states < count)) || states=$count
-    looked=$states
+    looked=$((looked + states))
     for ((i = 0; i < count; i++)); do
         read -r sector length flags _ < <(od -An -v -w32 -t u8 -N 512 <&"$log")
         for ((part = 0; part < 3 && sector >= sizes[part]; part++)); do sector=$((sector - sizes[part])); done
@@ -303,6 +312,8 @@ tally() {
 cuts=${1:-20}
 states=${2:-300}
 seed=${3:-$RANDOM}
+looked=0
+bare=''
 RANDOM=$seed
 echo "seed $seed"
 for tool in linux.uml dmsetup modprobe mke2fs debugfs mformat; do
@@ -324,10 +335,14 @@ cut_runs 0 &
 cut_runs 1 &
 wait
 tally "$cuts cuts" $((cuts * 2))
-cp -r --sparse=always disk logged
-truncate -s 1G log
-run_through 'the logged run' logged V2,backup log
-replay log
+for bare in '' 1; do
+    rm -rf logged
+    : >log
+    cp -r --sparse=always disk logged
+    truncate -s 1G log
+    run_through 'the logged run' logged V2,backup log
+    replay log $(((states + 1) / 2))
+done
 tally "$looked states" "$looked"
 [[ ! -s faults ]] || exit 1
 echo 'all well'
