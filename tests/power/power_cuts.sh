@@ -231,10 +231,11 @@ make_disk() {
         tree_sums $version >$version.sums
     done
     cat V1.sums V2.sums >sums
-    # So slow that the kernel writes its file, whose file system commits each second, and nothing else.
+    # So slow that the kernel writes its file, but not yet those of file systems that commit later.
     cat >sysconfig <<'TOOL'
 #!/bin/sh
 sed -i "s/^$2=.*/$2=$3/" /etc/sysconfig/device.conf && sleep 1.2
+echo 'sysconfig: done' && sleep 0.2
 TOOL
     chmod 755 sysconfig
     sed s/V1/V0/ V1.conf >"$device/etc/sysconfig/device.conf"
@@ -252,16 +253,17 @@ TOOL
 
 # cut_runs FIRST: every second cut of all.
 cut_runs() {
-    local cut disk moment reported dir=$work/cuts$1 bare=${1#0}
+    local cut disk moment reported dir=$work/cuts$1 bare
     mkdir "$dir"
     RANDOM=$((seed + $1))
     for ((cut = $1; cut < cuts; cut += 2)); do
         disk=$dir/disk
         cp -r --sparse=always "$work/disk" "$disk"
         reported=0
+        bare=$((cut & 2)) bare=${bare#0} # both have as many of the slow ones
         case $((RANDOM % 4)) in
             0 | 1) moment="(num-$((RANDOM % entries)))" ;;
-            2) moment='update successful' ;;
+            2) moment=${bare:+sysconfig: done} moment=${moment:-update successful} ;;
             3) moment='V2 ended with 0' reported=1 ;;
         esac
         start "$disk" V2
