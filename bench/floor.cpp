@@ -1,9 +1,11 @@
 // floor: the least that building or applying an image takes: the same calls that move data, the
-// same shell commands, and nothing that is looked at, logged or told to anyone.
+// same shell commands, the two lines that every applied entry has to write, and nothing else that
+// is looked at, logged or told to anyone.
 //
 // Usage: floor build DIR IMAGE | floor apply IMAGE DIR COMMANDS | floor commands COMMANDS
-// COMMANDS is a file of shell commands, one a line, which are run by the same means as in the
-// update tool. The image of a build can be applied here, not by the update tool.
+// COMMANDS is a file of the shell commands of a run, one a line, in its order: those up to the one
+// that makes a missing directory are run when it is missed, one behind each link, the others at the
+// end. The image of a build can be applied here, not by the update tool.
 #include "update_header.h"
 
 #include <arpa/inet.h>
@@ -16,6 +18,7 @@
 #include <libdeflate.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 static constexpr int DESCRIPTORS = 64; // that the walk may have open
@@ -90,57 +93,111 @@ static int build(const char *dir, const char *image)
     return 0;
 }
 
+static FILE *open_commands(const char *path)
+{
+    FILE *const commands = fopen(path, "re");
+    if (commands == nullptr)
+        fail(path);
+    return commands;
+}
+
+// Returns whether there was one.
+static bool run_next(FILE *commands)
+{
+    static char *line = nullptr;
+    static size_t size = 0;
+    const ssize_t len = getline(&line, &size, commands);
+    if (len <= 0)
+        return false;
+    if (line[len - 1] == '\n')
+        line[len - 1] = '\0';
+    if (system(line) != 0) {
+        fprintf(stderr, "failed: %s\n", line);
+        exit(1);
+    }
+    return true;
+}
+
 static int run_commands(const char *path)
 {
-    FILE *const file = fopen(path, "re");
-    if (file == nullptr)
-        fail(path);
-    char *line = nullptr;
-    size_t size = 0;
-    ssize_t len;
-    while ((len = getline(&line, &size, file)) > 0) {
-        if (line[len - 1] == '\n')
-            line[len - 1] = '\0';
-        if (system(line) != 0) {
-            fprintf(stderr, "failed: %s\n", line);
-            return 1;
-        }
-    }
-    free(line);
-    fclose(file);
+    FILE *const commands = open_commands(path);
+    while (run_next(commands))
+        ;
+    fclose(commands);
     return 0;
 }
 
-static int apply(const char *image, const char *dir, const char *commands)
+static void make_missing(const char *directory, FILE *commands)
 {
-    const int status = run_commands(commands);
+    while (access(directory, F_OK) != 0)
+        if (!run_next(commands))
+            fail(directory);
+}
+
+// As in the update tool: one write to standard error, one message to the log.
+static void announce(int number, const char *path, int type, int size)
+{
+    dprintf(STDERR_FILENO, "(num-%d)%s type(%d), size(%d)\n", number, path, type, size);
+    syslog(LOG_INFO, "%08x %s: (num-%d)%s type(%d), size(%d)", 0, "do_update", number, path, type,
+           size);
+}
+
+static void write_file(const char *path, const char *data, size_t size)
+{
+    unlink(path);
+    const int fd = open(path, O_WRONLY | O_CREAT, 0755);
+    if (fd < 0)
+        fail(path);
+    if (size > 0)
+        write_whole(fd, data, size, path);
+    close(fd);
+}
+
+// Unpacks the entry `name` of the directory `path`, which ends at `top`. Returns its end.
+static const char *apply_entry(int number, const char *name, char *path, char *top, FILE *commands)
+{
+    const char *data = strchr(name, '\0') + 1;
+    const char type = *data++;
+    uint32_t size;
+    memcpy(&size, data, sizeof size);
+    size = ntohl(size);
+    data += sizeof size;
+
+    stpcpy(top, name);
+    char *const divider = type == ENTRY_LINK ? strrchr(top, ';') : nullptr;
+    if (divider != nullptr)
+        *divider = '\0';
+    char *const slash = strrchr(path, '/');
+    *slash = '\0';
+    make_missing(path, commands);
+    *slash = '/';
+    announce(number, path, type, static_cast<int>(size));
+    write_file(path, data, size); // an empty one in the place of a link, too
+    if (type == ENTRY_LINK)
+        run_next(commands);
+    return data + size;
+}
+
+static int apply(const char *image, const char *dir, const char *commands_path)
+{
+    FILE *const commands = open_commands(commands_path);
     const int fd = open(image, O_RDONLY);
     struct stat st;
     if (fd < 0 || fstat(fd, &st) != 0)
         fail(image);
     const size_t size = static_cast<size_t>(st.st_size);
     const char *const data = static_cast<const char *>(map(fd, size, image));
-    if (chdir(dir) != 0)
-        fail(dir);
-    for (size_t at = sizeof(update_header_t); at < size;) {
-        const char *const name = data + at;
-        at += strlen(name) + 1;
-        const char type = data[at];
-        uint32_t data_size;
-        memcpy(&data_size, data + at + 1, sizeof data_size);
-        data_size = ntohl(data_size);
-        at += 1 + sizeof data_size;
-        if (type != ENTRY_LINK) {
-            const int out = open(name, O_WRONLY | O_CREAT, 0755);
-            if (out < 0)
-                fail(name);
-            write_whole(out, data + at, data_size, name);
-            close(out);
-        }
-        at += data_size;
-    }
+    char path[2 * PATH_MAX];
+    char *const top = stpcpy(stpcpy(path, dir), "/");
+    openlog("imgdeploy", LOG_PID, LOG_DAEMON);
+    int number = 0;
+    for (const char *at = data + sizeof(update_header_t); at < data + size;)
+        at = apply_entry(number++, at, path, top, commands);
+    while (run_next(commands))
+        ;
     munmap(const_cast<char *>(data), size);
-    return status;
+    fclose(commands);
+    return 0;
 }
 
 int main(int argc, char **argv)

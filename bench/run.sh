@@ -5,9 +5,10 @@
 # usage: bench/run.sh [--quick] [--against REVISION]
 #
 # All take turns. A row shows the median of the rounds of img_deploy, and of its ratio in each round
-# to the floor and to the others; processor time and a tmpfs, if nothing else is said. Apply runs go
-# through every directory of the sandbox in search of a target directory that is not there, which the
-# floor does not; "less search" leaves out what bench/search_bench takes for that in the same round.
+# to the floor, with its target, and to the others; processor time and a tmpfs, if nothing else is
+# said. Apply runs go through every directory of the sandbox in search of a target directory that is
+# not there, which the floor does not: "less search", which has the target, leaves out what
+# bench/search_bench takes for that in the same round.
 # On the medium, ext4 on a file of build/bench, an image is applied that nothing of is in memory: the
 # time that passes up to the end of the sync, less what the shell commands take by themselves, and of
 # an image that tells its place, as a search would read every directory from the disk.
@@ -69,13 +70,15 @@ ratio() {
     paste -d' ' "results/$2" "results/$3" | awk -v c="$1" '{ print $c / $(c + 4) }' | quartiles
 }
 
-# TEXT FIGURE LOW VALUE HIGH TARGET [OTHERS]: adds a row.
+# TEXT FIGURE LOW VALUE HIGH TARGET [OTHERS]: adds a row; the target may be "none".
 row() {
     awk -v low="$3" -v value="$4" -v high="$5" -v target="$6" -v others="${7:-}" \
-        -v head="$(printf '%-30s %10s' "$1" "$2")" 'BEGIN {
-            verdict = value <= target ? "PASS" : "MISS"
-            printf "%s %8.2f %7.2f  %s%s  %s\n", head, value, target, verdict,
-                low <= target && target < high ? "?" : " ", others }' >>"$table"
+        -v head="$(printf '%-42s %8s' "$1" "$2")" 'BEGIN {
+            verdict = value <= target + 0 ? "PASS" : "MISS"
+            verdict = sprintf("(target %.2f) %s%s", target, verdict,
+                low <= target + 0 && target + 0 < high ? "?" : "")
+            printf "%s %6.2f %-20s %s\n", head, value, target == "none" ? "" : verdict, others
+        }' >>"$table"
 }
 
 # COLUMN TEXT TARGET OURS FLOOR [PEER]...: adds a row of ratios.
@@ -93,7 +96,7 @@ compare() {
 
 # --- the search: of the machine itself, as it changes nothing, and of a tree in the sandbox ---
 
-# DIR WORDS
+# DIR WORDS TARGET
 bench_search_in() {
     local round
     echo "search: $2" >&2
@@ -104,7 +107,7 @@ bench_search_in() {
         measured find sh -c "find '$1' -type d || :" # it complains of processes that end
         [[ -z $against ]] || measured "$against" "$against_bin/bench/search_bench" "$1"
     done
-    compare 2 "search $2" 0.2 search find
+    compare 2 "search $2, to find" "$3" search find
     [[ -z $against ]] || compare 2 "search $2, to $against" 0.5 search "$against"
     measured memory -a "$bin/bench/search_bench" "$1"
     memory "search $2, anonymous MiB"
@@ -132,7 +135,7 @@ build_revision() {
 bench_directories() {
     mkdir directories
     (cd directories && printf '%s\0' d{0..99}/d{0..99}/d{0..8} | xargs -0 mkdir -p)
-    bench_search_in "$work/directories" '100,000 directories'
+    bench_search_in "$work/directories" '100,000 directories' 0.25
     rm -r directories
 }
 
@@ -168,7 +171,14 @@ clear_target() {
     rm -rf "${target:?}"/* /usr/local/upgdflag
 }
 
-# Applies once with a shell that takes down what it is told to do, and looks at the outcome.
+# WHO COMMAND...: runs the command, and looks at the tree that it has applied.
+applied_well() {
+    "${@:2}" >output 2>&1 || { cat output >&2; die "$1 failed to apply"; }
+    diff -r --no-dereference laid_out "$target/no-such-name" >&2 || die "$1 applied another tree"
+}
+
+# Applies once with a shell that takes down what it is told to do, and looks at the outcome; the
+# floor has to come to the same.
 observe_commands() {
     cp -L /bin/sh shell
     # shellcheck disable=SC2016 # the shell that is written expands them
@@ -178,9 +188,10 @@ observe_commands() {
     rm -f commands
     clear_target
     mount --bind observer /bin/sh
-    "$img_deploy" -u out.img -m 2 >output 2>&1 || { cat output; die "the apply run failed"; } >&2
+    applied_well img_deploy "$img_deploy" -u out.img -m 2
     umount /bin/sh
-    diff -r --no-dereference laid_out "$target/no-such-name" || die 'the applied tree differs'
+    clear_target
+    applied_well 'the floor' "$bin/bench/floor" apply out.img "$target" commands
 }
 
 apply_rounds() {
@@ -206,9 +217,9 @@ bench_tree() {
     build_rounds
     compare 2 "build $1" 1.10 ours floor tar+cksum zip mksquashfs
     apply_rounds
-    compare 2 "apply $1, $(wc -l <commands) commands" 1.15 ours floor tar
+    compare 2 "apply $1, $(wc -l <commands) commands" none ours floor tar
     subtract ours search less_search
-    compare 2 'less search' 1.15 less_search floor tar
+    compare 2 "apply $1, less search" 1.15 less_search floor tar
 }
 
 # Of what the tree before it has left.
@@ -273,7 +284,7 @@ bench_medium() {
         measured tar+sync sh -c "tar -xf out.tar -C $target && sync"
     done
     subtract all commands ours "$wait_s"
-    compare 1 "apply $2, medium, elapsed" 1.1 ours tar+sync
+    compare 1 "apply $2, medium, elapsed, to tar+sync" 1.1 ours tar+sync
     cd "$work"
     umount "$target" /mnt/medium /mnt/proc
 }
@@ -307,7 +318,7 @@ inside() {
     fi
     echo
     "$bin/bench/crc_bench"
-    printf '\n%-30s %10s %8s %7s\n' "median of $rounds rounds" 'ours, ms' ratio target
+    printf '\n%-42s %8s %6s\n' "median of $rounds rounds" 'ours, ms' ratio
     cat "$table"
 }
 
@@ -335,7 +346,7 @@ against_bin=''
 cd "$bin"
 table=$bin/table
 : >"$table"
-bench_search_in / 'the whole of /'
+bench_search_in / 'the whole of /' 0.35
 medium=-
 if ((EUID == 0)); then
     rm -f "$bin/medium"
