@@ -126,16 +126,19 @@ static void keep_name(search *s, const char *name)
 // Looks at one name of the listing. Returns whether it is a hit, with the path in front of it in
 // `devpath`: in front of the first place where the name stands, which may be ahead of the last
 // component. The listing tells the type on most file systems, which spares a system call for each
-// of many thousand files.
+// of many thousand files, and for each directory that neither is a hit nor may be left out.
 static bool look_at(search *s, level *here, const char *name, unsigned char type)
 {
     struct arena *const ap = s->ap;
-    if ((type != DT_DIR && type != DT_UNKNOWN) || strcmp(name, ".") == 0 || strcmp(name, "..") == 0)
+    if ((type != DT_DIR && type != DT_UNKNOWN) || strcmp(name, ".") == 0 ||
+        strcmp(name, "..") == 0 ||
+        !bounded_copy(ap->devpath + here->place.len, here->place.rem + 1, name))
         return false;
-    if (!bounded_copy(ap->devpath + here->place.len, here->place.rem + 1, name) ||
-        fstatat(here->fd, name, &ap->st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(ap->st.st_mode))
+    const bool hit = strncmp(name, s->dirname, s->dirname_len) == 0;
+    if ((hit || here->counted || type != DT_DIR) &&
+        (fstatat(here->fd, name, &ap->st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(ap->st.st_mode)))
         return false;
-    if (strncmp(name, s->dirname, s->dirname_len) == 0) {
+    if (hit) {
         *strstr(ap->devpath, name) = '\0';
         return true;
     }
