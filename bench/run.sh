@@ -6,12 +6,10 @@
 #
 # All take turns. A row shows the median of the rounds of img_deploy, and of its ratio in each round
 # to the floor, with its target, and to the others; processor time and a tmpfs, if nothing else is
-# said. Apply runs go through every directory of the sandbox in search of a target directory that is
-# not there, which the floor does not: "less search", which has the target, leaves out what
-# bench/search_bench takes for that in the same round.
+# said. The floor searches for no target directory, so the images that are applied tell their place,
+# and the search is measured by itself.
 # On the medium, ext4 on a file of build/bench, an image is applied that nothing of is in memory: the
-# time that passes up to the end of the sync, less what the shell commands take by themselves, and of
-# an image that tells its place, as a search would read every directory from the disk.
+# time that passes up to the end of the sync, less what the shell commands take by themselves.
 # With --against, the search of that revision is measured as well.
 #
 # A missed target is shown as MISS and is no failure; a "?" says that the middle half of the rounds
@@ -52,11 +50,11 @@ measured() {
     exit 1
 }
 
-# FROM LESS NAME [SECONDS]: makes new results of the differences, and of the time that passed the
+# FROM LESS NAME SECONDS: makes new results of the differences, and of the time that passed the
 # seconds are taken as well.
 subtract() {
     paste -d' ' "results/$1" "results/$2" |
-        awk -v s="${4:-0}" '{ print $1 - $5 - s, $2 - $6, $3 - $7, 0 }' >"results/$3"
+        awk -v s="$4" '{ print $1 - $5 - s, $2 - $6, $3 - $7, 0 }' >"results/$3"
 }
 
 # Of the numbers on its input: the first quartile, the median and the third.
@@ -70,15 +68,13 @@ ratio() {
     paste -d' ' "results/$2" "results/$3" | awk -v c="$1" '{ print $c / $(c + 4) }' | quartiles
 }
 
-# TEXT FIGURE LOW VALUE HIGH TARGET [OTHERS]: adds a row; the target may be "none".
+# TEXT FIGURE LOW VALUE HIGH TARGET [OTHERS]: adds a row.
 row() {
     awk -v low="$3" -v value="$4" -v high="$5" -v target="$6" -v others="${7:-}" \
-        -v head="$(printf '%-42s %8s' "$1" "$2")" 'BEGIN {
-            verdict = value <= target + 0 ? "PASS" : "MISS"
-            verdict = sprintf("(target %.2f) %s%s", target, verdict,
-                low <= target + 0 && target + 0 < high ? "?" : "")
-            printf "%s %6.2f %-20s %s\n", head, value, target == "none" ? "" : verdict, others
-        }' >>"$table"
+        -v head="$(printf '%-46s %8s' "$1" "$2")" 'BEGIN {
+            verdict = value <= target ? "PASS" : "MISS"
+            printf "%s %6.2f (target %.2f) %s%s  %s\n", head, value, target, verdict,
+                low <= target && target < high ? "?" : " ", others }' >>"$table"
 }
 
 # COLUMN TEXT TARGET OURS FLOOR [PEER]...: adds a row of ratios.
@@ -205,8 +201,6 @@ apply_rounds() {
         measured floor "$bin/bench/floor" apply out.img "$target" commands
         clear_target
         measured tar tar -xf out.tar -C "$target"
-        clear_target
-        measured search "$bin/bench/search_bench" /
     done
 }
 
@@ -216,10 +210,9 @@ bench_tree() {
     lay_out "${@:2}"
     build_rounds
     compare 2 "build $1" 1.10 ours floor tar+cksum zip mksquashfs
+    build_ours 3 "$target"
     apply_rounds
-    compare 2 "apply $1, $(wc -l <commands) commands" none ours floor tar
-    subtract ours search less_search
-    compare 2 "apply $1, less search" 1.15 less_search floor tar
+    compare 2 "apply $1, less search, $(wc -l <commands) commands" 1.15 ours floor tar
 }
 
 # Of what the tree before it has left.
@@ -243,7 +236,7 @@ bench_scaling() {
         echo "scaling: $count $1" >&2
         lay_out $count 4096 4096 1 "${2/all/$count}" 0
         forget_results
-        for ((line = 0; line < rounds; line++)); do build_ours 3 /opt/upgddir; done # not searched for
+        for ((line = 0; line < rounds; line++)); do build_ours 3 "$target"; done
         echo "$count $(cut -d' ' -f2 results/ours | quartiles)" >>build.points
         forget_results
         for ((line = 0; line < rounds; line++)); do
@@ -260,13 +253,10 @@ bench_scaling() {
     done
 }
 
-# Of the tree before it as well. `$1` is the device of the medium.
+# Of the image, and with the commands, of the tree before it. `$1` is the device of the medium.
 bench_medium() {
     local round
     echo 'medium' >&2
-    forget_results
-    build_ours 3 "$target"
-    observe_commands
     mkdir -p /mnt/medium /mnt/proc
     mount -t proc proc /mnt/proc # the sandbox's own is not to be written to
     mount "$1" /mnt/medium
@@ -318,7 +308,7 @@ inside() {
     fi
     echo
     "$bin/bench/crc_bench"
-    printf '\n%-42s %8s %6s\n' "median of $rounds rounds" 'ours, ms' ratio
+    printf '\n%-46s %8s %6s\n' "median of $rounds rounds" 'ours, ms' ratio
     cat "$table"
 }
 
