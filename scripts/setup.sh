@@ -27,5 +27,6 @@ as_root=()
 export DEBIAN_FRONTEND=noninteractive
 step="install ${missing[*]}"
 printf '%s\n' "$step"
-"${as_root[@]}" apt-get update -qq
+# A mirror that is out of step for some other list need not keep the packages away.
+"${as_root[@]}" apt-get update -qq || :
 "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -72,7 +72,7 @@ static int take_entry(update_run *run, entry_walk *walk, image_entry *entry, ent
 static int make_way(const char *path)
 {
     struct stat st;
-    if (unlink(path) == 0 || lstat(path, &st) != 0)
+    if (unlink(path) == 0 || errno == ENOENT || lstat(path, &st) != 0)
         return 0;
     // That it is a directory is told when it can't be opened for writing.
     if (!S_ISREG(st.st_mode))
