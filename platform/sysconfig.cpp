@@ -10,12 +10,13 @@ static constexpr int STATUS_BAD_CALL = 2;
 
 static void print_usage(FILE *out)
 {
-    fputs("Usage: sysconfig set KEY VALUE   give KEY the value VALUE\n"
-          "       sysconfig get KEY         print the value of KEY\n"
-          "       sysconfig list            print all lines KEY=VALUE\n"
-          "       sysconfig --help          print this text\n"
-          "       sysconfig --version       print the version of the program\n"
-          "A KEY has letters, digits, '_', '.' and '-'; a VALUE has no line feed.\n",
+    fputs("Usage: sysconfig set KEY WORD...   give KEY the words, a blank between them, as its "
+          "value\n"
+          "       sysconfig get KEY           print the value of KEY\n"
+          "       sysconfig list              print all lines KEY=VALUE\n"
+          "       sysconfig --help            print this text\n"
+          "       sysconfig --version         print the version of the program\n"
+          "A KEY has letters, digits, '_', '.' and '-'; a value has no line feed.\n",
           out);
 }
 
@@ -25,8 +26,16 @@ static int fail(const char *subject, const char *reason)
     return STATUS_FAILED;
 }
 
-static int set_value(const char *key, const char *value)
+// The words up to a null are the value; one that does not fit is refused as it would be whole.
+static int set_value(const char *key, char **words)
 {
+    char value[CONFIGURATION_VALUE_SIZE + 1] = "";
+    size_t len = 0;
+    for (char **word = words; *word != nullptr && len < sizeof value; word++) {
+        const int added =
+            snprintf(value + len, sizeof value - len, word == words ? "%s" : " %s", *word);
+        len += static_cast<size_t>(added);
+    }
     const int result = configuration_set(CONFIGURATION_PATH, key, value);
     return result == 0 ? EXIT_SUCCESS : fail(key, strerror(-result));
 }
@@ -52,8 +61,8 @@ static int list_values()
 static int run(int argc, char **argv)
 {
     const char *const command = argc > 1 ? argv[1] : "";
-    if (argc == 4 && strcmp(command, "set") == 0)
-        return set_value(argv[2], argv[3]);
+    if (argc >= 4 && strcmp(command, "set") == 0)
+        return set_value(argv[2], argv + 3);
     if (argc == 3 && strcmp(command, "get") == 0)
         return get_value(argv[2]);
     if (argc == 2 && strcmp(command, "list") == 0)

@@ -34,9 +34,9 @@ for k/readme k/zImage => update_LinuxFile 5 @  --> run  /bin/mkdir -p /mntker | 
 $ ls /mntker/zImage; rm /mntker/zImage; mkdir /mntker/zImage ;; update_LinuxFile 5 k/zImage  --> /mntker/zImage
     run /bin/cp k/zImage /mntker/ -rf | = 0 and 2
 == the version: the field and no more, and none that a command would take apart (show ^run sys|^log: version)
-image a version=v{64} -- ;; update_fw_version a ;; for "V1;x" "-2  of 5" => image b "version=@" -- ;; do_update b 2 /b
-    run sysconfig set fw_version v{64} | = 0 | log: version <V1;x> has no place in a command: not recorded | = 0
-    run sysconfig set fw_version -2  of 5 | = 0
+image a version=v{64} -- ;; update_fw_version a ;; for "V1;x" "-2  of 5" => image b "version=@" -- ;; do_update b 2 /b ;; $ sysconfig get fw_version || :
+    run sysconfig set fw_version v{64} | = 0 | log: version <V1;x> has no place in a command: not recorded | = 0 | v{64}
+    run sysconfig set fw_version -2  of 5 | = 0 | -2 of 5
 == the target search: direct subdirectories first, by their beginnings, through no link; none is read that counts none below it (show none)
 $ mkdir -p t/alpha/deep/nand t/bravo/.conf t/bravo/bin t/zulu t/bravo/usrlocal c/nand c/zz/nand c/nand/nand x/branchx/branch e/one
 $ touch t/nandfile; ln -s ../t/zulu t/nandlink; ln -s .. t/zulu/loop

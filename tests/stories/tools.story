@@ -37,7 +37,7 @@ $ rm -r /var/log; touch /var/log; img_deploy -c ./tree o.img | grep -c ':: '; rm
 $ sysconfig get a; sysconfig set a V1.0; sysconfig set device_name 'unit = 7'; sysconfig get a; sysconfig list; sysconfig get a >/dev/full
     sysconfig: a: unknown key | V1.0 | a=V1.0 | device_name=unit = 7
     sysconfig: standard output: No space left on device | status 1
-$ for a in '' 'set a' 'set a b c' get 'get a b' 'list a' frob; do sysconfig $a 2>err; echo $? $(head -c 6 err); done
+$ for a in '' 'set a' 'set' get 'get a b' 'list a' frob; do sysconfig $a 2>err; echo $? $(head -c 6 err); done
     2 Usage: | 2 Usage: | 2 Usage: | 2 Usage: | 2 Usage: | 2 Usage: | 2 Usage:
 == img_info
 $ img_info u.img | grep -E 'Version|link|boot'; img_info --json u.img | grep -c '"type":'; img_info --verify u.img; img_info --verify - <u.img; yes | timeout 60 img_info -

@@ -5,30 +5,32 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+static constexpr int LINKS_MAX = 40; // that Linux follows in one path
+
 static bool same_file(const struct stat *a, const struct stat *b)
 {
     return a->st_dev == b->st_dev && a->st_ino == b->st_ino;
 }
 
-// Whether the directory `path` is the working directory, which is the base directory, or lies below
-// it: goes up from it to the root, which is its own parent.
-static bool lies_below(const char *path)
+// Whether the directory `path` is one of `tops` or lies below one: goes up from it to the root,
+// which is its own parent.
+static bool lies_below(const char *path, const struct stat (&tops)[2])
 {
-    char up[PATH_SIZE];
-    struct stat top;
+    char up[PATH_MAX];
     struct stat st;
     struct stat child = {};
     size_t len = strlen(path);
-    if (stat(".", &top) != 0 || !bounded_copy(up, sizeof up, path))
+    if (!bounded_copy(up, sizeof up, path))
         return false;
     for (; stat(up, &st) == 0 && !same_file(&st, &child); child = st) {
-        if (same_file(&st, &top))
+        if (same_file(&st, &tops[0]) || same_file(&st, &tops[1]))
             return true;
         if (len + sizeof "/.." > sizeof up)
             return false;
@@ -38,14 +40,42 @@ static bool lies_below(const char *path)
     return false;
 }
 
-static bool is_made_link(const base_directory *base, const char *path)
+static bool is_made(const base_directory *base, const struct stat *st)
+{
+    for (size_t i = 0; i < base->link_count; i++)
+        if (base->links[i].device == st->st_dev && base->links[i].inode == st->st_ino)
+            return true;
+    return false;
+}
+
+// Whether the link at `path`, whose last component begins at `start`, is one of this run or leads
+// through one. No lookup passes more than the `*left` links that the system allows.
+static bool leads_through_made(const base_directory *base, const char *path, size_t start,
+                               int *left)
 {
     struct stat st;
     if (lstat(path, &st) != 0 || !S_ISLNK(st.st_mode))
         return false;
-    for (size_t i = 0; i < base->link_count; i++)
-        if (base->links[i].device == st.st_dev && base->links[i].inode == st.st_ino)
+    char way[PATH_MAX];
+    char step[PATH_MAX];
+    const ssize_t len = readlink(path, step, sizeof step);
+    if (is_made(base, &st) || (*left)-- == 0 || len <= 0)
+        return true;
+    if (step[0] == '/')
+        start = 0;
+    if (start + static_cast<size_t>(len) >= sizeof way)
+        return true;
+    memcpy(way, path, start);
+    memcpy(way + start, step, static_cast<size_t>(len));
+    way[start + static_cast<size_t>(len)] = '\0';
+    for (size_t at = start; way[at] != '\0';) {
+        const size_t from = at + strspn(way + at, "/");
+        at = from + strcspn(way + from, "/");
+        memcpy(step, way, at);
+        step[at] = '\0';
+        if (leads_through_made(base, step, from, left))
             return true;
+    }
     return false;
 }
 
@@ -57,20 +87,31 @@ static bool is_known_parent(const base_directory *base, const char *parent)
 
 bool stays_below(const base_directory *base, const char *parent)
 {
-    if (base->link_count == 0 || is_known_parent(base, parent))
+    if (is_known_parent(base, parent) || (base->link_count == 0 && strstr(parent, "..") == nullptr))
         return true;
     char path[PATH_SIZE];
+    // The base directory, and what the device's own links lead to in its place.
+    struct stat tops[2];
+    if (stat(".", &tops[0]) != 0)
+        return false;
+    tops[1] = tops[0];
     bool through_link = false;
     for (size_t at = std::min(strlen(base->path), strlen(parent)); parent[at] != '\0';) {
         const size_t start = at + strspn(parent + at, "/");
         at = start + strcspn(parent + start, "/");
         memcpy(path, parent, at);
         path[at] = '\0';
-        const bool link = is_made_link(base, path);
-        through_link = through_link || link;
-        // Behind a link ".." leads elsewhere than the name says.
-        const bool up = through_link && strcmp(path + start, "..") == 0;
-        if ((link || up) && !lies_below(path))
+        // Behind a link ".." leads elsewhere than the name says, and a shell's cd goes.
+        if (through_link && strcmp(path + start, "..") == 0)
+            return false;
+        struct stat st;
+        if (lstat(path, &st) != 0 || !S_ISLNK(st.st_mode))
+            continue;
+        through_link = true;
+        int left = LINKS_MAX;
+        if (!leads_through_made(base, path, start, &left))
+            static_cast<void>(stat(path, &tops[1]));
+        else if (!lies_below(path, tops))
             return false;
     }
     return true;

@@ -27,8 +27,9 @@ struct base_directory {
     size_t system_count;
 };
 
-// Whether an entry in the directory `parent` stays below the base directory, as far as the links of
-// this run go: those that the device had before are its own and are followed.
+// Whether an entry in the directory `parent` stays below the base directory, which is the working
+// directory. Links that the device had before are its own and are followed; those of this run must
+// not lead out, and behind none of them ".." is taken.
 bool stays_below(const base_directory *base, const char *parent);
 
 // Remembers the file system of the directory `parent` ahead of the first write to it: a failure to
