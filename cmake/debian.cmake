@@ -51,7 +51,7 @@ if(CMAKE_CROSSCOMPILING)
   # The cross-compiler's libraries would be named after the packages that bring them to this machine.
   string(APPEND CPACK_DEBIAN_DEVICE_PACKAGE_DEPENDS
     ", libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 4.9)")
-  if(SODIUM_LIBRARY)
+  if(SIGNATURES)
     string(APPEND CPACK_DEBIAN_DEVICE_PACKAGE_DEPENDS ", libsodium23 (>= 1.0.18)")
   endif()
 else()

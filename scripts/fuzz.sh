@@ -18,7 +18,7 @@ for target in "${targets[@]}"; do
 done
 scripts/setup.sh --fuzz
 
-cmake -S . -B build/fuzz -G Ninja -DBUILD_FUZZERS=ON -DBUILD_TESTING=OFF -DCMAKE_BUILD_TYPE=Debug \
+cmake -S . -B build/fuzz -G Ninja -DBUILD_FUZZERS=ON -DSIGNATURES=ON -DBUILD_TESTING=OFF -DCMAKE_BUILD_TYPE=Debug \
     -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
     -DCMAKE_CXX_FLAGS="-O1 -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all" \
     >/dev/null

@@ -5,20 +5,20 @@ set -euo pipefail
 trap 'echo "setup.sh: line $LINENO failed with status $?, in the step: $step" >&2' ERR
 step='look for packages'
 
+native=$(dpkg --print-architecture)
 packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux dpkg-dev file pkgconf
     libsodium-dev)
 [[ ${1:-} != --test ]] || packages+=(lintian mandoc minisign python3-jsonschema)
-native=$(dpkg --print-architecture)
 [[ ${1:-},$native != --test,amd64 ]] || packages+=(user-mode-linux dmsetup kmod mtools)
 [[ ${1:-} != --lint ]] || packages+=(clang-format clang-tidy cppcheck mandoc shellcheck)
-[[ ${1:-} != --device ]] || packages+=(g++-arm-linux-gnueabihf googletest qemu-user)
+[[ ${1:-} != --device ]] || packages+=(g++-arm-linux-gnueabihf googletest qemu-user {libsodium-dev,libstdc++6}:armhf)
 [[ ${1:-} != --fuzz ]] || packages+=(clang libclang-rt-dev llvm)
 
 missing=()
 for package in "${packages[@]}"; do
-    # Another processor's may stand beside it.
+    # Another architecture's package has the same name.
     status=$(dpkg-query -W -f '${Architecture} ${Status};' "$package" 2>/dev/null || :)
-    [[ $status =~ ("$native"|all)' install ok installed' ]] || missing+=("$package")
+    [[ $status =~ (all|"$native"|"${package#*:}")' install ok installed' ]] || missing+=("$package")
 done
 ((${#missing[@]})) || exit 0
 
@@ -27,6 +27,7 @@ as_root=()
 export DEBIAN_FRONTEND=noninteractive
 step="install ${missing[*]}"
 printf '%s\n' "$step"
-# A mirror that is out of step for some other list need not keep the packages away.
-"${as_root[@]}" apt-get update -qq || :
+[[ ${missing[*]} != *:armhf* ]] || "${as_root[@]}" dpkg --add-architecture armhf
+# A list that can't be had, of one suite, is old; if it was needed, what follows fails.
+"${as_root[@]}" apt-get update -qq || echo 'some lists of packages are old' >&2
 "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -2,6 +2,7 @@
 #include "companions/img_info/img_info.h"
 #include "companions/compare/comparison.h"
 
+#include "companions/signature/check.h"
 #include "companions/text/shown_text.h"
 #include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/raw_io.h"
@@ -203,7 +204,7 @@ int main(int argc, char **argv)
             fputs(USAGE, stdout);
             return INFO_WELL;
         case 'V':
-            puts("img_info " PROGRAM_VERSION);
+            printf("img_info %s, %s\n", PROGRAM_VERSION, SIGNATURES);
             return INFO_WELL;
         default:
             bad_call();

@@ -10,6 +10,9 @@ struct image_hash {
     alignas(64) unsigned char state[384];
 };
 
+// What this build has of it, as `--version` tells it.
+extern const char SIGNATURES[];
+
 // Returns null, or in words why this build or this machine can check no signature. To be called
 // ahead of everything below.
 const char *check_impossible();

@@ -9,6 +9,8 @@ static_assert(alignof(image_hash) >= alignof(crypto_generichash_state), "as the 
 static_assert(sizeof(file_signature::of_image) == crypto_sign_BYTES, "a signature");
 static_assert(sizeof(public_key::bytes) == crypto_sign_PUBLICKEYBYTES, "a key");
 
+const char SIGNATURES[] = "with signatures";
+
 static crypto_generichash_state *state_of(image_hash *hash)
 {
     return reinterpret_cast<crypto_generichash_state *>(hash->state);

@@ -1,6 +1,8 @@
 // What a build without libsodium says in place of checking.
 #include "companions/signature/check.h"
 
+const char SIGNATURES[] = "without signatures";
+
 static constexpr char IMPOSSIBLE[] =
     "this build can't check signatures: it was made without libsodium";
 

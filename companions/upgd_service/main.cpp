@@ -1,4 +1,5 @@
 // upgd_service: the resident service in the small, driven from a shell.
+#include "companions/signature/check.h"
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/exit_status.h"
@@ -203,7 +204,7 @@ static int call_version(int argc, char ** /*argv*/)
 {
     if (argc != 2)
         return bad_call();
-    puts("upgd_service " PROGRAM_VERSION);
+    printf("upgd_service %s, %s\n", PROGRAM_VERSION, SIGNATURES);
     return SERVICE_WELL;
 }
 

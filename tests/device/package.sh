@@ -36,7 +36,10 @@ expect 'what lintian says' '0 ' "$status $(cat out)"
 
 # One version everywhere, also where it stands by hand.
 for program in "${programs[@]}"; do
-    expect 'version' "$program $PACKAGE_VERSION" "$("/usr/bin/$program" --version)"
+    expect 'version' "$program $PACKAGE_VERSION" "$("/usr/bin/$program" --version | cut -d , -f 1)"
+done
+for program in img_info upgd_service; do
+    expect 'what a package has' ' with signatures' "$("/usr/bin/$program" --version | cut -d , -f 2)"
 done
 expect 'version for compilers' "$PACKAGE_VERSION" "$(pkg-config --modversion img_deploy)"
 expect 'changelog of the version' 1 \

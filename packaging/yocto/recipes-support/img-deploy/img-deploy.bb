@@ -11,6 +11,10 @@ inherit cmake pkgconfig bash-completion externalsrc
 EXTERNALSRC = "${@os.path.normpath(d.getVar('THISDIR') + '/../../../..')}"
 PV = "${@__import__('re').search(r'project\(img_deploy VERSION ([0-9.]+)', open(d.getVar('EXTERNALSRC') + '/CMakeLists.txt').read()).group(1)}"
 
+# Signatures are checked by libsodium, which stands in meta-oe.
+PACKAGECONFIG ??= "signatures"
+PACKAGECONFIG[signatures] = "-DSIGNATURES=ON,-DSIGNATURES=OFF,libsodium"
+
 EXTRA_OECMAKE = "-DBUILD_TESTING=OFF -DCMAKE_BUILD_TYPE=Release"
 
 # The commands that an update runs are those of the image's base, BusyBox or others. The flashing
