@@ -37,7 +37,7 @@ fi
 
 root=$(realpath "$(dirname "$0")/..")
 cd "$root"
-cmake --preset release >/dev/null
+cmake --preset release -DBUILD_BENCHMARKS=ON >/dev/null
 cmake --build --preset release --target img_deploy img_info make_tree measure >/dev/null
 build=$root/build/release
 SANDBOX_PATH=$build/update/img_deploy:$build/companions/img_info:$build/bench \

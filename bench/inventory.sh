@@ -32,6 +32,6 @@ fi
 
 root=$(realpath "$(dirname "$0")/..")
 cd "$root"
-cmake --preset release >/dev/null
+cmake --preset release -DBUILD_BENCHMARKS=ON >/dev/null
 cmake --build --preset release --target inventory_bench >/dev/null
 SANDBOX_PATH=$root/build/release/bench tests/sandbox.sh "$BASH" "$root/bench/inventory.sh" --in-sandbox

@@ -119,9 +119,11 @@ build_revision() {
         mkdir -p "$against_bin/source"
         git -C "$root" archive "$against" | tar -x -C "$against_bin/source"
         cp "$root"/bench/{CMakeLists.txt,*.cpp} "$against_bin/source/bench"
-        # Its programs have their own way to link.
-        echo 'add_library(c_library_alone INTERFACE)' >>"$against_bin/source/update/CMakeLists.txt"
-        cmake -S "$against_bin/source" -B "$against_bin" -DCMAKE_BUILD_TYPE=Release
+        # An older one's programs have their own way to link.
+        grep -q c_library_alone "$against_bin/source/CMakeLists.txt" ||
+            echo 'add_library(c_library_alone INTERFACE)' >>"$against_bin/source/update/CMakeLists.txt"
+        cmake -S "$against_bin/source" -B "$against_bin" -DCMAKE_BUILD_TYPE=Release \
+            -DBUILD_BENCHMARKS=ON
     ) >&2
     cmake --build "$against_bin" -j "$(nproc)" --target search_bench >&2
 }
@@ -328,7 +330,8 @@ done
 for package in libdeflate-dev zip squashfs-tools; do
     dpkg -s "$package" >/dev/null 2>&1 || apt-get install -y -qq "$package" >&2
 done
-cmake -S "$root" -B "$bin" -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=ON >&2
+cmake -S "$root" -B "$bin" -DCMAKE_BUILD_TYPE=Release -DBUILD_BENCHMARKS=ON \
+    -DBUILD_TESTING=OFF >&2
 cmake --build "$bin" -j "$(nproc)" >&2 \
     --target img_deploy sysconfig crc_bench make_tree measure floor search_bench
 against_bin=''

@@ -2,7 +2,8 @@
 # Installs what is missing, builds the presets and runs all tests: with the address and
 # undefined-behaviour sanitizers, and as a release; the service in the small also with the thread
 # sanitizer.
-# Ends with CTest's closing lines; the status is 0 if all went well. With CI=true warnings are errors.
+# Ends with CTest's closing lines; the status is 0 if all went well. With CI=true warnings are errors,
+# and the benchmarks are built as well.
 # With --device builds for the board's processor instead, packages that, and runs the tests under
 # emulation.
 # Usage: scripts/test.sh [--device] [CTEST-OPTION...]
@@ -12,7 +13,7 @@ step='install what is missing'
 cd "$(dirname "$0")/.."
 
 options=()
-[[ ${CI:-} != true ]] || options=(-DCMAKE_COMPILE_WARNING_AS_ERROR=ON)
+[[ ${CI:-} != true ]] || options=(-DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DBUILD_BENCHMARKS=ON)
 status=0
 
 # build PRESET [TARGET...]
