@@ -13,6 +13,7 @@ step='install what is missing'
 cd "$(dirname "$0")/.."
 
 options=()
+# CMake knows the first from 3.24 on, and says so where it does not.
 [[ ${CI:-} != true ]] || options=(-DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DBUILD_BENCHMARKS=ON)
 status=0
 
