@@ -7,7 +7,8 @@ set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 set(cortex "-mcpu=cortex-a17 -mfpu=neon-vfpv4 -mfloat-abi=hard -Wno-psabi")
 set(CMAKE_C_FLAGS_INIT "${cortex}")
 set(CMAKE_CXX_FLAGS_INIT "${cortex}")
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/arm-linux-gnueabihf)
+# They are run with Debian's own libraries for it: those of the cross-compiler don't fit beside them.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm)
 
 # Debian's packages for the board put their libraries into the second.
 set(CMAKE_FIND_ROOT_PATH /usr/arm-linux-gnueabihf /usr/lib/arm-linux-gnueabihf)

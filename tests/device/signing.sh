@@ -49,17 +49,20 @@ if grep -q 'without libsodium' err; then
     exit
 fi
 
-# Every byte of the image, of the signature and of the key, another bit of each.
+# Every byte of the image, of the signature and of the key, another bit of each; some of them where
+# each run is emulated.
+step=1
+[[ $(command -v upgd_service) != */emulated/* ]] || step=7
 refused 'u.img.minisig: No such file or directory: nothing was touched; the image needs a good signature, '
 sign u.img "$signed"
 for file in u.img u.img.minisig $keys/maker.pub; do
     # shellcheck disable=SC2016 # the script's own variables
     timeout 250 perl -e '
-        my ($file) = @ARGV;
+        my ($file, $step) = @ARGV;
         sub slurp { local $/; open(my $f, "<", $_[0]) or die; <$f> // "" }
         sub put { open(my $f, ">", $_[0]) or die; print $f $_[1]; close $f }
         my $good = slurp($file);
-        for my $at (0 .. length($good) - 1) {
+        for (my $at = 0; $at < length($good); $at += $step) {
             my $bad = $good;
             substr($bad, $at, 1) ^= chr(1 << $at % 8);
             put($file, $bad);
@@ -67,7 +70,7 @@ for file in u.img u.img.minisig $keys/maker.pub; do
             print "$file, byte $at: status $status, ", slurp("err")
                 if $status != 256 || slurp("err") !~ /\Aupgd_service: [^\n]+\n\z/;
         }
-        put($file, $good);' "$file" >accepted
+        put($file, $good);' "$file" $step >accepted
     expect "altered bytes of $file that were let in" '0 ' "$? $(head -n 3 accepted)"
 done
 expect 'what they wrote' '' "$(find /opt -mindepth 1)"
