@@ -9,12 +9,6 @@
 #include <memory>
 #include <string>
 
-int LLVMFuzzerInitialize(int *, char ***)
-{
-    check(check_impossible() == nullptr, "the library is there");
-    return 0;
-}
-
 // A change of any bit gives another key or signature, or none: no byte is passed over.
 template <typename Record>
 static void change_each_byte(std::string text, const Record &taken,
@@ -43,6 +37,8 @@ static void take_statement(const char *comment)
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
+    static const char *const impossible = check_impossible();
+    check(impossible == nullptr, "the library is there");
     // Of exactly this size, so that a byte read behind it shows.
     const std::unique_ptr<char[]> text(new char[size]);
     memcpy(text.get(), data, size);

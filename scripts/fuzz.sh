@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds the fuzz targets and runs each that is named, or all, for SECONDS. What they have learnt
-# stays in build/fuzz/corpus, the inputs of findings in build/fuzz/artifacts. With 0 seconds the
-# seeds and some thousand inputs that are made from them are run, the same each time. Prints the
-# executions of each target; the status is 0 if nothing was found.
+# stays in build/fuzz/corpus, the inputs of findings in build/fuzz/artifacts; the seeds are only read.
+# With 0 seconds the seeds and some thousand inputs that are made from them are run, the same each
+# time. Prints the executions of each target; the status is 0 if nothing was found.
 # Usage: scripts/fuzz.sh SECONDS [image|label|inventory|signature]...
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -35,15 +35,16 @@ for target in "${targets[@]}"; do
     corpus=build/fuzz/corpus/$target
     options=(-print_final_stats=1 -close_fd_mask=3 -timeout=10 -rss_limit_mb=2048
         "-artifact_prefix=$PWD/build/fuzz/artifacts/$target-")
-    [[ ! -f fuzz/seeds/$target.dict ]] || options+=("-dict=fuzz/seeds/$target.dict")
+    [[ ! -f fuzz/$target.dict ]] || options+=("-dict=fuzz/$target.dict")
     if ((seconds)); then
-        mkdir -p "$corpus"
-        options+=("-max_total_time=$seconds" "$corpus")
+        options+=("-max_total_time=$seconds")
     else
+        corpus=$work/corpus/$target
         options+=(-runs=5000 -seed=1)
     fi
+    mkdir -p "$corpus"
     found=0
-    build/fuzz/fuzz/fuzz_"$target" "${options[@]}" "fuzz/seeds/$target" \
+    build/fuzz/fuzz/fuzz_"$target" "${options[@]}" "$corpus" "fuzz/seeds/$target" \
         >"$work/$target.log" 2>&1 || found=$?
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$work/$target.log")
     seeds=("fuzz/seeds/$target"/*)
