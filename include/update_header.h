@@ -23,7 +23,7 @@
 
 typedef struct tagupdate_header {
     uint32_t ih_magic;               /* IH_MAGIC */
-    uint32_t ih_crc;                 /* CRC-32 (IEEE 802.3) of the body */
+    uint32_t ih_crc;                 /* checksum of the body: CRC-32 (IEEE 802.3) */
     uint32_t ih_dirs;                /* directories walked below the top directory */
     uint32_t ih_size;                /* bytes of the whole file, header included */
     uint32_t ih_time;                /* build time, seconds since 1970-01-01 00:00:00 UTC */

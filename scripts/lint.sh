@@ -9,6 +9,7 @@ clang-format --dry-run -Werror "${sources[@]}"
 mapfile -t scripts < <(git grep -lE '^#!.*sh$' -- .)
 shellcheck -x "${scripts[@]}" completion/*
 mandoc -Tlint -Wwarning man/*
+scripts/check_architecture.sh
 cmake --preset release >/dev/null
 git ls-files 'platform/*.cpp' 'update/*.cpp' 'companions/*.cpp' |
     xargs -P "$(nproc)" -n 4 clang-tidy -p build/release --quiet 2>/dev/null
