@@ -15,17 +15,17 @@ constexpr size_t CONFIGURATION_VALUE_SIZE = 1024;
 
 // Copies the value of `key` to `value`, a buffer of `size` bytes. Returns 0 or a negative errno:
 // -ENOENT without the file or the key, -EINVAL for what is no key, -EOVERFLOW if it does not fit.
-int configuration_get(const char *path, const char *key, char *value, size_t size);
+[[nodiscard]] int configuration_get(const char *path, const char *key, char *value, size_t size);
 
 // Gives `key` the value, in its place or behind the last line, and keeps all other lines. All that
 // was written by anyone ahead of the call is on the medium before the value is. Makes the file's
 // directory if it is missing. Returns 0 or a negative errno. After an error the old file
 // stands, unless it was the very last step that failed: to have the disk confirm the new file's
 // name.
-int configuration_set(const char *path, const char *key, const char *value);
+[[nodiscard]] int configuration_set(const char *path, const char *key, const char *value);
 
 // Writes all `key=value` lines to `out`. Returns 0, or a negative errno if the file can't be read;
 // the caller looks after errors of `out`.
-int configuration_list(const char *path, FILE *out);
+[[nodiscard]] int configuration_list(const char *path, FILE *out);
 
 #endif

@@ -19,15 +19,15 @@ mailbox_path mailbox_of(aptid_t id);
 
 // Sends `size` bytes at `msg` as one datagram to the mailbox `path`, without waiting. Returns 0, or
 // a negative errno: -EMSGSIZE above MAILBOX_MESSAGE_MAX or what the kernel allows.
-int mailbox_send(const char *path, const void *msg, size_t size);
+[[nodiscard]] int mailbox_send(const char *path, const void *msg, size_t size);
 
 // Opens the mailbox `path` for receiving, with its directory, for this user alone; what a dead task
 // has left there makes way. Returns the socket, which blocks, or a negative errno: -EADDRINUSE if a
 // task receives there or a file of another kind is in the way. Who closes it removes the file.
-int mailbox_open(const char *path);
+[[nodiscard]] int mailbox_open(const char *path);
 
 // Returns 0 if a task receives at the mailbox `path`, or a negative errno. A socket file that a
 // dead task has left counts as none.
-int mailbox_probe(const char *path);
+[[nodiscard]] int mailbox_probe(const char *path);
 
 #endif
