@@ -6,6 +6,10 @@ scripts/setup.sh --lint
 
 mapfile -t sources < <(git ls-files '*.cpp' '*.h')
 clang-format --dry-run -Werror "${sources[@]}"
+git ls-files '*.h' | while read -r header; do
+    guard=$(tr 'a-z/.' 'A-Z__' <<<"$header")
+    grep -qx "#define $guard" "$header" || { echo "$header: its guard is not $guard" && exit 1; }
+done
 mapfile -t scripts < <(git grep -lE '^#!.*sh$' -- .)
 shellcheck -x "${scripts[@]}" completion/*
 mandoc -Tlint -Wwarning man/*
