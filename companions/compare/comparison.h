@@ -3,9 +3,8 @@
 #ifndef COMPANIONS_COMPARISON_H
 #define COMPANIONS_COMPARISON_H
 
-#include "companions/compare/path_index.h"
+#include "update/dtt_update_common/image_reader.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 enum finding_kind {
@@ -23,11 +22,9 @@ enum finding_kind {
 
 struct finding {
     finding_kind kind;
-    bool of_entry;      // `entry` and `there` hold something
-    int error;          // errno of FOUND_UNREADABLE
-    const char *detail; // in words, or null
+    const char *detail; // what there is to say beside the kind, or null
     char path[PATH_SIZE];
-    image_entry entry;
+    image_entry entry; // but for FOUND_EXTRA
     struct stat there; // of the path; `st_mode` is 0 if nothing stands there
 };
 
@@ -37,39 +34,41 @@ enum {
     COMPARE_EXTRA = 4     // what the image's directories hold beside its entries
 };
 
-struct comparison {
-    const image_file *img;
-    const char *dir;
-    int what;          // COMPARE_...
-    const char *fault; // why it can't go on, in words
-    uint32_t broken;   // number of the entry that it can't go on at
-    uint32_t entries;  // that have been compared
-    entry_walk walk;
-    path_index index;
-    bool on_partition;     // the entry of the last finding is still to be looked for there
-    image_entry installed; // that entry
-    int kernel_fd;
-    bool lists;      // has come to the listings
-    size_t extra_at; // in the index: whose directories are being listed
-    size_t extra_from;
-    DIR *listing;
-    char listed[PATH_SIZE]; // path below `dir` of the directory that is listed
+// A function that is told of each finding, FOUND_SAME as well. Where it returns false, the
+// comparison ends.
+class finding_visitor
+{
+  public:
+    template <typename Function>
+    finding_visitor(const Function &function)
+        : function_(&function), call_([](const void *visited, const finding &found) {
+              return (*static_cast<const Function *>(visited))(found);
+          })
+    {
+    }
+    bool operator()(const finding &found) const
+    {
+        return call_(function_, found);
+    }
+
+  private:
+    const void *function_;
+    bool (*call_)(const void *function, const finding &found);
 };
 
-// Begins to compare `img` with what stands below `dir`. Returns false with `c->fault`. The caller
-// ends it in either case.
-bool start_comparison(comparison *c, const image_file *img, const char *dir, int what);
-void end_comparison(comparison *c);
+// How far a comparison has come.
+struct compared {
+    uint32_t entries;
+    const char *fault; // why it could not go on, in words, or null
+    uint32_t broken;   // number of the entry that it could not go on at
+};
 
-// Goes on by one entry or one thing beside them. Returns false at the end, with `c->fault` set if
-// it came too early.
-bool next_finding(comparison *c, finding *found);
+// Compares `img` with what stands below `dir`, entry by entry, and then what else `what` says.
+compared compare_with_device(const image_file *img, const char *dir, int what,
+                             const finding_visitor &visit);
 
 // A word for programs, and words for a person.
 const char *finding_key(finding_kind kind);
 const char *finding_words(finding_kind kind);
-
-// What there is to say beside the words, or null.
-const char *finding_detail(const finding *found);
 
 #endif

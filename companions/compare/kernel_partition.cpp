@@ -42,34 +42,34 @@ static bool mount_partition(char *place)
 }
 
 // The mount is taken off its place as soon as its directory is open, which keeps it up.
-static int open_unseen()
+static descriptor open_unseen()
 {
     char place[] = "/tmp/kernel.XXXXXX";
     if (mkdtemp(place) == nullptr)
-        return -1;
-    int fd = -1;
+        return descriptor();
+    descriptor top;
     if (mount_partition(place)) {
-        fd = open(place, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        top = descriptor(open(place, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         umount2(place, MNT_DETACH);
     }
     rmdir(place);
-    return fd;
+    return top;
 }
 
-const char *open_kernel_partition(int *fd)
+const char *open_kernel_partition(descriptor *top)
 {
     if (is_mounted("/mntker")) {
-        *fd = open("/mntker", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        return *fd >= 0 ? nullptr : "/mntker can't be opened";
+        *top = descriptor(open("/mntker", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        return top->is_open() ? nullptr : "/mntker can't be opened";
     }
     // An interrupt must not leave the mount behind.
     sigset_t all;
     sigset_t mask;
     sigfillset(&all);
     pthread_sigmask(SIG_BLOCK, &all, &mask);
-    *fd = open_unseen();
+    *top = open_unseen();
     pthread_sigmask(SIG_SETMASK, &mask, nullptr);
-    if (*fd >= 0)
+    if (top->is_open())
         return nullptr;
     return access(KERNEL_PARTITION, F_OK) != 0 ? "there is no kernel partition /dev/mmcblk0p6"
                                                : "the kernel partition can't be mounted";

@@ -2,12 +2,14 @@
 #ifndef COMPANIONS_KERNEL_PARTITION_H
 #define COMPANIONS_KERNEL_PARTITION_H
 
+#include "companions/owners.h"
+
 constexpr const char *BOOT_PARTITION = "/dev/mmcblk0p1";
 constexpr const char *KERNEL_PARTITION = "/dev/mmcblk0p6";
 
-// Opens the partition's top directory into `*fd`: what is mounted on /mntker, or else the partition
-// itself, which is mounted for reading and nowhere to be found. It is let go when `*fd` is closed.
-// Returns null, or in words why it can't be looked at; `*fd` is -1 then.
-const char *open_kernel_partition(int *fd);
+// Opens the partition's top directory: what is mounted on /mntker, or else the partition itself,
+// which is mounted for reading and nowhere to be found. It is let go when `*top` is closed. Returns
+// null, or in words why it can't be looked at; `*top` is none then.
+const char *open_kernel_partition(descriptor *top);
 
 #endif

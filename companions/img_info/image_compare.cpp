@@ -10,7 +10,7 @@
 
 static void print_finding(const named_image *opened, const finding *found, bool json, bool first)
 {
-    const char *const detail = finding_detail(found);
+    const char *const detail = found->detail;
     if (json) {
         printf("%s\n{\"finding\":\"%s\",\"path\":", first ? "" : ",", finding_key(found->kind));
         print_json_text(stdout, found->path, strlen(found->path));
@@ -32,16 +32,14 @@ int compare_image(const named_image *opened, const char *dir, int what, bool jso
         complain(dir, "%m");
         return INFO_UNUSABLE;
     }
-    comparison c;
-    finding found;
     unsigned int findings = 0;
     if (json)
         fputs("{\"findings\":[", stdout);
-    if (start_comparison(&c, &opened->img, dir, what))
-        while (next_finding(&c, &found))
-            if (found.kind != FOUND_SAME)
-                print_finding(opened, &found, json, findings++ == 0);
-    end_comparison(&c);
+    const compared c = compare_with_device(&opened->img, dir, what, [&](const finding &found) {
+        if (found.kind != FOUND_SAME)
+            print_finding(opened, &found, json, findings++ == 0);
+        return true;
+    });
     const bool well = findings == 0 && c.fault == nullptr;
     if (json)
         printf("],\"compared\":%u,\"well\":%s}\n", c.entries, well ? "true" : "false");

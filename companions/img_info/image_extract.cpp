@@ -35,25 +35,38 @@ static bool is_wanted(const char *path, char **names)
 }
 
 // Opens the directory that holds the last component of `path`, below the one open on `top`, and
-// makes those on the way. `*last` is that component. Returns a descriptor, or -1 with errno set.
-static int open_parent(int top, char *path, char **last)
+// makes those on the way. `*last` is that component. Returns none with errno set if it can't be
+// had.
+static descriptor open_parent(int top, char *path, char **last)
 {
-    int fd = dup(top);
+    descriptor parent(dup(top));
     char *component = path;
-    for (char *slash; fd >= 0 && (slash = strchr(component, '/')) != nullptr;
+    for (char *slash; parent.is_open() && (slash = strchr(component, '/')) != nullptr;
          component = slash + 1) {
         *slash = '\0';
         if (component[0] == '\0')
             continue;
-        mkdirat(fd, component, 0755);
-        const int next = openat(fd, component, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-        const int error = errno;
-        close(fd);
-        errno = error;
-        fd = next;
+        mkdirat(parent.get(), component, 0755);
+        parent = descriptor(
+            openat(parent.get(), component, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     }
     *last = component;
-    return fd;
+    return parent;
+}
+
+// Returns 0, or an errno.
+static int copy_data(const image_file *img, const image_entry *entry, int fd)
+{
+    static char block[256 * 1024];
+    const size_t size = static_cast<size_t>(entry->file_size);
+    for (size_t done = 0, len; done < size; done += len) {
+        len = std::min(sizeof block, size - done);
+        if (full_pread(img->fd, block, len, static_cast<off_t>(entry->data_offset + done)) != len)
+            return EIO;
+        if (bb_full_write(fd, block, len) < 0)
+            return errno;
+    }
+    return 0;
 }
 
 // Returns 0, or -1 with errno set and no file left.
@@ -63,17 +76,8 @@ static int extract_file(const image_file *img, const image_entry *entry, int par
     const int fd = openat(parent, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0755);
     if (fd < 0)
         return -1;
-    static char block[256 * 1024];
-    int error = 0;
-    for (size_t done = 0, size = static_cast<size_t>(entry->file_size);
-         done < size && error == 0;) {
-        const size_t len = std::min(sizeof block, size - done);
-        if (full_pread(img->fd, block, len, static_cast<off_t>(entry->data_offset + done)) != len)
-            error = EIO;
-        else if (bb_full_write(fd, block, len) < 0)
-            error = errno;
-        done += len;
-    }
+    int error = copy_data(img, entry, fd);
+    // On a network disk it is here that a full disk shows.
     if (close(fd) != 0 && error == 0)
         error = errno;
     if (error != 0)
@@ -113,15 +117,11 @@ static bool take_entry(const named_image *opened, const image_entry *entry, int 
         return false;
     }
     char *name = nullptr;
-    const int parent = open_parent(top, path, &name);
-    bool taken = false;
-    if (parent >= 0)
-        taken = extract_entry(&opened->img, entry, parent, name) == 0;
-    if (!taken)
-        complain(opened->name, "left out: %.*s: %s", path_len, entry->name, strerror(errno));
-    if (parent >= 0)
-        close(parent);
-    return taken;
+    const descriptor parent = open_parent(top, path, &name);
+    if (parent.is_open() && extract_entry(&opened->img, entry, parent.get(), name) == 0)
+        return true;
+    complain(opened->name, "left out: %.*s: %s", path_len, entry->name, strerror(errno));
+    return false;
 }
 
 // A changed byte of a file is seen by nobody else. Said behind the rest, since what is there may
@@ -143,8 +143,8 @@ static bool has_its_crc(const named_image *opened)
 int extract_image(const named_image *opened, const char *dir, char **names)
 {
     mkdir(dir, 0755);
-    const int top = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (top < 0) {
+    const descriptor top(open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!top.is_open()) {
         complain(dir, "%s", strerror(errno));
         return INFO_UNUSABLE;
     }
@@ -166,10 +166,9 @@ int extract_image(const named_image *opened, const char *dir, char **names)
         if (!is_wanted(path, names))
             continue;
         wanted++;
-        if (!take_entry(opened, &entry, top, path))
+        if (!take_entry(opened, &entry, top.get(), path))
             status = INFO_FINDINGS;
     }
-    close(top);
     if (wanted == 0 && names[0] != nullptr) {
         complain(opened->name, "holds nothing of these names");
         status = INFO_FINDINGS;

@@ -14,31 +14,22 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// Hashes an open file to its end. Returns null, or what is wrong with it.
-static const char *hash_bytes(int fd, image_hash *hash)
+// Hashes the file to its end. Returns null, or what is wrong with it.
+static const char *hash_file(const char *name, image_hash *hash)
 {
+    const descriptor file(open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat st;
-    if (fstat(fd, &st) != 0)
+    if (!file.is_open() || fstat(file.get(), &st) != 0)
         return strerror(errno);
     if (!S_ISREG(st.st_mode))
         return "is no plain file";
     static char block[256 * 1024];
     start_hash(hash);
     off_t at = 0;
-    for (size_t len; (len = full_pread(fd, block, sizeof block, at)) > 0;
+    for (size_t len; (len = full_pread(file.get(), block, sizeof block, at)) > 0;
          at += static_cast<off_t>(len))
         add_to_hash(hash, block, len);
     return at == st.st_size ? nullptr : "can't be read to its end";
-}
-
-static const char *hash_file(const char *name, image_hash *hash)
-{
-    const int fd = open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0)
-        return strerror(errno);
-    const char *const fault = hash_bytes(fd, hash);
-    close(fd);
-    return fault;
 }
 
 static void print_member(const char *key, const char *text)

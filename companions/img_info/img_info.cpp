@@ -17,7 +17,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <getopt.h>
-#include <unistd.h>
+#include <utility>
 
 // What is done.
 enum { LIST, VERIFY, EXTRACT, COMPARE, SIGNATURE };
@@ -63,98 +63,114 @@ void complain(const char *name, const char *format, ...)
     exit(INFO_UNUSABLE);
 }
 
-// Reads from standard input until `len` bytes are there or it ends. Returns their number, or -1.
-static ssize_t read_input(char *buffer, size_t len)
+static descriptor open_unnamed_file()
 {
-    size_t total = 0;
-    while (total < len) {
-        const ssize_t n = read(STDIN_FILENO, buffer + total, len - total);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            return -1;
-        if (n == 0)
-            break;
-        total += static_cast<size_t>(n);
-    }
-    return static_cast<ssize_t>(total);
-}
-
-static int open_unnamed_file()
-{
-    FILE *const spool = tmpfile();
-    if (spool == nullptr)
-        return -1;
-    const int fd = fcntl(fileno(spool), F_DUPFD_CLOEXEC, 0);
-    fclose(spool);
-    return fd;
+    const file_stream spool(tmpfile());
+    return descriptor(spool != nullptr ? fcntl(fileno(spool.get()), F_DUPFD_CLOEXEC, 0) : -1);
 }
 
 // Entries are read at offsets, which a pipe does not have: what comes through one is kept in a file
 // without a name, unless its beginning shows that it is no image or it is longer than one can be.
-// Returns a descriptor, or -1 with errno set.
-static int spool_standard_input()
+// Returns it, or none with errno set.
+static descriptor spool_standard_input()
 {
-    const int fd = open_unnamed_file();
-    if (fd < 0)
-        return -1;
+    descriptor file = open_unnamed_file();
     static char buffer[64 * 1024];
-    ssize_t n = read_input(buffer, sizeof(update_header_t));
+    size_t n = file.is_open() ? fread(buffer, 1, sizeof(update_header_t), stdin) : 0;
     uint32_t magic = 0;
     memcpy(&magic, buffer, sizeof magic);
     const bool image = ntohl(magic) == IH_MAGIC;
-    for (long long total = 0; n > 0; n = image ? read_input(buffer, sizeof buffer) : 0) {
-        if (bb_full_write(fd, buffer, static_cast<size_t>(n)) < 0)
-            return -1;
+    for (size_t total = 0; n > 0 && total <= INT_MAX;
+         n = image ? fread(buffer, 1, sizeof buffer, stdin) : 0) {
+        if (bb_full_write(file.get(), buffer, n) < 0)
+            return descriptor();
         total += n;
-        if (total > INT_MAX)
-            break;
     }
-    return n < 0 ? -1 : fd;
+    return ferror(stdin) == 0 ? std::move(file) : descriptor();
 }
 
-// Opens the image and reads its header. Returns 0, or -1 with a sentence about what is wrong.
-static int open_named(named_image *opened)
+// Opens the image and reads its header. Returns false with a sentence about what is wrong.
+static bool open_named(const char *name, named_image *opened)
 {
-    const bool standard_input = strcmp(opened->name, "-") == 0;
-    if (standard_input)
-        opened->name = "standard input";
-    const int fd = standard_input ? spool_standard_input()
-                                  : open(opened->name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    const char *const fault = fd < 0 ? strerror(errno) : examine_image(fd, &opened->img);
-    if (fault == nullptr)
-        return 0;
-    complain(opened->name, "%s", fault);
-    if (fd >= 0)
-        close(fd);
-    return -1;
+    const bool standard_input = strcmp(name, "-") == 0;
+    opened->name = standard_input ? "standard input" : name;
+    opened->file = standard_input ? spool_standard_input()
+                                  : descriptor(open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const char *const fault =
+        opened->file.is_open() ? examine_image(opened->file.get(), &opened->img) : strerror(errno);
+    if (fault != nullptr)
+        complain(opened->name, "%s", fault);
+    return fault == nullptr;
 }
+
+// What a call asks for.
+struct info_call {
+    int mode = LIST;
+    const char *argument = nullptr; // of the mode: a directory or a key
+    const char *base = nullptr;     // null for the system's own
+    int what = COMPARE_CONTENTS;
+    bool json = false;
+};
 
 // Each of the files up to a null. Returns the worst of their exit statuses.
-static int verify_files(char **names, const char *base, bool json)
+static int verify_files(const info_call *call, char **names)
 {
+    const char *const base = call->base != nullptr ? call->base : "/opt/upgddir/";
     int status = INFO_WELL;
     for (; *names != nullptr; names++) {
-        named_image opened = {*names, {}};
-        if (open_named(&opened) != 0) {
-            status = INFO_UNUSABLE;
-            continue;
-        }
-        status = std::max(status, verify_image(&opened, base, json));
-        close(opened.img.fd);
+        named_image opened;
+        status =
+            std::max(status, open_named(*names, &opened) ? verify_image(&opened, base, call->json)
+                                                         : INFO_UNUSABLE);
     }
     return status;
 }
 
-// Lists, extracts or compares the first of `names`; of an extraction, those behind it are entries.
-static int look_into(char **names, int mode, const char *dir, int what, bool json)
+// Of an extraction, the names behind the file's are entries.
+static int look_into(const info_call *call, char **names)
 {
-    named_image opened = {names[0], {}};
-    if (open_named(&opened) != 0)
+    if (call->mode == SIGNATURE)
+        return check_signature(names[0], call->argument, call->json);
+    if (call->mode == VERIFY)
+        return verify_files(call, names);
+    named_image opened;
+    if (!open_named(names[0], &opened))
         return INFO_UNUSABLE;
-    if (mode == EXTRACT)
-        return extract_image(&opened, dir, names + 1);
-    return mode == COMPARE ? compare_image(&opened, dir, what, json) : list_image(&opened, json);
+    if (call->mode == EXTRACT)
+        return extract_image(&opened, call->argument, names + 1);
+    return call->mode == COMPARE ? compare_image(&opened, call->argument, call->what, call->json)
+                                 : list_image(&opened, call->json);
+}
+
+static void take_option(int opt, info_call *call)
+{
+    switch (opt) {
+    case 'j':
+        call->json = true;
+        break;
+    case 'b':
+        call->base = optarg;
+        break;
+    case 'd':
+        call->what |= COMPARE_DEVICE;
+        break;
+    case 'e':
+        call->what |= COMPARE_EXTRA;
+        break;
+    case 'h':
+        fputs(USAGE, stdout);
+        exit(INFO_WELL);
+    case 'V':
+        printf("img_info %s, %s\n", PROGRAM_VERSION, SIGNATURES);
+        exit(INFO_WELL);
+    case '?':
+        bad_call();
+    default:
+        if (call->mode != LIST)
+            bad_call();
+        call->mode = opt;
+        call->argument = optarg;
+    }
 }
 
 int main(int argc, char **argv)
@@ -170,58 +186,17 @@ int main(int argc, char **argv)
                                      {"help", no_argument, nullptr, 'h'},
                                      {"version", no_argument, nullptr, 'V'},
                                      {}};
-    bool json = false;
-    const char *base = "/opt/upgddir/";
-    const char *dir = nullptr;
-    bool based = false;
-    int mode = LIST;
-    int what = COMPARE_CONTENTS;
-    for (int opt = 0; (opt = getopt_long(argc, argv, "", OPTIONS, nullptr)) != -1;) {
-        switch (opt) {
-        case 'j':
-            json = true;
-            break;
-        case 'b':
-            base = optarg;
-            based = true;
-            break;
-        case 'd':
-            what |= COMPARE_DEVICE;
-            break;
-        case 'e':
-            what |= COMPARE_EXTRA;
-            break;
-        case VERIFY:
-        case EXTRACT:
-        case COMPARE:
-        case SIGNATURE:
-            if (mode != LIST)
-                bad_call();
-            mode = opt;
-            dir = optarg;
-            break;
-        case 'h':
-            fputs(USAGE, stdout);
-            return INFO_WELL;
-        case 'V':
-            printf("img_info %s, %s\n", PROGRAM_VERSION, SIGNATURES);
-            return INFO_WELL;
-        default:
-            bad_call();
-        }
-    }
+    info_call call;
+    for (int opt = 0; (opt = getopt_long(argc, argv, "", OPTIONS, nullptr)) != -1;)
+        take_option(opt, &call);
+    const int mode = call.mode;
     if (optind >= argc || (mode != EXTRACT && mode != VERIFY && optind + 1 < argc) ||
-        (mode == EXTRACT && json) ||
+        (mode == EXTRACT && call.json) ||
         ((mode == EXTRACT || mode == SIGNATURE) && strcmp(argv[optind], "-") == 0) ||
-        (mode != COMPARE && what != COMPARE_CONTENTS) || (mode != VERIFY && based))
+        (mode != COMPARE && call.what != COMPARE_CONTENTS) ||
+        (mode != VERIFY && call.base != nullptr))
         bad_call();
-    int status;
-    if (mode == SIGNATURE)
-        status = check_signature(argv[optind], dir, json);
-    else if (mode == VERIFY)
-        status = verify_files(argv + optind, base, json);
-    else
-        status = look_into(argv + optind, mode, dir, what, json);
+    const int status = look_into(&call, argv + optind);
     if (fflush(stdout) != 0 || ferror(stdout) != 0) {
         complain("standard output", "%s", strerror(errno));
         return INFO_UNUSABLE;

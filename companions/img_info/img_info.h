@@ -2,6 +2,7 @@
 #ifndef COMPANIONS_IMG_INFO_H
 #define COMPANIONS_IMG_INFO_H
 
+#include "companions/owners.h"
 #include "update/dtt_update_common/image_reader.h"
 
 // Exit statuses.
@@ -10,6 +11,7 @@ enum { INFO_WELL = 0, INFO_FINDINGS = 1, INFO_UNUSABLE = 2 };
 // An image that is looked into, whatever is wrong with it: `img.size` is the file's own length.
 struct named_image {
     const char *name; // for messages
+    descriptor file;
     image_file img;
 };
 

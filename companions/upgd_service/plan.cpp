@@ -100,40 +100,37 @@ static const char *obstacle(const finding *found, const std::string &parent,
     return nullptr;
 }
 
-static void plan_kernel(update_plan *plan, const finding *found, int *fd)
+static void plan_kernel(update_plan *plan, const finding *found, descriptor *partition)
 {
     const char *const slash = strrchr(found->path, '/');
     const char *const name = slash != nullptr ? slash + 1 : found->path;
-    const bool first = plan->kernel.empty();
+    // The run mounts the partition for itself.
+    const char *const fault = plan->kernel.empty() ? open_kernel_partition(partition) : nullptr;
     plan->kernel.emplace_back(name);
-    if (first) {
-        const char *const fault = open_kernel_partition(fd);
-        if (fault != nullptr)
-            add_reason(plan, found->path, fault);
-    }
+    if (fault != nullptr)
+        add_reason(plan, found->path, fault);
     struct statvfs fs;
-    struct stat st = {};
-    if (*fd < 0 || fstatvfs(*fd, &fs) != 0 || fstat(*fd, &st) != 0)
+    struct stat st;
+    if (fstatvfs(partition->get(), &fs) != 0 || fstat(partition->get(), &st) != 0)
         return;
-    planned_system *const system = find_system(plan, st.st_dev, KERNEL_PARTITION, fs);
     struct stat former = {};
-    fstatat(*fd, name, &former, AT_SYMLINK_NOFOLLOW);
-    take_room(system, found->entry.file_size, &former);
+    fstatat(partition->get(), name, &former, AT_SYMLINK_NOFOLLOW);
+    take_room(find_system(plan, st.st_dev, KERNEL_PARTITION, fs), found->entry.file_size, &former);
 }
 
 static void plan_boot_loader(update_plan *plan, const finding *found)
 {
     plan->boot_size = found->entry.file_size;
-    const int fd = open(BOOT_PARTITION, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
+    const descriptor partition(open(BOOT_PARTITION, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!partition.is_open()) {
         add_reason(plan, BOOT_PARTITION, strerror(errno));
         return;
     }
     uint64_t size = 0;
     // What is no block device has no size of its own.
-    if (ioctl(fd, BLKGETSIZE64, &size) == 0 && size < static_cast<uint64_t>(plan->boot_size))
+    if (ioctl(partition.get(), BLKGETSIZE64, &size) == 0 &&
+        size < static_cast<uint64_t>(plan->boot_size))
         add_reason(plan, found->path, "is larger than the partition /dev/mmcblk0p1");
-    close(fd);
 }
 
 static void plan_card(update_plan *plan, const finding *found, const update_options *options)
@@ -162,7 +159,7 @@ static const char *entry_fault(const update_plan *plan, const finding *found, bo
 }
 
 static void plan_entry(update_plan *plan, const finding *found, const update_options *options,
-                       int *kernel_fd)
+                       descriptor *kernel)
 {
     struct stat parent_status = {};
     const std::string parent = standing_parent(found->path, &parent_status);
@@ -193,7 +190,7 @@ static void plan_entry(update_plan *plan, const finding *found, const update_opt
         if (found->entry.type == ENTRY_BOOT)
             plan_boot_loader(plan, found);
         else
-            plan_kernel(plan, found, kernel_fd);
+            plan_kernel(plan, found, kernel);
     }
     plan_card(plan, found, options);
 }
@@ -224,20 +221,15 @@ static bool plan_base(update_plan *plan, const update_options *options)
 static void plan_entries(update_plan *plan, const image_file *img, const update_options *options,
                          bool contents)
 {
-    comparison c;
-    finding found;
-    int kernel_fd = -1;
-    if (start_comparison(&c, img, plan->base.c_str(), contents ? COMPARE_CONTENTS : 0))
-        while (next_finding(&c, &found)) {
+    descriptor kernel;
+    const compared c = compare_with_device(
+        img, plan->base.c_str(), contents ? COMPARE_CONTENTS : 0, [&](const finding &found) {
             show_progress("looking at what stands there", 0, 0, 0);
-            plan_entry(plan, &found, options, &kernel_fd);
-        }
+            plan_entry(plan, &found, options, &kernel);
+            return true;
+        });
     if (c.fault != nullptr)
         add_reason(plan, "entry " + std::to_string(c.broken), c.fault);
-    end_comparison(&c);
-    // The run mounts the partition for itself.
-    if (kernel_fd >= 0)
-        close(kernel_fd);
 }
 
 void plan_update(update_plan *plan, const image_file *img, const update_options *options,

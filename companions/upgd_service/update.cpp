@@ -308,19 +308,18 @@ static int compare_applied(const service_session *run, const char *where)
 {
     const char *const image = run->tested.name;
     const upgrade_info_t *const info = &get_upgd_msg()->upgrade_info;
-    comparison c;
-    finding found;
     size_t findings = 0;
-    const bool begun =
-        start_comparison(&c, &run->tested.img, where, COMPARE_CONTENTS | COMPARE_DEVICE);
-    while (begun && !run->interrupted && next_finding(&c, &found)) {
-        show_progress("comparing", 1000, info->cur_nums, info->file_nums);
-        const char *const detail = finding_detail(&found);
-        if (found.kind != FOUND_SAME && is_told(findings++))
-            complain("%s: %s%s%s", found.path, finding_words(found.kind),
-                     detail != nullptr ? ": " : "", detail != nullptr ? detail : "");
-    }
-    end_comparison(&c);
+    const compared c = compare_with_device(
+        &run->tested.img, where, COMPARE_CONTENTS | COMPARE_DEVICE, [&](const finding &found) {
+            if (run->interrupted)
+                return false;
+            show_progress("comparing", 1000, info->cur_nums, info->file_nums);
+            if (found.kind != FOUND_SAME && is_told(findings++))
+                complain("%s: %s%s%s", found.path, finding_words(found.kind),
+                         found.detail != nullptr ? ": " : "",
+                         found.detail != nullptr ? found.detail : "");
+            return true;
+        });
     end_progress();
     if (findings > 0) {
         show_command_output();
