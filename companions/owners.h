@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <dirent.h>
 #include <memory>
 #include <unistd.h>
@@ -58,36 +57,5 @@ struct stream_closer {
 
 using file_stream = std::unique_ptr<FILE, stream_closer>;
 using directory_stream = std::unique_ptr<DIR, stream_closer>;
-
-// A stream into memory that grows with it.
-class memory_stream
-{
-  public:
-    memory_stream() : file_(open_memstream(&bytes_, &size_))
-    {
-    }
-    memory_stream(const memory_stream &) = delete;
-    memory_stream &operator=(const memory_stream &) = delete;
-    ~memory_stream()
-    {
-        file_.reset();
-        free(bytes_);
-    }
-    // To be written to; null if there is no memory, or once it is finished.
-    FILE *file() const
-    {
-        return file_.get();
-    }
-    // Ends the writing. Returns the bytes, with a zero behind them, or null if there is no memory.
-    char *finish()
-    {
-        return file_ != nullptr && fclose(file_.release()) == 0 ? bytes_ : nullptr;
-    }
-
-  private:
-    char *bytes_ = nullptr;
-    size_t size_ = 0;
-    file_stream file_;
-};
 
 #endif

@@ -30,10 +30,7 @@ struct comparison {
 };
 } // namespace
 
-static constexpr struct {
-    const char *key;
-    const char *words;
-} NAMES[] = {
+const finding_name FINDING_NAMES[] = {
     {"same", "same"},
     {"missing", "missing"},
     {"content", "other content"},
@@ -44,17 +41,6 @@ static constexpr struct {
     {"partition", "not on its partition"},
     {"extra", "not of the image"},
 };
-static_assert(sizeof NAMES / sizeof NAMES[0] == FOUND_KINDS, "a row for each kind");
-
-const char *finding_key(finding_kind kind)
-{
-    return NAMES[kind].key;
-}
-
-const char *finding_words(finding_kind kind)
-{
-    return NAMES[kind].words;
-}
 
 static finding_kind unreadable(finding *found)
 {
@@ -154,25 +140,25 @@ static const char *partition_text(const image_entry *entry)
     return entry->type == ENTRY_BOOT ? "/" : last_component(entry->name);
 }
 
-// Opens what stands on the partition in the place of the entry.
+// Opens what stands on the partition in the place of the entry. Returns none with a detail if it
+// can't be had.
 static descriptor open_installed(comparison *c)
 {
     finding *const found = &c->found;
-    if (found->entry.type == ENTRY_BOOT) {
-        known_to_fit(bounded_copy(found->path, sizeof found->path, BOOT_PARTITION));
-        descriptor partition(open(BOOT_PARTITION, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-        if (!partition.is_open())
-            found->detail = strerror(errno);
-        return partition;
+    const char *name = BOOT_PARTITION;
+    int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
+    known_to_fit(bounded_copy(found->path, sizeof found->path, name));
+    if (found->entry.type == ENTRY_KERNEL) {
+        name = last_component(found->entry.name);
+        flags |= O_NOFOLLOW;
+        known_to_fit(bounded_format(found->path, sizeof found->path, "%.15s:%.1000s",
+                                    KERNEL_PARTITION, name));
+        if (!c->kernel.is_open())
+            found->detail = open_kernel_partition(&c->kernel);
+        if (found->detail != nullptr)
+            return descriptor();
     }
-    const char *const name = last_component(found->entry.name);
-    known_to_fit(
-        bounded_format(found->path, sizeof found->path, "%.15s:%.1000s", KERNEL_PARTITION, name));
-    if (!c->kernel.is_open())
-        found->detail = open_kernel_partition(&c->kernel);
-    if (found->detail != nullptr)
-        return descriptor();
-    descriptor file(openat(c->kernel.get(), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    descriptor file(openat(c->kernel.get(), name, flags));
     if (!file.is_open())
         found->detail = strerror(errno);
     return file;
@@ -192,13 +178,11 @@ static finding_kind compare_installed(comparison *c)
     // A partition goes on behind the boot loader, a file does not behind the kernel.
     if (kernel && (fstat(file.get(), &st) != 0 || st.st_size != found->entry.file_size))
         kind = FOUND_OTHER_CONTENT;
-    if (kind == FOUND_SAME)
-        return FOUND_SAME;
     if (kind == FOUND_OTHER_CONTENT)
         found->detail = kernel && st.st_size < found->entry.file_size
                             ? "what stands there is cut short"
                             : "other content stands there";
-    return FOUND_NOT_ON_PARTITION;
+    return kind == FOUND_SAME ? FOUND_SAME : FOUND_NOT_ON_PARTITION;
 }
 
 // Returns whether the comparison goes on, as all below.
@@ -268,7 +252,7 @@ static bool visit_listing(comparison *c, const char *below)
         char path[PATH_SIZE];
         if (strcmp(item->d_name, ".") == 0 || strcmp(item->d_name, "..") == 0)
             continue;
-        concat_path_file(below[0] != '\0' ? below : nullptr, item->d_name, path);
+        concat_path_file(below, item->d_name, path);
         const char *const name = path[0] == '/' ? path + 1 : path;
         if (path[0] != '\0' && !c->paths.has_path(name) && !visit_extra(c, name))
             return false;

@@ -68,7 +68,10 @@ compared compare_with_device(const image_file *img, const char *dir, int what,
                              const finding_visitor &visit);
 
 // A word for programs, and words for a person.
-const char *finding_key(finding_kind kind);
-const char *finding_words(finding_kind kind);
+struct finding_name {
+    const char *key;
+    const char *words;
+};
+extern const finding_name FINDING_NAMES[FOUND_KINDS];
 
 #endif

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -20,22 +19,18 @@ static bool is_mounted(const char *place)
 }
 
 // Has mount(8) find out the kind of file system. What it says is told in our words.
-static bool mount_partition(char *place)
+static bool mount_partition(const char *place)
 {
-    char program[] = "/bin/mount";
-    char option[] = "-o";
-    char reading[] = "ro";
-    char *const argv[] = {program, option, reading, const_cast<char *>(KERNEL_PARTITION),
-                          place,   nullptr};
-    posix_spawn_file_actions_t actions;
-    if (posix_spawn_file_actions_init(&actions) != 0)
-        return false;
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t pid;
-    const int error = posix_spawn(&pid, program, &actions, nullptr, argv, environ);
-    posix_spawn_file_actions_destroy(&actions);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (nowhere >= 0)
+            dup2(nowhere, STDERR_FILENO);
+        execl("/bin/mount", "/bin/mount", "-o", "ro", KERNEL_PARTITION, place, nullptr);
+        _exit(127);
+    }
     int status = -1;
-    while (error == 0 && waitpid(pid, &status, 0) < 0)
+    while (pid > 0 && waitpid(pid, &status, 0) < 0)
         if (errno != EINTR)
             return false;
     return status == 0;

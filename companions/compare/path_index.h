@@ -11,6 +11,11 @@
 class path_index
 {
   public:
+    path_index();
+    path_index(const path_index &) = delete;
+    path_index &operator=(const path_index &) = delete;
+    ~path_index();
+
     // A text of the entry `number`: its path, with '/' at the end of a directory's.
     void add(const char *text, uint32_t number);
 
@@ -24,7 +29,7 @@ class path_index
     }
     const char *text(size_t i) const
     {
-        return texts_ + items_[i].at;
+        return items_[i].text;
     }
 
     // Whether an entry behind the entry `number` has the same text.
@@ -35,19 +40,17 @@ class path_index
 
   private:
     struct item {
-        size_t at; // in the texts
+        const char *text;
         uint32_t number;
     };
+    static bool precedes(const item &a, const item &b);
+    const item *find(const char *text, uint32_t number) const; // or what follows it
 
-    // The first item that is not ahead of this one.
-    size_t find(const char *text, uint32_t number) const;
-
-    memory_stream text_stream_;
-    memory_stream item_stream_;
-    size_t size_ = 0; // of the texts
-    size_t count_ = 0;
-    const char *texts_ = nullptr;
+    char *memory_ = nullptr; // numbers, each with its text behind it
+    size_t size_ = 0;
+    file_stream stream_; // that fills it
     item *items_ = nullptr;
+    size_t count_ = 0;
 };
 
 #endif

@@ -12,16 +12,14 @@ static void print_finding(const named_image *opened, const finding *found, bool 
 {
     const char *const detail = found->detail;
     if (json) {
-        printf("%s\n{\"finding\":\"%s\",\"path\":", first ? "" : ",", finding_key(found->kind));
-        print_json_text(stdout, found->path, strlen(found->path));
-        if (detail != nullptr) {
-            fputs(",\"detail\":", stdout);
-            print_json_text(stdout, detail, strlen(detail));
-        }
+        printf("%s\n{\"finding\":\"%s\"", first ? "" : ",", FINDING_NAMES[found->kind].key);
+        print_json_text(stdout, ",\"path\":", found->path);
+        if (detail != nullptr)
+            print_json_text(stdout, ",\"detail\":", detail);
         putchar('}');
         return;
     }
-    printf("%s: %s: ", opened->name, finding_words(found->kind));
+    printf("%s: %s: ", opened->name, FINDING_NAMES[found->kind].words);
     print_shown(stdout, found->path, strlen(found->path));
     printf(detail != nullptr ? ": %s\n" : "\n", detail);
 }

@@ -32,12 +32,6 @@ static const char *hash_file(const char *name, image_hash *hash)
     return at == st.st_size ? nullptr : "can't be read to its end";
 }
 
-static void print_member(const char *key, const char *text)
-{
-    printf(",\"%s\":", key);
-    print_json_text(stdout, text, strlen(text));
-}
-
 // `signature` is null if none could be read; `fault` if nothing is wrong.
 static void print_signature(const file_signature *signature, const char *fault, bool json)
 {
@@ -49,11 +43,11 @@ static void print_signature(const file_signature *signature, const char *fault, 
     }
     printf("{\"signature\":{\"valid\":%s", fault == nullptr ? "true" : "false");
     if (fault != nullptr)
-        print_member("fault", fault);
+        print_json_text(stdout, ",\"fault\":", fault);
     if (signature != nullptr) {
-        print_member("key", name_of_key(&signature->key).text);
-        print_member("trusted_comment", signature->comment);
-        print_member("untrusted_comment", SIGNATURE_LABEL);
+        print_json_text(stdout, ",\"key\":", name_of_key(&signature->key).text);
+        print_json_text(stdout, ",\"trusted_comment\":", signature->comment);
+        print_json_text(stdout, ",\"untrusted_comment\":", SIGNATURE_LABEL);
     }
     puts("}}");
 }

@@ -24,18 +24,15 @@ static void add_finding(findings *found, const char *format, ...)
 
 static void add_finding(findings *found, const char *format, ...)
 {
-    char text[512];
+    char text[512] = "";
     va_list args;
     va_start(args, format);
-    const int len = vsnprintf(text, sizeof text, format, args);
+    vsnprintf(text, sizeof text, format, args);
     va_end(args);
-    if (found->json) {
-        fputs(found->count > 0 ? "," : "", stdout);
-        print_json_text(stdout, text,
-                        std::min(static_cast<size_t>(std::max(len, 0)), sizeof text - 1));
-    } else {
+    if (found->json)
+        print_json_text(stdout, found->count > 0 ? "," : "", text);
+    else
         printf("%s: %s\n", found->name, text);
-    }
     found->count++;
 }
 
@@ -82,8 +79,7 @@ int verify_image(const named_image *opened, const char *base, bool json)
     const image_file *const img = &opened->img;
     findings found = {opened->name, json, 0};
     if (json) {
-        fputs("{\"file\":", stdout);
-        print_json_text(stdout, opened->name, strlen(opened->name));
+        print_json_text(stdout, "{\"file\":", opened->name);
         fputs(",\"findings\":[", stdout);
     }
     const uint32_t size = ntohl(img->header.ih_size);

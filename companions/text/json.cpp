@@ -3,6 +3,8 @@
 
 #include "companions/text/utf8.h"
 
+#include <cstring>
+
 void print_json_text(FILE *out, const char *text, size_t len)
 {
     fputc('"', out);
@@ -18,4 +20,10 @@ void print_json_text(FILE *out, const char *text, size_t len)
         i += size > 0 ? size : 1;
     }
     fputc('"', out);
+}
+
+void print_json_text(FILE *out, const char *before, const char *text)
+{
+    fputs(before, out);
+    print_json_text(out, text, strlen(text));
 }

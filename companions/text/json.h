@@ -9,4 +9,7 @@
 // \u00XX.
 void print_json_text(FILE *out, const char *text, size_t len);
 
+// Writes `before`, and behind it the text up to its terminator as a string.
+void print_json_text(FILE *out, const char *before, const char *text);
+
 #endif

@@ -315,7 +315,7 @@ static int compare_applied(const service_session *run, const char *where)
                 return false;
             show_progress("comparing", 1000, info->cur_nums, info->file_nums);
             if (found.kind != FOUND_SAME && is_told(findings++))
-                complain("%s: %s%s%s", found.path, finding_words(found.kind),
+                complain("%s: %s%s%s", found.path, FINDING_NAMES[found.kind].words,
                          found.detail != nullptr ? ": " : "",
                          found.detail != nullptr ? found.detail : "");
             return true;
