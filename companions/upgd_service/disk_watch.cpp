@@ -1,6 +1,8 @@
 // Whether the disk that holds an image is still there.
 #include "companions/upgd_service/disk_watch.h"
 
+#include "companions/owners.h"
+
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -55,25 +57,19 @@ static bool is_mounted(const char *mount_point)
 // The mount point is named after the device.
 static bool device_is_listed(const char *mount_point)
 {
-    FILE *const stats = fopen("/proc/diskstats", "re");
-    if (stats == nullptr)
-        return false;
+    const file_stream stats(fopen("/proc/diskstats", "re"));
     const char *const device = strrchr(mount_point, '/') + 1;
     char line[512];
     char name[128];
-    bool listed = false;
-    while (!listed && fgets(line, sizeof line, stats) != nullptr)
-        listed = sscanf(line, "%*u %*u %127s", name) == 1 && strcmp(name, device) == 0;
-    fclose(stats);
-    return listed;
+    while (stats != nullptr && fgets(line, sizeof line, stats.get()) != nullptr)
+        if (sscanf(line, "%*u %*u %127s", name) == 1 && strcmp(name, device) == 0)
+            return true;
+    return false;
 }
 
 bool disk_is_there(const watched_image *image)
 {
     if (image->mount_point[0] != '\0')
         return is_mounted(image->mount_point) && device_is_listed(image->mount_point);
-    const int fd = open(image->path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd >= 0)
-        close(fd);
-    return fd >= 0;
+    return descriptor(open(image->path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)).is_open();
 }

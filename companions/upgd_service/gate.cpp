@@ -11,44 +11,38 @@
 static constexpr char PRODUCT_KEY[] = "product";
 static constexpr char FLOOR_KEY[] = "fw_floor";
 
-// A value of the configuration, empty if it is not set.
-struct setting {
-    char value[CONFIGURATION_VALUE_SIZE];
-};
-
-static bool read_setting(const char *key, setting *set)
+bool read_setting(const char *key, std::string *value)
 {
-    const int result = configuration_get(CONFIGURATION_PATH, key, set->value, sizeof set->value);
-    if (result == 0)
-        return true;
-    set->value[0] = '\0';
-    if (result != -ENOENT)
+    char text[CONFIGURATION_VALUE_SIZE] = "";
+    const int result = configuration_get(CONFIGURATION_PATH, key, text, sizeof text);
+    *value = result == 0 ? text : "";
+    if (result != 0 && result != -ENOENT)
         complain("%s: %s: nothing was touched", CONFIGURATION_PATH, strerror(-result));
-    return result == -ENOENT;
+    return result == 0 || result == -ENOENT;
 }
 
 // Returns false with a sentence if there is a floor that is none.
-static bool read_floor(setting *floor, firmware_version *version)
+static bool read_floor(std::string *floor, firmware_version *version)
 {
     *version = {};
     if (!read_setting(FLOOR_KEY, floor))
         return false;
-    if (floor->value[0] == '\0' || parse_version(floor->value, version))
+    if (floor->empty() || parse_version(floor->c_str(), version))
         return true;
     complain("%s: %s=%s is no version: nothing was touched; set it anew", CONFIGURATION_PATH,
-             FLOOR_KEY, floor->value);
+             FLOOR_KEY, floor->c_str());
     return false;
 }
 
 static bool is_for_this_product(const char *name, const update_gate *gate)
 {
-    setting product;
+    std::string product;
     if (!read_setting(PRODUCT_KEY, &product))
         return false;
-    if (product.value[0] == '\0' || strcmp(product.value, gate->said.product) == 0)
+    if (product.empty() || product == gate->said.product)
         return true;
     complain("%s: is for the product %s, and this device is a %s: nothing was touched", name,
-             gate->said.product, product.value);
+             gate->said.product, product.c_str());
     return false;
 }
 
@@ -61,14 +55,14 @@ static bool is_new_enough(const char *name, const update_header_t *header, const
         complain("%s: its version %s can't be compared: nothing was touched", name, text);
         return false;
     }
-    setting floor;
+    std::string floor;
     firmware_version lowest;
     if (!read_floor(&floor, &lowest))
         return false;
     if (compare_versions(&version, &lowest) < 0) {
         complain("%s: its version %s is below %s, the lowest that this device takes: nothing was "
                  "touched",
-                 name, text, floor.value);
+                 name, text, floor.c_str());
         return false;
     }
     if (compare_versions(&version, &gate->said.floor_version) < 0) {
@@ -139,7 +133,7 @@ bool raise_floor(const update_gate *gate)
 {
     if (!gate->closed)
         return true;
-    setting floor;
+    std::string floor;
     firmware_version lowest;
     if (!read_floor(&floor, &lowest))
         return false;

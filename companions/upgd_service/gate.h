@@ -8,12 +8,18 @@
 #include "companions/signature/statement.h"
 #include "update_header.h"
 
+#include <string>
+
 struct update_gate {
     bool closed; // an image needs a signature
     public_key key;
     file_signature signature;
     signed_statement said;
 };
+
+// Reads a value of the device's configuration, empty if it is not set. Returns false with a
+// sentence.
+bool read_setting(const char *key, std::string *value);
 
 // Reads the device's keys, and unless there are none, the signature of the image `name`, whose
 // header is `header`: its comment has to let it in. Returns false with a sentence. The gate is open

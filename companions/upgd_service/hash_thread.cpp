@@ -4,28 +4,23 @@
 static void *hash_blocks(void *argument)
 {
     hash_thread *const work = static_cast<hash_thread *>(argument);
-    pthread_mutex_lock(&work->lock);
+    std::unique_lock<std::mutex> lock(work->lock);
     while (true) {
-        while (work->hashed == work->filled && !work->ended)
-            pthread_cond_wait(&work->changed, &work->lock);
+        work->changed.wait(lock, [work] { return work->hashed != work->filled || work->ended; });
         if (work->hashed == work->filled)
-            break;
+            return nullptr;
         const unsigned int at = work->hashed % HASH_BLOCKS;
-        pthread_mutex_unlock(&work->lock);
+        lock.unlock();
         add_to_hash(&work->hash, work->blocks[at], work->lengths[at]);
-        pthread_mutex_lock(&work->lock);
+        lock.lock();
         work->hashed++;
-        pthread_cond_signal(&work->changed);
+        work->changed.notify_one();
     }
-    pthread_mutex_unlock(&work->lock);
-    return nullptr;
 }
 
 int start_hash_thread(hash_thread *work)
 {
     start_hash(&work->hash);
-    pthread_mutex_init(&work->lock, nullptr);
-    pthread_cond_init(&work->changed, nullptr);
     work->filled = 0;
     work->hashed = 0;
     work->ended = false;
@@ -34,27 +29,25 @@ int start_hash_thread(hash_thread *work)
 
 char *next_hash_block(hash_thread *work)
 {
-    pthread_mutex_lock(&work->lock);
-    while (work->filled - work->hashed == HASH_BLOCKS)
-        pthread_cond_wait(&work->changed, &work->lock);
-    pthread_mutex_unlock(&work->lock);
+    std::unique_lock<std::mutex> lock(work->lock);
+    work->changed.wait(lock, [work] { return work->filled - work->hashed < HASH_BLOCKS; });
     return work->blocks[work->filled % HASH_BLOCKS];
 }
 
 void hash_block(hash_thread *work, size_t len)
 {
-    pthread_mutex_lock(&work->lock);
+    const std::lock_guard<std::mutex> lock(work->lock);
     work->lengths[work->filled % HASH_BLOCKS] = len;
     work->filled++;
-    pthread_cond_signal(&work->changed);
-    pthread_mutex_unlock(&work->lock);
+    work->changed.notify_one();
 }
 
 void end_hash_thread(hash_thread *work)
 {
-    pthread_mutex_lock(&work->lock);
-    work->ended = true;
-    pthread_cond_signal(&work->changed);
-    pthread_mutex_unlock(&work->lock);
+    {
+        const std::lock_guard<std::mutex> lock(work->lock);
+        work->ended = true;
+        work->changed.notify_one();
+    }
     pthread_join(work->thread, nullptr);
 }

@@ -4,7 +4,9 @@
 
 #include "companions/signature/check.h"
 
+#include <condition_variable>
 #include <cstddef>
+#include <mutex>
 #include <pthread.h>
 
 constexpr size_t HASH_BLOCK_SIZE = 256 * 1024; // bytes
@@ -14,8 +16,8 @@ constexpr unsigned int HASH_BLOCKS = 8;
 struct hash_thread {
     image_hash hash; // of all blocks, once the thread has ended
     pthread_t thread;
-    pthread_mutex_t lock;
-    pthread_cond_t changed;
+    std::mutex lock;
+    std::condition_variable changed;
     unsigned int filled; // blocks so far
     unsigned int hashed; // blocks so far
     bool ended;          // no further block comes
