@@ -2,6 +2,10 @@
 #ifndef COMPANIONS_COMMANDS_H
 #define COMPANIONS_COMMANDS_H
 
+#include <string>
+
+enum { SERVICE_WELL = 0, SERVICE_FAILED = 1, SERVICE_BAD_CALL = 2, SERVICE_INTERRUPTED = 130 };
+
 // The module of this service; events of its runs go there.
 enum { MODULE_SERVICE = 0xa3d00 };
 
@@ -13,31 +17,34 @@ struct card_choice {
     int number; // seconds to simulate, or the type that fails
 };
 
-// Where an image is while it is applied. Only one whose signature is checked is taken to the
-// device.
-enum image_reading { READ_TO_DEVICE, READ_IN_PLACE, READ_TO_LOOK };
-
-// What an image has to be tested for first.
+// What an image is not tested for, and how it is read.
 struct test_options {
-    bool verify;         // its CRC
-    bool allow_unsigned; // no signature, also where the device asks for one
-    image_reading reading;
+    int no_verify;      // its CRC
+    int allow_unsigned; // its signature, also where the device asks for one
+    int in_place;       // it is applied from where it lies
+    bool look;          // it is not applied
 };
 
-struct update_options {
-    const char *image;
-    char *dir; // null for the one that the image asks for
-    card_choice cards;
-    test_options test;
-    bool force; // try what is bound to fail
+// What a verb is called with.
+struct service_call {
+    char **words = nullptr; // beside the options, up to a null
+    int type = 0;           // of a card file, if the first word is one
+    std::string dir;        // empty for the one that the image asks for
+    card_choice cards = {CARDS_FLASH, 0};
+    test_options test = {};
+    int force = 0; // try what is bound to fail
+    int json = 0;
 };
 
-int plan_command(const update_options *options);
-int update_command(const update_options *options);
-int watch_command();
-int disks_command(bool json);
-int backup_command(char *disk);
-int restore_command(const char *file, char *dir, const test_options *test);
-int flash_command(int type, char *file);
+int update_command(const service_call *call);
+int plan_command(const service_call *call);
+int backup_command(const service_call *call);
+int restore_command(const service_call *call);
+int disks_command(const service_call *call);
+int flash_command(const service_call *call);
+int watch_command(const service_call *call);
+
+// A relative directory would be looked for in itself once a run has moved into it.
+std::string absolute_path(const char *dir);
 
 #endif

@@ -2,7 +2,7 @@
 #include "companions/upgd_service/console.h"
 
 #include "companions/text/shown_text.h"
-#include "companions/upgd_service/exit_status.h"
+#include "companions/upgd_service/commands.h"
 #include "update/dtt_update_common/raw_io.h"
 
 #include <algorithm>
@@ -13,7 +13,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <pthread.h>
+#include <mutex>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
@@ -25,7 +25,7 @@ static bool on_terminal = false;
 static int command_output = -1;
 
 // The run's thread and the one that shows the progress write here.
-static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+static std::mutex lock;
 static bool line_is_open = false;
 static int shown_permille = 0;
 static long started = 0; // in milliseconds, as the next
@@ -103,14 +103,13 @@ static void print_line(FILE *stream, const char *head, const char *format, va_li
     if (vasprintf(&text, format, args) < 0)
         text = nullptr;
     const char *const shown = text != nullptr ? text : format;
-    pthread_mutex_lock(&lock);
+    const std::lock_guard<std::mutex> guard(lock);
     clear_line();
     fflush(out);
     fputs(head, stream);
     print_shown(stream, shown, strlen(shown));
     fputc('\n', stream);
     fflush(stream);
-    pthread_mutex_unlock(&lock);
     free(text);
 }
 
@@ -161,35 +160,29 @@ void show_progress(const char *step, int permille, int done, int total)
 {
     if (!on_terminal)
         return;
-    pthread_mutex_lock(&lock);
+    const std::lock_guard<std::mutex> guard(lock);
     const bool ends = permille >= 1000 && shown_permille < 1000;
-    if (!ends && now_ms() - shown_at < SHOW_EVERY) {
-        pthread_mutex_unlock(&lock);
+    if (!ends && now_ms() - shown_at < SHOW_EVERY)
         return;
-    }
     shown_at = now_ms();
     shown_permille = std::max(shown_permille, std::min(permille, 1000));
     const std::string line = progress_line(step, shown_permille, done, total, columns());
     fprintf(out, "\r%s\033[K", line.c_str());
     fflush(out);
     line_is_open = true;
-    pthread_mutex_unlock(&lock);
 }
 
 int shown_percent()
 {
-    pthread_mutex_lock(&lock);
-    const int percent = shown_permille / 10;
-    pthread_mutex_unlock(&lock);
-    return percent;
+    const std::lock_guard<std::mutex> guard(lock);
+    return shown_permille / 10;
 }
 
 void end_progress()
 {
-    pthread_mutex_lock(&lock);
+    const std::lock_guard<std::mutex> guard(lock);
     if (line_is_open)
         fputc('\n', out);
     fflush(out);
     line_is_open = false;
-    pthread_mutex_unlock(&lock);
 }

@@ -2,12 +2,13 @@
 #include "companions/text/json.h"
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
-#include "companions/upgd_service/exit_status.h"
 #include "companions/upgd_service/tested_image.h"
 #include "platform/configuration.h"
 #include "update/dtt_update_common/image_check.h"
 #include "update_service.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -24,37 +25,41 @@ static bool is_shadow(const char *file)
     return strncmp(slash != nullptr ? slash + 1 : file, "._", 2) == 0;
 }
 
-static int count_files(int count, const char (*files)[96])
+// The files of one kind on a disk.
+struct file_list {
+    const char *key;
+    int count;
+    const char (*files)[96];
+};
+
+static std::array<file_list, 3> lists_of(const udisk_list_t *disk)
 {
-    int shown = 0;
-    for (int i = 0; i < count; i++)
-        shown += is_shadow(files[i]) ? 0 : 1;
-    return shown;
+    return {{{"images", disk->imgfile.uimgfile_num, disk->imgfile.uimgfile},
+             {"backups", disk->backfile.ubackfile_num, disk->backfile.ubackfile},
+             {"rcfgx", disk->rcfgfile.urcfgfile_num, disk->rcfgfile.urcfgfile}}};
 }
 
-static void print_json_list(FILE *out, const char *key, int count, const char (*files)[96])
+static int count_files(const file_list &list)
 {
-    fprintf(out, ",\"%s\":[", key);
-    const char *divider = "";
-    for (int i = 0; i < count; i++) {
-        if (is_shadow(files[i]))
-            continue;
-        fputs(divider, out);
-        print_json_text(out, files[i], strlen(files[i]));
-        divider = ",";
-    }
-    fputc(']', out);
+    return static_cast<int>(std::count_if(list.files, list.files + list.count,
+                                          [](const char *file) { return !is_shadow(file); }));
 }
 
 static void print_json_disk(FILE *out, const udisk_list_t *disk)
 {
-    fputs("{\"path\":", out);
-    print_json_text(out, disk->udisk_path, strlen(disk->udisk_path));
-    fputs(",\"name\":", out);
-    print_json_text(out, disk->udisk_name, strlen(disk->udisk_name));
-    print_json_list(out, "images", disk->imgfile.uimgfile_num, disk->imgfile.uimgfile);
-    print_json_list(out, "backups", disk->backfile.ubackfile_num, disk->backfile.ubackfile);
-    print_json_list(out, "rcfgx", disk->rcfgfile.urcfgfile_num, disk->rcfgfile.urcfgfile);
+    print_json_text(out, "{\"path\":", disk->udisk_path);
+    print_json_text(out, ",\"name\":", disk->udisk_name);
+    for (const file_list &list : lists_of(disk)) {
+        fprintf(out, ",\"%s\":[", list.key);
+        const char *divider = "";
+        for (int i = 0; i < list.count; i++) {
+            if (is_shadow(list.files[i]))
+                continue;
+            print_json_text(out, divider, list.files[i]);
+            divider = ",";
+        }
+        fputc(']', out);
+    }
     fputc('}', out);
 }
 
@@ -79,22 +84,21 @@ static int say_json(const udisk_info_t *info)
     return SERVICE_WELL;
 }
 
-int disks_command(bool json)
+int disks_command(const service_call *call)
 {
     const std::unique_ptr<udisk_info_t> info(new udisk_info_t{});
     if (get_udisk_all_info(info.get()) != 0) {
         complain("the disks can't be listed");
         return SERVICE_FAILED;
     }
-    if (json)
+    if (call->json != 0)
         return say_json(info.get());
     say("%-15s %-31s %6s %7s %5s", "PATH", "NAME", "IMAGES", "BACKUPS", "RCFGX");
     for (int i = 0; i < info->upath_num; i++) {
         const udisk_list_t *const disk = &info->upath[i];
-        say("%-15s %-31s %6d %7d %5d", disk->udisk_path, disk->udisk_name,
-            count_files(disk->imgfile.uimgfile_num, disk->imgfile.uimgfile),
-            count_files(disk->backfile.ubackfile_num, disk->backfile.ubackfile),
-            count_files(disk->rcfgfile.urcfgfile_num, disk->rcfgfile.urcfgfile));
+        const auto [images, backups, rcfgx] = lists_of(disk);
+        say("%-15s %-31s %6d %7d %5d", disk->udisk_path, disk->udisk_name, count_files(images),
+            count_files(backups), count_files(rcfgx));
     }
     return SERVICE_WELL;
 }
@@ -117,37 +121,38 @@ static const char *backup_words(int result)
 static bool holds_nothing(const char *file)
 {
     image_file img;
-    if (open_image(file, &img) != nullptr)
-        return false;
-    close(img.fd);
-    return img.header.ih_filenum == 0;
+    const char *const fault = open_image(file, &img);
+    const descriptor opened(img.fd);
+    return fault == nullptr && img.header.ih_filenum == 0;
 }
 
-int backup_command(char *disk)
+int backup_command(const service_call *call)
 {
     // The operation looks for the path in the list of what is mounted, which has no '/' at its end.
-    for (size_t len = strlen(disk); len > 1 && disk[len - 1] == '/'; len--)
-        disk[len - 1] = '\0';
-    const std::unique_ptr<char[]> file(new char[strlen(disk) + 129]());
-    const int result = do_create_backup(disk, file.get());
+    std::string disk = call->words[0];
+    disk.resize(std::max<size_t>(disk.find_last_not_of('/') + 1, 1));
+    std::string room(disk.size() + 129, '\0');
+    const int result = do_create_backup(disk.data(), room.data());
+    const char *const file = room.c_str();
     if (result != 0) {
-        complain("%s: %s", disk, backup_words(result));
+        complain("%s: %s", disk.c_str(), backup_words(result));
         show_command_output();
         return SERVICE_FAILED;
     }
     // The operation looks for a file of this name alone: a disk that is full has a part of it, and
     // a device without settings an image of nothing.
-    const char *const fault = whole_image_fault(file.get());
-    const bool empty = holds_nothing(file.get());
+    const char *const fault = whole_image_fault(file);
+    const bool empty = holds_nothing(file);
     if (fault == nullptr && !empty) {
-        say("%s", file.get());
+        say("%s", file);
         return SERVICE_WELL;
     }
     if (empty) {
-        unlink(file.get());
-        complain("%s: nothing was saved: there are no settings below /usr/qrx310/etc", disk);
+        unlink(file);
+        complain("%s: nothing was saved: there are no settings below /usr/qrx310/etc",
+                 disk.c_str());
     } else {
-        complain("%s: what was saved %s; make room and save again", file.get(), fault);
+        complain("%s: what was saved %s; make room and save again", file, fault);
     }
     show_command_output();
     return SERVICE_FAILED;
@@ -165,39 +170,34 @@ static const char *restore_words(int result)
     }
 }
 
-// A backup carries a version, as every image does, but none of the firmware: the one that stood
-// there stands there again behind it.
-static bool put_back_version(const char *version)
+int restore_command(const service_call *call)
 {
-    const int error = configuration_set(CONFIGURATION_PATH, VERSION_KEY, version);
-    if (error != 0)
-        complain("%s can't be put back to '%s': %s", VERSION_KEY, version, strerror(-error));
-    return error == 0;
-}
-
-int restore_command(const char *file, char *dir, const test_options *test)
-{
+    const char *const file = call->words[0];
+    std::string dir = call->words[1] != nullptr ? absolute_path(call->words[1]) : "/";
     tested_image image;
-    if (!take_tested_image(file, test, &image))
+    if (!take_tested_image(file, &call->test, &image))
         return SERVICE_FAILED;
-    char version[CONFIGURATION_VALUE_SIZE] = "";
-    const int read = configuration_get(CONFIGURATION_PATH, VERSION_KEY, version, sizeof version);
-    if (read != 0 && read != -ENOENT) {
-        complain("%s: %s: nothing was touched", CONFIGURATION_PATH, strerror(-read));
+    std::string version;
+    if (!read_setting(VERSION_KEY, &version))
         return SERVICE_FAILED;
-    }
-    const int result = do_update_backup(image.path, dir);
+    const int result = do_update_backup(image.path, dir.data());
     if (result != 0) {
         complain("%s: %s", file, restore_words(result));
         show_command_output();
         return SERVICE_FAILED;
     }
-    if (!put_back_version(version))
+    // A backup carries a version, as every image does, but none of the firmware: the one that stood
+    // there stands there again behind it.
+    const int error = configuration_set(CONFIGURATION_PATH, VERSION_KEY, version.c_str());
+    if (error != 0) {
+        complain("%s can't be put back to '%s': %s", VERSION_KEY, version.c_str(),
+                 strerror(-error));
         return SERVICE_FAILED;
+    }
     if (has_changed(&image)) {
         complain("%s: it was changed while it was restored; restore it again", file);
         return SERVICE_FAILED;
     }
-    say("%s: restored below %s", file, dir);
+    say("%s: restored below %s", file, dir.c_str());
     return SERVICE_WELL;
 }

@@ -3,7 +3,6 @@
 
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
-#include "companions/upgd_service/exit_status.h"
 #include "update/dtt_update/card_flasher.h"
 #include "update/dtt_update_common/shell_words.h"
 #include "update_service.h"
@@ -59,9 +58,10 @@ bool call_flashing_tool(int type, char *file)
     return false;
 }
 
-int flash_command(int type, char *file)
+int flash_command(const service_call *call)
 {
-    if (!call_flashing_tool(type, file))
+    char *const file = call->words[1];
+    if (!call_flashing_tool(call->type, file))
         return SERVICE_FAILED;
     say("%s: the tool was called and has ended with status 0; the card itself was not asked", file);
     return SERVICE_WELL;

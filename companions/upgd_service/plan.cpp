@@ -3,8 +3,8 @@
 
 #include "companions/compare/comparison.h"
 #include "companions/compare/kernel_partition.h"
+#include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
-#include "companions/upgd_service/exit_status.h"
 #include "companions/upgd_service/flash.h"
 #include "companions/upgd_service/tested_image.h"
 #include "platform/configuration.h"
@@ -32,9 +32,9 @@ static std::string field_text(const void *field, size_t size)
     return std::string(text, strnlen(text, size));
 }
 
-static std::string find_base(const image_file *img, const char *dir)
+static std::string find_base(const image_file *img, const std::string &dir)
 {
-    if (dir != nullptr)
+    if (!dir.empty())
         return dir;
     update_header_t header = img->header;
     if (ntohl(header.ih_place) == PLACE_COSTOM)
@@ -133,7 +133,7 @@ static void plan_boot_loader(update_plan *plan, const finding *found)
         add_reason(plan, found->path, "is larger than the partition /dev/mmcblk0p1");
 }
 
-static void plan_card(update_plan *plan, const finding *found, const update_options *options)
+static void plan_card(update_plan *plan, const finding *found, const service_call *call)
 {
     const card_kind *const kind = find_card_kind(found->entry.type);
     if (kind == nullptr)
@@ -143,7 +143,7 @@ static void plan_card(update_plan *plan, const finding *found, const update_opti
     if (fault != nullptr)
         add_reason(plan, found->path, fault);
     const std::string tool = flashing_tool(kind);
-    if (options->cards.mode == CARDS_FLASH && access(tool.c_str(), X_OK) != 0)
+    if (call->cards.mode == CARDS_FLASH && access(tool.c_str(), X_OK) != 0)
         add_reason(plan, found->path, ("the tool " + tool + ": " + strerror(errno)).c_str());
 }
 
@@ -158,7 +158,7 @@ static const char *entry_fault(const update_plan *plan, const finding *found, bo
     return fault != nullptr ? fault : install_fault(found->entry.type, found->path);
 }
 
-static void plan_entry(update_plan *plan, const finding *found, const update_options *options,
+static void plan_entry(update_plan *plan, const finding *found, const service_call *call,
                        descriptor *kernel)
 {
     struct stat parent_status = {};
@@ -192,11 +192,11 @@ static void plan_entry(update_plan *plan, const finding *found, const update_opt
         else
             plan_kernel(plan, found, kernel);
     }
-    plan_card(plan, found, options);
+    plan_card(plan, found, call);
 }
 
 // Returns whether a run comes to its first entry.
-static bool plan_base(update_plan *plan, const update_options *options)
+static bool plan_base(update_plan *plan, const service_call *call)
 {
     const char *const path = plan->base.c_str();
     if (plan->base.empty() || plan->base.size() >= PATH_SIZE) {
@@ -210,36 +210,34 @@ static bool plan_base(update_plan *plan, const update_options *options)
         add_reason(plan, plan->base, "is no directory");
         return false;
     }
-    if (options->dir != nullptr && can_be_made(path))
+    if (!call->dir.empty() && can_be_made(path))
         return true;
     add_reason(plan, plan->base,
-               options->dir != nullptr ? "can't be made by a command"
-                                       : "there is no such directory");
+               !call->dir.empty() ? "can't be made by a command" : "there is no such directory");
     return false;
 }
 
-static void plan_entries(update_plan *plan, const image_file *img, const update_options *options,
+static void plan_entries(update_plan *plan, const image_file *img, const service_call *call,
                          bool contents)
 {
     descriptor kernel;
     const compared c = compare_with_device(
         img, plan->base.c_str(), contents ? COMPARE_CONTENTS : 0, [&](const finding &found) {
             show_progress("looking at what stands there", 0, 0, 0);
-            plan_entry(plan, &found, options, &kernel);
+            plan_entry(plan, &found, call, &kernel);
             return true;
         });
     if (c.fault != nullptr)
         add_reason(plan, "entry " + std::to_string(c.broken), c.fault);
 }
 
-void plan_update(update_plan *plan, const image_file *img, const update_options *options,
-                 bool contents)
+void plan_update(update_plan *plan, const image_file *img, const service_call *call, bool contents)
 {
     *plan = {};
     plan->boot_size = -1;
-    plan->base = find_base(img, options->dir);
-    if (plan_base(plan, options))
-        plan_entries(plan, img, options, contents);
+    plan->base = find_base(img, call->dir);
+    if (plan_base(plan, call))
+        plan_entries(plan, img, call, contents);
     for (const planned_system &system : plan->systems)
         if (system.peak > static_cast<int64_t>(system.free))
             add_reason(plan, system.name,
@@ -273,15 +271,15 @@ static void say_installed(const update_plan *plan)
     }
 }
 
-int plan_command(const update_options *options)
+int plan_command(const service_call *call)
 {
     tested_image image;
-    test_options test = options->test;
-    test.reading = READ_TO_LOOK;
-    if (!take_tested_image(options->image, &test, &image))
+    test_options test = call->test;
+    test.look = true;
+    if (!take_tested_image(call->words[0], &test, &image))
         return SERVICE_FAILED;
     update_plan plan;
-    plan_update(&plan, &image.img, options, true);
+    plan_update(&plan, &image.img, call, true);
     end_progress();
     if (!image.gate.closed)
         say("signature: none is asked for");
@@ -297,6 +295,6 @@ int plan_command(const update_options *options)
     for (const std::string &reason : plan.reasons)
         say("bound to fail   %s", reason.c_str());
     if (plan.reasons.empty())
-        say("%s: can be applied", options->image);
+        say("%s: can be applied", image.name);
     return plan.reasons.empty() ? SERVICE_WELL : SERVICE_FAILED;
 }

@@ -35,7 +35,6 @@ struct update_plan {
 
 // Plans the update with `img`. Files of the same length count as the same unless `contents` are
 // compared.
-void plan_update(update_plan *plan, const image_file *img, const update_options *options,
-                 bool contents);
+void plan_update(update_plan *plan, const image_file *img, const service_call *call, bool contents);
 
 #endif

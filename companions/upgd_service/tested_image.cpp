@@ -62,68 +62,68 @@ static const char *read_through(const image_file *img, image_pass *pass)
     return nullptr;
 }
 
-// Opens a file without a name that has room for the image. Returns a descriptor, or -1 with a
-// sentence.
-static int open_keep(const tested_image *image)
+// Opens a file without a name that has room for the image. Returns none with a sentence if it can't
+// be had.
+static descriptor open_keep(const tested_image *image)
 {
-    const int fd = open(KEEP_DIRECTORY, O_TMPFILE | O_EXCL | O_RDWR | O_CLOEXEC, 0600);
+    descriptor keep(open(KEEP_DIRECTORY, O_TMPFILE | O_EXCL | O_RDWR | O_CLOEXEC, 0600));
     struct statvfs fs;
-    const char *fault = nullptr;
-    if (fd < 0)
+    const char *fault;
+    if (!keep.is_open())
         // What kernels without such files say, and file systems.
         fault = errno == EISDIR || errno == EOPNOTSUPP ? "its file system has no unnamed files"
                                                        : strerror(errno);
-    else if (fstatvfs(fd, &fs) != 0)
+    else if (fstatvfs(keep.get(), &fs) != 0)
         fault = strerror(errno);
     else if (uint64_t{fs.f_bavail} * fs.f_frsize < image->img.size)
         fault = NO_ROOM;
-    if (fault == nullptr)
-        return fd;
+    else
+        return keep;
     complain("%s: can't be kept below %s while it is applied: %s: nothing was touched; mend that, "
              "or apply it from where it lies with --in-place",
              image->name, KEEP_DIRECTORY, fault);
-    if (fd >= 0)
-        close(fd);
-    return -1;
+    return descriptor();
 }
 
 // From here on the copy is the image, and what was found out about the other's header counts only
 // if it has the same. Returns null, or what is wrong.
-static const char *turn_to_copy(tested_image *image, int copy)
+static const char *turn_to_copy(tested_image *image, descriptor copy)
 {
     const update_header_t seen = image->img.header;
-    close(image->img.fd);
-    const char *const fault = examine_image(copy, &image->img);
+    image->file = std::move(copy);
+    const char *const fault = examine_image(image->file.get(), &image->img);
     if (fault != nullptr)
         return fault;
+    fstat(image->file.get(), &image->at);
     return memcmp(&seen, &image->img.header, sizeof seen) == 0 ? nullptr
                                                                : "was changed while it was read";
 }
 
-// Reads an image whose signature is asked for. It becomes the copy, if there is one. Returns null,
-// or what is wrong.
-static const char *signed_fault(tested_image *image, image_pass *pass)
+// Reads an image whose signature is asked for. It becomes the copy `keep`, if there is one. Returns
+// null, or what is wrong.
+static const char *signed_fault(tested_image *image, descriptor keep, image_pass *pass)
 {
     static hash_thread hasher;
     const int error = start_hash_thread(&hasher);
     if (error != 0)
         return strerror(error);
     pass->hasher = &hasher;
+    pass->copy = keep.get();
     const char *fault = read_through(&image->img, pass);
     end_hash_thread(&hasher);
-    if (fault == nullptr && pass->copy >= 0)
-        fault = turn_to_copy(image, pass->copy);
+    if (fault == nullptr && keep.is_open())
+        fault = turn_to_copy(image, std::move(keep));
     const update_gate *const gate = &image->gate;
     return fault == nullptr ? signature_fault(&gate->key, &gate->signature, &hasher.hash) : fault;
 }
 
 // Returns null, or what is wrong with the bytes of the image.
-static const char *reading_fault(tested_image *image, bool verify, int keep)
+static const char *reading_fault(tested_image *image, bool verify, descriptor keep)
 {
-    image_pass pass = {nullptr, 0, keep};
+    image_pass pass = {nullptr, 0, -1};
     const char *fault = nullptr;
     if (image->gate.closed)
-        fault = signed_fault(image, &pass);
+        fault = signed_fault(image, std::move(keep), &pass);
     else if (verify)
         fault = read_through(&image->img, &pass);
     return fault == nullptr && verify ? crc_fault(&image->img, pass.crc) : fault;
@@ -136,7 +136,7 @@ static void tell_of_signature(const tested_image *image, const test_options *how
     const signature_line line = describe_signature(&image->gate.signature, nullptr);
     say("%s", line.text);
     PLATFORM_LOG("%s: %s", image->name, line.text);
-    if (how->reading != READ_IN_PLACE)
+    if (how->look || how->in_place == 0)
         return;
     complain("%s: applied from where it lies (--in-place): a disk that answers the second read in "
              "another way would have that applied",
@@ -148,24 +148,24 @@ bool take_tested_image(const char *name, const test_options *how, tested_image *
 {
     image->name = name;
     const char *fault = open_image(name, &image->img);
+    image->file = descriptor(image->img.fd);
     if (fault != nullptr) {
         complain("%s: %s", name, fault);
         return false;
     }
-    if (!prepare_gate(name, &image->img.header, how->allow_unsigned, &image->gate))
+    if (!prepare_gate(name, &image->img.header, how->allow_unsigned != 0, &image->gate))
         return false;
-    int keep = -1;
-    if (image->gate.closed && how->reading == READ_TO_DEVICE && (keep = open_keep(image)) < 0)
+    const bool kept = image->gate.closed && !how->look && how->in_place == 0;
+    descriptor keep = kept ? open_keep(image) : descriptor();
+    if (kept && !keep.is_open())
         return false;
-    fstat(image->img.fd, &image->at);
-    fault = reading_fault(image, how->verify, keep);
+    fstat(image->file.get(), &image->at);
+    fault = reading_fault(image, how->no_verify == 0, std::move(keep));
     if (fault != nullptr) {
         complain("%s: %s: nothing was touched; get it anew%s", name, fault,
                  image->gate.closed ? "" : ", or take it as it is with --no-verify");
         return false;
     }
-    if (keep >= 0)
-        fstat(keep, &image->at);
     snprintf(image->path, sizeof image->path, "/proc/self/fd/%d", image->img.fd);
     PLATFORM_LOG("%s is <%s>", image->path, name);
     tell_of_signature(image, how);

@@ -1,8 +1,8 @@
 // Watching an apply run of the command-line tool in another process, through its progress block.
+#include "companions/owners.h"
 #include "companions/upgd_service/byte_progress.h"
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
-#include "companions/upgd_service/exit_status.h"
 #include "companions/upgd_service/run_look.h"
 #include "update/dtt_update_common/image_check.h"
 #include "upgrade_info.h"
@@ -26,18 +26,16 @@ static constexpr int PATIENCE = 10; // looks at a block without a writer before 
 // Whether the process has the block attached for writing; `maps` is its list of mappings.
 static bool writes_block(const char *maps)
 {
-    FILE *const list = fopen(maps, "re");
+    const file_stream list(fopen(maps, "re"));
     if (list == nullptr)
         return errno == EACCES; // another user's: it may
     char line[512];
-    bool writes = false;
-    while (!writes && fgets(line, sizeof line, list) != nullptr) {
-        char permissions[8];
-        writes = strstr(line, BLOCK_MAPPING) != nullptr &&
-                 sscanf(line, "%*s %7s", permissions) == 1 && permissions[1] == 'w';
-    }
-    fclose(list);
-    return writes;
+    char permissions[8];
+    while (fgets(line, sizeof line, list.get()) != nullptr)
+        if (strstr(line, BLOCK_MAPPING) != nullptr && sscanf(line, "%*s %7s", permissions) == 1 &&
+            permissions[1] == 'w')
+            return true;
+    return false;
 }
 
 // The process that has the block attached for writing, as a run does up to its end, or 0. Watchers
@@ -176,7 +174,7 @@ static int say_end(const run_state *run)
     return run->result == RUN_DONE ? SERVICE_WELL : SERVICE_FAILED;
 }
 
-int watch_command()
+int watch_command(const service_call * /*call*/)
 {
     watched_block block;
     if (!attach_block(&block)) {

@@ -12,6 +12,39 @@ expect_call() {
     expect "status and errors of $*" "$expected $errors" "$status $(head -n 1 err)"
 }
 
+# What the manual page and the completion have of each verb, its options, is what the program says.
+root=$(dirname "$0")/../..
+upgd_service --help | perl -0ne 'while (/^  upgd_service (\w.*\n( {6,}.*\n)+)/mg) { print join(" ", $1 =~ /^\w+|--[a-z-]+/g), "\n" }' >verbs
+perl -0ne 's/\.Sh DESCRIPTION.*//s; while (/^\.Cm (\w.*?)\n\.Nm/msg) { print join(" ", map { s/^Fl /-/r } $1 =~ /^\w+|Fl -[a-z-]+/g), "\n" }' \
+    "$root/man/upgd_service.1" >paged
+expect 'verbs of the manual page' "$(cat verbs)" "$(cat paged)"
+# shellcheck source=completion/upgd_service
+. "$root/completion/upgd_service"
+# completed WORD...: what stands to choose for the last one.
+completed() {
+    COMP_WORDS=(upgd_service "$@") COMP_CWORD=$#
+    _upgd_service
+    echo "${COMPREPLY[*]}"
+}
+expect 'verbs to choose' "$(cut -d' ' -f1 verbs | paste -sd' ') --help --version" "$(completed '')"
+while read -r verb options; do expect "options of $verb" "$options" "$(completed "$verb" -)"; done <verbs
+
+# Calls that are none: one line, and the usage of the verb. A value stands behind a word or a '='.
+while IFS='|' read -r call words usage; do
+    # shellcheck disable=SC2086 # each word is an argument
+    run upgd_service $call
+    expect "a call that is none: $call" "2 upgd_service: $words,Usage:$usage" "$status $(head -n 1 err),$(sed -n 2p err | cut -d' ' -f-3)"
+done <<'END'
+|'' is no verb|
+frob u.img|'frob' is no verb|
+update|update: too few words| upgd_service update
+plan u.img --force|plan: unrecognized option '--force'| upgd_service plan
+restore --force u.img|restore: unrecognized option '--force'| upgd_service restore
+restore u.img / x|restore: 'x' is a word too many| upgd_service restore
+update u.img --cards=fail=21|update: 'fail=21' is no choice for --cards| upgd_service update
+flash 31 f|flash: '31' is no type of card file| upgd_service flash
+END
+
 lay_out_tree
 # The kernel's partition can be mounted by root alone.
 [[ $SANDBOX_PRIVILEGED == 1 ]] || mv tree/vorn-kernel tree/plain
@@ -34,7 +67,7 @@ expect_call 0 '' upgd_service update /proc/self/fd/5 --dir /opt/upgddir --cards 
 exec 5<&-
 
 # A service update: events on a pipe, one failing card, the program's end by interrupts.
-expect_call 0 '' upgd_service update u.img --dir /opt/upgddir --cards simulate=0
+expect_call 0 '' upgd_service update --dir=/opt/upgddir --cards=simulate=0 -- u.img
 expect 'events' 'unpacking,input card FPGA,video card MCU,done,u.img: applied below /opt/upgddir, 9 entries' \
     "$(sed 's/^ *[0-9]* %  //' out | paste -sd,)"
 expect_call 1 "upgd_service: u.img: the video card's MCU was not flashed" \
