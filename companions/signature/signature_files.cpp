@@ -1,84 +1,94 @@
 // The files that `minisign` writes.
 #include "companions/signature/signature_files.h"
 
+#include "companions/owners.h"
 #include "update/dtt_update_common/raw_io.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
 static constexpr char UNTRUSTED[] = "untrusted comment: ";
 static constexpr char TRUSTED[] = "trusted comment: ";
 static constexpr char KEY_LABEL[] = "minisign public key ";
-static constexpr uint8_t KEY_ALGORITHM[] = {'E', 'd'};
-static constexpr uint8_t HASHED_ALGORITHM[] = {'E', 'D'};
-static constexpr size_t ALGORITHM_SIZE = 2;
+static constexpr char KEY_ALGORITHM[] = "Ed";
+static constexpr char HASHED_ALGORITHM[] = "ED";
 
-// A piece of a text that has no terminator.
-struct text_part {
-    const char *at;
-    size_t len;
+// What the base64 texts stand for.
+struct key_record {
+    char algorithm[2];
+    public_key key;
 };
 
-// Takes the next line, which ends with a line feed, off the rest of a text.
-static bool take_line(text_part *rest, text_part *line)
+struct signature_record {
+    char algorithm[2];
+    key_id key;
+    uint8_t of_image[sizeof file_signature::of_image];
+};
+
+static_assert(sizeof(key_record) == 42 && sizeof(signature_record) == 74, "without padding");
+
+static bool has_algorithm(const char (&algorithm)[2], const char *wanted)
 {
-    const void *const end = memchr(rest->at, '\n', rest->len);
-    if (end == nullptr)
+    return memcmp(algorithm, wanted, sizeof algorithm) == 0;
+}
+
+// Divides a text into the lines that it has to have, each ended by a line feed.
+template <size_t COUNT>
+static bool take_lines(std::string_view text, std::string_view (&lines)[COUNT])
+{
+    for (std::string_view &line : lines) {
+        const size_t len = text.find('\n');
+        if (len == std::string_view::npos)
+            return false;
+        line = std::string_view(text.data(), len);
+        text.remove_prefix(len + 1);
+    }
+    return text.empty();
+}
+
+static bool take_words(std::string_view *line, std::string_view words)
+{
+    if (std::string_view(line->data(), std::min(line->size(), words.size())) != words)
         return false;
-    *line = {rest->at, static_cast<size_t>(static_cast<const char *>(end) - rest->at)};
-    rest->at += line->len + 1;
-    rest->len -= line->len + 1;
+    line->remove_prefix(words.size());
     return true;
 }
 
-static bool take_words(text_part *line, const char *words)
+// Decodes the one base64 text that stands for a record of this size: bits that belong to no byte
+// are 0.
+static bool decode(std::string_view line, void *record, size_t size)
 {
-    const size_t len = strlen(words);
-    if (line->len < len || memcmp(line->at, words, len) != 0)
-        return false;
-    *line = {line->at + len, line->len - len};
-    return true;
-}
-
-static int sextet(char digit)
-{
-    static constexpr char DIGITS[] =
+    static constexpr std::string_view DIGITS =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    const void *const found = memchr(DIGITS, digit, sizeof DIGITS - 1);
-    return found != nullptr ? static_cast<int>(static_cast<const char *>(found) - DIGITS) : -1;
-}
-
-// Decodes the one base64 text that stands for `size` bytes: bits that belong to no byte are 0.
-static bool decode(text_part line, uint8_t *bytes, size_t size)
-{
-    if (line.len != (size + 2) / 3 * 4)
+    if (line.size() != (size + 2) / 3 * 4)
         return false;
-    unsigned int bits = 0;
+    size_t bits = 0;
     int count = 0;
     size_t done = 0;
-    for (size_t i = 0; i < line.len; i++) {
+    for (const char digit : line) {
         if (done == size) {
-            if (line.at[i] != '=')
+            if (digit != '=')
                 return false;
             continue;
         }
-        const int value = sextet(line.at[i]);
-        if (value < 0)
+        const size_t value = DIGITS.find(digit);
+        if (value == std::string_view::npos)
             return false;
-        bits = bits << 6 | static_cast<unsigned int>(value);
+        bits = bits << 6 | value;
         count += 6;
         if (count < 8)
             continue;
         count -= 8;
-        bytes[done++] = static_cast<uint8_t>(bits >> count);
-        bits &= (1U << count) - 1;
+        static_cast<uint8_t *>(record)[done++] = static_cast<uint8_t>(bits >> count);
+        bits &= (size_t{1} << count) - 1;
     }
     return bits == 0;
 }
@@ -111,19 +121,15 @@ const char *parse_key(const char *text, size_t len, public_key *key)
     const char *const fault = form_fault(text, len);
     if (fault != nullptr)
         return fault;
-    text_part rest = {text, len};
-    text_part label;
-    text_part line;
-    if (!take_line(&rest, &label) || !take_words(&label, UNTRUSTED) || !take_line(&rest, &line) ||
-        rest.len != 0)
+    std::string_view lines[2];
+    auto &[label, line] = lines;
+    if (!take_lines({text, len}, lines) || !take_words(&label, UNTRUSTED))
         return "is no public key, or is cut short";
-    uint8_t bytes[ALGORITHM_SIZE + sizeof *key];
-    if (!decode(line, bytes, sizeof bytes) || memcmp(bytes, KEY_ALGORITHM, ALGORITHM_SIZE) != 0)
+    key_record record;
+    if (!decode(line, &record, sizeof record) || !has_algorithm(record.algorithm, KEY_ALGORITHM))
         return "is no public key, or is damaged";
-    memcpy(key, bytes + ALGORITHM_SIZE, sizeof *key);
-    const key_name name = name_of_key(&key->id);
-    if (!take_words(&label, KEY_LABEL) || label.len != strlen(name.text) ||
-        memcmp(label.at, name.text, label.len) != 0)
+    *key = record.key;
+    if (!take_words(&label, KEY_LABEL) || label != name_of_key(&key->id).text)
         return "does not name its own key in its first line";
     return nullptr;
 }
@@ -133,32 +139,27 @@ const char *parse_signature(const char *text, size_t len, file_signature *signat
     const char *const fault = form_fault(text, len);
     if (fault != nullptr)
         return fault;
-    text_part rest = {text, len};
-    text_part label;
-    text_part line;
-    text_part comment;
-    text_part global;
-    if (!take_line(&rest, &label) || !take_words(&label, UNTRUSTED) || !take_line(&rest, &line) ||
-        !take_line(&rest, &comment) || !take_words(&comment, TRUSTED) ||
-        !take_line(&rest, &global) || rest.len != 0)
+    std::string_view lines[4];
+    auto &[label, line, comment, global] = lines;
+    if (!take_lines({text, len}, lines) || !take_words(&label, UNTRUSTED) ||
+        !take_words(&comment, TRUSTED))
         return "is no signature, or is cut short";
-    if (!take_words(&label, SIGNATURE_LABEL) || label.len != 0)
+    if (label != SIGNATURE_LABEL)
         return "has another first line than minisign writes by itself";
-    if (comment.len >= sizeof signature->comment)
+    if (comment.size() >= sizeof signature->comment)
         return "has too long a comment";
-    uint8_t bytes[ALGORITHM_SIZE + sizeof signature->key + sizeof signature->of_image];
-    if (!decode(line, bytes, sizeof bytes) ||
+    signature_record record;
+    if (!decode(line, &record, sizeof record) ||
         !decode(global, signature->of_comment, sizeof signature->of_comment))
         return "is no signature, or is damaged";
-    if (memcmp(bytes, KEY_ALGORITHM, ALGORITHM_SIZE) == 0)
+    if (has_algorithm(record.algorithm, KEY_ALGORITHM))
         return "is in the old form, not over the image's hash: sign without -l";
-    if (memcmp(bytes, HASHED_ALGORITHM, ALGORITHM_SIZE) != 0)
+    if (!has_algorithm(record.algorithm, HASHED_ALGORITHM))
         return "is of an unknown form, or is damaged";
-    memcpy(&signature->key, bytes + ALGORITHM_SIZE, sizeof signature->key);
-    memcpy(signature->of_image, bytes + ALGORITHM_SIZE + sizeof signature->key,
-           sizeof signature->of_image);
-    memcpy(signature->comment, comment.at, comment.len);
-    signature->comment[comment.len] = '\0';
+    signature->key = record.key;
+    memcpy(signature->of_image, record.of_image, sizeof record.of_image);
+    memcpy(signature->comment, comment.data(), comment.size());
+    signature->comment[comment.size()] = '\0';
     return nullptr;
 }
 
@@ -178,31 +179,30 @@ static bool is_ours(const struct stat *st)
 // can't write to or have led to.
 static const char *read_head(int dir, const char *name, bool ours, file_head *head)
 {
-    head->len = 0;
     // Without O_NONBLOCK a named pipe would wait for its writer.
-    const int fd =
-        openat(dir, name, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | (ours ? O_NOFOLLOW : 0));
-    if (fd < 0)
-        return errno == ELOOP && ours ? "is a link" : strerror(errno);
+    const descriptor file(
+        openat(dir, name, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | (ours ? O_NOFOLLOW : 0)));
     struct stat st;
-    const char *fault = nullptr;
-    if (fstat(fd, &st) != 0)
-        fault = strerror(errno);
-    else if (!S_ISREG(st.st_mode))
-        fault = "is no plain file";
-    else if (ours && !is_ours(&st))
-        fault = "can be written to by others";
-    else
-        head->len = full_pread(fd, head->text, sizeof head->text, 0);
-    close(fd);
-    return fault;
+    if (!file.is_open() || fstat(file.get(), &st) != 0)
+        return errno == ELOOP && ours ? "is a link" : strerror(errno);
+    if (!S_ISREG(st.st_mode))
+        return "is no plain file";
+    if (ours && !is_ours(&st))
+        return "can be written to by others";
+    head->len = full_pread(file.get(), head->text, sizeof head->text, 0);
+    return nullptr;
+}
+
+static const char *read_key_at(int dir, const char *name, bool ours, public_key *key)
+{
+    file_head head;
+    const char *const fault = read_head(dir, name, ours, &head);
+    return fault != nullptr ? fault : parse_key(head.text, head.len, key);
 }
 
 const char *read_key(const char *path, public_key *key)
 {
-    file_head head;
-    const char *const fault = read_head(AT_FDCWD, path, false, &head);
-    return fault != nullptr ? fault : parse_key(head.text, head.len, key);
+    return read_key_at(AT_FDCWD, path, false, key);
 }
 
 const char *read_signature_of(const char *image, file_signature *signature)
@@ -226,11 +226,8 @@ const public_key *find_key(const key_ring *ring, const key_id *id)
 
 static const char *add_key(int dir, const char *name, key_ring *ring)
 {
-    file_head head;
     public_key key;
-    const char *fault = read_head(dir, name, true, &head);
-    if (fault == nullptr)
-        fault = parse_key(head.text, head.len, &key);
+    const char *const fault = read_key_at(dir, name, true, &key);
     if (fault != nullptr)
         return fault;
     if (find_key(ring, &key.id) != nullptr)
@@ -252,10 +249,8 @@ static const char *directory_fault(int fd)
 
 static bool is_key_name(const char *name)
 {
-    static constexpr char SUFFIX[] = ".pub";
     const size_t len = strlen(name);
-    return name[0] != '.' && len >= sizeof SUFFIX &&
-           strcmp(name + len - (sizeof SUFFIX - 1), SUFFIX) == 0;
+    return name[0] != '.' && len > 4 && strcmp(name + len - 4, ".pub") == 0;
 }
 
 static const char *add_all_keys(DIR *list, key_ring *ring, key_fault *fault)
@@ -273,25 +268,27 @@ static const char *add_all_keys(DIR *list, key_ring *ring, key_fault *fault)
     return why == nullptr && errno != 0 ? strerror(errno) : why;
 }
 
+// Like opendir(3), but follows no link.
+static DIR *open_directory(const char *path)
+{
+    const int fd = open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    DIR *const list = fd >= 0 ? fdopendir(fd) : nullptr;
+    const descriptor unused(list == nullptr ? fd : -1);
+    return list;
+}
+
 key_fault load_keys(const char *dir, key_ring *ring)
 {
     ring->count = 0;
     key_fault fault = {};
     snprintf(fault.where, sizeof fault.where, "%s", dir);
-    const int fd = open(dir, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) {
+    const directory_stream list(open_directory(dir));
+    if (list == nullptr) {
         fault.why = errno == ENOENT ? nullptr : strerror(errno);
         return fault;
     }
-    fault.why = directory_fault(fd);
-    DIR *const list = fault.why == nullptr ? fdopendir(fd) : nullptr;
-    if (list == nullptr) {
-        if (fault.why == nullptr)
-            fault.why = strerror(errno);
-        close(fd);
-        return fault;
-    }
-    fault.why = add_all_keys(list, ring, &fault);
-    closedir(list);
+    fault.why = directory_fault(dirfd(list.get()));
+    if (fault.why == nullptr)
+        fault.why = add_all_keys(list.get(), ring, &fault);
     return fault;
 }
