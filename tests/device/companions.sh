@@ -89,7 +89,14 @@ kill -INT $!
 wait $!
 expect 'after one interrupt' '130 upgd_service: u.img: interrupted: what was written stays' "$? $(cat err)"
 expect 'the file in hand was finished, the next one not begun' 0 "$(grep -c MCU out)"
+# send_message MAILBOX <BYTES
+send_message() {
+    perl -MSocket -e 'socket(S, PF_UNIX, SOCK_DGRAM, 0); connect(S, sockaddr_un("/run/mailbox/$ARGV[0]")) // die $!;
+        local $/; send(S, <STDIN> // "", 0) // die $!' "$1"
+}
 begin_update u.img 1
+{ head -c 28 /dev/zero && printf 'c\0\0\0' && head -c 1044 /dev/zero; } | send_message 010a3d00
+await 'an event of a step without words' grep -q '%  step 99$' out
 touch u.img
 wait $!
 expect 'an image that was written to' '1 upgd_service: u.img: it was changed while it was applied; apply it again' "$? $(cat err)"
@@ -104,8 +111,7 @@ expect 'modes of the mailboxes' '600 600' "$(stat -c %a /run/mailbox/* | paste -
 printf short >short && : >empty
 { head -c 38 /dev/zero && printf '\x16\0\0\0a;touch evil' && head -c 1068 /dev/zero; } | head -c 1068 >request
 for message in empty short request; do
-    perl -MSocket -e 'socket(S, PF_UNIX, SOCK_DGRAM, 0); connect(S, sockaddr_un("/run/mailbox/010a3b00")) // die $!;
-        local $/; send(S, <STDIN> // "", 0) // die $!' <$message
+    send_message 010a3b00 <$message
 done
 kill -HUP $!
 wait $!
