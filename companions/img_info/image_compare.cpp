@@ -26,10 +26,8 @@ static void print_finding(const named_image *opened, const finding *found, bool 
 
 int compare_image(const named_image *opened, const char *dir, int what, bool json)
 {
-    if (access(dir, F_OK) != 0) {
-        complain(dir, "%m");
-        return INFO_UNUSABLE;
-    }
+    if (access(dir, F_OK) != 0)
+        return complain(dir, "%m");
     unsigned int findings = 0;
     if (json)
         fputs("{\"findings\":[", stdout);
@@ -43,9 +41,7 @@ int compare_image(const named_image *opened, const char *dir, int what, bool jso
         printf("],\"compared\":%u,\"well\":%s}\n", c.entries, well ? "true" : "false");
     else if (well)
         printf("%s: well, %u entries as they stand below %s\n", opened->name, c.entries, dir);
-    if (c.fault != nullptr) {
-        complain(opened->name, "entry %u: %s; the rest was not compared", c.broken, c.fault);
-        return INFO_UNUSABLE;
-    }
+    if (c.fault != nullptr)
+        return complain(opened->name, "entry %u: %s; the rest was not compared", c.broken, c.fault);
     return well ? INFO_WELL : INFO_FINDINGS;
 }

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -144,10 +143,8 @@ int extract_image(const named_image *opened, const char *dir, char **names)
 {
     mkdir(dir, 0755);
     const descriptor top(open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!top.is_open()) {
-        complain(dir, "%s", strerror(errno));
-        return INFO_UNUSABLE;
-    }
+    if (!top.is_open())
+        return complain(dir, "%s", strerror(errno));
     int status = INFO_WELL;
     entry_walk walk;
     start_walk(&walk, &opened->img);

@@ -12,7 +12,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 // Hashes the file to its end. Returns null, or what is wrong with it.
 static const char *hash_file(const char *name, image_hash *hash)
@@ -55,22 +54,16 @@ static void print_signature(const file_signature *signature, const char *fault, 
 int check_signature(const char *image, const char *key_file, bool json)
 {
     const char *const impossible = check_impossible();
-    if (impossible != nullptr) {
-        complain(image, "%s", impossible);
-        return INFO_UNUSABLE;
-    }
+    if (impossible != nullptr)
+        return complain(image, "%s", impossible);
     public_key key;
     const char *fault = read_key(key_file, &key);
-    if (fault != nullptr) {
-        complain(key_file, "%s", fault);
-        return INFO_UNUSABLE;
-    }
+    if (fault != nullptr)
+        return complain(key_file, "%s", fault);
     image_hash hash;
     fault = hash_file(image, &hash);
-    if (fault != nullptr) {
-        complain(image, "%s", fault);
-        return INFO_UNUSABLE;
-    }
+    if (fault != nullptr)
+        return complain(image, "%s", fault);
     file_signature signature;
     fault = read_signature_of(image, &signature);
     const bool read = fault == nullptr;

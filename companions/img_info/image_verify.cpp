@@ -2,15 +2,12 @@
 #include "companions/img_info/img_info.h"
 
 #include "companions/text/json.h"
-#include "companions/text/shown_text.h"
 #include "update/dtt_update_common/entry_paths.h"
 #include "update/dtt_update_common/image_check.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 
 // The findings so far, and how they are shown.
 struct findings {

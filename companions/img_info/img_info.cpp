@@ -41,7 +41,7 @@ static constexpr char USAGE[] =
     "FILE may be - for standard input, but not to extract or with a signature.\n"
     "Exit status: 0 well, 1 findings, 2 unusable.\n";
 
-void complain(const char *name, const char *format, ...)
+int complain(const char *name, const char *format, ...)
 {
     // What has been shown so far stands ahead of it.
     fflush(stdout);
@@ -55,6 +55,7 @@ void complain(const char *name, const char *format, ...)
     fputs(": ", stderr);
     print_shown(stderr, text, strlen(text));
     fputc('\n', stderr);
+    return INFO_UNUSABLE;
 }
 
 [[noreturn]] static void bad_call()
@@ -197,9 +198,7 @@ int main(int argc, char **argv)
         (mode != VERIFY && call.base != nullptr))
         bad_call();
     const int status = look_into(&call, argv + optind);
-    if (fflush(stdout) != 0 || ferror(stdout) != 0) {
-        complain("standard output", "%s", strerror(errno));
-        return INFO_UNUSABLE;
-    }
+    if (fflush(stdout) != 0 || ferror(stdout) != 0)
+        return complain("standard output", "%s", strerror(errno));
     return status;
 }

@@ -15,8 +15,9 @@ struct named_image {
     image_file img;
 };
 
-// Each prints its sentence, "img_info: NAME: ...", to standard error.
-void complain(const char *name, const char *format, ...) __attribute__((format(printf, 2, 3)));
+// Each prints its sentence, "img_info: NAME: ...", to standard error. Returns
+// INFO_UNUSABLE, for whoever ends with it.
+int complain(const char *name, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 // In words.
 const char *type_name(int type);

@@ -1,10 +1,8 @@
 // A run of the service, with all that the resident service has to see to.
 #include "companions/upgd_service/attended_run.h"
 
-#include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/flash.h"
-#include "companions/upgd_service/run_look.h"
 #include "platform/mailbox.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update_service.h"
@@ -21,16 +19,9 @@ static std::string step_words(int step)
     for (const card_kind &kind : CARD_KINDS)
         if (kind.step == step)
             return std::string(kind.card) + " " + kind.part;
-    switch (step) {
-    case 0: // it has not begun
-        return "starting";
-    case UPGD_START:
-        return "checking the image";
-    case UPGD_CTRL:
-        return "unpacking";
-    default:
-        return "step " + std::to_string(step);
-    }
+    static constexpr code_words STEPS[] = {
+        {0, "starting"}, {UPGD_START, "checking the image"}, {UPGD_CTRL, "unpacking"}};
+    return words_for(STEPS, step, ("step " + std::to_string(step)).c_str());
 }
 
 // An FPGA image and its golden one share a result.
@@ -39,26 +30,17 @@ std::string result_words(int result)
     for (const card_kind &kind : CARD_KINDS)
         if (kind.failure == result)
             return std::string("the ") + kind.card + "'s " + kind.part + " was not flashed";
-    switch (result) {
-    case UPGD_ERROR_NODISK:
-        return "the disk is gone";
-    case UPGD_ERROR_FILENOTEXIST:
-        return "there is no such file";
-    case UPGD_ERROR_FILECHECK:
-        return "it can't be opened";
-    case UPGD_ERROR_FILEPARSE:
-        return "it was refused: no whole update image, or no directory for it";
-    case UPGD_ERROR_MMAP:
-        return "it can't be mapped";
-    case UPGD_ERROR_COPY:
-        return "an entry can't be written, or the image is damaged";
-    case UPGD_ERROR_BOOT:
-        return "the boot loader can't be installed";
-    case UPGD_ERROR_KERNEL:
-        return "the kernel can't be installed";
-    default:
-        return "failed";
-    }
+    static constexpr code_words RESULTS[] = {
+        {UPGD_ERROR_NODISK, "the disk is gone"},
+        {UPGD_ERROR_FILENOTEXIST, "there is no such file"},
+        {UPGD_ERROR_FILECHECK, "it can't be opened"},
+        {UPGD_ERROR_FILEPARSE, "it was refused: no whole update image, or no directory for it"},
+        {UPGD_ERROR_MMAP, "it can't be mapped"},
+        {UPGD_ERROR_COPY, "an entry can't be written, or the image is damaged"},
+        {UPGD_ERROR_BOOT, "the boot loader can't be installed"},
+        {UPGD_ERROR_KERNEL, "the kernel can't be installed"},
+    };
+    return words_for(RESULTS, result, "failed");
 }
 
 // Opens the mailbox. Returns none with a sentence if it can't be had: one that somebody reads is
@@ -207,19 +189,18 @@ static void *take_interrupts(void *argument)
 }
 
 // The last one outlives the run.
-static constexpr void *(*BODIES[])(void *) = {receive_events, answer_requests, watch_run,
-                                              take_interrupts};
+using thread_body = void *(*)(void *);
+static constexpr thread_body BODIES[] = {receive_events, answer_requests, watch_run,
+                                         take_interrupts};
 
 // Returns false with a sentence if not all can be started.
 static bool start_threads(attended_run *run)
 {
-    for (void *(*const body)(void *) : BODIES) {
+    for (const thread_body body : BODIES) {
         pthread_t thread;
         const int error = pthread_create(&thread, nullptr, body, run);
-        if (error != 0) {
-            complain("a thread can't be started: %s; nothing was touched", strerror(error));
-            return false;
-        }
+        if (error != 0)
+            return complain("a thread can't be started: %s; nothing was touched", strerror(error));
         run->threads.push_back(thread);
     }
     return true;
@@ -230,7 +211,7 @@ attended_run::~attended_run()
     over = true;
     if (threads.size() < std::size(BODIES))
         return;
-    pthread_kill(threads.back(), SIGTERM);
+    pthread_kill(threads.back(), SIGINT);
     pthread_join(threads.back(), nullptr);
 }
 

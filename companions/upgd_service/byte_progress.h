@@ -5,6 +5,14 @@
 
 #include "update/dtt_update_common/image_reader.h"
 
+constexpr int LOOK_US = 100000; // between two looks at the record of a run
+
+// Reads a number of the record while another thread or process writes it: it is never half written.
+inline int field(const int *value)
+{
+    return __atomic_load_n(value, __ATOMIC_RELAXED);
+}
+
 struct byte_progress {
     entry_walk walk;  // behind the entries that are unpacked
     uint32_t counted; // of them, those that the run counts: card files are not

@@ -18,6 +18,7 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
+#include <vector>
 
 static FILE *out = stdout;
 static FILE *errors = stderr;
@@ -70,21 +71,20 @@ void forget_command_output()
 
 void show_command_output()
 {
-    static constexpr int LINES = 5;
+    static constexpr size_t LINES = 5;
     char text[4096];
     const off_t size = command_output >= 0 ? lseek(command_output, 0, SEEK_END) : 0;
     const off_t start = std::max<off_t>(size - static_cast<off_t>(sizeof text - 1), 0);
     const size_t len = full_pread(command_output, text, static_cast<size_t>(size - start), start);
     text[len] = '\0';
     // A tool's own progress line is written over and over.
-    const char *lines[LINES] = {};
-    size_t count = 0;
+    std::vector<const char *> lines;
     char *rest = nullptr;
     for (char *line = strtok_r(text, "\r\n", &rest); line != nullptr;
          line = strtok_r(nullptr, "\r\n", &rest))
-        lines[count++ % LINES] = line;
-    for (size_t i = count > LINES ? count - LINES : 0; i < count; i++)
-        complain("a command said: %s", lines[i % LINES]);
+        lines.push_back(line);
+    for (size_t i = lines.size() > LINES ? lines.size() - LINES : 0; i < lines.size(); i++)
+        complain("a command said: %s", lines[i]);
 }
 
 static void clear_line()
@@ -94,10 +94,8 @@ static void clear_line()
     line_is_open = false;
 }
 
-static void print_line(FILE *stream, const char *head, const char *format, va_list args)
-    __attribute__((format(printf, 3, 0)));
-
-static void print_line(FILE *stream, const char *head, const char *format, va_list args)
+__attribute__((format(printf, 3, 0))) static void print_line(FILE *stream, const char *head,
+                                                             const char *format, va_list args)
 {
     char *text = nullptr;
     if (vasprintf(&text, format, args) < 0)
@@ -121,12 +119,22 @@ void say(const char *format, ...)
     va_end(args);
 }
 
-void complain(const char *format, ...)
+bool complain(const char *format, ...)
 {
     va_list args;
     va_start(args, format);
     print_line(errors, "upgd_service: ", format, args);
     va_end(args);
+    return false;
+}
+
+int fail(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    print_line(errors, "upgd_service: ", format, args);
+    va_end(args);
+    return SERVICE_FAILED;
 }
 
 static size_t columns()

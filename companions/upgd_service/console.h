@@ -4,6 +4,8 @@
 #ifndef COMPANIONS_CONSOLE_H
 #define COMPANIONS_CONSOLE_H
 
+#include <cstddef>
+
 // Takes the standard streams away from the system's lines and from the commands that it runs; what
 // the commands say is kept. What follows still reaches the person.
 void take_console();
@@ -19,8 +21,10 @@ void show_command_output();
 // code, here and below: labels and names come from a disk that anybody may have written.
 void say(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
-// "upgd_service: " and a sentence, on standard error.
-void complain(const char *format, ...) __attribute__((format(printf, 1, 2)));
+// "upgd_service: " and a sentence, on standard error. Returns false, and the other one
+// SERVICE_FAILED, for whoever ends with it.
+bool complain(const char *format, ...) __attribute__((format(printf, 1, 2)));
+int fail(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 // The state of a run: `permille` of it is done, `done` of `total` entries. A smaller `permille`
 // than before is shown as before. Nothing is shown on a pipe.
@@ -31,5 +35,21 @@ int shown_percent();
 
 // Ends the progress line, so that it stays.
 void end_progress();
+
+// What a code is in words.
+struct code_words {
+    int code;
+    const char *words;
+};
+
+// Returns the words of the code, or `otherwise` if the table does not have it.
+template <size_t COUNT>
+const char *words_for(const code_words (&table)[COUNT], int code, const char *otherwise)
+{
+    for (const code_words &row : table)
+        if (row.code == code)
+            return row.words;
+    return otherwise;
+}
 
 #endif

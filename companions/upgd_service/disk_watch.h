@@ -2,9 +2,11 @@
 #ifndef COMPANIONS_DISK_WATCH_H
 #define COMPANIONS_DISK_WATCH_H
 
+#include <string>
+
 struct watched_image {
-    char path[4096];        // absolute
-    char mount_point[4096]; // of the USB disk, empty if the image lies on none
+    std::string path;        // absolute
+    std::string mount_point; // of the USB disk, empty if the image lies on none
 };
 
 // Finds the disk of the image `file`. One whose path is not known, because nothing but an open file

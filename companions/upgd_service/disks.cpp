@@ -68,10 +68,8 @@ static int say_json(const udisk_info_t *info)
     char *text = nullptr;
     size_t size = 0;
     FILE *const out = open_memstream(&text, &size);
-    if (out == nullptr) {
-        complain("the disks can't be listed: %s", strerror(errno));
-        return SERVICE_FAILED;
-    }
+    if (out == nullptr)
+        return fail("the disks can't be listed: %s", strerror(errno));
     fputc('[', out);
     for (int i = 0; i < info->upath_num; i++) {
         fputs(i > 0 ? "," : "", out);
@@ -87,10 +85,8 @@ static int say_json(const udisk_info_t *info)
 int disks_command(const service_call *call)
 {
     const std::unique_ptr<udisk_info_t> info(new udisk_info_t{});
-    if (get_udisk_all_info(info.get()) != 0) {
-        complain("the disks can't be listed");
-        return SERVICE_FAILED;
-    }
+    if (get_udisk_all_info(info.get()) != 0)
+        return fail("the disks can't be listed");
     if (call->json != 0)
         return say_json(info.get());
     say("%-15s %-31s %6s %7s %5s", "PATH", "NAME", "IMAGES", "BACKUPS", "RCFGX");
@@ -103,20 +99,17 @@ int disks_command(const service_call *call)
     return SERVICE_WELL;
 }
 
-static const char *backup_words(int result)
-{
-    switch (result) {
-    case BACKUP_NO_DISK:
-        return "the disk can't be opened";
-    case BACKUP_NO_ROOM_ON_DEVICE:
-        return "too little room on the device: 100,000 KiB are kept free";
-    case BACKUP_NO_ROOM_ON_DISK:
-        return "too little room on the disk, or no disk is mounted there: 100,000 KiB are kept "
-               "free";
-    default:
-        return "the backup failed; the device's log tells why";
-    }
-}
+static constexpr code_words BACKUP_FAULTS[] = {
+    {BACKUP_NO_DISK, "the disk can't be opened"},
+    {BACKUP_NO_ROOM_ON_DEVICE, "too little room on the device: 100,000 KiB are kept free"},
+    {BACKUP_NO_ROOM_ON_DISK, "too little room on the disk, or no disk is mounted there: 100,000 "
+                             "KiB are kept free"},
+};
+
+static constexpr code_words RESTORE_FAULTS[] = {
+    {UPDATE_REFUSED, "the directory can't be reached"},
+    {UPDATE_COPY_FAILED, "an entry can't be written, or the image is damaged"},
+};
 
 static bool holds_nothing(const char *file)
 {
@@ -135,7 +128,8 @@ int backup_command(const service_call *call)
     const int result = do_create_backup(disk.data(), room.data());
     const char *const file = room.c_str();
     if (result != 0) {
-        complain("%s: %s", disk.c_str(), backup_words(result));
+        complain("%s: %s", disk.c_str(),
+                 words_for(BACKUP_FAULTS, result, "the backup failed; the device's log tells why"));
         show_command_output();
         return SERVICE_FAILED;
     }
@@ -158,18 +152,6 @@ int backup_command(const service_call *call)
     return SERVICE_FAILED;
 }
 
-static const char *restore_words(int result)
-{
-    switch (result) {
-    case UPDATE_REFUSED:
-        return "the directory can't be reached";
-    case UPDATE_COPY_FAILED:
-        return "an entry can't be written, or the image is damaged";
-    default:
-        return "the restore failed; the device's log tells why";
-    }
-}
-
 int restore_command(const service_call *call)
 {
     const char *const file = call->words[0];
@@ -182,22 +164,20 @@ int restore_command(const service_call *call)
         return SERVICE_FAILED;
     const int result = do_update_backup(image.path, dir.data());
     if (result != 0) {
-        complain("%s: %s", file, restore_words(result));
+        complain(
+            "%s: %s", file,
+            words_for(RESTORE_FAULTS, result, "the restore failed; the device's log tells why"));
         show_command_output();
         return SERVICE_FAILED;
     }
     // A backup carries a version, as every image does, but none of the firmware: the one that stood
     // there stands there again behind it.
     const int error = configuration_set(CONFIGURATION_PATH, VERSION_KEY, version.c_str());
-    if (error != 0) {
-        complain("%s can't be put back to '%s': %s", VERSION_KEY, version.c_str(),
-                 strerror(-error));
-        return SERVICE_FAILED;
-    }
-    if (has_changed(&image)) {
-        complain("%s: it was changed while it was restored; restore it again", file);
-        return SERVICE_FAILED;
-    }
+    if (error != 0)
+        return fail("%s can't be put back to '%s': %s", VERSION_KEY, version.c_str(),
+                    strerror(-error));
+    if (has_changed(&image))
+        return fail("%s: it was changed while it was restored; restore it again", file);
     say("%s: restored below %s", file, dir.c_str());
     return SERVICE_WELL;
 }

@@ -5,7 +5,6 @@
 #include "companions/upgd_service/console.h"
 #include "update/dtt_update/card_flasher.h"
 #include "update/dtt_update_common/shell_words.h"
-#include "update_service.h"
 
 #include <cerrno>
 #include <cstring>
@@ -28,27 +27,19 @@ const char *flashing_fault(const card_kind *kind, const char *file)
 bool call_flashing_tool(int type, char *file)
 {
     const card_kind *const kind = find_card_kind(type);
-    if (kind == nullptr || access(file, F_OK) != 0) {
-        complain("%s: %s", file,
-                 kind == nullptr ? "no such kind of card firmware" : strerror(errno));
-        return false;
-    }
+    if (kind == nullptr || access(file, F_OK) != 0)
+        return complain("%s: %s", file,
+                        kind == nullptr ? "no such kind of card firmware" : strerror(errno));
     const char *const fault = flashing_fault(kind, file);
-    if (fault != nullptr) {
-        complain("%s: not flashed: %s: rename it", file, fault);
-        return false;
-    }
+    if (fault != nullptr)
+        return complain("%s: not flashed: %s: rename it", file, fault);
     const std::string tool = flashing_tool(kind);
-    if (access(tool.c_str(), X_OK) != 0) {
-        complain("%s: not flashed: the tool %s: %s", file, tool.c_str(), strerror(errno));
-        return false;
-    }
+    if (access(tool.c_str(), X_OK) != 0)
+        return complain("%s: not flashed: the tool %s: %s", file, tool.c_str(), strerror(errno));
     forget_command_output();
     int status = 0;
-    if (flash_card_file(type, file, &status) != 0) {
-        complain("%s: the tool %s can't be run", file, tool.c_str());
-        return false;
-    }
+    if (flash_card_file(type, file, &status) != 0)
+        return complain("%s: the tool %s can't be run", file, tool.c_str());
     if (status == 0)
         return true;
     const bool exited = WIFEXITED(status);

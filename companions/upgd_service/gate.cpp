@@ -1,6 +1,7 @@
 // Who may have an image applied.
 #include "companions/upgd_service/gate.h"
 
+#include "companions/signature/check.h"
 #include "companions/upgd_service/console.h"
 #include "platform/configuration.h"
 #include "update/dtt_update_common/platform_log.h"
@@ -29,9 +30,8 @@ static bool read_floor(std::string *floor, firmware_version *version)
         return false;
     if (floor->empty() || parse_version(floor->c_str(), version))
         return true;
-    complain("%s: %s=%s is no version: nothing was touched; set it anew", CONFIGURATION_PATH,
-             FLOOR_KEY, floor->c_str());
-    return false;
+    return complain("%s: %s=%s is no version: nothing was touched; set it anew", CONFIGURATION_PATH,
+                    FLOOR_KEY, floor->c_str());
 }
 
 static bool is_for_this_product(const char *name, const update_gate *gate)
@@ -41,9 +41,8 @@ static bool is_for_this_product(const char *name, const update_gate *gate)
         return false;
     if (product.empty() || product == gate->said.product)
         return true;
-    complain("%s: is for the product %s, and this device is a %s: nothing was touched", name,
-             gate->said.product, product.c_str());
-    return false;
+    return complain("%s: is for the product %s, and this device is a %s: nothing was touched", name,
+                    gate->said.product, product.c_str());
 }
 
 static bool is_new_enough(const char *name, const update_header_t *header, const update_gate *gate)
@@ -51,26 +50,23 @@ static bool is_new_enough(const char *name, const update_header_t *header, const
     char text[sizeof header->ih_version + 1] = "";
     memcpy(text, header->ih_version, sizeof header->ih_version);
     firmware_version version;
-    if (!parse_version(text, &version)) {
-        complain("%s: its version %s can't be compared: nothing was touched", name, text);
-        return false;
-    }
+    if (!parse_version(text, &version))
+        return complain("%s: its version %s can't be compared: nothing was touched", name, text);
     std::string floor;
     firmware_version lowest;
     if (!read_floor(&floor, &lowest))
         return false;
-    if (compare_versions(&version, &lowest) < 0) {
-        complain("%s: its version %s is below %s, the lowest that this device takes: nothing was "
-                 "touched",
-                 name, text, floor.c_str());
-        return false;
-    }
+    if (compare_versions(&version, &lowest) < 0)
+        return complain(
+            "%s: its version %s is below %s, the lowest that this device takes: nothing was "
+            "touched",
+            name, text, floor.c_str());
     if (compare_versions(&version, &gate->said.floor_version) < 0) {
         // It would be the last that this device takes, and not even that a second time.
-        complain("%s: its version %s is below the floor %s of its own signature: nothing was "
-                 "touched",
-                 name, text, gate->said.floor);
-        return false;
+        return complain(
+            "%s: its version %s is below the floor %s of its own signature: nothing was "
+            "touched",
+            name, text, gate->said.floor);
     }
     return true;
 }
@@ -91,12 +87,10 @@ static bool is_let_in(const char *name, const update_header_t *header, const key
     const char *fault = read_signature_of(name, &gate->signature);
     if (fault == nullptr)
         fault = comment_of_known_key(ring, gate);
-    if (fault != nullptr) {
-        complain("%s%s: %s: nothing was touched; the image needs a good signature, or "
-                 "--allow-unsigned",
-                 name, SIGNATURE_SUFFIX, fault);
-        return false;
-    }
+    if (fault != nullptr)
+        return complain("%s%s: %s: nothing was touched; the image needs a good signature, or "
+                        "--allow-unsigned",
+                        name, SIGNATURE_SUFFIX, fault);
     return is_for_this_product(name, gate) && is_new_enough(name, header, gate);
 }
 
@@ -117,14 +111,12 @@ bool prepare_gate(const char *name, const update_header_t *header, bool allow_un
         return true;
     }
     const char *const impossible = check_impossible();
-    if (impossible != nullptr) {
-        complain("%s: %s: nothing was touched; --allow-unsigned takes any image", name, impossible);
-        return false;
-    }
-    if (fault.why != nullptr) {
-        complain("%s: %s: nothing was touched; mend the device's keys", fault.where, fault.why);
-        return false;
-    }
+    if (impossible != nullptr)
+        return complain("%s: %s: nothing was touched; --allow-unsigned takes any image", name,
+                        impossible);
+    if (fault.why != nullptr)
+        return complain("%s: %s: nothing was touched; mend the device's keys", fault.where,
+                        fault.why);
     gate->closed = true;
     return is_let_in(name, header, &ring, gate);
 }
@@ -142,7 +134,6 @@ bool raise_floor(const update_gate *gate)
     const int result = configuration_set(CONFIGURATION_PATH, FLOOR_KEY, gate->said.floor);
     if (result == 0)
         return true;
-    complain("it was applied, but the floor %s can't be recorded: %s: set %s by hand",
-             gate->said.floor, strerror(-result), FLOOR_KEY);
-    return false;
+    return complain("it was applied, but the floor %s can't be recorded: %s: set %s by hand",
+                    gate->said.floor, strerror(-result), FLOOR_KEY);
 }

@@ -4,7 +4,6 @@
 #ifndef COMPANIONS_GATE_H
 #define COMPANIONS_GATE_H
 
-#include "companions/signature/check.h"
 #include "companions/signature/statement.h"
 #include "update_header.h"
 

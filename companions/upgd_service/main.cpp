@@ -131,10 +131,8 @@ static bool take_options(const verb &v, int argc, char **argv, service_call *cal
             return false;
         if (opt == 'd')
             call->dir = absolute_path(optarg);
-        if (opt == 'c' && !parse_cards(optarg, &call->cards)) {
-            complain("%s: '%s' is no choice for --cards", v.name, optarg);
-            return false;
-        }
+        if (opt == 'c' && !parse_cards(optarg, &call->cards))
+            return complain("%s: '%s' is no choice for --cards", v.name, optarg);
     }
     return true;
 }

@@ -3,7 +3,6 @@
 
 #include "companions/compare/comparison.h"
 #include "companions/compare/kernel_partition.h"
-#include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/flash.h"
 #include "companions/upgd_service/tested_image.h"
@@ -16,7 +15,6 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>

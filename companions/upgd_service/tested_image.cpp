@@ -14,7 +14,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
 // Where an image is kept while it is applied: beside the directory that images go to by themselves.
 static constexpr char KEEP_DIRECTORY[] = "/opt";
@@ -149,10 +148,8 @@ bool take_tested_image(const char *name, const test_options *how, tested_image *
     image->name = name;
     const char *fault = open_image(name, &image->img);
     image->file = descriptor(image->img.fd);
-    if (fault != nullptr) {
-        complain("%s: %s", name, fault);
-        return false;
-    }
+    if (fault != nullptr)
+        return complain("%s: %s", name, fault);
     if (!prepare_gate(name, &image->img.header, how->allow_unsigned != 0, &image->gate))
         return false;
     const bool kept = image->gate.closed && !how->look && how->in_place == 0;
@@ -161,11 +158,9 @@ bool take_tested_image(const char *name, const test_options *how, tested_image *
         return false;
     fstat(image->file.get(), &image->at);
     fault = reading_fault(image, how->no_verify == 0, std::move(keep));
-    if (fault != nullptr) {
-        complain("%s: %s: nothing was touched; get it anew%s", name, fault,
-                 image->gate.closed ? "" : ", or take it as it is with --no-verify");
-        return false;
-    }
+    if (fault != nullptr)
+        return complain("%s: %s: nothing was touched; get it anew%s", name, fault,
+                        image->gate.closed ? "" : ", or take it as it is with --no-verify");
     snprintf(image->path, sizeof image->path, "/proc/self/fd/%d", image->img.fd);
     PLATFORM_LOG("%s is <%s>", image->path, name);
     tell_of_signature(image, how);

@@ -54,19 +54,16 @@ static int compare_applied(const attended_run *run, const char *where)
     end_progress();
     if (findings > 0) {
         show_command_output();
-        complain(
+        return fail(
             "%s: applied below %s, but not all of it stands there; mend that and apply it again",
             image, where);
-        return SERVICE_FAILED;
     }
     if (run->interrupted) {
         complain("%s: applied below %s; interrupted while it was compared", image, where);
         return SERVICE_INTERRUPTED;
     }
-    if (c.fault != nullptr) {
-        complain("%s: applied below %s, but could not be compared: %s", image, where, c.fault);
-        return SERVICE_FAILED;
-    }
+    if (c.fault != nullptr)
+        return fail("%s: applied below %s, but could not be compared: %s", image, where, c.fault);
     say("100 %%  done");
     say("%s: applied below %s, %d entries", image, where, info->file_nums);
     return SERVICE_WELL;
@@ -77,8 +74,7 @@ static int finish_update(const attended_run *run, const service_call *call)
 {
     if (has_changed(run->image)) {
         end_progress();
-        complain("%s: it was changed while it was applied; apply it again", run->image->name);
-        return SERVICE_FAILED;
+        return fail("%s: it was changed while it was applied; apply it again", run->image->name);
     }
     // A run moves into the directory that it unpacks below, which its image may have chosen.
     char where[PATH_MAX];

@@ -3,7 +3,6 @@
 #include "companions/upgd_service/byte_progress.h"
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
-#include "companions/upgd_service/run_look.h"
 #include "update/dtt_update_common/image_check.h"
 #include "upgrade_info.h"
 
@@ -13,9 +12,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <glob.h>
+#include <string>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 static constexpr int WAIT_US = 10000; // a run takes twice as long at least
 // How the kernel names the mapping of a segment: by its key.
@@ -38,6 +39,17 @@ static bool writes_block(const char *maps)
     return false;
 }
 
+// The files of a pattern of /proc.
+static std::vector<std::string> files_of(const std::string &pattern)
+{
+    glob_t found;
+    std::vector<std::string> files;
+    if (glob(pattern.c_str(), GLOB_NOSORT, nullptr, &found) == 0)
+        files.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
+    globfree(&found);
+    return files;
+}
+
 // The process that has the block attached for writing, as a run does up to its end, or 0. Watchers
 // attach it as well, but only to read: two of them must not wait for each other.
 static int find_writer(int id)
@@ -45,28 +57,19 @@ static int find_writer(int id)
     shmid_ds state;
     if (shmctl(id, IPC_STAT, &state) != 0 || state.shm_nattch <= 1)
         return 0;
-    glob_t processes;
-    int writer = 0;
-    if (glob("/proc/[0-9]*/maps", GLOB_NOSORT, nullptr, &processes) == 0)
-        for (size_t i = 0; i < processes.gl_pathc && writer == 0; i++)
-            if (writes_block(processes.gl_pathv[i]))
-                writer = atoi(processes.gl_pathv[i] + strlen("/proc/"));
-    globfree(&processes);
-    return writer;
+    for (const std::string &maps : files_of("/proc/[0-9]*/maps"))
+        if (writes_block(maps.c_str()))
+            return atoi(maps.c_str() + strlen("/proc/"));
+    return 0;
 }
 
-// Finds the image that the process has open. Returns false if it has none, or it is another user's.
+// Opens the image that the process has open. Returns false if it has none, or it is another user's.
 static bool find_image(int pid, image_file *img)
 {
-    char pattern[64];
-    snprintf(pattern, sizeof pattern, "/proc/%d/fd/*", pid);
-    glob_t files;
-    bool found = false;
-    if (glob(pattern, GLOB_NOSORT, nullptr, &files) == 0)
-        for (size_t i = 0; i < files.gl_pathc && !found; i++)
-            found = open_image(files.gl_pathv[i], img) == nullptr;
-    globfree(&files);
-    return found;
+    for (const std::string &file : files_of("/proc/" + std::to_string(pid) + "/fd/*"))
+        if (open_image(file.c_str(), img) == nullptr)
+            return true;
+    return false;
 }
 
 // A progress block, which the first run makes and which outlives every run.
@@ -114,11 +117,11 @@ static bool run_has_come(watched_block *block, const timespec *since)
     if (shmctl(block->id, IPC_STAT, &state) != 0 || state.shm_lpid == block->last)
         return false;
     block->last = state.shm_lpid;
-    char maps[64];
-    snprintf(maps, sizeof maps, "/proc/%d/maps", static_cast<int>(state.shm_lpid));
+    const std::string maps = "/proc/" + std::to_string(state.shm_lpid) + "/maps";
     const timespec now = flag_time();
-    return writes_block(maps) || (access(maps, F_OK) != 0 &&
-                                  (now.tv_sec != since->tv_sec || now.tv_nsec != since->tv_nsec));
+    return writes_block(maps.c_str()) ||
+           (access(maps.c_str(), F_OK) != 0 &&
+            (now.tv_sec != since->tv_sec || now.tv_nsec != since->tv_nsec));
 }
 
 // What stands in the block is the end of the run before, until a new one comes.
@@ -143,69 +146,60 @@ struct run_state {
     int total;
 };
 
-static run_state look(const watched_block *block)
+static const char *step_of(const run_state &run)
 {
-    return {field(&block->info->result), field(&block->info->cur_nums),
-            field(&block->info->file_nums)};
+    return is_over(run.result) ? "ended" : run.result == RUN_STARTED ? "starting" : "unpacking";
 }
 
 // By the bytes of the image `progress`, or by entries if it is null.
-static void show_run(const run_state *run, byte_progress *progress)
+static void show_run(const run_state &run, byte_progress *progress)
 {
-    const uint32_t finished = static_cast<uint32_t>(run->done);
-    const char *step = run->result == RUN_STARTED ? "starting" : "unpacking";
-    int permille = run->total > 0 ? static_cast<int>(int64_t{1000} * run->done / run->total) : 0;
-    if (progress != nullptr && run->result == RUN_UNPACKING) {
+    const uint32_t finished = static_cast<uint32_t>(run.done);
+    const char *step = step_of(run);
+    int permille = run.total > 0 ? static_cast<int>(int64_t{1000} * run.done / run.total) : 0;
+    if (progress != nullptr && run.result == RUN_UNPACKING) {
         permille = unpacked_permille(progress, finished);
         if (is_unpacked(progress, finished))
             step = "bringing it to the medium";
     }
-    if (is_over(run->result))
-        step = "ended";
-    show_progress(step, run->result == RUN_DONE ? 1000 : permille, run->done, run->total);
-}
-
-static int say_end(const run_state *run)
-{
-    end_progress();
-    say(run->result == RUN_DONE ? "the run went well: %d of %d entries"
-                                : "the run has failed: %d of %d entries",
-        run->done, run->total);
-    return run->result == RUN_DONE ? SERVICE_WELL : SERVICE_FAILED;
+    show_progress(step, run.result == RUN_DONE ? 1000 : permille, run.done, run.total);
 }
 
 int watch_command(const service_call * /*call*/)
 {
     watched_block block;
-    if (!attach_block(&block)) {
-        complain("the progress block can't be read");
-        return SERVICE_FAILED;
-    }
+    if (!attach_block(&block))
+        return fail("the progress block can't be read");
     wait_for_run(&block);
+    run_state run = {};
     image_file img;
+    descriptor image; // of the run, once it is known
     byte_progress progress;
-    bool by_bytes = false;
     int last = -2;
-    for (int alone = 0;; usleep(LOOK_US)) {
-        const run_state run = look(&block);
+    for (int alone = 0; alone <= PATIENCE; usleep(LOOK_US)) {
+        const upgrade_info_t *const info = block.info;
+        run = {field(&info->result), field(&info->cur_nums), field(&info->file_nums)};
         const bool over = is_over(run.result);
         if (run.result != last && !over)
-            say("%s", run.result == RUN_STARTED ? "starting" : "unpacking");
+            say("%s", step_of(run));
         last = run.result;
         const int writer = over ? 0 : find_writer(block.id);
-        if (!by_bytes && writer != 0 && run.result == RUN_UNPACKING && find_image(writer, &img)) {
+        if (!image.is_open() && writer != 0 && run.result == RUN_UNPACKING &&
+            find_image(writer, &img)) {
+            image = descriptor(img.fd);
             start_byte_progress(&progress, &img);
-            by_bytes = true;
         }
-        show_run(&run, by_bytes ? &progress : nullptr);
-        if (over)
-            return say_end(&run);
-        alone = writer != 0 ? 0 : alone + 1;
-        if (alone > PATIENCE) {
+        show_run(run, image.is_open() ? &progress : nullptr);
+        if (over) {
             end_progress();
-            complain("no writer is alive behind this run, which has not ended: %d of %d entries",
-                     run.done, run.total);
-            return SERVICE_FAILED;
+            const bool well = run.result == RUN_DONE;
+            say("the run %s: %d of %d entries", well ? "went well" : "has failed", run.done,
+                run.total);
+            return well ? SERVICE_WELL : SERVICE_FAILED;
         }
+        alone = writer != 0 ? 0 : alone + 1;
     }
+    end_progress();
+    return fail("no writer is alive behind this run, which has not ended: %d of %d entries",
+                run.done, run.total);
 }
