@@ -185,7 +185,10 @@ int main(int argc, char **argv)
         printf("upgd_service %s, %s\n", PROGRAM_VERSION, SIGNATURES);
         return SERVICE_WELL;
     }
-    complain("'%s' is no verb", word.c_str());
+    if (argc > 1)
+        complain("'%s' is no verb", argv[1]);
+    else
+        complain("a verb is missing");
     print_usage(stderr);
     return SERVICE_BAD_CALL;
 }

@@ -1,8 +1,8 @@
 // An image that is tested ahead of its run.
 #include "companions/upgd_service/tested_image.h"
 
+#include "companions/signature/check.h"
 #include "companions/upgd_service/console.h"
-#include "companions/upgd_service/hash_thread.h"
 #include "update/dtt_update_common/crc32.h"
 #include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/platform_log.h"
@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
+#include <pthread.h>
 #include <sys/statvfs.h>
 
 // Where an image is kept while it is applied: beside the directory that images go to by themselves.
@@ -20,18 +22,67 @@ static constexpr char KEEP_DIRECTORY[] = "/opt";
 
 static constexpr char NO_ROOM[] = "there is no room for it";
 
+static constexpr size_t BLOCK_SIZE = 1024 * 1024; // bytes
+
+// Hashes a block while the next one is read, which takes about as long.
+class background_hash
+{
+  public:
+    background_hash()
+    {
+        start_hash(&hash_);
+    }
+    background_hash(const background_hash &) = delete;
+    background_hash &operator=(const background_hash &) = delete;
+    ~background_hash()
+    {
+        finish();
+    }
+    // The block is left alone until the next one is added.
+    void add(const char *block, size_t len)
+    {
+        finish();
+        block_ = block;
+        len_ = len;
+        runs_ = pthread_create(&thread_, nullptr, hash_block, this) == 0;
+        if (!runs_)
+            hash_block(this);
+    }
+    image_hash *finish()
+    {
+        if (runs_)
+            pthread_join(thread_, nullptr);
+        runs_ = false;
+        return &hash_;
+    }
+
+  private:
+    static void *hash_block(void *argument)
+    {
+        background_hash *const work = static_cast<background_hash *>(argument);
+        add_to_hash(&work->hash_, work->block_, work->len_);
+        return nullptr;
+    }
+
+    image_hash hash_;
+    pthread_t thread_ = {};
+    bool runs_ = false;
+    const char *block_ = nullptr;
+    size_t len_ = 0;
+};
+
 // What is made of an image's bytes while they are read.
 struct image_pass {
-    hash_thread *hasher; // null if nothing is hashed
-    uint32_t crc;        // of the body
-    int copy;            // descriptor, -1 for none
+    std::optional<background_hash> hash = {}; // if it is asked for
+    uint32_t crc = 0;                         // of the body
+    int copy = -1;                            // descriptor
 };
 
 // The block of `len` bytes at `offset`. Returns null, or what is wrong with the copy.
 static const char *take_block(image_pass *pass, const char *block, size_t len, uint32_t offset)
 {
-    if (pass->hasher != nullptr)
-        hash_block(pass->hasher, len);
+    if (pass->hash)
+        pass->hash->add(block, len);
     const size_t header =
         offset < sizeof(update_header_t) ? std::min(len, sizeof(update_header_t) - offset) : 0;
     pass->crc = crc32_update(pass->crc, block + header, len - header);
@@ -44,13 +95,14 @@ static const char *take_block(image_pass *pass, const char *block, size_t len, u
 // is wrong.
 static const char *read_through(const image_file *img, image_pass *pass)
 {
-    static char own_block[HASH_BLOCK_SIZE];
+    static char blocks[2][BLOCK_SIZE]; // one is hashed while the other one is filled
+    char *block = blocks[1];
     for (uint32_t at = 0; at < img->size;) {
         char step[64];
         snprintf(step, sizeof step, "reading, %u of %u MiB", at >> 20, img->size >> 20);
         show_progress(step, 0, 0, 0);
-        char *const block = pass->hasher != nullptr ? next_hash_block(pass->hasher) : own_block;
-        const size_t len = std::min<size_t>(HASH_BLOCK_SIZE, img->size - at);
+        block = block == blocks[0] ? blocks[1] : blocks[0];
+        const size_t len = std::min<size_t>(BLOCK_SIZE, img->size - at);
         if (full_pread(img->fd, block, len, at) != len)
             return "can't be read to its end";
         const char *const fault = take_block(pass, block, len, at);
@@ -102,24 +154,20 @@ static const char *turn_to_copy(tested_image *image, descriptor copy)
 // null, or what is wrong.
 static const char *signed_fault(tested_image *image, descriptor keep, image_pass *pass)
 {
-    static hash_thread hasher;
-    const int error = start_hash_thread(&hasher);
-    if (error != 0)
-        return strerror(error);
-    pass->hasher = &hasher;
+    pass->hash.emplace();
     pass->copy = keep.get();
     const char *fault = read_through(&image->img, pass);
-    end_hash_thread(&hasher);
     if (fault == nullptr && keep.is_open())
         fault = turn_to_copy(image, std::move(keep));
     const update_gate *const gate = &image->gate;
-    return fault == nullptr ? signature_fault(&gate->key, &gate->signature, &hasher.hash) : fault;
+    return fault == nullptr ? signature_fault(&gate->key, &gate->signature, pass->hash->finish())
+                            : fault;
 }
 
 // Returns null, or what is wrong with the bytes of the image.
 static const char *reading_fault(tested_image *image, bool verify, descriptor keep)
 {
-    image_pass pass = {nullptr, 0, -1};
+    image_pass pass;
     const char *fault = nullptr;
     if (image->gate.closed)
         fault = signed_fault(image, std::move(keep), &pass);

@@ -35,7 +35,7 @@ while IFS='|' read -r call words usage; do
     run upgd_service $call
     expect "a call that is none: $call" "2 upgd_service: $words,Usage:$usage" "$status $(head -n 1 err),$(sed -n 2p err | cut -d' ' -f-3)"
 done <<'END'
-|'' is no verb|
+|a verb is missing|
 frob u.img|'frob' is no verb|
 update|update: too few words| upgd_service update
 plan u.img --force|plan: unrecognized option '--force'| upgd_service plan
