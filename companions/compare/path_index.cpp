@@ -7,10 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 
-path_index::path_index() : stream_(open_memstream(&memory_, &size_))
-{
-}
-
 path_index::~path_index()
 {
     stream_.reset();

@@ -11,9 +11,6 @@
 class path_index
 {
   public:
-    path_index();
-    path_index(const path_index &) = delete;
-    path_index &operator=(const path_index &) = delete;
     ~path_index();
 
     // A text of the entry `number`: its path, with '/' at the end of a directory's.
@@ -48,7 +45,7 @@ class path_index
 
     char *memory_ = nullptr; // numbers, each with its text behind it
     size_t size_ = 0;
-    file_stream stream_; // that fills it
+    file_stream stream_{open_memstream(&memory_, &size_)}; // that fills it
     item *items_ = nullptr;
     size_t count_ = 0;
 };
