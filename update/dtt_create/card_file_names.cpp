@@ -6,14 +6,23 @@
 
 static constexpr size_t NAME_LENGTH_MAX = 2048;
 
-type_file_t type_file[] = {
-    {ENTRY_INPUT_MCU, "App_inputCard.bin"},    {ENTRY_OUTPUT_MCU, "App_OutputCard_HDMI.bin"},
-    {ENTRY_VPU_MCU, "App_VPUCard.bin"},        {ENTRY_INPUT_FPGA, "InputCardTop.bin"},
-    {ENTRY_OUTPUT_FPGA, "Tyx_OutputCard.bin"}, {ENTRY_VPU_FPGA, "TYX_VPU_TOP.bin"},
-    {ENTRY_INPUT_GOLDEN, "Golden_Input.bin"},  {ENTRY_OUTPUT_GOLDEN, "Golden_Output.bin"},
-    {ENTRY_VPU_GOLDEN, "Golden_Vpu.bin"},
-};
-static_assert(sizeof type_file / sizeof type_file[0] == CARD_TYPES, "a row for each kind");
+#define FILE_NAMES(ROW)                                                                            \
+    ROW(ENTRY_INPUT_MCU, "App_inputCard.bin")                                                      \
+    ROW(ENTRY_OUTPUT_MCU, "App_OutputCard_HDMI.bin")                                               \
+    ROW(ENTRY_VPU_MCU, "App_VPUCard.bin")                                                          \
+    ROW(ENTRY_INPUT_FPGA, "InputCardTop.bin")                                                      \
+    ROW(ENTRY_OUTPUT_FPGA, "Tyx_OutputCard.bin")                                                   \
+    ROW(ENTRY_VPU_FPGA, "TYX_VPU_TOP.bin")                                                         \
+    ROW(ENTRY_INPUT_GOLDEN, "Golden_Input.bin")                                                    \
+    ROW(ENTRY_OUTPUT_GOLDEN, "Golden_Output.bin")                                                  \
+    ROW(ENTRY_VPU_GOLDEN, "Golden_Vpu.bin")
+#define FILE_NAME(type, name) {type, name},
+#define KEY(type, name) type,
+
+type_file_t type_file[] = {FILE_NAMES(FILE_NAME)};
+
+static constexpr int KEYS[] = {FILE_NAMES(KEY)};
+static_assert(holds_each_card_type(KEYS), "one row for each type");
 
 int check_type_SelfFile(char *name, int *type)
 {

@@ -6,14 +6,24 @@
 
 #include <cstring>
 
-type_patch_t type_patch[] = {
-    {ENTRY_INPUT_FPGA, "", 6000, CARD_NO_ANSWER},  {ENTRY_INPUT_GOLDEN, "", 6000, CARD_NO_ANSWER},
-    {ENTRY_OUTPUT_FPGA, "", 6000, CARD_NO_ANSWER}, {ENTRY_OUTPUT_GOLDEN, "", 6000, CARD_NO_ANSWER},
-    {ENTRY_VPU_FPGA, "", 12000, CARD_NO_ANSWER},   {ENTRY_VPU_GOLDEN, "", 12000, CARD_NO_ANSWER},
-    {ENTRY_INPUT_MCU, "", 3000, CARD_NO_ANSWER},   {ENTRY_OUTPUT_MCU, "", 6000, CARD_NO_ANSWER},
-    {ENTRY_VPU_MCU, "", 3000, CARD_NO_ANSWER},
-};
-static_assert(sizeof type_patch / sizeof type_patch[0] == CARD_TYPES, "a row for each kind");
+// Each kind with its time limit, in the order of flashing.
+#define FLASHING_ORDER(ROW)                                                                        \
+    ROW(ENTRY_INPUT_FPGA, 6000)                                                                    \
+    ROW(ENTRY_INPUT_GOLDEN, 6000)                                                                  \
+    ROW(ENTRY_OUTPUT_FPGA, 6000)                                                                   \
+    ROW(ENTRY_OUTPUT_GOLDEN, 6000)                                                                 \
+    ROW(ENTRY_VPU_FPGA, 12000)                                                                     \
+    ROW(ENTRY_VPU_GOLDEN, 12000)                                                                   \
+    ROW(ENTRY_INPUT_MCU, 3000)                                                                     \
+    ROW(ENTRY_OUTPUT_MCU, 6000)                                                                    \
+    ROW(ENTRY_VPU_MCU, 3000)
+#define PATCH(type, time) {type, "", time, CARD_NO_ANSWER},
+#define KEY(type, time) type,
+
+type_patch_t type_patch[] = {FLASHING_ORDER(PATCH)};
+
+static constexpr int KEYS[] = {FLASHING_ORDER(KEY)};
+static_assert(holds_each_card_type(KEYS), "one row for each type");
 
 static type_patch_t *find_row(int type)
 {

@@ -1,13 +1,15 @@
 // The kinds of card firmware, a row each: what a card is asked with, how it is flashed on this
 // board, and what a person is told. Their file names stand in type_file, and their time limits and
 // the order in which the cards are flashed in type_patch. A new kind is an enumerator behind the
-// last one of update_header.h and a row in each of the three tables; without one of them nothing
-// compiles.
+// last one of update_header.h and a row in each of the three tables: one that is missing, or stands
+// there twice, does not compile.
 #ifndef DTT_UPDATE_COMMON_CARD_KINDS_H
 #define DTT_UPDATE_COMMON_CARD_KINDS_H
 
 #include "device_msg.h"
 #include "update_header.h"
+
+#include <cstddef>
 
 struct card_kind {
     int type;         // ENTRY_..., the row's key
@@ -66,13 +68,27 @@ constexpr const card_kind *find_card_kind(int type)
     return nullptr;
 }
 
-constexpr bool every_card_type_has_a_kind()
+// Whether each type of card firmware is the key of exactly one of `rows`, and there are no others:
+// a row is a number, or begins with its key.
+constexpr int key_of(int row)
 {
-    for (int type = ENTRY_CARD_FIRST; type <= ENTRY_CARD_LAST; type++)
-        if (find_card_kind(type) == nullptr)
-            return false;
-    return sizeof CARD_KINDS / sizeof CARD_KINDS[0] == CARD_TYPES;
+    return row;
 }
-static_assert(every_card_type_has_a_kind(), "a row for each type, and no other");
+constexpr int key_of(const card_kind &row)
+{
+    return row.type;
+}
+template <typename T, size_t N> constexpr bool holds_each_card_type(const T (&rows)[N])
+{
+    for (int type = ENTRY_CARD_FIRST; type <= ENTRY_CARD_LAST; type++) {
+        size_t found = 0;
+        for (const T &row : rows)
+            found += key_of(row) == type ? 1 : 0;
+        if (found != 1)
+            return false;
+    }
+    return N == CARD_TYPES;
+}
+static_assert(holds_each_card_type(CARD_KINDS), "one row for each type");
 
 #endif
