@@ -4,12 +4,15 @@
 #include "companions/compare/kernel_partition.h"
 #include "companions/compare/path_index.h"
 #include "update/dtt_update_common/bounded_text.h"
-#include "update/dtt_update_common/entry_paths.h"
+#include "update/dtt_update_common/device_paths.h"
+#include "update/dtt_update_common/entry_fault.h"
+#include "update/dtt_update_common/entry_form.h"
 #include "update/dtt_update_common/raw_io.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
@@ -18,7 +21,7 @@ namespace
 {
 struct comparison {
     const image_file *img;
-    const char *dir;
+    base_directory base;
     int what; // COMPARE_...
     finding_visitor visit;
     compared state;
@@ -91,8 +94,7 @@ static finding_kind compare_link(finding *found)
 {
     if (!S_ISLNK(found->there.st_mode))
         return FOUND_OTHER_KIND;
-    const char *const divider = found->entry.name + entry_path_length(&found->entry);
-    const char *const target = *divider != '\0' ? divider + 1 : "";
+    const char *const target = link_target(&found->entry);
     char there[PATH_SIZE];
     const ssize_t len = readlink(found->path, there, sizeof there);
     if (len < 0)
@@ -103,33 +105,47 @@ static finding_kind compare_link(finding *found)
                : FOUND_OTHER_TARGET;
 }
 
+// Looks at what stands in the entry's place. A link that leads to a directory serves as one.
+static int look(finding *found)
+{
+    switch (form_of(found->entry.type)) {
+    case entry_form::directory:
+        return stat(found->path, &found->there);
+    case entry_form::file:
+    case entry_form::link:
+        break;
+    }
+    return lstat(found->path, &found->there);
+}
+
 static finding_kind compare_entry(comparison *c)
 {
     finding *const found = &c->found;
-    const image_entry *const entry = &found->entry;
-    entry_target(c->dir, entry, found->path);
-    found->detail = climb_fault(entry);
-    if (found->path[0] == '\0')
-        found->detail = "its path is too long";
-    if (found->detail != nullptr) {
-        known_to_fit(bounded_copy(found->path, sizeof found->path, entry->name));
-        return FOUND_NO_PLACE;
-    }
-    // A link that leads to a directory serves as one.
-    const bool directory = entry->type == ENTRY_DIRECTORY;
-    if ((directory ? stat : lstat)(found->path, &found->there) != 0) {
+    entry_place place;
+    const char *fault = entry_fault(&c->base, &found->entry, &place);
+    if (fault == nullptr)
+        fault = step_fault(&found->entry, &place);
+    found->detail = nullptr;
+    // What has a place can stand there all the same, by whatever way it came.
+    const bool has_place =
+        find_place(c->base.path, &found->entry, &place) && !climbs_out(&found->entry);
+    fixed_copy(found->path, has_place ? place.basename : found->entry.name);
+    if (!has_place || look(found) != 0) {
         found->there.st_mode = 0;
-        return errno == ENOENT || errno == ENOTDIR ? FOUND_MISSING : unreadable(found);
+        if (has_place && errno != ENOENT && errno != ENOTDIR)
+            return unreadable(found);
+        found->detail = fault;
+        return fault != nullptr ? FOUND_NO_PLACE : FOUND_MISSING;
     }
-    if (directory)
+    switch (form_of(found->entry.type)) {
+    case entry_form::file:
+        break;
+    case entry_form::directory:
         return S_ISDIR(found->there.st_mode) ? FOUND_SAME : FOUND_OTHER_KIND;
-    return entry->type == ENTRY_LINK ? compare_link(found) : compare_file(c);
-}
-
-static const char *last_component(const char *path)
-{
-    const char *const slash = strrchr(path, '/');
-    return slash != nullptr ? slash + 1 : path;
+    case entry_form::link:
+        return compare_link(found);
+    }
+    return compare_file(c);
 }
 
 // By what entries that go to one place of a partition are told to be the same: the boot loader's,
@@ -146,12 +162,11 @@ static descriptor open_installed(comparison *c)
     finding *const found = &c->found;
     const char *name = BOOT_PARTITION;
     int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
-    known_to_fit(bounded_copy(found->path, sizeof found->path, name));
+    fixed_copy(found->path, BOOT_PARTITION);
     if (found->entry.type == ENTRY_KERNEL) {
         name = last_component(found->entry.name);
         flags |= O_NOFOLLOW;
-        known_to_fit(bounded_format(found->path, sizeof found->path, "%.15s:%.1000s",
-                                    KERNEL_PARTITION, name));
+        snprintf(found->path, sizeof found->path, KERNEL_PARTITION ":%s", name);
         if (!c->kernel.is_open())
             found->detail = open_kernel_partition(&c->kernel);
         if (found->detail != nullptr)
@@ -195,9 +210,7 @@ static bool visit_entry(comparison *c)
 {
     finding *const found = &c->found;
     char path[PATH_SIZE];
-    const size_t len = entry_path_length(&found->entry);
-    memcpy(path, found->entry.name, len);
-    path[len] = '\0';
+    copy_entry_path(&found->entry, path);
     // The last entry of a path is what stands there, and so on a partition.
     if (c->paths.comes_again(path, found->entry.number))
         return true;
@@ -229,7 +242,7 @@ static bool visit_entries(comparison *c)
 static bool visit_extra(comparison *c, const char *name)
 {
     finding *const found = &c->found;
-    concat_path_file(c->dir, name, found->path);
+    concat_path_file(c->base.path, name, found->path);
     found->there = {};
     found->detail = lstat(found->path, &found->there) == 0 && S_ISDIR(found->there.st_mode)
                         ? "a directory"
@@ -241,7 +254,7 @@ static bool visit_extra(comparison *c, const char *name)
 static bool visit_listing(comparison *c, const char *below)
 {
     finding *const found = &c->found;
-    concat_path_file(c->dir, below, found->path);
+    concat_path_file(c->base.path, below, found->path);
     found->there = {};
     const directory_stream list(opendir(found->path));
     // One that is missing has been told by its entries.
@@ -300,15 +313,18 @@ static bool build_indices(comparison *c)
     image_entry entry;
     for (uint32_t i = ntohl(c->img->header.ih_filenum);
          i > 0 && read_entry(&walk, &entry) == nullptr; i--) {
-        char path[PATH_SIZE + 1];
-        entry_target(c->dir, &entry, path);
-        if (installs(entry.type, path))
+        entry_place place;
+        if (find_place(c->base.path, &entry, &place) && installs(entry.type, place.basename))
             c->partitions.add(partition_text(&entry), entry.number);
-        const size_t len = entry_path_length(&entry);
-        memcpy(path, entry.name, len);
-        path[len] = '\0';
-        if (entry.type == ENTRY_DIRECTORY)
-            memcpy(path + len, "/", 2);
+        char path[PATH_SIZE + 1];
+        copy_entry_path(&entry, path);
+        switch (form_of(entry.type)) {
+        case entry_form::file:
+        case entry_form::link:
+            break;
+        case entry_form::directory:
+            memcpy(path + strlen(path), "/", 2);
+        }
         c->paths.add(path, entry.number);
     }
     return c->paths.finish() && c->partitions.finish();
@@ -317,10 +333,14 @@ static bool build_indices(comparison *c)
 compared compare_with_device(const image_file *img, const char *dir, int what,
                              const finding_visitor &visit)
 {
-    comparison c = {img, dir, what, visit, {}, {}, {}, {}, descriptor()};
-    if (!build_indices(&c))
+    comparison c = {img, {}, what, visit, {}, {}, {}, {}, descriptor()};
+    c.base.top = c.base.path;
+    if (!bounded_copy(c.base.path, sizeof c.base.path, dir))
+        c.state.fault = "the path of the directory is too long";
+    else if (!build_indices(&c))
         c.state.fault = "there is no memory for its paths";
     else if (visit_entries(&c) && (what & COMPARE_EXTRA) != 0)
         visit_listings(&c);
+    release_base_directory(&c.base);
     return c.state;
 }

@@ -14,7 +14,7 @@ enum finding_kind {
     FOUND_OTHER_KIND,
     FOUND_OTHER_TARGET, // of a link
     FOUND_UNREADABLE,
-    FOUND_NO_PLACE,         // a path that fits nowhere, or leads out of the directory
+    FOUND_NO_PLACE,         // an entry that no run can bring there
     FOUND_NOT_ON_PARTITION, // of the boot loader or the kernel
     FOUND_EXTRA,
     FOUND_KINDS

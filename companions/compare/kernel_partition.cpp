@@ -1,6 +1,8 @@
 // The kernel partition, to be looked at.
 #include "companions/compare/kernel_partition.h"
 
+#include "update/dtt_update_common/device_paths.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -52,9 +54,9 @@ static descriptor open_unseen()
 
 const char *open_kernel_partition(descriptor *top)
 {
-    if (is_mounted("/mntker")) {
-        *top = descriptor(open("/mntker", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        return top->is_open() ? nullptr : "/mntker can't be opened";
+    if (is_mounted(KERNEL_MOUNT_POINT)) {
+        *top = descriptor(open(KERNEL_MOUNT_POINT, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        return top->is_open() ? nullptr : KERNEL_MOUNT_POINT " can't be opened";
     }
     // An interrupt must not leave the mount behind.
     sigset_t all;
@@ -65,6 +67,6 @@ const char *open_kernel_partition(descriptor *top)
     pthread_sigmask(SIG_SETMASK, &mask, nullptr);
     if (top->is_open())
         return nullptr;
-    return access(KERNEL_PARTITION, F_OK) != 0 ? "there is no kernel partition /dev/mmcblk0p6"
+    return access(KERNEL_PARTITION, F_OK) != 0 ? "there is no kernel partition " KERNEL_PARTITION
                                                : "the kernel partition can't be mounted";
 }

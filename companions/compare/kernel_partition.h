@@ -4,9 +4,6 @@
 
 #include "companions/owners.h"
 
-constexpr const char *BOOT_PARTITION = "/dev/mmcblk0p1";
-constexpr const char *KERNEL_PARTITION = "/dev/mmcblk0p6";
-
 // Opens the partition's top directory: what is mounted on /mntker, or else the partition itself,
 // which is mounted for reading and nowhere to be found. It is let go when `*top` is closed. Returns
 // null, or in words why it can't be looked at; `*top` is none then.

@@ -2,6 +2,7 @@
 // stands there is touched, and no link is followed, so that nothing lands anywhere else.
 #include "companions/img_info/img_info.h"
 
+#include "update/dtt_update_common/entry_form.h"
 #include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/raw_io.h"
 
@@ -12,14 +13,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-// An entry's path is walked in a copy that is cut up.
-static void copy_path(const image_entry *entry, char (&path)[PATH_SIZE])
-{
-    const size_t len = entry_path_length(entry);
-    memcpy(path, entry->name, len);
-    path[len] = '\0';
-}
 
 static bool is_wanted(const char *path, char **names)
 {
@@ -88,13 +81,14 @@ static int extract_file(const image_file *img, const image_entry *entry, int par
 static int extract_entry(const image_file *img, const image_entry *entry, int parent,
                          const char *name)
 {
-    if (entry->type == ENTRY_LINK) {
-        const size_t len = entry_path_length(entry);
-        const char *const target = entry->name[len] != '\0' ? entry->name + len + 1 : "";
-        return symlinkat(target, parent, name);
-    }
-    if (entry->type == ENTRY_DIRECTORY)
+    switch (form_of(entry->type)) {
+    case entry_form::file:
+        break;
+    case entry_form::directory:
         return mkdirat(parent, name, 0755) == 0 || errno == EEXIST ? 0 : -1;
+    case entry_form::link:
+        return symlinkat(link_target(entry), parent, name);
+    }
     return extract_file(img, entry, parent, name);
 }
 
@@ -132,8 +126,7 @@ static bool has_its_crc(const named_image *opened)
     if (!body_crc(&opened->img, &crc))
         complain(opened->name, "the body can't be read to its end");
     else if (crc != promised)
-        complain(opened->name, "the header says the CRC %08x, the body has %08x: it is damaged",
-                 promised, crc);
+        complain(opened->name, CRC_SENTENCE ": it is damaged", promised, crc);
     else
         return true;
     return false;
@@ -158,8 +151,8 @@ int extract_image(const named_image *opened, const char *dir, char **names)
             status = INFO_FINDINGS;
             break;
         }
-        char path[PATH_SIZE];
-        copy_path(&entry, path);
+        char path[PATH_SIZE]; // which is cut up
+        copy_entry_path(&entry, path);
         if (!is_wanted(path, names))
             continue;
         wanted++;

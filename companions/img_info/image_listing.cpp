@@ -3,9 +3,10 @@
 
 #include "companions/text/json.h"
 #include "companions/text/shown_text.h"
-#include "update/dtt_update_common/bounded_text.h"
 #include "update/dtt_update_common/card_kinds.h"
+#include "update/dtt_update_common/entry_form.h"
 #include "update/dtt_update_common/header_report.h"
+#include "update/dtt_update_common/header_text.h"
 
 #include <arpa/inet.h>
 #include <cstdio>
@@ -14,20 +15,19 @@
 
 const char *type_name(int type)
 {
-    static constexpr struct {
-        int type;
-        const char *name;
-    } NAMES[] = {
-        {ENTRY_DIRECTORY, "directory"},
-        {ENTRY_LINK, "link"},
-        {ENTRY_KERNEL, "kernel"},
-        {ENTRY_BOOT, "boot loader"},
-    };
-    for (const auto &row : NAMES)
-        if (row.type == type)
-            return row.name;
+    switch (form_of(type)) {
+    case entry_form::file:
+        break;
+    case entry_form::directory:
+        return "directory";
+    case entry_form::link:
+        return "link";
+    }
     const card_kind *const kind = find_card_kind(type);
-    return kind != nullptr ? kind->name : "file";
+    return kind != nullptr        ? kind->name
+           : type == ENTRY_KERNEL ? "kernel"
+           : type == ENTRY_BOOT   ? "boot loader"
+                                  : "file";
 }
 
 static const char *place_name(uint32_t place)
@@ -44,18 +44,6 @@ static const char *place_name(uint32_t place)
     }
 }
 
-// A text of the header, which may fill its field.
-struct field_text {
-    const char *text;
-    size_t len;
-};
-
-static field_text field(const void *bytes, size_t size)
-{
-    const char *const text = static_cast<const char *>(bytes);
-    return {text, strnlen(text, size)};
-}
-
 static void format_time(uint32_t seconds, char (&text)[32])
 {
     const time_t timestamp = seconds;
@@ -68,7 +56,7 @@ static void format_time(uint32_t seconds, char (&text)[32])
 struct header_fact {
     const char *key;
     const char *words;
-    field_text text; // null for a number
+    const char *text; // null for a number
     unsigned int number;
 };
 
@@ -77,36 +65,36 @@ static void print_header(const update_header_t *header, bool json)
     char created[32];
     format_time(ntohl(header->ih_time), created);
     char crc[sizeof "01234567"];
-    known_to_fit(bounded_format(crc, sizeof crc, "%08x", ntohl(header->ih_crc)));
-    const char *const place = place_name(ntohl(header->ih_place));
-    const char *const comp = print_type(static_cast<int>(ntohl(header->ih_comp)));
-    const field_text none = {nullptr, 0};
+    snprintf(crc, sizeof crc, "%08x", ntohl(header->ih_crc));
+    const header_text name = text_of(header->ih_name);
+    const header_text version = text_of(header->ih_version);
+    const header_text dest_dir = text_of(header->ih_dest_dir);
+    const header_text update_dir = text_of(header->ih_update_dir);
     const header_fact facts[] = {
-        {"name", "Name", field(header->ih_name, sizeof header->ih_name), 0},
-        {"version", "Version", field(header->ih_version, sizeof header->ih_version), 0},
-        {"created", "Created", {created, strlen(created)}, 0},
-        {"place", "Place", {place, strlen(place)}, 0},
-        {"place_code", "Code of the place", none, ntohl(header->ih_place)},
-        {"dest_dir", "Target directory", field(header->ih_dest_dir, sizeof header->ih_dest_dir), 0},
-        {"update_dir", "Packed directory",
-         field(header->ih_update_dir, sizeof header->ih_update_dir), 0},
-        {"compression", "Compression", {comp, strlen(comp)}, 0},
-        {"size", "Size in bytes", none, ntohl(header->ih_size)},
-        {"directories", "Directories", none, ntohl(header->ih_dirs)},
-        {"entry_count", "Entries", none, ntohl(header->ih_filenum)},
-        {"crc", "CRC of the body", {crc, strlen(crc)}, 0},
+        {"name", "Name", name.text, 0},
+        {"version", "Version", version.text, 0},
+        {"created", "Created", created, 0},
+        {"place", "Place", place_name(ntohl(header->ih_place)), 0},
+        {"place_code", "Code of the place", nullptr, ntohl(header->ih_place)},
+        {"dest_dir", "Target directory", dest_dir.text, 0},
+        {"update_dir", "Packed directory", update_dir.text, 0},
+        {"compression", "Compression", print_type(static_cast<int>(ntohl(header->ih_comp))), 0},
+        {"size", "Size in bytes", nullptr, ntohl(header->ih_size)},
+        {"directories", "Directories", nullptr, ntohl(header->ih_dirs)},
+        {"entry_count", "Entries", nullptr, ntohl(header->ih_filenum)},
+        {"crc", "CRC of the body", crc, 0},
     };
     for (const header_fact &fact : facts) {
         if (json)
             printf("%s\"%s\":", &fact == facts ? "{\"header\":{" : ",", fact.key);
         else
             printf("%-17s ", fact.words);
-        if (fact.text.text == nullptr)
+        if (fact.text == nullptr)
             printf("%u", fact.number);
         else if (json)
-            print_json_text(stdout, fact.text.text, fact.text.len);
+            print_json_text(stdout, fact.text, strlen(fact.text));
         else
-            print_shown(stdout, fact.text.text, fact.text.len);
+            print_shown(stdout, fact.text, strlen(fact.text));
         if (!json)
             putchar('\n');
     }
@@ -115,8 +103,8 @@ static void print_header(const update_header_t *header, bool json)
 static void print_entry(const image_entry *entry, uint32_t offset, bool json)
 {
     const size_t len = entry_path_length(entry);
-    const bool link = entry->type == ENTRY_LINK && entry->name[len] != '\0';
-    const char *const target = link ? entry->name + len + 1 : "";
+    const bool link = entry->name[len] != '\0'; // with a target
+    const char *const target = link_target(entry);
     if (!json) {
         printf("%-13s %10d  ", type_name(entry->type), entry->file_size);
         print_shown(stdout, entry->name, len);

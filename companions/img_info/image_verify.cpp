@@ -2,7 +2,8 @@
 #include "companions/img_info/img_info.h"
 
 #include "companions/text/json.h"
-#include "update/dtt_update_common/entry_paths.h"
+#include "update/dtt_update_common/bounded_text.h"
+#include "update/dtt_update_common/entry_fault.h"
 #include "update/dtt_update_common/image_check.h"
 
 #include <arpa/inet.h>
@@ -33,38 +34,28 @@ static void add_finding(findings *found, const char *format, ...)
     found->count++;
 }
 
-// Why no device can unpack the entry below `base`, or null.
-static const char *unpacking_fault(const image_entry *entry, const char *base)
-{
-    char path[PATH_SIZE];
-    entry_target(base, entry, path);
-    if (path[0] == '\0')
-        return "its path is too long";
-    char parent[PATH_SIZE];
-    parent_directory(base, entry->name, parent);
-    const char *const fault = command_fault(entry, path, parent, false);
-    return fault != nullptr ? fault : install_fault(entry->type, path);
-}
-
-static void verify_entries(const image_file *img, const char *base, findings *found)
+// Whether each entry can be applied below `base`, on whatever device: none is looked at.
+static void verify_entries(const image_file *img, base_directory *base, findings *found)
 {
     entry_walk walk;
     start_walk(&walk, img);
     while (walk.next < img->size) {
         image_entry entry;
         const uint32_t offset = walk.next;
-        const char *const fault = read_entry(&walk, &entry);
+        const char *fault = read_entry(&walk, &entry);
         if (fault != nullptr) {
             add_finding(found, "entry %u at offset %u: %s", walk.number, offset, fault);
             break;
         }
-        const char *const climbs = climb_fault(&entry);
-        const char *const unfit = unpacking_fault(&entry, base);
-        if (climbs != nullptr)
-            add_finding(found, "entry %u at offset %u: %s", entry.number, offset, climbs);
-        else if (unfit != nullptr)
-            add_finding(found, "entry %u at offset %u: %s, below %s", entry.number, offset, unfit,
-                        base);
+        entry_place place;
+        fault = entry_fault(base, &entry, &place);
+        if (fault == nullptr)
+            fault = step_fault(&entry, &place);
+        if (fault != nullptr)
+            add_finding(found,
+                        climbs_out(&entry) ? "entry %u at offset %u: %s"
+                                           : "entry %u at offset %u: %s, below %s",
+                        entry.number, offset, fault, base->path);
     }
     const uint32_t count = ntohl(img->header.ih_filenum);
     if (walk.number != count)
@@ -86,9 +77,12 @@ int verify_image(const named_image *opened, const char *base, bool json)
     if (!body_crc(img, &crc))
         add_finding(&found, "the body can't be read");
     else if (crc != ntohl(img->header.ih_crc))
-        add_finding(&found, "the header says the CRC %08x, the body has %08x",
-                    ntohl(img->header.ih_crc), crc);
-    verify_entries(img, base, &found);
+        add_finding(&found, CRC_SENTENCE, ntohl(img->header.ih_crc), crc);
+    base_directory below = {};
+    if (bounded_copy(below.path, sizeof below.path, base))
+        verify_entries(img, &below, &found);
+    else
+        add_finding(&found, "the path of the directory is too long");
     if (json)
         printf("],\"well\":%s}\n", found.count == 0 ? "true" : "false");
     else if (found.count == 0)

@@ -4,6 +4,7 @@
 
 #include "companions/signature/check.h"
 #include "companions/text/shown_text.h"
+#include "update/dtt_update_common/device_paths.h"
 #include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/raw_io.h"
 
@@ -116,7 +117,7 @@ struct info_call {
 // Each of the files up to a null. Returns the worst of their exit statuses.
 static int verify_files(const info_call *call, char **names)
 {
-    const char *const base = call->base != nullptr ? call->base : "/opt/upgddir/";
+    const char *const base = call->base != nullptr ? call->base : BASE_DIRECTORY;
     int status = INFO_WELL;
     for (; *names != nullptr; names++) {
         named_image opened;

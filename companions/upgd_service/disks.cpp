@@ -21,8 +21,7 @@ static constexpr char VERSION_KEY[] = "fw_version";
 // Some systems lay a file of their own beside each file on a disk, whose name begins like this.
 static bool is_shadow(const char *file)
 {
-    const char *const slash = strrchr(file, '/');
-    return strncmp(slash != nullptr ? slash + 1 : file, "._", 2) == 0;
+    return strncmp(last_component(file), "._", 2) == 0;
 }
 
 // The files of one kind on a disk.

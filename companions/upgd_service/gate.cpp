@@ -4,6 +4,7 @@
 #include "companions/signature/check.h"
 #include "companions/upgd_service/console.h"
 #include "platform/configuration.h"
+#include "update/dtt_update_common/header_text.h"
 #include "update/dtt_update_common/platform_log.h"
 
 #include <cerrno>
@@ -47,8 +48,8 @@ static bool is_for_this_product(const char *name, const update_gate *gate)
 
 static bool is_new_enough(const char *name, const update_header_t *header, const update_gate *gate)
 {
-    char text[sizeof header->ih_version + 1] = "";
-    memcpy(text, header->ih_version, sizeof header->ih_version);
+    const header_text field = text_of(header->ih_version);
+    const char *const text = field.text;
     firmware_version version;
     if (!parse_version(text, &version))
         return complain("%s: its version %s can't be compared: nothing was touched", name, text);

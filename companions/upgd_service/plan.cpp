@@ -9,7 +9,10 @@
 #include "platform/configuration.h"
 #include "update/dtt_update/card_table.h"
 #include "update/dtt_update/target_search.h"
-#include "update/dtt_update_common/entry_paths.h"
+#include "update/dtt_update_common/device_paths.h"
+#include "update/dtt_update_common/entry_fault.h"
+#include "update/dtt_update_common/entry_form.h"
+#include "update/dtt_update_common/header_text.h"
 #include "update/dtt_update_common/shell_words.h"
 
 #include <algorithm>
@@ -23,20 +26,13 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
-// A text of the header, which may lack a terminator.
-static std::string field_text(const void *field, size_t size)
-{
-    const char *const text = static_cast<const char *>(field);
-    return std::string(text, strnlen(text, size));
-}
-
 static std::string find_base(const image_file *img, const std::string &dir)
 {
     if (!dir.empty())
         return dir;
     update_header_t header = img->header;
     if (ntohl(header.ih_place) == PLACE_COSTOM)
-        return field_text(header.ih_dest_dir, sizeof header.ih_dest_dir);
+        return text_of(header.ih_dest_dir).text;
     char base[PATH_SIZE] = "";
     find_dir(&header, base);
     return base;
@@ -83,6 +79,18 @@ static void add_reason(update_plan *plan, const std::string &subject, const char
     plan->reasons.push_back(subject + ": " + words);
 }
 
+static bool is_directory(int type)
+{
+    switch (form_of(type)) {
+    case entry_form::file:
+    case entry_form::link:
+        return false;
+    case entry_form::directory:
+        break;
+    }
+    return true;
+}
+
 // What stands where the entry goes and can't make way, in words, or null.
 static const char *obstacle(const finding *found, const std::string &parent,
                             const struct stat *parent_status)
@@ -90,7 +98,7 @@ static const char *obstacle(const finding *found, const std::string &parent,
     if (!S_ISDIR(parent_status->st_mode))
         return "a file stands in the place of its directory";
     if (found->there.st_mode != 0 &&
-        S_ISDIR(found->there.st_mode) != (found->entry.type == ENTRY_DIRECTORY))
+        S_ISDIR(found->there.st_mode) != is_directory(found->entry.type))
         return S_ISDIR(found->there.st_mode) ? "a directory stands there"
                                              : "no directory stands there";
     if (access(parent.c_str(), W_OK) != 0)
@@ -100,8 +108,7 @@ static const char *obstacle(const finding *found, const std::string &parent,
 
 static void plan_kernel(update_plan *plan, const finding *found, descriptor *partition)
 {
-    const char *const slash = strrchr(found->path, '/');
-    const char *const name = slash != nullptr ? slash + 1 : found->path;
+    const char *const name = last_component(found->path);
     // The run mounts the partition for itself.
     const char *const fault = plan->kernel.empty() ? open_kernel_partition(partition) : nullptr;
     plan->kernel.emplace_back(name);
@@ -128,7 +135,7 @@ static void plan_boot_loader(update_plan *plan, const finding *found)
     // What is no block device has no size of its own.
     if (ioctl(partition.get(), BLKGETSIZE64, &size) == 0 &&
         size < static_cast<uint64_t>(plan->boot_size))
-        add_reason(plan, found->path, "is larger than the partition /dev/mmcblk0p1");
+        add_reason(plan, found->path, "is larger than the partition " BOOT_PARTITION);
 }
 
 static void plan_card(update_plan *plan, const finding *found, const service_call *call)
@@ -145,25 +152,16 @@ static void plan_card(update_plan *plan, const finding *found, const service_cal
         add_reason(plan, found->path, ("the tool " + tool + ": " + strerror(errno)).c_str());
 }
 
-// Returns null, or why no run can unpack the entry, whatever room there is.
-static const char *entry_fault(const update_plan *plan, const finding *found, bool parent_is_there)
-{
-    if (found->kind == FOUND_NO_PLACE)
-        return found->detail;
-    char parent[PATH_SIZE];
-    parent_directory(plan->base.c_str(), found->entry.name, parent);
-    const char *const fault = command_fault(&found->entry, found->path, parent, parent_is_there);
-    return fault != nullptr ? fault : install_fault(found->entry.type, found->path);
-}
-
 static void plan_entry(update_plan *plan, const finding *found, const service_call *call,
-                       descriptor *kernel)
+                       base_directory *base, descriptor *kernel)
 {
     struct stat parent_status = {};
     const std::string parent = standing_parent(found->path, &parent_status);
-    const size_t slash = std::string(found->path).find_last_of('/');
-    const bool parent_is_there = parent.size() == std::max<size_t>(slash, 1);
-    const char *const fault = entry_fault(plan, found, parent_is_there);
+    entry_place place;
+    const char *fault =
+        found->kind == FOUND_NO_PLACE ? found->detail : entry_fault(base, &found->entry, &place);
+    if (fault == nullptr)
+        fault = step_fault(&found->entry, &place);
     if (fault != nullptr) {
         add_reason(plan, found->path, fault);
         return;
@@ -181,7 +179,7 @@ static void plan_entry(update_plan *plan, const finding *found, const service_ca
     else
         plan->changed++;
     struct statvfs fs;
-    if (found->entry.type != ENTRY_DIRECTORY && statvfs(parent.c_str(), &fs) == 0)
+    if (!is_directory(found->entry.type) && statvfs(parent.c_str(), &fs) == 0)
         take_room(find_system(plan, parent_status.st_dev, parent, fs), found->entry.file_size,
                   &found->there);
     if (installs(found->entry.type, found->path)) {
@@ -219,12 +217,16 @@ static void plan_entries(update_plan *plan, const image_file *img, const service
                          bool contents)
 {
     descriptor kernel;
+    base_directory base = {};
+    base.top = base.path;
+    memcpy(base.path, plan->base.c_str(), plan->base.size() + 1);
     const compared c = compare_with_device(
         img, plan->base.c_str(), contents ? COMPARE_CONTENTS : 0, [&](const finding &found) {
             show_progress("looking at what stands there", 0, 0, 0);
-            plan_entry(plan, &found, call, &kernel);
+            plan_entry(plan, &found, call, &base, &kernel);
             return true;
         });
+    release_base_directory(&base);
     if (c.fault != nullptr)
         add_reason(plan, "entry " + std::to_string(c.broken), c.fault);
 }
@@ -249,9 +251,9 @@ static void say_version(const image_file *img)
     char now[CONFIGURATION_VALUE_SIZE];
     if (configuration_get(CONFIGURATION_PATH, "fw_version", now, sizeof now) != 0)
         snprintf(now, sizeof now, "none");
-    const std::string next = field_text(img->header.ih_version, IH_NMLEN);
-    say("version         %s -> %s%s", now, next.c_str(),
-        is_shell_safe_text(next.c_str()) ? "" : ", which can't be recorded");
+    const header_text next = text_of(img->header.ih_version);
+    say("version         %s -> %s%s", now, next.text,
+        is_shell_safe_text(next.text) ? "" : ", which can't be recorded");
 }
 
 static void say_installed(const update_plan *plan)

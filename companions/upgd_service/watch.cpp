@@ -3,6 +3,7 @@
 #include "companions/upgd_service/byte_progress.h"
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
+#include "update/dtt_update_common/device_paths.h"
 #include "update/dtt_update_common/image_check.h"
 #include "upgrade_info.h"
 
@@ -104,7 +105,7 @@ static bool is_over(int result)
 static timespec flag_time()
 {
     struct stat st = {};
-    stat("/usr/local/upgdflag", &st);
+    stat(UPDATE_FLAG_PATH, &st);
     return st.st_mtim;
 }
 

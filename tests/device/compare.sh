@@ -117,4 +117,10 @@ mkdir long && ln -s /bin/sh "long/$name" && img_deploy -c ./long l.img >/dev/nul
 findings '1 ' img_info --verify l.img
 expect 'verification' 'l.img: entry 0 at offset 488: its path and target are too long for a link, below /opt/upgddir/' "$(cat out)"
 findings '0 ' img_info --verify --base / l.img
+# What the builder stores and no run can bring back.
+mkdir -p 'semi/a;b' && echo x >'semi/a;b/f' && img_deploy -c ./semi s.img >/dev/null
+findings '1 ' img_info --verify s.img
+expect 'a directory with a ;' "s.img: entry 0 at offset 488: the name of its directory is cut at its ';', as a link's would be, below /opt/upgddir/" "$(cat out)"
+run img_deploy -u s.img -m 2
+expect 'its run' 252 "$status"
 finish

@@ -4,6 +4,7 @@
 #include "update/dtt_create/command_output.h"
 #include "update/dtt_create/disk_labels.h"
 #include "update/dtt_update_common/bounded_text.h"
+#include "update/dtt_update_common/path_operations.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/shell_words.h"
 #include "update_service.h"
@@ -106,8 +107,9 @@ static int find_label(const char *device, int number, udisk_list_t *disk)
 {
     static_assert(LABEL_SIZE == OUTPUT_LINE_SIZE, "a label is decoded where it has been read");
     char cmd[COMMAND_SIZE];
-    known_to_fit(bounded_format(cmd, sizeof cmd,
-                                "ls -l /dev/disk/by-label/ |grep %s |awk '{print $9}'", device));
+    if (!bounded_format(cmd, sizeof cmd, "ls -l /dev/disk/by-label/ |grep %s |awk '{print $9}'",
+                        device))
+        return -1;
     FILE *const stream = open_command(cmd);
     if (stream == nullptr)
         return -1;
@@ -130,10 +132,10 @@ struct file_list {
 
 static int fill_list(const char *udisk_path, const file_list *list)
 {
-    static_assert(sizeof *list->files >= OUTPUT_LINE_SIZE, "holds every piece of a line");
     char cmd[COMMAND_SIZE];
-    known_to_fit(bounded_format(cmd, sizeof cmd, "/usr/bin/find %s -maxdepth 1 -name '%s'",
-                                udisk_path, list->pattern));
+    if (!bounded_format(cmd, sizeof cmd, "/usr/bin/find %s -maxdepth 1 -name '%s'", udisk_path,
+                        list->pattern))
+        return -1;
     OPERATION_LOG("cmd=%s", cmd);
     FILE *const stream = open_command(cmd);
     if (stream == nullptr)
@@ -147,7 +149,7 @@ static int fill_list(const char *udisk_path, const file_list *list)
             OPERATION_LOG("<%s>: no room for %s", udisk_path, line);
             continue;
         }
-        known_to_fit(bounded_copy(list->files[num++], sizeof *list->files, line));
+        fixed_copy(list->files[num++], line);
         OPERATION_LOG(list->kind == BACKUPS ? "<%s>: %s" : "<%s>:%s", udisk_path, line);
     }
     *list->num = num;
@@ -176,8 +178,7 @@ static int fill_lists(udisk_list_t *disk)
 static bool is_present(const char *udisk_path)
 {
     char temp[COMMAND_SIZE];
-    known_to_fit(bounded_copy(temp, sizeof temp, udisk_path));
-    if (check_udisk_mount_status(temp) == 0)
+    if (!bounded_copy(temp, sizeof temp, udisk_path) || check_udisk_mount_status(temp) == 0)
         return false;
     OPERATION_LOG("strlen(udisk_path) =%d", static_cast<int>(strlen(udisk_path)));
     DIR *const dir = opendir(udisk_path);
@@ -204,8 +205,8 @@ static bool can_be_stored(const char *udisk_path, const char *u_path_name)
 // if a command could not be run.
 static int add_disk(const char *udisk_path, udisk_info_t *udisk_info, int *udisk_num)
 {
-    const char *const slash = strrchr(udisk_path, '/');
-    const char *const u_path_name = slash != nullptr ? slash + 1 : "";
+    const char *const u_path_name =
+        strchr(udisk_path, '/') != nullptr ? last_component(udisk_path) : "";
     OPERATION_LOG("udisk_path = %s, u_path_name = %s", udisk_path, u_path_name);
     if (!is_present(udisk_path) || !can_be_stored(udisk_path, u_path_name))
         return 0;

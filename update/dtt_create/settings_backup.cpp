@@ -152,10 +152,9 @@ static int name_backup(char (&updfilename)[TEXT_SIZE], char (&updfilepath)[TEXT_
         return BACKUP_FAILED;
     }
     device_id[NAME_SIZE - 1] = '\0';
-    known_to_fit(
-        bounded_format(updfilename, sizeof updfilename, "%s_%s.ubck", device_name, device_id));
-    known_to_fit(bounded_format(updfilepath, sizeof updfilepath, "/tmp/ubackup/%s", updfilename));
-    if (!is_shell_safe_word(updfilepath)) {
+    if (!bounded_format(updfilename, sizeof updfilename, "%s_%s.ubck", device_name, device_id) ||
+        !bounded_format(updfilepath, sizeof updfilepath, "/tmp/ubackup/%s", updfilename) ||
+        !is_shell_safe_word(updfilepath)) {
         OPERATION_LOG("'%s' has no place in a command", updfilepath);
         return BACKUP_FAILED;
     }
@@ -200,9 +199,9 @@ static int build_backup(const char *udisk_path, const char *updfilename, char *u
     my_system("sync");
 
     // The caller has made room for just this.
-    known_to_fit(bounded_format(ret_filename, strlen(udisk_path) + 1 + strlen(updfilename) + 1,
-                                "%s/%s", udisk_path, updfilename));
-    const bool copied = access(ret_filename, F_OK) == 0 && is_on_medium(ret_filename);
+    const size_t size = strlen(udisk_path) + 1 + strlen(updfilename) + 1;
+    const bool copied = bounded_format(ret_filename, size, "%s/%s", udisk_path, updfilename) &&
+                        access(ret_filename, F_OK) == 0 && is_on_medium(ret_filename);
     OPERATION_LOG(copied ? "do_create ubck success !" : "do_create ubck faild !");
     OPERATION_LOG("return .ubck file: %s", copied ? ret_filename : "");
     return copied ? 0 : BACKUP_FAILED;

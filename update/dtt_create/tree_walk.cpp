@@ -82,11 +82,12 @@ static int walk_directory(int dst_fd, struct arena *ap);
 static int add_directory(int dst_fd, struct arena *ap, const char *name)
 {
     char own_name[NAME_MAX + 1];
-    known_to_fit(bounded_copy(own_name, sizeof own_name, ap->path));
-    known_to_fit(bounded_copy(ap->path, sizeof ap->path, name));
+    if (!bounded_copy(own_name, sizeof own_name, ap->path) ||
+        !bounded_copy(ap->path, sizeof ap->path, name))
+        return break_image("get_dirs_and_files", ap->devpath, ENAMETOOLONG);
     total_dir_nums++;
     const int status = walk_directory(dst_fd, ap);
-    known_to_fit(bounded_copy(ap->path, sizeof ap->path, own_name));
+    fixed_copy(ap->path, own_name);
     return status;
 }
 

@@ -56,6 +56,7 @@ static bool wait_for_card(const type_patch_t *row, int pertime, upgrade_info_t *
 
 int update_all_UserFile(aptid_t uid, upgrade_msg_t *upgd_msg)
 {
+    const event_receiver to = {uid, upgd_msg};
     upgrade_info_t *const update_info = &upgd_msg->upgrade_info;
     const int c = count_files();
     if (c == 0) {
@@ -68,15 +69,14 @@ int update_all_UserFile(aptid_t uid, upgrade_msg_t *upgd_msg)
     for (int i = 0; i < CARD_TYPES; i++) {
         const type_patch_t &row = type_patch[i];
         if (!get_usb_status()) {
-            send_result(uid, upgd_msg, UPGD_ERROR_NODISK);
+            send_result(&to, UPGD_ERROR_NODISK);
             TRACE("UPGD_ERROR_NODISK\n");
             return -1;
         }
         const card_kind *const kind = find_card_kind(row.file_type);
         if (!has_file(&row) || kind == nullptr)
             continue;
-        upgd_msg->update_param.value = kind->step;
-        send_run_event(uid, upgd_msg);
+        send_step(&to, kind->step);
         const int sent = send_request(&row, kind);
         if (sent != 0)
             return sent;
@@ -84,7 +84,7 @@ int update_all_UserFile(aptid_t uid, upgrade_msg_t *upgd_msg)
         const int percent = update_info->cur_percent;
         if (!wait_for_card(&row, pertime, update_info)) {
             TRACE("update %s error\n", row.file_patch);
-            send_result(uid, upgd_msg, kind->failure);
+            send_result(&to, kind->failure);
             return -1;
         }
         TRACE("update %s ok\n", row.file_patch);

@@ -2,7 +2,9 @@
 #include "update/dtt_update/installer.h"
 
 #include "update/dtt_update_common/bounded_text.h"
+#include "update/dtt_update_common/device_paths.h"
 #include "update/dtt_update_common/entry_paths.h"
+#include "update/dtt_update_common/header_text.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
@@ -13,7 +15,7 @@
 // The lines of this file name the operation that the engines call.
 static constexpr char OPERATION[] = "update_LinuxFile";
 
-static constexpr char MOUNT_POINT[] = "/mntker";
+#define MOUNT_COMMAND "/bin/mount " KERNEL_PARTITION " " KERNEL_MOUNT_POINT "/"
 
 int ker_img_num = 0;
 
@@ -47,19 +49,19 @@ static int prepare_kernel_partition()
     OPERATION_TRACE(" ---------------------update kernel------------------\n");
     struct stat point = {};
     struct stat root = {};
-    lstat(MOUNT_POINT, &point);
+    lstat(KERNEL_MOUNT_POINT, &point);
     stat("/", &root);
     // The partition, left by a run before this one, or what somebody has put in its place.
     if (S_ISDIR(point.st_mode) && point.st_dev != root.st_dev) {
-        OPERATION_TRACE(" %s is mounted already.\n", MOUNT_POINT);
+        OPERATION_TRACE(" %s is mounted already.\n", KERNEL_MOUNT_POINT);
         return 0;
     }
-    my_system(" /bin/mkdir -p /mntker");
+    my_system(" /bin/mkdir -p " KERNEL_MOUNT_POINT);
     // What lies behind a link is somebody's.
     if (!S_ISLNK(point.st_mode))
-        my_system(" /bin/rm -rf /mntker/*");
-    if (my_system("/bin/mount /dev/mmcblk0p6 /mntker/") == -1) {
-        OPERATION_LOG("/bin/mount /dev/mmcblk0p6 /mntker/ error. \n");
+        my_system(" /bin/rm -rf " KERNEL_MOUNT_POINT "/*");
+    if (my_system(MOUNT_COMMAND) == -1) {
+        OPERATION_LOG(MOUNT_COMMAND " error. \n");
         return UPDATE_KERNEL_FAILED;
     }
     // This line names another device than the command. Scripts read both texts as they are.
@@ -76,7 +78,7 @@ static int copy_kernel_file(const char *filename)
     }
     OPERATION_LOG("cmdstr: %s \n\n", cmdstr);
     if (my_system(cmdstr) == -1) {
-        OPERATION_LOG("/bin/cp %s /mntker/ error. \n", filename);
+        OPERATION_LOG("/bin/cp %s " KERNEL_MOUNT_POINT "/ error. \n", filename);
         return UPDATE_KERNEL_FAILED;
     }
     return 0;
@@ -114,8 +116,8 @@ int update_LinuxFile(int type, char *filename)
 int update_fw_version(update_header_t *pheader)
 {
     char command[256];
-    // The field may lack a terminator.
-    known_to_fit(bounded_format(command, sizeof command, "sysconfig set fw_version %.*s", IH_NMLEN,
-                                reinterpret_cast<const char *>(pheader->ih_version)));
-    return my_system(command);
+    return bounded_format(command, sizeof command, "sysconfig set fw_version %s",
+                          text_of(pheader->ih_version).text)
+               ? my_system(command)
+               : -1;
 }

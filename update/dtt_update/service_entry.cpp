@@ -5,7 +5,6 @@
 #include "update/dtt_update_common/platform_log.h"
 #include "update_service.h"
 
-#include <cstring>
 #include <unistd.h>
 
 // The file's absence is said in the name of the operation that was called.
@@ -33,7 +32,8 @@ int do_update_upgd(aptid_t uid, char *updfile, char *upgd_dir)
         ret = do_update_upgrade(uid, updfile, ONLINE_MODE, upgd_dir);
         log_outcome(__func__, ret);
     } else {
-        report_failure(uid, get_upgd_msg(), UPGD_ERROR_FILENOTEXIST);
+        const event_receiver to = {uid, get_upgd_msg()};
+        report_failure(&to, UPGD_ERROR_FILENOTEXIST);
     }
     PLATFORM_LOG("end");
     return ret;
@@ -69,15 +69,20 @@ int do_update_runcmd(char *update_file, int mode, char * /*force_base_dir*/)
 
 int kill_task(void)
 {
-    static constexpr const char *tasks[] = {"watchdog", "browser", "videod", "aptid",
-                                            "dropbear", "tmd",     nullptr};
-    for (int i = 0; tasks[i] != nullptr; i++) {
-        char cmd[1024] = "/nand/usr/lmt240/bin/telapnet tmd kall  2>&1";
-        // This task is asked to end and take its children along.
-        if (strcmp(tasks[i], "aptid") != 0)
-            known_to_fit(bounded_format(cmd, sizeof cmd, "killall -9 %s  2>&1", tasks[i]));
-        if (my_system(cmd) != 0)
-            PLATFORM_LOG("kill NG. %s", tasks[i]);
-    }
+    static constexpr struct {
+        const char *name;
+        const char *command;
+    } tasks[] = {
+        {"watchdog", "killall -9 watchdog  2>&1"},
+        {"browser", "killall -9 browser  2>&1"},
+        {"videod", "killall -9 videod  2>&1"},
+        // This one is asked to end and take its children along.
+        {"aptid", "/nand/usr/lmt240/bin/telapnet tmd kall  2>&1"},
+        {"dropbear", "killall -9 dropbear  2>&1"},
+        {"tmd", "killall -9 tmd  2>&1"},
+    };
+    for (const auto &task : tasks)
+        if (my_system(task.command) != 0)
+            PLATFORM_LOG("kill NG. %s", task.name);
     return 0;
 }

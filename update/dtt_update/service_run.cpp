@@ -26,19 +26,25 @@ void set_usb_status(BOOL b)
     __atomic_store_n(&gbUsbStatus, b, __ATOMIC_RELAXED);
 }
 
-void send_run_event(aptid_t uid, upgrade_msg_t *msg)
+static void send_event(const event_receiver *to)
 {
-    ipc_event_send_upgmsg(uid, msg, LABEL_MSG, LABEL_UDISK_FWARE_UPDATE);
+    ipc_event_send_upgmsg(to->uid, to->msg, LABEL_MSG, LABEL_UDISK_FWARE_UPDATE);
 }
 
-void send_result(aptid_t uid, upgrade_msg_t *msg, int code)
+void send_step(const event_receiver *to, int step)
 {
-    msg->upgrade_info.result = code;
-    send_run_event(uid, msg);
+    to->msg->update_param.value = step;
+    send_event(to);
 }
 
-void report_failure(aptid_t uid, upgrade_msg_t *msg, int code)
+void send_result(const event_receiver *to, int code)
+{
+    to->msg->upgrade_info.result = code;
+    send_event(to);
+}
+
+void report_failure(const event_receiver *to, int code)
 {
     sleep(2);
-    send_result(uid, msg, get_usb_status() ? code : UPGD_ERROR_NODISK);
+    send_result(to, get_usb_status() ? code : UPGD_ERROR_NODISK);
 }

@@ -6,15 +6,20 @@
 
 #include "device_msg.h"
 
-// Sends the run's message as it stands to the task `uid`. An event that is lost does not hold the
-// run up.
-void send_run_event(aptid_t uid, upgrade_msg_t *msg);
+// Who is told of a run, and the message that is sent. An event that is lost holds nothing up.
+struct event_receiver {
+    aptid_t uid;
+    upgrade_msg_t *msg;
+};
+
+// Sets the run's step, an UPGD_ code, and sends the event.
+void send_step(const event_receiver *to, int step);
 
 // Sets the run's result to `code` and sends the event.
-void send_result(aptid_t uid, upgrade_msg_t *msg, int code);
+void send_result(const event_receiver *to, int code);
 
 // The same two seconds later, when a disk that has been pulled is known to be gone: that takes
 // precedence over `code`, which is then only what came of it.
-void report_failure(aptid_t uid, upgrade_msg_t *msg, int code);
+void report_failure(const event_receiver *to, int code);
 
 #endif

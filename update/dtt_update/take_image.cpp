@@ -5,6 +5,7 @@
 #include "update/dtt_update/target_search.h"
 #include "update/dtt_update_common/bounded_text.h"
 #include "update/dtt_update_common/header_report.h"
+#include "update/dtt_update_common/header_text.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/raw_io.h"
 #include "update/dtt_update_common/trace_log.h"
@@ -82,19 +83,11 @@ static image_refusal check_header(update_run *run, off_t length)
     return IMAGE_ACCEPTED;
 }
 
-// The field may lack a terminator.
-static void copy_dest_dir(const update_header_t *header, char *u_base_dir)
-{
-    static_assert(sizeof header->ih_dest_dir < PATH_SIZE, "fits with a terminator");
-    memcpy(u_base_dir, header->ih_dest_dir, sizeof header->ih_dest_dir);
-    u_base_dir[sizeof header->ih_dest_dir] = '\0';
-}
-
 static image_refusal enter_base_dir(update_run *run, const char *force_base_dir)
 {
     char *const u_base_dir = run->base.path;
     if (ntohl(run->img.header.ih_place) == PLACE_COSTOM) {
-        copy_dest_dir(&run->img.header, u_base_dir);
+        fixed_copy(run->base.path, text_of(run->img.header.ih_dest_dir).text);
     } else if (find_dir(&run->img.header, u_base_dir) != 0) {
         RUN_LOG(run, "find_dir Failed");
         RUN_TRACE(run, "error, update_header.ih_place.\n");

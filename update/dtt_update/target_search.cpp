@@ -5,6 +5,7 @@
 #include "update/dtt_update/target_search.h"
 
 #include "update/dtt_update_common/bounded_text.h"
+#include "update/dtt_update_common/header_text.h"
 #include "update/dtt_update_common/platform_log.h"
 
 #include <arpa/inet.h>
@@ -177,7 +178,8 @@ static bool enter_subdirectories(search *s, const level *here, size_t first_name
     const size_t end = s->names_used;
     for (size_t at = first_name; at < end; at += strlen(s->names + at) + 1) {
         const char *const name = s->names + at;
-        known_to_fit(bounded_copy(s->ap->devpath + here->place.len, here->place.rem + 1, name));
+        if (!bounded_copy(s->ap->devpath + here->place.len, here->place.rem + 1, name))
+            continue;
         const int fd = openat(here->fd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         if (fd < 0)
             continue;
@@ -227,12 +229,10 @@ int find_dir(update_header_t *pheader, char *base_dir)
     }
     struct arena ap = {};
     const char *const start = place2dir(static_cast<int>(ntohl(pheader->ih_place)));
-    known_to_fit(bounded_copy(ap.devpath, sizeof ap.devpath, start));
-    // The field may lack a terminator.
-    char update_dir[IH_NMLEN + 1] = "";
-    memcpy(update_dir, pheader->ih_update_dir, IH_NMLEN);
-    const bool hit = _find_dir(&ap, update_dir) == 0;
-    known_to_fit(bounded_copy(base_dir, PATH_SIZE, hit ? ap.devpath : start));
+    header_text update_dir = text_of(pheader->ih_update_dir);
+    const bool hit =
+        bounded_copy(ap.devpath, sizeof ap.devpath, start) && _find_dir(&ap, update_dir.text) == 0;
+    const bool fits = bounded_copy(base_dir, PATH_SIZE, hit ? ap.devpath : start);
     PLATFORM_LOG("update dir is <%s>.", base_dir);
-    return 0;
+    return fits ? 0 : -1;
 }

@@ -6,7 +6,8 @@
 #include "update/dtt_update/installer.h"
 #include "update/dtt_update_common/bounded_text.h"
 #include "update/dtt_update_common/copy_file.h"
-#include "update/dtt_update_common/entry_paths.h"
+#include "update/dtt_update_common/entry_fault.h"
+#include "update/dtt_update_common/entry_form.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/trace_log.h"
 #include "update_service.h"
@@ -23,44 +24,15 @@ static void damaged_entry(const update_run *run, const image_entry *entry, const
     RUN_TRACE(run, "image is damaged at entry %u: %s\n", entry->number, fault);
 }
 
-// Where an entry goes.
-struct entry_place {
-    char basename[PATH_SIZE]; // its full path
-    char parent[PATH_SIZE];   // the directory that this lies in
-};
-
-// Why the entry can't be unpacked in this run, or null. What this lets through fits every buffer
-// behind it, and every command that it is put into leaves it as it is.
-static const char *entry_fault(update_run *run, const image_entry *entry, const entry_place *place)
-{
-    const char *const fault = climb_fault(entry);
-    if (fault != nullptr)
-        return fault;
-    if (!stays_below(&run->base, place->parent))
-        return "a link leads it out of the directory, or nowhere";
-    const int there = note_file_system(&run->base, place->parent);
-    return there < 0 ? strerror(ENOMEM)
-                     : command_fault(entry, place->basename, place->parent, there != 0);
-}
-
 // Reads the next entry and tests it; nothing is touched yet. Returns 0, or -1 with a trace line
 // that tells the fault; `basename` then names what comes closest to the path.
 static int take_entry(update_run *run, entry_walk *walk, image_entry *entry, entry_place *place)
 {
     const char *fault = read_entry(walk, entry);
-    if (fault != nullptr) {
-        // It would have gone somewhere below this directory.
-        known_to_fit(bounded_copy(place->basename, PATH_SIZE, run->base.path));
-    } else {
-        entry_target(run->base.path, entry, place->basename);
-        parent_directory(run->base.path, entry->name, place->parent);
-        if (place->basename[0] != '\0') {
-            fault = entry_fault(run, entry, place);
-        } else {
-            fault = "its path is too long";
-            known_to_fit(bounded_copy(place->basename, PATH_SIZE, entry->name));
-        }
-    }
+    if (fault == nullptr)
+        fault = entry_fault(&run->base, entry, place);
+    else // it would have gone somewhere below this directory
+        fixed_copy(place->basename, run->base.path);
     if (fault == nullptr)
         return 0;
     damaged_entry(run, entry, fault);
@@ -142,8 +114,14 @@ static int bring_entry(update_run *run, entry_walk *walk, image_entry *entry, en
     mkdir_base_dir(run->base.path, entry->name);
     if (note_file_system(&run->base, place->parent) < 0)
         return -1;
-    return entry->type == ENTRY_DIRECTORY ? unpack_directory(run, entry, place->basename)
-                                          : unpack_file(run, entry, place->basename);
+    switch (form_of(entry->type)) {
+    case entry_form::file:
+    case entry_form::link:
+        return unpack_file(run, entry, place->basename);
+    case entry_form::directory:
+        break;
+    }
+    return unpack_directory(run, entry, place->basename);
 }
 
 int unpack_entry(update_run *run, entry_walk *walk)
@@ -160,13 +138,17 @@ int unpack_entry(update_run *run, entry_walk *walk)
         return ret;
     if (save_UserFile_patch(entry.type, basename) != 0)
         run->progress->cur_nums++;
-    if (entry.type == ENTRY_LINK) {
-        // Whether the command has made it is not looked at, only which link it is.
-        creat_link_file(basename, entry.name);
-        if (note_link(&run->base, basename) != 0) {
-            say_copy_failed(run, basename);
-            return UPDATE_COPY_FAILED;
-        }
+    switch (form_of(entry.type)) {
+    case entry_form::file:
+    case entry_form::directory:
+        return 0;
+    case entry_form::link:
+        break;
     }
-    return 0;
+    // Whether the command has made it is not looked at, only which link it is.
+    creat_link_file(basename, entry.name);
+    if (note_link(&run->base, basename) == 0)
+        return 0;
+    say_copy_failed(run, basename);
+    return UPDATE_COPY_FAILED;
 }

@@ -2,6 +2,7 @@
 #include "update/dtt_update/update_run.h"
 
 #include "update/dtt_update/installer.h"
+#include "update/dtt_update_common/header_text.h"
 #include "update/dtt_update_common/platform_log.h"
 #include "update/dtt_update_common/shell_words.h"
 #include "update/dtt_update_common/trace_log.h"
@@ -24,6 +25,7 @@ update_run start_run(const char *engine)
     update_run run = {};
     run.engine = engine;
     run.img.fd = -1;
+    run.base.top = "."; // once it is the working directory
     // The line is the same in both engines; the function in its prefix tells them apart.
     RUN_TRACE(&run, "in fun do_update  ! \n");
     RUN_LOG(&run, " start");
@@ -55,6 +57,7 @@ void begin_unpacking(update_run *run)
     show_result(run);
     RUN_TRACE(run, "\n\n\n\n\rround 1 --------unpress ***.img file and update Linux files ....\n");
     run->progress->cur_nums = 0;
+    // One that can't be opened is not synchronised by itself.
     static_cast<void>(note_file_system(&run->base, "."));
 }
 
@@ -84,13 +87,11 @@ void end_unpacking(update_run *run)
 
 void record_image(update_run *run)
 {
-    char version[IH_NMLEN + 1] = "";
-    // The field may lack a terminator.
-    memcpy(version, run->img.header.ih_version, IH_NMLEN);
-    if (is_shell_safe_text(version))
+    const header_text version = text_of(run->img.header.ih_version);
+    if (is_shell_safe_text(version.text))
         update_fw_version(&run->img.header);
     else
-        RUN_LOG(run, "version <%s> has no place in a command: not recorded", version);
+        RUN_LOG(run, "version <%s> has no place in a command: not recorded", version.text);
     my_system("/bin/sync");
     RUN_LOG(run, " run rsync ok.");
 }

@@ -3,7 +3,7 @@
 #ifndef DTT_UPDATE_UPDATE_RUN_H
 #define DTT_UPDATE_UPDATE_RUN_H
 
-#include "update/dtt_update/base_directory.h"
+#include "update/dtt_update_common/base_directory.h"
 #include "update/dtt_update_common/image_reader.h"
 #include "upgrade_info.h"
 

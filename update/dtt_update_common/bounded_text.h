@@ -2,8 +2,8 @@
 #ifndef DTT_UPDATE_COMMON_BOUNDED_TEXT_H
 #define DTT_UPDATE_COMMON_BOUNDED_TEXT_H
 
-#include <cassert>
 #include <cstddef>
+#include <cstring>
 
 // Both return false and leave the empty text if the text and its terminator take more than `size`
 // bytes: half a path names another file, and half a command line is another command.
@@ -11,11 +11,11 @@
 [[nodiscard]] bool bounded_format(char *buf, size_t size, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 
-// For a text that fits by what its caller has tested or by the sizes of its parts.
-inline void known_to_fit(bool fits)
+// Copies the text in `from` to a buffer that is known to hold it.
+template <size_t N, size_t M> void fixed_copy(char (&to)[N], const char (&from)[M])
 {
-    assert(fits);
-    static_cast<void>(fits);
+    static_assert(M <= N, "holds any text of the other");
+    memcpy(to, from, M);
 }
 
 #endif

@@ -2,6 +2,8 @@
 #include "update/dtt_update_common/entry_paths.h"
 
 #include "update/dtt_update_common/bounded_text.h"
+#include "update/dtt_update_common/device_paths.h"
+#include "update/dtt_update_common/entry_form.h"
 #include "update/dtt_update_common/image_layout.h"
 #include "update/dtt_update_common/shell_words.h"
 
@@ -10,11 +12,24 @@
 
 static constexpr size_t MKDIR_PATH_MAX = MKDIR_COMMAND_SIZE - sizeof MKDIR_COMMAND;
 
-void entry_target(const char *base, const image_entry *entry, char *path)
+bool find_place(const char *base, const image_entry *entry, entry_place *place)
 {
-    concat_path_file(base, entry->name, path);
-    if (entry->type == ENTRY_LINK)
-        cut_link_filename(path);
+    concat_path_file(base, entry->name, place->basename);
+    parent_directory(base, entry->name, place->made);
+    switch (form_of(entry->type)) {
+    case entry_form::file:
+    case entry_form::directory:
+        break;
+    case entry_form::link:
+        cut_link_filename(place->basename);
+        break;
+    }
+    const bool fits = place->basename[0] != '\0';
+    if (!fits)
+        fixed_copy(place->basename, entry->name);
+    fixed_copy(place->parent, place->basename);
+    dirname(place->parent);
+    return fits;
 }
 
 void cut_link_filename(const char *s)
@@ -29,32 +44,6 @@ void parent_directory(const char *force_dir, const char *filename, char *path)
     concat_path_file(force_dir, filename, path);
     cut_link_filename(path);
     dirname(path);
-}
-
-const char *climb_fault(const image_entry *entry)
-{
-    return climbs_out(entry) ? "its name leads out of the directory" : nullptr;
-}
-
-// What this lets through fits every buffer behind it, and every command that it is put into leaves
-// it as it is.
-const char *command_fault(const image_entry *entry, const char *path, const char *parent,
-                          bool parent_is_there)
-{
-    if ((!parent_is_there && !can_be_made(parent)) ||
-        (entry->type == ENTRY_DIRECTORY && !can_be_made(path)))
-        return "its directory can't be made by a command";
-    link_texts link;
-    if (entry->type == ENTRY_LINK) {
-        if (!take_link_texts(path, entry->name, &link))
-            return "its path and target are too long for a link";
-        if (!is_shell_safe_word(path) || !is_shell_safe_word(link.name) ||
-            !is_shell_safe_word(link.target))
-            return "its path or target would be taken apart by a command";
-    }
-    if (installs(entry->type, path) && !is_shell_safe_word(path))
-        return "its path would be taken apart by a command";
-    return nullptr;
 }
 
 bool can_be_made(const char *path)
@@ -95,14 +84,7 @@ bool installs(int type, const char *filename)
 bool install_command(int type, const char *filename, char *cmd)
 {
     return type == ENTRY_BOOT
-               ? bounded_format(cmd, INSTALL_COMMAND_SIZE, "dd if=%s of=/dev/mmcblk0p1", filename)
-               : bounded_format(cmd, INSTALL_COMMAND_SIZE, "/bin/cp %s /mntker/ -rf", filename);
-}
-
-const char *install_fault(int type, const char *filename)
-{
-    char cmd[INSTALL_COMMAND_SIZE];
-    return !installs(type, filename) || install_command(type, filename, cmd)
-               ? nullptr
-               : "its path is too long for the command that installs it";
+               ? bounded_format(cmd, INSTALL_COMMAND_SIZE, "dd if=%s of=" BOOT_PARTITION, filename)
+               : bounded_format(cmd, INSTALL_COMMAND_SIZE, "/bin/cp %s " KERNEL_MOUNT_POINT "/ -rf",
+                                filename);
 }

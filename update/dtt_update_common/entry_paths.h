@@ -1,22 +1,19 @@
-// Where an entry goes below a base directory, and whether the commands of a run leave its path as
-// it is. Nothing here looks at the file system or writes a line: the run asks before it unpacks an
-// entry, and who looks at an image asks long before.
+// Where an entry goes below a base directory, and the commands that bring it there. Nothing here
+// looks at the file system or writes a line.
 #ifndef DTT_UPDATE_COMMON_ENTRY_PATHS_H
 #define DTT_UPDATE_COMMON_ENTRY_PATHS_H
 
 #include "update/dtt_update_common/image_reader.h"
 
-// The full path of the entry below `base`, a link's own, into `path` of PATH_SIZE bytes; empty if
-// it does not fit.
-void entry_target(const char *base, const image_entry *entry, char *path);
+struct entry_place {
+    char basename[PATH_SIZE]; // the entry's full path, a link's own
+    char parent[PATH_SIZE];   // the directory that this lies in
+    char made[PATH_SIZE];     // what is made of it: cut at a ';', also where the entry is no link
+};
 
-// Why the entry leads out of any base directory, or null.
-const char *climb_fault(const image_entry *entry);
-
-// Why the commands of a run can't bring the entry to `path`, its full path, or null. The directory
-// `parent` that it lies in is one that has to be made, unless `parent_is_there`.
-const char *command_fault(const image_entry *entry, const char *path, const char *parent,
-                          bool parent_is_there);
+// Finds where the entry goes below `base`. Returns false if its path does not fit; `basename` is
+// the entry's name then.
+bool find_place(const char *base, const image_entry *entry, entry_place *place);
 
 // Whether the command that makes directories fits `path` and leaves it as it is.
 bool can_be_made(const char *path);
@@ -58,8 +55,5 @@ bool installs(int type, const char *filename);
 // Builds the command that brings the file to the partition of the boot loader or of the kernel in
 // `cmd` of INSTALL_COMMAND_SIZE bytes. Returns false if it does not fit.
 bool install_command(int type, const char *filename, char *cmd);
-
-// Why the file can't be installed although its entry can be unpacked, or null.
-const char *install_fault(int type, const char *filename);
 
 #endif

@@ -1,6 +1,7 @@
 // Appending entries to an image that is being built.
 #include "update/dtt_update_common/entry_writer.h"
 
+#include "update/dtt_update_common/entry_form.h"
 #include "update/dtt_update_common/image_layout.h"
 #include "update/dtt_update_common/path_operations.h"
 #include "update/dtt_update_common/raw_io.h"
@@ -106,10 +107,18 @@ static int append_data(int dst_fd, int fd, const char *path, off_t size)
 static int append_entry(int dst_fd, int fd, int type, const char *path, const char *filename,
                         off_t size)
 {
-    const bool link = type == ENTRY_LINK;
-    const char *name = link ? entry_name(filename, link_path_end(filename, path))
-                            : entry_name(path, path + strlen(path));
-    const off_t data_size = link ? 0 : size;
+    const char *name = nullptr;
+    off_t data_size = 0;
+    switch (form_of(type)) {
+    case entry_form::file:
+    case entry_form::directory: // none is built, but a caller may ask for any type
+        name = entry_name(path, path + strlen(path));
+        data_size = size;
+        break;
+    case entry_form::link:
+        name = entry_name(filename, link_path_end(filename, path));
+        break;
+    }
     const size_t name_len = strlen(name) + 1;
     char head[PATH_SIZE + TYPE_AND_SIZE];
     if (name_len > PATH_SIZE)
@@ -122,7 +131,7 @@ static int append_entry(int dst_fd, int fd, int type, const char *path, const ch
     store_type_and_size(head + name_len, type, static_cast<uint32_t>(data_size));
     if (bb_full_write(dst_fd, head, head_len) < 0)
         return break_entry(path, errno);
-    if (!link && append_data(dst_fd, fd, path, data_size) != 0)
+    if (data_size > 0 && append_data(dst_fd, fd, path, data_size) != 0)
         return -1;
     build.length += static_cast<long long>(head_len) + data_size;
     return 0;

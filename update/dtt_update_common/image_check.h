@@ -16,6 +16,9 @@ const char *open_image(const char *name, image_file *img);
 // Computes the CRC of the image's body. Returns false if it can't be read up to `img->size`.
 bool body_crc(const image_file *img, uint32_t *crc);
 
+// A wrong checksum in words: what the header says, and what the body has.
+#define CRC_SENTENCE "the header says the CRC %08x, the body has %08x"
+
 // Returns null if `crc` is what the header says, or what is wrong in words.
 const char *crc_fault(const image_file *img, uint32_t crc);
 

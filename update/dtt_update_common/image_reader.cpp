@@ -1,6 +1,7 @@
 // Reading an image that may be damaged, and whose disk may be pulled while it is read.
 #include "update/dtt_update_common/image_reader.h"
 
+#include "update/dtt_update_common/entry_form.h"
 #include "update/dtt_update_common/image_layout.h"
 #include "update/dtt_update_common/raw_io.h"
 
@@ -92,9 +93,28 @@ const char *read_entry(entry_walk *walk, image_entry *entry)
 
 size_t entry_path_length(const image_entry *entry)
 {
-    const char *const divider =
-        entry->type == ENTRY_LINK ? strrchr(entry->name, LINK_DIVIDER) : nullptr;
-    return divider != nullptr ? static_cast<size_t>(divider - entry->name) : strlen(entry->name);
+    switch (form_of(entry->type)) {
+    case entry_form::file:
+    case entry_form::directory:
+        break;
+    case entry_form::link:
+        if (const char *const divider = strrchr(entry->name, LINK_DIVIDER))
+            return static_cast<size_t>(divider - entry->name);
+    }
+    return strlen(entry->name);
+}
+
+void copy_entry_path(const image_entry *entry, char *path)
+{
+    const size_t len = entry_path_length(entry);
+    memcpy(path, entry->name, len);
+    path[len] = '\0';
+}
+
+const char *link_target(const image_entry *entry)
+{
+    const char *const end = entry->name + entry_path_length(entry);
+    return *end != '\0' ? end + 1 : end;
 }
 
 bool climbs_out(const image_entry *entry)

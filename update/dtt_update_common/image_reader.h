@@ -45,6 +45,12 @@ const char *read_entry(entry_walk *walk, image_entry *entry);
 // The bytes of the entry's name that are its path: in a link, those ahead of the last ';'.
 size_t entry_path_length(const image_entry *entry);
 
+// Copies the entry's path to `path` of PATH_SIZE bytes.
+void copy_entry_path(const image_entry *entry, char *path);
+
+// The link's target, inside of its entry's name; empty if it has none, or if the entry is no link.
+const char *link_target(const image_entry *entry);
+
 // Whether the entry's path leads above the directory that it is relative to, be it only on its way.
 bool climbs_out(const image_entry *entry);
 

@@ -32,6 +32,12 @@ void dirname(const char *s)
         *slash = '\0';
 }
 
+const char *last_component(const char *path)
+{
+    const char *const slash = strrchr(path, '/');
+    return slash != nullptr ? slash + 1 : path;
+}
+
 char *get_dirname(const char *s)
 {
     if (s == nullptr)

@@ -19,6 +19,9 @@ char *last_char_is(const char *s, int c);
 // Cuts `s` in place at its last '/', if there is one. A null `s` is left alone.
 void dirname(const char *s);
 
+// What follows the last '/' of `path`, inside `path`; all of it where there is none.
+const char *last_component(const char *path);
+
 // The last component of `s`, inside `s`. Trailing '/' characters are cut off in place, so `s` must
 // be writable if it has any. A text of nothing but '/' gives the empty text, null gives null.
 char *get_dirname(const char *s);

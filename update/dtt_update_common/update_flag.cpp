@@ -8,6 +8,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+static constexpr size_t COMMAND_SIZE = 128;
+
 // A file that can't be removed must not hold the run up for ever.
 static constexpr int REMOVAL_TRIES = 3;
 
@@ -23,34 +25,36 @@ static void bring_to_medium(const char *flag_file)
 
 int set_update_flag(char *flag_file, int value)
 {
-    char cmd[128] = "";
-    if (!bounded_format(cmd, sizeof cmd, "/bin/echo %d > %s", value, flag_file)) {
+    char touch[COMMAND_SIZE];
+    char removal[COMMAND_SIZE];
+    char echo[COMMAND_SIZE];
+    if (!bounded_format(touch, sizeof touch, "/bin/touch  %s", flag_file) ||
+        !bounded_format(removal, sizeof removal, "/bin/rm -rf %s", flag_file) ||
+        !bounded_format(echo, sizeof echo, "/bin/echo %d > %s", value, flag_file)) {
         TRACE("update flag path too long: %s\n", flag_file);
         return -1;
     }
-    cmd[0] = '\0';
 
+    const char *last = "";
     for (int removals = 0;; removals++) {
         TRACE(" call  fun  set_update_flag \n");
-        TRACE("run cmd = %s .\n", cmd);
+        TRACE("run cmd = %s .\n", last);
         const bool exists = access(flag_file, F_OK) == 0;
         if (!exists) {
-            known_to_fit(bounded_format(cmd, sizeof cmd, "/bin/touch  %s", flag_file));
-            PLATFORM_LOG("%s", cmd);
-            my_system(cmd);
-            TRACE("%s \n", cmd);
+            PLATFORM_LOG("%s", touch);
+            my_system(touch);
+            TRACE("%s \n", touch);
         }
         if (!exists || value != UPDATE_FLAG_STARTED || removals == REMOVAL_TRIES)
             break;
         TRACE("upgrade NG, rm temp file .\n");
-        known_to_fit(bounded_format(cmd, sizeof cmd, "/bin/rm -rf %s", flag_file));
-        TRACE("run cmd = %s .\n", cmd);
-        my_system(cmd);
+        last = removal;
+        TRACE("run cmd = %s .\n", removal);
+        my_system(removal);
     }
 
-    known_to_fit(bounded_format(cmd, sizeof cmd, "/bin/echo %d > %s", value, flag_file));
-    PLATFORM_LOG("%s", cmd);
-    my_system(cmd);
+    PLATFORM_LOG("%s", echo);
+    my_system(echo);
     bring_to_medium(flag_file);
     return 0;
 }

@@ -1,6 +1,7 @@
 // img_deploy: builds update images and applies them.
 #include "update/dtt_create/create_image.h"
 #include "update/dtt_update/apply_engine.h"
+#include "update/dtt_update_common/device_paths.h"
 #include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update/dtt_update_common/update_flag.h"
@@ -102,7 +103,7 @@ static void explain_update(const char *image, int code)
         }
         reason = image_fault(image);
         if (reason == nullptr)
-            reason = "/opt/upgddir can't be reached";
+            reason = BASE_DIRECTORY " can't be reached";
         break;
     case UPDATE_NOT_MAPPED:
         reason = "it can't be mapped";
@@ -140,7 +141,7 @@ static int run_build(const options *o)
 // `*busy` if another run has it.
 static int take_run_lock(bool *busy)
 {
-    const int fd = open("/run/img_deploy.lock", O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    const int fd = open(RUN_LOCK_PATH, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
     *busy = fd >= 0;
     // A command that a killed run was just starting holds its lock for a moment more.
     for (int tries = 0; *busy && tries < 50; tries++) {
@@ -153,8 +154,8 @@ static int take_run_lock(bool *busy)
 
 static int update_board(char *filename, int mode)
 {
-    char flag_file[] = "/usr/local/upgdflag";
-    char base_dir[] = "/opt/upgddir/";
+    char flag_file[] = UPDATE_FLAG_PATH;
+    char base_dir[] = BASE_DIRECTORY;
     // A run that has begun goes on when its terminal or the reader of its output goes away.
     signal(SIGHUP, SIG_IGN);
     signal(SIGPIPE, SIG_IGN);

@@ -1,5 +1,5 @@
 // The directory that a run unpacks below.
-#include "update/dtt_update/base_directory.h"
+#include "update/dtt_update_common/base_directory.h"
 
 #include "update/dtt_update_common/bounded_text.h"
 
@@ -87,14 +87,13 @@ static bool is_known_parent(const base_directory *base, const char *parent)
 
 bool stays_below(const base_directory *base, const char *parent)
 {
-    if (is_known_parent(base, parent) || (base->link_count == 0 && strstr(parent, "..") == nullptr))
+    if (is_known_parent(base, parent) ||
+        (base->link_count == 0 && strstr(parent, "..") == nullptr) || base->top == nullptr)
         return true;
     char path[PATH_SIZE];
     // The base directory, and what the device's own links lead to in its place.
-    struct stat tops[2];
-    if (stat(".", &tops[0]) != 0)
-        return false;
-    tops[1] = tops[0];
+    struct stat tops[2] = {};
+    static_cast<void>(stat(base->top, &tops[0]));
     bool through_link = false;
     for (size_t at = std::min(strlen(base->path), strlen(parent)); parent[at] != '\0';) {
         const size_t start = at + strspn(parent + at, "/");

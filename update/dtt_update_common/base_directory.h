@@ -1,7 +1,7 @@
 // The directory that a run unpacks below: the file systems that it has written to there, and the
 // links that it has made, through which no later entry may leave it (path traversal).
-#ifndef DTT_UPDATE_BASE_DIRECTORY_H
-#define DTT_UPDATE_BASE_DIRECTORY_H
+#ifndef DTT_UPDATE_COMMON_BASE_DIRECTORY_H
+#define DTT_UPDATE_COMMON_BASE_DIRECTORY_H
 
 #include "update/dtt_update_common/path_operations.h"
 
@@ -20,6 +20,7 @@ struct written_system {
 // Zeroed, it is one that nothing has been unpacked below.
 struct base_directory {
     char path[PATH_SIZE];   // as it was given
+    const char *top;        // where it is found now; null if this machine is not to be looked at
     char parent[PATH_SIZE]; // of the entry before, if it is known to be there; else empty
     made_link *links;
     size_t link_count;
@@ -27,9 +28,9 @@ struct base_directory {
     size_t system_count;
 };
 
-// Whether an entry in the directory `parent` stays below the base directory, which is the working
-// directory. Links that the device had before are its own and are followed; those of this run must
-// not lead out, and behind none of them ".." is taken.
+// Whether an entry in the directory `parent` stays below the base directory. Links that the device
+// had before are its own and are followed; those of this run must not lead out, and behind none of
+// them ".." is taken.
 bool stays_below(const base_directory *base, const char *parent);
 
 // Remembers the file system of the directory `parent` ahead of the first write to it: a failure to
