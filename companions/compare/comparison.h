@@ -64,8 +64,8 @@ struct compared {
 };
 
 // Compares `img` with what stands below `dir`, entry by entry, and then what else `what` says.
-compared compare_with_device(const image_file *img, const char *dir, int what,
-                             const finding_visitor &visit);
+[[nodiscard]] compared compare_with_device(const image_file *img, const char *dir, int what,
+                                           const finding_visitor &visit);
 
 // A word for programs, and words for a person.
 struct finding_name {

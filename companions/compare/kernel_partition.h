@@ -7,6 +7,6 @@
 // Opens the partition's top directory: what is mounted on /mntker, or else the partition itself,
 // which is mounted for reading and nowhere to be found. It is let go when `*top` is closed. Returns
 // null, or in words why it can't be looked at; `*top` is none then.
-const char *open_kernel_partition(descriptor *top);
+[[nodiscard]] const char *open_kernel_partition(descriptor *top);
 
 #endif

@@ -15,18 +15,18 @@ extern const char SIGNATURES[];
 
 // Returns null, or in words why this build or this machine can check no signature. To be called
 // ahead of everything below.
-const char *check_impossible();
+[[nodiscard]] const char *check_impossible();
 
 void start_hash(image_hash *hash);
 void add_to_hash(image_hash *hash, const void *data, size_t len);
 
 // Returns null if the key's owner has signed the comment and put it to this signature, or what is
 // wrong. What the comment says counts only then.
-const char *comment_fault(const public_key *key, const file_signature *signature);
+[[nodiscard]] const char *comment_fault(const public_key *key, const file_signature *signature);
 
 // Ends the hash. Returns null if the key's owner has signed an image with this hash, or what is
 // wrong.
-const char *signature_fault(const public_key *key, const file_signature *signature,
-                            image_hash *hash);
+[[nodiscard]] const char *signature_fault(const public_key *key, const file_signature *signature,
+                                          image_hash *hash);
 
 #endif

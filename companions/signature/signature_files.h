@@ -59,14 +59,14 @@ const char *parse_signature(const char *text, size_t len, file_signature *signat
 
 // Each reads a file, whose path may be one of a disk. Returns null, or what is wrong.
 const char *read_key(const char *path, public_key *key);
-const char *read_signature_of(const char *image, file_signature *signature);
+[[nodiscard]] const char *read_signature_of(const char *image, file_signature *signature);
 
 // Reads all keys `*.pub` of the directory `dir`. One that is missing has none. It is a fault if
 // others than the superuser and this user can write there, if a file is no key, or if two have one
 // id.
-key_fault load_keys(const char *dir, key_ring *ring);
+[[nodiscard]] key_fault load_keys(const char *dir, key_ring *ring);
 
 // Returns the key, or null if the ring does not have it.
-const public_key *find_key(const key_ring *ring, const key_id *id);
+[[nodiscard]] const public_key *find_key(const key_ring *ring, const key_id *id);
 
 #endif

@@ -20,13 +20,13 @@ struct signed_statement {
 
 // Takes a text of numbers with '.' between them and perhaps a 'V' or 'v' in front. Returns false
 // for any other: what can't be compared must not count as new.
-bool parse_version(const char *text, firmware_version *version);
+[[nodiscard]] bool parse_version(const char *text, firmware_version *version);
 
 // Number by number; one that is missing counts as 0. Returns less than 0, 0, or more than 0.
 int compare_versions(const firmware_version *a, const firmware_version *b);
 
 // Returns null, or in words what is wrong with the comment.
-const char *parse_statement(const char *comment, signed_statement *statement);
+[[nodiscard]] const char *parse_statement(const char *comment, signed_statement *statement);
 
 // A signature in one line.
 struct signature_line {

@@ -15,6 +15,6 @@ void find_disk(const char *file, watched_image *image);
 
 // A USB disk is gone when its file system is unmounted or its device has left the kernel's list; an
 // image on no USB disk counts as present while it can be opened.
-bool disk_is_there(const watched_image *image);
+[[nodiscard]] bool disk_is_there(const watched_image *image);
 
 #endif

@@ -10,10 +10,10 @@
 std::string flashing_tool(const card_kind *kind);
 
 // Why the tool can't be given the path `file`, or null.
-const char *flashing_fault(const card_kind *kind, const char *file);
+[[nodiscard]] const char *flashing_fault(const card_kind *kind, const char *file);
 
 // Has this board's tool flash `file`. Returns whether the tool was called and has ended with status
 // 0, else false with sentences.
-bool call_flashing_tool(int type, char *file);
+[[nodiscard]] bool call_flashing_tool(int type, char *file);
 
 #endif

@@ -24,11 +24,11 @@ bool read_setting(const char *key, std::string *value);
 // header is `header`: its comment has to let it in. Returns false with a sentence. The gate is open
 // for any image if there are no keys, or, with a warning on the screen and in the log, if
 // `allow_unsigned` is set.
-bool prepare_gate(const char *name, const update_header_t *header, bool allow_unsigned,
-                  update_gate *gate);
+[[nodiscard]] bool prepare_gate(const char *name, const update_header_t *header,
+                                bool allow_unsigned, update_gate *gate);
 
 // Raises this device's floor to the one that the image's signature tells, after a run that went
 // well. Returns false with a sentence.
-bool raise_floor(const update_gate *gate);
+[[nodiscard]] bool raise_floor(const update_gate *gate);
 
 #endif

@@ -22,9 +22,10 @@ struct tested_image {
 // Opens the image `name` and tests what a run needs and what `how` says. One whose signature is
 // checked is read once, into a file without a name on the device, and `image` is that file: a disk
 // could answer a second read in another way. Returns false with a sentence.
-bool take_tested_image(const char *name, const test_options *how, tested_image *image);
+[[nodiscard]] bool take_tested_image(const char *name, const test_options *how,
+                                     tested_image *image);
 
 // Whether the file has been written to since.
-bool has_changed(const tested_image *image);
+[[nodiscard]] bool has_changed(const tested_image *image);
 
 #endif

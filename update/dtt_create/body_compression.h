@@ -9,10 +9,10 @@
 // Moves the `data_len` bytes behind the first `head_len` of the file open on `cut_file_fd` to
 // `tmp_file` and cuts the file there. Returns 0, be it that the file could not be cut, or -1 with a
 // trace line and the file unchanged.
-int cut_file(int cut_file_fd, size_t head_len, size_t data_len, const char *tmp_file);
+[[nodiscard]] int cut_file(int cut_file_fd, size_t head_len, size_t data_len, const char *tmp_file);
 
 // Writes the whole of `tmp_file`, a plain file of the process's user, to the file open on
 // `cut_file_fd`, from `head_len` on. Returns 0, or -1 with a trace line.
-int combine_file(int cut_file_fd, size_t head_len, const char *tmp_file);
+[[nodiscard]] int combine_file(int cut_file_fd, size_t head_len, const char *tmp_file);
 
 #endif

@@ -14,6 +14,6 @@ extern type_file_t type_file[CARD_TYPES];
 
 // Looks the bare file name `name` up in type_file. Returns 0 and stores the type code in `*type`,
 // or returns -1 and leaves it alone. A name of more than 2048 characters is not compared.
-int check_type_SelfFile(char *name, int *type);
+[[nodiscard]] int check_type_SelfFile(char *name, int *type);
 
 #endif

@@ -12,12 +12,12 @@
 // nothing but that to tell; an image that was not finished is left as it stands, with a
 // header that every reader refuses. Only a failure to compute the CRC leaves a whole image, without
 // its CRC. One build at a time in a process.
-int do_create(char *updatedir, int mode, char *updata_file, int place_type, char *to_dir,
-              char *version);
+[[nodiscard]] int do_create(char *updatedir, int mode, char *updata_file, int place_type,
+                            char *to_dir, char *version);
 
 // Stores the CRC of the body of the image open on `fd`, `ih_size` bytes long with its header, in
 // `*crc_val`. Returns 0, or -1 with errno set and nothing stored: the image can't be mapped, or is
 // shorter than a header.
-int crc32_img_body(int fd, uint32_t ih_size, uint32_t *crc_val);
+[[nodiscard]] int crc32_img_body(int fd, uint32_t ih_size, uint32_t *crc_val);
 
 #endif

@@ -12,10 +12,10 @@ extern int total_dir_nums;
 // the file system lists it. Returns 0, or -1 if this very directory can't be listed or the image
 // is broken. A subdirectory that can't be listed ends the listing of the one that holds it,
 // and what can't be looked at is left out; neither is told.
-int get_dirs_and_files(int dst_fd, struct arena *ap);
+[[nodiscard]] int get_dirs_and_files(int dst_fd, struct arena *ap);
 
 // The target of the symbolic link `path` as a new zero-terminated heap string, which the caller
 // frees, or null.
-char *xreadlink(const char *path);
+[[nodiscard]] char *xreadlink(const char *path);
 
 #endif

@@ -9,6 +9,6 @@
 // update_service.h: UPDATE_REFUSED also without a progress block. Entries written ahead of a
 // failure stay; the image's version is recorded only after a run without one. The working directory
 // is left changed. One run at a time in a process.
-int do_update(char *update_file, int mode, char *force_base_dir);
+[[nodiscard]] int do_update(char *update_file, int mode, char *force_base_dir);
 
 #endif

@@ -8,6 +8,6 @@ constexpr size_t FLASHING_COMMAND_SIZE = 256; // bytes of a tool's command line 
 
 // Does what update_one_UserFile does, in its name, and leaves the wait status of the tool's shell
 // in `*status` if the tool was called.
-int flash_card_file(int type, char *name, int *status);
+[[nodiscard]] int flash_card_file(int type, char *name, int *status);
 
 #endif

@@ -10,6 +10,6 @@
 // `upgd_msg`; events go to `uid`. Returns 0, -1 if the USB disk is gone, a card has failed or its
 // time is up, or the non-zero value of ipc_send_card_update for a request that did not go out. The
 // first failure ends the stage.
-int update_all_UserFile(aptid_t uid, upgrade_msg_t *upgd_msg);
+[[nodiscard]] int update_all_UserFile(aptid_t uid, upgrade_msg_t *upgd_msg);
 
 #endif

@@ -19,6 +19,6 @@ extern type_patch_t type_patch[CARD_TYPES];
 // Records `name` as the firmware file of `type`; the last file of a type wins. Returns 0, or -1 if
 // no row has that type, which is the everyday answer for files that are no card firmware, or if
 // `name` has 1024 characters or more.
-int save_UserFile_patch(int type, char *name);
+[[nodiscard]] int save_UserFile_patch(int type, char *name);
 
 #endif

@@ -13,7 +13,7 @@ int ipc_event_send_upgmsg(aptid_t aptid, upgrade_msg_t *msg, unsigned short l, u
 // this board; `cmd` is its `id`. The card's answer comes through the card firmware table. Returns 0
 // if it went out, -1 for a null `data` or without memory, else what apipc_send returned. From any
 // thread.
-int ipc_send_card_update(unsigned char cmd, unsigned char slot, unsigned short model,
-                         unsigned int addr, unsigned int length, unsigned char *data);
+[[nodiscard]] int ipc_send_card_update(unsigned char cmd, unsigned char slot, unsigned short model,
+                                       unsigned int addr, unsigned int length, unsigned char *data);
 
 #endif

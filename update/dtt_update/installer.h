@@ -15,7 +15,7 @@ extern int ker_img_num;
 // 0 if nothing failed or nothing was to be done, UPDATE_BOOT_FAILED or
 // UPDATE_KERNEL_FAILED. The kernel
 // partition stays mounted on /mntker.
-int update_LinuxFile(int type, char *filename);
+[[nodiscard]] int update_LinuxFile(int type, char *filename);
 
 // Records the version in `pheader` in the device's configuration. Returns what my_system returned,
 // which fails no run: the image is on the device by then.

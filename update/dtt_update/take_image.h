@@ -20,6 +20,6 @@ enum image_refusal {
 // `force_base_dir` or the directory that the image asks for (`force_base_dir` null) the working
 // directory and the run's, and reports the header. The caller closes the image, after a refusal
 // too, unless its descriptor is -1.
-image_refusal take_image(update_run *run, char *update_file, char *force_base_dir);
+[[nodiscard]] image_refusal take_image(update_run *run, char *update_file, char *force_base_dir);
 
 #endif

@@ -16,7 +16,7 @@ int find_dir(update_header_t *pheader, char *base_dir);
 // subdirectories first. Returns 0 with the path in front of the hit in `ap->devpath`, 1 if nothing
 // matched, or -1 if the directory can't be listed or its path is too long. A subdirectory that
 // can't be listed holds nothing. Links are not followed; one directory is open a level.
-int _find_dir(struct arena *ap, char *dirname);
+[[nodiscard]] int _find_dir(struct arena *ap, char *dirname);
 
 // The directory of a place code in host order as a constant text, empty if it has none.
 char *place2dir(int place);

@@ -10,6 +10,6 @@
 // Returns 0, or UPDATE_COPY_FAILED for an entry that is damaged or can't be written, which is
 // counted in the progress ahead of its lines, or what the installer returned. The link of a link
 // entry is the last step; where its command fails, nothing else does, and its empty file stands.
-int unpack_entry(update_run *run, entry_walk *walk);
+[[nodiscard]] int unpack_entry(update_run *run, entry_walk *walk);
 
 #endif

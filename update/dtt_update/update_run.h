@@ -26,14 +26,14 @@ update_run start_run(const char *engine);
 void start_progress(update_run *run, int result);
 
 // Maps the image. Returns 0, or -1.
-int map_image(update_run *run);
+[[nodiscard]] int map_image(update_run *run);
 
 // Enters the number of entries in the progress and announces the unpacking.
 void begin_unpacking(update_run *run);
 
 // Brings everything that was written to the medium. Returns 0, or UPDATE_COPY_FAILED with the
 // lines and the count of a failed copy: a disk that fails late fails here.
-int sync_unpacked(update_run *run);
+[[nodiscard]] int sync_unpacked(update_run *run);
 
 // Counts an entry that has failed at `path` in the progress, and writes its lines.
 void say_copy_failed(update_run *run, const char *path);

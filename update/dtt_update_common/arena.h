@@ -25,7 +25,7 @@ struct name_place {
 };
 
 // Returns false if the path is too long to be listed.
-inline bool begin_listing(struct arena *ap, name_place *place)
+[[nodiscard]] inline bool begin_listing(struct arena *ap, name_place *place)
 {
     const size_t len = strlen(ap->devpath);
     if (len >= WALK_PATH_MAX)

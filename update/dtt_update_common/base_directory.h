@@ -31,19 +31,19 @@ struct base_directory {
 // Whether an entry in the directory `parent` stays below the base directory. Links that the device
 // had before are its own and are followed; those of this run must not lead out, and behind none of
 // them ".." is taken.
-bool stays_below(const base_directory *base, const char *parent);
+[[nodiscard]] bool stays_below(const base_directory *base, const char *parent);
 
 // Remembers the file system of the directory `parent` ahead of the first write to it: a failure to
 // write something back is told to who has had it open by then. Returns 1, 0 if there is no such
 // directory, or -1 if there is no memory.
-int note_file_system(base_directory *base, const char *parent);
+[[nodiscard]] int note_file_system(base_directory *base, const char *parent);
 
 // Remembers the link that has been made at `path`, if it has been. Returns 0, or -1 if there is no
 // memory.
-int note_link(base_directory *base, const char *path);
+[[nodiscard]] int note_link(base_directory *base, const char *path);
 
 // Brings everything that was written to the medium. Returns 0, or -1 with errno set.
-int sync_systems(const base_directory *base);
+[[nodiscard]] int sync_systems(const base_directory *base);
 
 // Forgets all of it.
 void release_base_directory(base_directory *base);

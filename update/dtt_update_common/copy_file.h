@@ -11,11 +11,12 @@
 // Writes the `nSize` bytes in memory at `source` to the file `dest`, created with mode 0755 less
 // the umask. A file that stands there is not shortened: callers remove it first. Returns 0, or -1
 // with a trace line; what was written stays.
-int copy_file(const char *source, const char *dest, int nSize);
+[[nodiscard]] int copy_file(const char *source, const char *dest, int nSize);
 
 // Writes `len` bytes at `buf` to `fd` and counts `update_info->cur_percent` from 0 to 100. Returns
 // the bytes written, or the negative result of the failed write, which leaves the count where it
 // was.
-ssize_t bb_full_write_new(upgrade_info_t *update_info, int fd, const void *buf, size_t len);
+[[nodiscard]] ssize_t bb_full_write_new(upgrade_info_t *update_info, int fd, const void *buf,
+                                        size_t len);
 
 #endif

@@ -9,10 +9,11 @@
 // Finds the place of the entry below `base`. Returns null, or why no run can bring the entry there:
 // its path fits no buffer (`place` then has the entry's name), leads out of the base directory
 // (path traversal), or would be taken apart by a command (command injection).
-const char *entry_fault(base_directory *base, const image_entry *entry, entry_place *place);
+[[nodiscard]] const char *entry_fault(base_directory *base, const image_entry *entry,
+                                      entry_place *place);
 
 // Why an entry without such a fault fails all the same, or null: a run does not ask for this but
 // meets it in its steps.
-const char *step_fault(const image_entry *entry, const entry_place *place);
+[[nodiscard]] const char *step_fault(const image_entry *entry, const entry_place *place);
 
 #endif

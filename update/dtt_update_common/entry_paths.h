@@ -13,10 +13,10 @@ struct entry_place {
 
 // Finds where the entry goes below `base`. Returns false if its path does not fit; `basename` is
 // the entry's name then.
-bool find_place(const char *base, const image_entry *entry, entry_place *place);
+[[nodiscard]] bool find_place(const char *base, const image_entry *entry, entry_place *place);
 
 // Whether the command that makes directories fits `path` and leaves it as it is.
-bool can_be_made(const char *path);
+[[nodiscard]] bool can_be_made(const char *path);
 
 // The directory that the file or link of the entry `filename` lies in below `force_dir`, into
 // `path` of PATH_SIZE bytes. A ';' divides a link from its target, which is no part of its path.
@@ -42,7 +42,7 @@ struct link_texts {
 
 // Takes the texts of the link at `basename`, its full path, for the entry `filename`,
 // "path;target". Returns false if one does not fit its buffer.
-bool take_link_texts(const char *basename, const char *filename, link_texts *link);
+[[nodiscard]] bool take_link_texts(const char *basename, const char *filename, link_texts *link);
 
 constexpr size_t INSTALL_COMMAND_SIZE = 128;
 
@@ -54,6 +54,6 @@ bool installs(int type, const char *filename);
 
 // Builds the command that brings the file to the partition of the boot loader or of the kernel in
 // `cmd` of INSTALL_COMMAND_SIZE bytes. Returns false if it does not fit.
-bool install_command(int type, const char *filename, char *cmd);
+[[nodiscard]] bool install_command(int type, const char *filename, char *cmd);
 
 #endif

@@ -13,19 +13,19 @@ void begin_image(void);
 // Whether the image can't be finished since begin_image: an entry was begun and not completed, the
 // next one would have taken the image past IMAGE_SIZE_MAX, or the tree could not be read. A trace
 // line has told why.
-bool image_is_broken(void);
+[[nodiscard]] bool image_is_broken(void);
 
 // Gives the image up at `path` with the errno `error`, in the name of the operation `func`: it
 // holds half an entry, or would lack a part of the tree without a word. Returns -1, with `error` in
 // errno.
-int break_image(const char *func, const char *path, int error);
+[[nodiscard]] int break_image(const char *func, const char *path, int error);
 
 // Appends one entry of type `type` for the file or link at `path` to `dst_fd`. For a link,
 // `filename` is its path, a ';' and its target, and its name comes from there alone; it is not
 // looked at otherwise. Returns 0, or -1 if there is no whole new entry: either nothing was written,
 // because the file (or what the link leads to) could not be opened, does not tell its size or is
 // empty, or the image is broken.
-int write_file(int dst_fd, int type, const char *path, const char *filename);
+[[nodiscard]] int write_file(int dst_fd, int type, const char *path, const char *filename);
 
 // The text behind the first `c` of `s` that no '.' follows, inside `s`, or null if there is none.
 char *first_char_is(const char *s, int c);

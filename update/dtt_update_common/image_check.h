@@ -6,27 +6,27 @@
 
 // Takes the file open on `fd` for an image: reads its header, and sets `img->size` to the file's
 // own length, whatever the header says. Returns null, or what is wrong with the file.
-const char *examine_image(int fd, image_file *img);
+[[nodiscard]] const char *examine_image(int fd, image_file *img);
 
 // Opens the file `name`. Returns null if an update can begin with it, or what is wrong with it: an
 // error of the system, what examine_image says, or another length than the header's. `img->fd` is
 // -1 then, else the caller closes it.
-const char *open_image(const char *name, image_file *img);
+[[nodiscard]] const char *open_image(const char *name, image_file *img);
 
 // Computes the CRC of the image's body. Returns false if it can't be read up to `img->size`.
-bool body_crc(const image_file *img, uint32_t *crc);
+[[nodiscard]] bool body_crc(const image_file *img, uint32_t *crc);
 
 // A wrong checksum in words: what the header says, and what the body has.
 #define CRC_SENTENCE "the header says the CRC %08x, the body has %08x"
 
 // Returns null if `crc` is what the header says, or what is wrong in words.
-const char *crc_fault(const image_file *img, uint32_t crc);
+[[nodiscard]] const char *crc_fault(const image_file *img, uint32_t crc);
 
 // Returns null if the file `name` is a whole image with the body that its header promises, or what
 // is wrong with it.
-const char *whole_image_fault(const char *name);
+[[nodiscard]] const char *whole_image_fault(const char *name);
 
 // What open_image says of the file `name`.
-const char *image_fault(const char *name);
+[[nodiscard]] const char *image_fault(const char *name);
 
 #endif

@@ -40,7 +40,7 @@ void start_walk(entry_walk *walk, const image_file *source);
 
 // Reads the next entry and moves the walk behind it. Returns null, or in words why there is no such
 // entry; nothing behind the image's size is ever read.
-const char *read_entry(entry_walk *walk, image_entry *entry);
+[[nodiscard]] const char *read_entry(entry_walk *walk, image_entry *entry);
 
 // The bytes of the entry's name that are its path: in a link, those ahead of the last ';'.
 size_t entry_path_length(const image_entry *entry);
@@ -52,6 +52,6 @@ void copy_entry_path(const image_entry *entry, char *path);
 const char *link_target(const image_entry *entry);
 
 // Whether the entry's path leads above the directory that it is relative to, be it only on its way.
-bool climbs_out(const image_entry *entry);
+[[nodiscard]] bool climbs_out(const image_entry *entry);
 
 #endif

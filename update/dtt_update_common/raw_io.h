@@ -7,22 +7,22 @@
 #include <sys/types.h>
 
 // write(2), repeated while it fails with EINTR.
-ssize_t safe_write(int fd, const void *buf, size_t count);
+[[nodiscard]] ssize_t safe_write(int fd, const void *buf, size_t count);
 
 // Writes what one write takes of the `*len` bytes, not 0, at `*pos` and moves both behind it.
 // Returns the number of bytes, or a negative value; a write that takes nothing is a failure with
 // EIO.
-ssize_t write_some(int fd, const char **pos, size_t *len);
+[[nodiscard]] ssize_t write_some(int fd, const char **pos, size_t *len);
 
 // Writes all `len` bytes. Returns `len`, or the negative result of the failed write; errno is then
 // that write's, and what had gone out before stays written.
-ssize_t bb_full_write(int fd, const void *buf, size_t len);
+[[nodiscard]] ssize_t bb_full_write(int fd, const void *buf, size_t len);
 
 // Reads up to `len` bytes at `offset`. Returns their number, which is less than `len` only at the
 // end of the file or after an error.
-size_t full_pread(int fd, void *buf, size_t len, off_t offset);
+[[nodiscard]] size_t full_pread(int fd, void *buf, size_t len, off_t offset);
 
 // fsync(2), repeated while it fails with EINTR.
-int safe_fsync(int fd);
+[[nodiscard]] int safe_fsync(int fd);
 
 #endif

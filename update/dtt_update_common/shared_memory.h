@@ -5,7 +5,7 @@
 // Attaches the segment of key `shmkey` that holds at least `shmsize` bytes, creating it with that
 // size and permission 0600 if there is none; the progress block is made for the whole record.
 // Returns its address, or null.
-char *attach_shm(int shmkey, int shmsize);
+[[nodiscard]] char *attach_shm(int shmkey, int shmsize);
 
 // What shmdt(2) returns for `addr`.
 int detach_shm(void *addr);

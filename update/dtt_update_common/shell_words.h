@@ -7,10 +7,10 @@
 // Whether a shell at most divides `text` at its blanks and leaves the words as they are: no
 // control character, none of | & ; < > ( ) ' " \ * ? { and no backquote, no '[' with a ']' behind
 // it, and no '$' that begins an expansion. A root file system has links called "[".
-bool is_shell_safe_text(const char *text);
+[[nodiscard]] bool is_shell_safe_text(const char *text);
 
 // Whether `text` is also one word: without a blank, and without a '-', '~' or '#' in front, which
 // would make it an option, a home directory or a comment. The empty text passes.
-bool is_shell_safe_word(const char *text);
+[[nodiscard]] bool is_shell_safe_word(const char *text);
 
 #endif
