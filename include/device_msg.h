@@ -14,8 +14,8 @@
  *
  * The payload is no member of a record: it begins at STAPMSG_DATA_OFFSET, inside that rounding.
  */
-#ifndef DEVICE_MSG_H
-#define DEVICE_MSG_H
+#ifndef INCLUDE_DEVICE_MSG_H
+#define INCLUDE_DEVICE_MSG_H
 
 #include "task_types.h"
 #include "upgrade_info.h"

@@ -1,6 +1,6 @@
 /* Types that name tasks on the board, of the messages and of the platform's calls. */
-#ifndef TASK_TYPES_H
-#define TASK_TYPES_H
+#ifndef INCLUDE_TASK_TYPES_H
+#define INCLUDE_TASK_TYPES_H
 
 #include <stdint.h>
 

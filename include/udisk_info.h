@@ -6,8 +6,8 @@
  * udisk_info_t. The inventory of all disks has the labels LABEL_UDISK and LABEL_UDISK_ALL_INFO and
  * no event; an answer has its caller's labels and event.
  */
-#ifndef UDISK_INFO_H
-#define UDISK_INFO_H
+#ifndef INCLUDE_UDISK_INFO_H
+#define INCLUDE_UDISK_INFO_H
 
 #include <assert.h>
 #include <stddef.h>

@@ -11,8 +11,8 @@
  * follow one another without padding; there is no index. All numbers of the header are unsigned,
  * 32 bits wide and big-endian, in the file and in memory alike; they are converted at each use.
  */
-#ifndef UPDATE_HEADER_H
-#define UPDATE_HEADER_H
+#ifndef INCLUDE_UPDATE_HEADER_H
+#define INCLUDE_UPDATE_HEADER_H
 
 #include <assert.h>
 #include <stddef.h>

@@ -3,8 +3,8 @@
  * calling thread and blocks it until it ends. One update, one build or one backup at a time in a
  * process: they share the working directory and process-wide state.
  */
-#ifndef UPDATE_SERVICE_H
-#define UPDATE_SERVICE_H
+#ifndef INCLUDE_UPDATE_SERVICE_H
+#define INCLUDE_UPDATE_SERVICE_H
 
 #include "device_msg.h"
 #include "udisk_info.h"

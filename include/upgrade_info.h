@@ -3,8 +3,8 @@
  * shared progress block, a System V shared memory segment that outlives the run, and in the event
  * message of a service run. The values below are those of the shared block.
  */
-#ifndef UPGRADE_INFO_H
-#define UPGRADE_INFO_H
+#ifndef INCLUDE_UPGRADE_INFO_H
+#define INCLUDE_UPGRADE_INFO_H
 
 #include <assert.h>
 #include <stddef.h>

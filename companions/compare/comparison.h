@@ -1,7 +1,7 @@
 // An image against what stands on the device, one finding at a time. Everything is read with read
 // calls, never from a mapping: the image's disk may go away meanwhile.
-#ifndef COMPANIONS_COMPARISON_H
-#define COMPANIONS_COMPARISON_H
+#ifndef COMPANIONS_COMPARE_COMPARISON_H
+#define COMPANIONS_COMPARE_COMPARISON_H
 
 #include "update/dtt_update_common/image_reader.h"
 

@@ -1,6 +1,6 @@
 // The kernel partition, to be looked at.
-#ifndef COMPANIONS_KERNEL_PARTITION_H
-#define COMPANIONS_KERNEL_PARTITION_H
+#ifndef COMPANIONS_COMPARE_KERNEL_PARTITION_H
+#define COMPANIONS_COMPARE_KERNEL_PARTITION_H
 
 #include "companions/owners.h"
 

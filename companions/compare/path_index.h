@@ -1,7 +1,7 @@
 // Texts of an image's entries in order, to ask which entry has one last, and what of a directory
 // the image has.
-#ifndef COMPANIONS_PATH_INDEX_H
-#define COMPANIONS_PATH_INDEX_H
+#ifndef COMPANIONS_COMPARE_PATH_INDEX_H
+#define COMPANIONS_COMPARE_PATH_INDEX_H
 
 #include "companions/owners.h"
 

@@ -1,6 +1,6 @@
 // What the parts of img_info share.
-#ifndef COMPANIONS_IMG_INFO_H
-#define COMPANIONS_IMG_INFO_H
+#ifndef COMPANIONS_IMG_INFO_IMG_INFO_H
+#define COMPANIONS_IMG_INFO_IMG_INFO_H
 
 #include "companions/owners.h"
 #include "update/dtt_update_common/image_reader.h"

@@ -1,7 +1,7 @@
 // The files that `minisign` writes: public keys and signatures of images. Each is taken only as
 // that program writes it, byte by byte: damage is found, and no byte is free for another use.
-#ifndef COMPANIONS_SIGNATURE_FILES_H
-#define COMPANIONS_SIGNATURE_FILES_H
+#ifndef COMPANIONS_SIGNATURE_SIGNATURE_FILES_H
+#define COMPANIONS_SIGNATURE_SIGNATURE_FILES_H
 
 #include <cstddef>
 #include <cstdint>

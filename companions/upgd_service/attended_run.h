@@ -1,8 +1,8 @@
 // A run of the service, with all that the resident service has to see to: the USB flag, the
 // mailboxes of the events and of the card update requests, the answers of the cards, and who
 // interrupts it.
-#ifndef COMPANIONS_ATTENDED_RUN_H
-#define COMPANIONS_ATTENDED_RUN_H
+#ifndef COMPANIONS_UPGD_SERVICE_ATTENDED_RUN_H
+#define COMPANIONS_UPGD_SERVICE_ATTENDED_RUN_H
 
 #include "companions/owners.h"
 #include "companions/upgd_service/byte_progress.h"

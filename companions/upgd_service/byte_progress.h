@@ -1,7 +1,7 @@
 // How far a run is in its image, in bytes: its own record counts entries, of which one can be
 // larger than all others.
-#ifndef COMPANIONS_BYTE_PROGRESS_H
-#define COMPANIONS_BYTE_PROGRESS_H
+#ifndef COMPANIONS_UPGD_SERVICE_BYTE_PROGRESS_H
+#define COMPANIONS_UPGD_SERVICE_BYTE_PROGRESS_H
 
 #include "update/dtt_update_common/image_reader.h"
 

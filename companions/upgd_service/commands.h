@@ -1,6 +1,6 @@
 // The commands of upgd_service. Each returns an exit status.
-#ifndef COMPANIONS_COMMANDS_H
-#define COMPANIONS_COMMANDS_H
+#ifndef COMPANIONS_UPGD_SERVICE_COMMANDS_H
+#define COMPANIONS_UPGD_SERVICE_COMMANDS_H
 
 #include <string>
 

@@ -1,8 +1,8 @@
 // What a person sees: on a terminal one line that shows the progress and never goes backwards, on a
 // pipe one plain line an event. The system's own lines, which go to the standard streams, are kept
 // out of it; the trace log has them. The commands' lines are shown when something has failed.
-#ifndef COMPANIONS_CONSOLE_H
-#define COMPANIONS_CONSOLE_H
+#ifndef COMPANIONS_UPGD_SERVICE_CONSOLE_H
+#define COMPANIONS_UPGD_SERVICE_CONSOLE_H
 
 #include <cstddef>
 

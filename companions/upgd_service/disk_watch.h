@@ -1,6 +1,6 @@
 // Whether the disk that holds an image is still there.
-#ifndef COMPANIONS_DISK_WATCH_H
-#define COMPANIONS_DISK_WATCH_H
+#ifndef COMPANIONS_UPGD_SERVICE_DISK_WATCH_H
+#define COMPANIONS_UPGD_SERVICE_DISK_WATCH_H
 
 #include <string>
 

@@ -1,6 +1,6 @@
 // Calling a card's flashing tool.
-#ifndef COMPANIONS_FLASH_H
-#define COMPANIONS_FLASH_H
+#ifndef COMPANIONS_UPGD_SERVICE_FLASH_H
+#define COMPANIONS_UPGD_SERVICE_FLASH_H
 
 #include "update/dtt_update_common/card_kinds.h"
 

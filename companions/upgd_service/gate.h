@@ -1,8 +1,8 @@
 // Who may have an image applied. Once the device keeps public keys, an image needs a signature of a
 // key's owner, made for this product, and a version that is not below the floor: the lowest that
 // this device still takes.
-#ifndef COMPANIONS_GATE_H
-#define COMPANIONS_GATE_H
+#ifndef COMPANIONS_UPGD_SERVICE_GATE_H
+#define COMPANIONS_UPGD_SERVICE_GATE_H
 
 #include "companions/signature/statement.h"
 #include "update_header.h"

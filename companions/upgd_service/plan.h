@@ -1,6 +1,6 @@
 // What an update would do, found out before anything is written.
-#ifndef COMPANIONS_PLAN_H
-#define COMPANIONS_PLAN_H
+#ifndef COMPANIONS_UPGD_SERVICE_PLAN_H
+#define COMPANIONS_UPGD_SERVICE_PLAN_H
 
 #include "companions/upgd_service/commands.h"
 #include "update/dtt_update_common/image_reader.h"

@@ -1,7 +1,7 @@
 // An image that is tested ahead of its run. The file that was tested is the one that is handed on:
 // the name may stand for another one by then.
-#ifndef COMPANIONS_TESTED_IMAGE_H
-#define COMPANIONS_TESTED_IMAGE_H
+#ifndef COMPANIONS_UPGD_SERVICE_TESTED_IMAGE_H
+#define COMPANIONS_UPGD_SERVICE_TESTED_IMAGE_H
 
 #include "companions/owners.h"
 #include "companions/upgd_service/commands.h"

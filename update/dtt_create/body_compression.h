@@ -1,8 +1,8 @@
 // Compressing the body of an image in place, and expanding it again, with gzip and gunzip on fixed
 // temporary files: one operation at a time in the whole system. gzip_dirs_and_files and
 // open_gunzip_file stand in update_service.h; these are the two halves of the first.
-#ifndef DTT_CREATE_BODY_COMPRESSION_H
-#define DTT_CREATE_BODY_COMPRESSION_H
+#ifndef UPDATE_DTT_CREATE_BODY_COMPRESSION_H
+#define UPDATE_DTT_CREATE_BODY_COMPRESSION_H
 
 #include <cstddef>
 

@@ -1,6 +1,6 @@
 // The file names by which card firmware is recognised when an image is built.
-#ifndef DTT_CREATE_CARD_FILE_NAMES_H
-#define DTT_CREATE_CARD_FILE_NAMES_H
+#ifndef UPDATE_DTT_CREATE_CARD_FILE_NAMES_H
+#define UPDATE_DTT_CREATE_CARD_FILE_NAMES_H
 
 #include "update/dtt_update_common/card_kinds.h"
 

@@ -1,6 +1,6 @@
 // Reading what shell commands print.
-#ifndef DTT_CREATE_COMMAND_OUTPUT_H
-#define DTT_CREATE_COMMAND_OUTPUT_H
+#ifndef UPDATE_DTT_CREATE_COMMAND_OUTPUT_H
+#define UPDATE_DTT_CREATE_COMMAND_OUTPUT_H
 
 #include <cstddef>
 #include <cstdio>

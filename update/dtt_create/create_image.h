@@ -1,6 +1,6 @@
 // Building an update image from a directory tree.
-#ifndef DTT_CREATE_CREATE_IMAGE_H
-#define DTT_CREATE_CREATE_IMAGE_H
+#ifndef UPDATE_DTT_CREATE_CREATE_IMAGE_H
+#define UPDATE_DTT_CREATE_CREATE_IMAGE_H
 
 #include <cstdint>
 

@@ -1,8 +1,8 @@
 // Labels of USB disks: the name of a link below /dev/disk/by-label/ becomes readable UTF-8 again.
 // In such a name a byte may stand as a backslash, an 'x' and two hexadecimal digits; Chinese labels
 // in GB2312 arrive that way. The lines that tell how a label was taken go to standard output.
-#ifndef DTT_CREATE_DISK_LABELS_H
-#define DTT_CREATE_DISK_LABELS_H
+#ifndef UPDATE_DTT_CREATE_DISK_LABELS_H
+#define UPDATE_DTT_CREATE_DISK_LABELS_H
 
 #include <cstddef>
 

@@ -1,6 +1,6 @@
 // The walk over the tree that becomes an image.
-#ifndef DTT_CREATE_TREE_WALK_H
-#define DTT_CREATE_TREE_WALK_H
+#ifndef UPDATE_DTT_CREATE_TREE_WALK_H
+#define UPDATE_DTT_CREATE_TREE_WALK_H
 
 #include "update/dtt_update_common/arena.h"
 

@@ -1,6 +1,6 @@
 // Applying an update image, with its progress in the shared block.
-#ifndef DTT_UPDATE_APPLY_ENGINE_H
-#define DTT_UPDATE_APPLY_ENGINE_H
+#ifndef UPDATE_DTT_UPDATE_APPLY_ENGINE_H
+#define UPDATE_DTT_UPDATE_APPLY_ENGINE_H
 
 // Applies the image `update_file`, whose text is cut in place at a line feed. `force_base_dir`,
 // made if it is missing, takes the place of the directory that the image asks for, which must

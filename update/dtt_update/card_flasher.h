@@ -1,6 +1,6 @@
 // Flashing one card firmware file on this board.
-#ifndef DTT_UPDATE_CARD_FLASHER_H
-#define DTT_UPDATE_CARD_FLASHER_H
+#ifndef UPDATE_DTT_UPDATE_CARD_FLASHER_H
+#define UPDATE_DTT_UPDATE_CARD_FLASHER_H
 
 #include <cstddef>
 

@@ -1,7 +1,7 @@
 // The card stage of a service run: the recorded card firmware is brought to the cards one file
 // after the other.
-#ifndef DTT_UPDATE_CARD_SEQUENCER_H
-#define DTT_UPDATE_CARD_SEQUENCER_H
+#ifndef UPDATE_DTT_UPDATE_CARD_SEQUENCER_H
+#define UPDATE_DTT_UPDATE_CARD_SEQUENCER_H
 
 #include "device_msg.h"
 

@@ -1,8 +1,8 @@
 // The card firmware of a run: which unpacked file goes to which part of which card, and what the
 // card has answered. empty_UserFile_patch, set_update_card_result and get_update_card_result stand
 // in update_service.h.
-#ifndef DTT_UPDATE_CARD_TABLE_H
-#define DTT_UPDATE_CARD_TABLE_H
+#ifndef UPDATE_DTT_UPDATE_CARD_TABLE_H
+#define UPDATE_DTT_UPDATE_CARD_TABLE_H
 
 #include "update/dtt_update_common/card_kinds.h"
 

@@ -1,6 +1,6 @@
 // The messages of an update run. Their bytes stand in device_msg.h.
-#ifndef DTT_UPDATE_DEVICE_MESSAGES_H
-#define DTT_UPDATE_DEVICE_MESSAGES_H
+#ifndef UPDATE_DTT_UPDATE_DEVICE_MESSAGES_H
+#define UPDATE_DTT_UPDATE_DEVICE_MESSAGES_H
 
 #include "device_msg.h"
 

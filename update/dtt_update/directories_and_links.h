@@ -1,7 +1,7 @@
 // Directories and links, which are made by shell commands. The commands take the paths unquoted:
 // who has them from an image asks command_fault first.
-#ifndef DTT_UPDATE_DIRECTORIES_AND_LINKS_H
-#define DTT_UPDATE_DIRECTORIES_AND_LINKS_H
+#ifndef UPDATE_DTT_UPDATE_DIRECTORIES_AND_LINKS_H
+#define UPDATE_DTT_UPDATE_DIRECTORIES_AND_LINKS_H
 
 #include "platform/platform.h"
 #include "update/dtt_update_common/entry_paths.h"

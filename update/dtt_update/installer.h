@@ -1,8 +1,8 @@
 // Bringing the boot loader and the kernel files of an unpacked image to where the board boots from,
 // and recording the image's version. All of it works through shell commands; a command has failed
 // only if it could not be run at all. Whether the mount point could be made is not looked at.
-#ifndef DTT_UPDATE_INSTALLER_H
-#define DTT_UPDATE_INSTALLER_H
+#ifndef UPDATE_DTT_UPDATE_INSTALLER_H
+#define UPDATE_DTT_UPDATE_INSTALLER_H
 
 #include "update_header.h"
 

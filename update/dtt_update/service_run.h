@@ -1,8 +1,8 @@
 // The state of a service run that its parts share: the one event message, and the presence of the
 // USB disk, which the resident service keeps up to date. get_upgd_msg, get_usb_status and
 // set_usb_status stand in update_service.h.
-#ifndef DTT_UPDATE_SERVICE_RUN_H
-#define DTT_UPDATE_SERVICE_RUN_H
+#ifndef UPDATE_DTT_UPDATE_SERVICE_RUN_H
+#define UPDATE_DTT_UPDATE_SERVICE_RUN_H
 
 #include "device_msg.h"
 

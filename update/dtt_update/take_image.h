@@ -1,7 +1,7 @@
 // From an image's path to an accepted header and the directory to unpack into: the opening of an
 // apply run, the same in both engines.
-#ifndef DTT_UPDATE_TAKE_IMAGE_H
-#define DTT_UPDATE_TAKE_IMAGE_H
+#ifndef UPDATE_DTT_UPDATE_TAKE_IMAGE_H
+#define UPDATE_DTT_UPDATE_TAKE_IMAGE_H
 
 #include "update/dtt_update/update_run.h"
 

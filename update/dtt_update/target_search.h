@@ -1,7 +1,7 @@
 // Where an image belongs on this device: the directory in front of one whose name begins with the
 // image's top directory.
-#ifndef DTT_UPDATE_TARGET_SEARCH_H
-#define DTT_UPDATE_TARGET_SEARCH_H
+#ifndef UPDATE_DTT_UPDATE_TARGET_SEARCH_H
+#define UPDATE_DTT_UPDATE_TARGET_SEARCH_H
 
 #include "update/dtt_update_common/arena.h"
 #include "update_header.h"

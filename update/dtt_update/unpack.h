@@ -1,6 +1,6 @@
 // Bringing the entries of an image to the file system.
-#ifndef DTT_UPDATE_UNPACK_H
-#define DTT_UPDATE_UNPACK_H
+#ifndef UPDATE_DTT_UPDATE_UNPACK_H
+#define UPDATE_DTT_UPDATE_UNPACK_H
 
 #include "update/dtt_update/update_run.h"
 

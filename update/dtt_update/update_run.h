@@ -1,7 +1,7 @@
 // The record of an apply run, which both engines fill and hand on, and the steps that they take
 // alike. Lines are written in the name of the engine.
-#ifndef DTT_UPDATE_UPDATE_RUN_H
-#define DTT_UPDATE_UPDATE_RUN_H
+#ifndef UPDATE_DTT_UPDATE_UPDATE_RUN_H
+#define UPDATE_DTT_UPDATE_UPDATE_RUN_H
 
 #include "update/dtt_update_common/base_directory.h"
 #include "update/dtt_update_common/image_reader.h"

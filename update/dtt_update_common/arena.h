@@ -1,7 +1,7 @@
 // State of a walk over a directory tree, handed down through the recursion. The image builder and
 // the target search use it, each for itself.
-#ifndef DTT_UPDATE_COMMON_ARENA_H
-#define DTT_UPDATE_COMMON_ARENA_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_ARENA_H
+#define UPDATE_DTT_UPDATE_COMMON_ARENA_H
 
 #include "update/dtt_update_common/path_operations.h"
 

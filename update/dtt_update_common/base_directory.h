@@ -1,7 +1,7 @@
 // The directory that a run unpacks below: the file systems that it has written to there, and the
 // links that it has made, through which no later entry may leave it (path traversal).
-#ifndef DTT_UPDATE_COMMON_BASE_DIRECTORY_H
-#define DTT_UPDATE_COMMON_BASE_DIRECTORY_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_BASE_DIRECTORY_H
+#define UPDATE_DTT_UPDATE_COMMON_BASE_DIRECTORY_H
 
 #include "update/dtt_update_common/path_operations.h"
 

@@ -1,6 +1,6 @@
 // Copying and formatting into buffers of fixed size, where a text that does not fit is an error.
-#ifndef DTT_UPDATE_COMMON_BOUNDED_TEXT_H
-#define DTT_UPDATE_COMMON_BOUNDED_TEXT_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_BOUNDED_TEXT_H
+#define UPDATE_DTT_UPDATE_COMMON_BOUNDED_TEXT_H
 
 #include <cstddef>
 #include <cstring>

@@ -3,8 +3,8 @@
 // the order in which the cards are flashed in type_patch. A new kind is an enumerator behind the
 // last one of update_header.h and a row in each of the three tables: one that is missing, or stands
 // there twice, does not compile.
-#ifndef DTT_UPDATE_COMMON_CARD_KINDS_H
-#define DTT_UPDATE_COMMON_CARD_KINDS_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_CARD_KINDS_H
+#define UPDATE_DTT_UPDATE_COMMON_CARD_KINDS_H
 
 #include "device_msg.h"
 #include "update_header.h"

@@ -1,7 +1,7 @@
 // Writing a block of memory to a new file. copy_file_new, which counts the progress meanwhile,
 // stands in update_service.h.
-#ifndef DTT_UPDATE_COMMON_COPY_FILE_H
-#define DTT_UPDATE_COMMON_COPY_FILE_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_COPY_FILE_H
+#define UPDATE_DTT_UPDATE_COMMON_COPY_FILE_H
 
 #include "upgrade_info.h"
 

@@ -1,7 +1,7 @@
 // CRC-32 of IEEE 802.3: reflected, polynomial 0xEDB88320, start value and final inversion of all
 // bits.
-#ifndef DTT_UPDATE_COMMON_CRC32_H
-#define DTT_UPDATE_COMMON_CRC32_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_CRC32_H
+#define UPDATE_DTT_UPDATE_COMMON_CRC32_H
 
 #include <array>
 #include <cstddef>

@@ -1,6 +1,6 @@
 // The device's fixed places. Commands are put together from them, so they are literals.
-#ifndef DTT_UPDATE_COMMON_DEVICE_PATHS_H
-#define DTT_UPDATE_COMMON_DEVICE_PATHS_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_DEVICE_PATHS_H
+#define UPDATE_DTT_UPDATE_COMMON_DEVICE_PATHS_H
 
 #define BOOT_PARTITION "/dev/mmcblk0p1"
 #define KERNEL_PARTITION "/dev/mmcblk0p6"

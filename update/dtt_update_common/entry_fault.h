@@ -1,7 +1,7 @@
 // Whether an entry can be applied: asked by a run ahead of each entry, and by who foretells what a
 // run will do.
-#ifndef DTT_UPDATE_COMMON_ENTRY_FAULT_H
-#define DTT_UPDATE_COMMON_ENTRY_FAULT_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_ENTRY_FAULT_H
+#define UPDATE_DTT_UPDATE_COMMON_ENTRY_FAULT_H
 
 #include "update/dtt_update_common/base_directory.h"
 #include "update/dtt_update_common/entry_paths.h"

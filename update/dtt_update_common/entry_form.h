@@ -1,7 +1,7 @@
 // What an entry's type makes of it. Where this decides there is a switch without default, so that
 // a new form is an error wherever it has been forgotten.
-#ifndef DTT_UPDATE_COMMON_ENTRY_FORM_H
-#define DTT_UPDATE_COMMON_ENTRY_FORM_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_ENTRY_FORM_H
+#define UPDATE_DTT_UPDATE_COMMON_ENTRY_FORM_H
 
 #include "update_header.h"
 

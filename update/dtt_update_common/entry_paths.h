@@ -1,7 +1,7 @@
 // Where an entry goes below a base directory, and the commands that bring it there. Nothing here
 // looks at the file system or writes a line.
-#ifndef DTT_UPDATE_COMMON_ENTRY_PATHS_H
-#define DTT_UPDATE_COMMON_ENTRY_PATHS_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_ENTRY_PATHS_H
+#define UPDATE_DTT_UPDATE_COMMON_ENTRY_PATHS_H
 
 #include "update/dtt_update_common/image_reader.h"
 

@@ -1,6 +1,6 @@
 // Appending entries to an image that is being built.
-#ifndef DTT_UPDATE_COMMON_ENTRY_WRITER_H
-#define DTT_UPDATE_COMMON_ENTRY_WRITER_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_ENTRY_WRITER_H
+#define UPDATE_DTT_UPDATE_COMMON_ENTRY_WRITER_H
 
 #include <cstddef>
 

@@ -1,6 +1,6 @@
 // The report of an image's header in ten labelled lines.
-#ifndef DTT_UPDATE_COMMON_HEADER_REPORT_H
-#define DTT_UPDATE_COMMON_HEADER_REPORT_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_HEADER_REPORT_H
+#define UPDATE_DTT_UPDATE_COMMON_HEADER_REPORT_H
 
 #include "update_header.h"
 

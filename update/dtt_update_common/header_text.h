@@ -1,6 +1,6 @@
 // A text of an image's header, which may fill its field and lack a terminator.
-#ifndef DTT_UPDATE_COMMON_HEADER_TEXT_H
-#define DTT_UPDATE_COMMON_HEADER_TEXT_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_HEADER_TEXT_H
+#define UPDATE_DTT_UPDATE_COMMON_HEADER_TEXT_H
 
 #include "update_header.h"
 

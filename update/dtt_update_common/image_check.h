@@ -1,6 +1,6 @@
 // What is wrong with a file as an image, in words for a person.
-#ifndef DTT_UPDATE_COMMON_IMAGE_CHECK_H
-#define DTT_UPDATE_COMMON_IMAGE_CHECK_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_IMAGE_CHECK_H
+#define UPDATE_DTT_UPDATE_COMMON_IMAGE_CHECK_H
 
 #include "update/dtt_update_common/image_reader.h"
 

@@ -1,6 +1,6 @@
 // The bytes of an entry, for the reader and the writer of images. update_header.h tells the format.
-#ifndef DTT_UPDATE_COMMON_IMAGE_LAYOUT_H
-#define DTT_UPDATE_COMMON_IMAGE_LAYOUT_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_IMAGE_LAYOUT_H
+#define UPDATE_DTT_UPDATE_COMMON_IMAGE_LAYOUT_H
 
 #include <arpa/inet.h>
 #include <cstddef>

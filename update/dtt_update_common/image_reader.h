@@ -1,8 +1,8 @@
 // Reading an image that may be damaged, and whose disk may be pulled while it is read. Everything
 // is read with pread into local memory: a load from a mapping whose disk is gone would kill the
 // process with SIGBUS. The mapping serves as a source for write(2) alone, which merely fails then.
-#ifndef DTT_UPDATE_COMMON_IMAGE_READER_H
-#define DTT_UPDATE_COMMON_IMAGE_READER_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_IMAGE_READER_H
+#define UPDATE_DTT_UPDATE_COMMON_IMAGE_READER_H
 
 #include "update/dtt_update_common/path_operations.h"
 #include "update_header.h"

@@ -1,7 +1,7 @@
 // Joining and cutting paths. These are the system's own operations; `dirname` is not the one of
 // the C library.
-#ifndef DTT_UPDATE_COMMON_PATH_OPERATIONS_H
-#define DTT_UPDATE_COMMON_PATH_OPERATIONS_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_PATH_OPERATIONS_H
+#define UPDATE_DTT_UPDATE_COMMON_PATH_OPERATIONS_H
 
 #include <cstddef>
 

@@ -1,6 +1,6 @@
 // A line of the device's log, written under the name of the calling function.
-#ifndef DTT_UPDATE_COMMON_PLATFORM_LOG_H
-#define DTT_UPDATE_COMMON_PLATFORM_LOG_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_PLATFORM_LOG_H
+#define UPDATE_DTT_UPDATE_COMMON_PLATFORM_LOG_H
 
 #include "platform/platform.h"
 

@@ -1,7 +1,7 @@
 // The raw system calls that move data. Interrupted calls and short counts are handled here and
 // nowhere else.
-#ifndef DTT_UPDATE_COMMON_RAW_IO_H
-#define DTT_UPDATE_COMMON_RAW_IO_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_RAW_IO_H
+#define UPDATE_DTT_UPDATE_COMMON_RAW_IO_H
 
 #include <cstddef>
 #include <sys/types.h>

@@ -1,6 +1,6 @@
 // System V shared memory in a thin wrapper.
-#ifndef DTT_UPDATE_COMMON_SHARED_MEMORY_H
-#define DTT_UPDATE_COMMON_SHARED_MEMORY_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_SHARED_MEMORY_H
+#define UPDATE_DTT_UPDATE_COMMON_SHARED_MEMORY_H
 
 // Attaches the segment of key `shmkey` that holds at least `shmsize` bytes, creating it with that
 // size and permission 0600 if there is none; the progress block is made for the whole record.

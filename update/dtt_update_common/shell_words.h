@@ -1,8 +1,8 @@
 // Words of command lines. The system's commands are formats that paths are put into unquoted, so a
 // text that comes from outside is asked here ahead of them, against command injection. The text
 // alone decides: no file system is asked, and the answer is the same on every machine.
-#ifndef DTT_UPDATE_COMMON_SHELL_WORDS_H
-#define DTT_UPDATE_COMMON_SHELL_WORDS_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_SHELL_WORDS_H
+#define UPDATE_DTT_UPDATE_COMMON_SHELL_WORDS_H
 
 // Whether a shell at most divides `text` at its blanks and leaves the words as they are: no
 // control character, none of | & ; < > ( ) ' " \ * ? { and no backquote, no '[' with a ']' behind

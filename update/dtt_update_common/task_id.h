@@ -1,6 +1,6 @@
 // Ids of tasks.
-#ifndef DTT_UPDATE_COMMON_TASK_ID_H
-#define DTT_UPDATE_COMMON_TASK_ID_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_TASK_ID_H
+#define UPDATE_DTT_UPDATE_COMMON_TASK_ID_H
 
 #include "device_msg.h"
 #include "platform/platform.h"

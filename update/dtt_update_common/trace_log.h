@@ -1,7 +1,7 @@
 // The tool's own log: each trace line goes to one of two files, which take turns at a change of
 // day, and to standard output. Any thread may write trace lines.
-#ifndef DTT_UPDATE_COMMON_TRACE_LOG_H
-#define DTT_UPDATE_COMMON_TRACE_LOG_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_TRACE_LOG_H
+#define UPDATE_DTT_UPDATE_COMMON_TRACE_LOG_H
 
 #include <string_view>
 

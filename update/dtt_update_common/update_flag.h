@@ -1,6 +1,6 @@
 // The update flag file, which tells a reader after a restart how far the last apply run came.
-#ifndef DTT_UPDATE_COMMON_UPDATE_FLAG_H
-#define DTT_UPDATE_COMMON_UPDATE_FLAG_H
+#ifndef UPDATE_DTT_UPDATE_COMMON_UPDATE_FLAG_H
+#define UPDATE_DTT_UPDATE_COMMON_UPDATE_FLAG_H
 
 // Values of the flag file: one decimal digit and a line feed. Empty, an apply run was cut while
 // it was starting; absent, the same, or none was ever started: in both cases it had touched
