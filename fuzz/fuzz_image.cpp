@@ -99,7 +99,8 @@ int my_system(const char *cmd)
         check_word(path);
         check_place(fs::path(path) / name);
         const bool inside = is_below(fs::path(path) / target, place());
-        if (chdir(path) == 0) {
+        // A shell takes ".." by the text.
+        if (chdir(fs::path(path).lexically_normal().c_str()) == 0) {
             check_word(target);
             check_word(name);
             fs::remove(name, error);
@@ -121,6 +122,8 @@ ssize_t __wrap_pread(int fd, void *data, size_t size, off_t at);
 int __real_unlink(const char *path);
 int __wrap_unlink(const char *path);
 int __wrap_usleep(useconds_t us);
+int __wrap_syncfs(int fd);
+void __wrap_sync(void);
 upgrade_info_t *__wrap_get_upgrade_info(void);
 void __wrap_free_upgrade_info(upgrade_info_t *info);
 
@@ -154,6 +157,16 @@ int __wrap_unlink(const char *path)
 int __wrap_usleep(useconds_t)
 {
     return 0;
+}
+
+// Nothing has to outlive a power cut here.
+int __wrap_syncfs(int)
+{
+    return 0;
+}
+
+void __wrap_sync(void)
+{
 }
 
 static upgrade_info_t progress;
