@@ -91,4 +91,17 @@ template <typename T, size_t N> constexpr bool holds_each_card_type(const T (&ro
 }
 static_assert(holds_each_card_type(CARD_KINDS), "one row for each type");
 
+// Whoever is told of a step has to know which card it is: no two rows have one, and none is a step
+// of the run itself.
+constexpr bool each_has_its_own_step()
+{
+    for (const card_kind &one : CARD_KINDS)
+        for (const card_kind &other : CARD_KINDS)
+            if ((&one != &other && one.step == other.step) || one.step <= UPGD_CTRL ||
+                one.step == UPGD_STOP || one.step == UPGD_END)
+                return false;
+    return true;
+}
+static_assert(each_has_its_own_step(), "a step tells the card");
+
 #endif
