@@ -2,6 +2,7 @@
 #include "update/dtt_update_common/raw_io.h"
 
 #include <cerrno>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 ssize_t safe_write(int fd, const void *buf, size_t count)
@@ -53,6 +54,12 @@ size_t full_pread(int fd, void *buf, size_t len, off_t offset)
         total += static_cast<size_t>(n);
     }
     return total;
+}
+
+bool is_full(const char *directory)
+{
+    struct statvfs fs;
+    return statvfs(directory, &fs) == 0 && (fs.f_bfree == 0 || (fs.f_files > 0 && fs.f_ffree == 0));
 }
 
 int safe_fsync(int fd)

@@ -22,6 +22,9 @@
 // end of the file or after an error.
 [[nodiscard]] size_t full_pread(int fd, void *buf, size_t len, off_t offset);
 
+// Whether nothing more can be written below the directory: no room, or no inode, is left.
+[[nodiscard]] bool is_full(const char *directory);
+
 // fsync(2), repeated while it fails with EINTR.
 [[nodiscard]] int safe_fsync(int fd);
 

@@ -3,6 +3,9 @@
 #include "update/dtt_update/apply_engine.h"
 #include "update/dtt_update_common/device_paths.h"
 #include "update/dtt_update_common/image_check.h"
+#include "update/dtt_update_common/raw_io.h"
+#include "update/dtt_update_common/run_lock.h"
+#include "update/dtt_update_common/standard_streams.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update/dtt_update_common/update_flag.h"
 #include "update_service.h"
@@ -14,8 +17,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/shm.h>
 #include <unistd.h>
 
@@ -50,17 +51,6 @@ int verbose = 0;
     exit(1);
 }
 
-// A file that the run opens must not become one of the standard streams that the caller has closed:
-// lines of the log would go into it.
-static void open_standard_streams()
-{
-    int fd;
-    do {
-        fd = open("/dev/null", O_RDWR);
-    } while (fd >= 0 && fd <= STDERR_FILENO);
-    close(fd);
-}
-
 // Anything but 1 runs without a restart, so a number that is too large must not wrap round to it.
 static int read_mode(const char *text, char **rest)
 {
@@ -91,6 +81,10 @@ static void explain_update(const char *image, int code)
 {
     const char *reason = nullptr;
     const char *next = "mend that and apply it again";
+    if (geteuid() != 0) {
+        fprintf(stderr, "img_deploy: %s was not applied: only root can apply an image\n", image);
+        return;
+    }
     switch (code) {
     case UPDATE_REFUSED:
         reason = progress_fault();
@@ -118,7 +112,9 @@ static void explain_update(const char *image, int code)
         next = "apply it again before the board restarts";
         break;
     default:
-        reason = "an entry can't be written or is damaged, which the lines above name";
+        reason = is_full(BASE_DIRECTORY)
+                     ? "there is no room left on the device"
+                     : "an entry can't be written or is damaged, which the lines above name";
         next = "make room or get the image anew, and apply it again";
         break;
     }
@@ -134,22 +130,6 @@ static int run_build(const options *o)
     if (ret != 0 && person_is_there())
         explain_build(o->outfilename, o->filename, error);
     return ret;
-}
-
-// Two runs at once would mix their trees. The lock is held for the length of a run, and not by the
-// commands that it runs. Returns its descriptor, -1 where there is no place for it, and sets
-// `*busy` if another run has it.
-static int take_run_lock(bool *busy)
-{
-    const int fd = open(RUN_LOCK_PATH, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-    *busy = fd >= 0;
-    // A command that a killed run was just starting holds its lock for a moment more.
-    for (int tries = 0; *busy && tries < 50; tries++) {
-        *busy = flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-        if (*busy)
-            usleep(20000);
-    }
-    return fd;
 }
 
 static int update_board(char *filename, int mode)
@@ -173,16 +153,14 @@ static int update_board(char *filename, int mode)
 
 static int run_update(const options *o)
 {
-    bool busy;
-    const int lock = take_run_lock(&busy);
-    int ret = UPDATE_REFUSED;
-    if (busy)
+    const int lock = take_run_lock();
+    if (lock == RUN_LOCK_BUSY) {
         fputs("img_deploy: another update is at work: nothing was touched; wait for its end\n",
               stderr);
-    else
-        ret = update_board(o->filename, o->mode);
-    if (lock >= 0)
-        close(lock);
+        return UPDATE_REFUSED;
+    }
+    const int ret = update_board(o->filename, o->mode);
+    release_lock(lock);
     return ret;
 }
 
