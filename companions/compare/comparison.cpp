@@ -1,13 +1,12 @@
 // An image against what stands on the device.
 #include "companions/compare/comparison.h"
 
-#include "companions/compare/kernel_partition.h"
+#include "companions/compare/kernel_look.h"
 #include "companions/compare/path_index.h"
 #include "update/dtt_update_common/bounded_text.h"
 #include "update/dtt_update_common/device_paths.h"
 #include "update/dtt_update_common/entry_fault.h"
 #include "update/dtt_update_common/entry_form.h"
-#include "update/dtt_update_common/raw_io.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -21,6 +20,7 @@ namespace
 {
 struct comparison {
     const image_file *img;
+    const image_sums *sums;
     base_directory base;
     int what; // COMPARE_...
     finding_visitor visit;
@@ -28,7 +28,8 @@ struct comparison {
     finding found; // that is being made
     path_index paths;
     path_index partitions; // what goes to them: a partition_text for each such entry
-    descriptor kernel;
+    kernel_look look;      // a file for each of the latter
+    const char *look_fault;
 };
 } // namespace
 
@@ -50,31 +51,19 @@ static finding_kind unreadable(finding *found)
     return FOUND_UNREADABLE;
 }
 
-// Compares the entry's data with the beginning of the file open on `fd`. An image that can't be
-// read ends the comparison.
+// Compares the checksum of the entry's data with that of the beginning of the file open on `fd`.
 static finding_kind compare_data(comparison *c, int fd)
 {
-    static char data[128 * 1024];
-    static char there[sizeof data];
     const image_entry *const entry = &c->found.entry;
-    const size_t size = static_cast<size_t>(entry->file_size);
-    for (size_t done = 0; done < size;) {
-        const size_t len = std::min(sizeof data, size - done);
-        const off_t at = static_cast<off_t>(done);
-        if (full_pread(c->img->fd, data, len, static_cast<off_t>(entry->data_offset) + at) != len) {
-            c->state.fault = "the image can't be read any more";
-            c->state.broken = entry->number;
-            return FOUND_UNREADABLE;
-        }
-        errno = 0;
-        const size_t got = full_pread(fd, there, len, at);
-        if (got != len && errno != 0)
-            return unreadable(&c->found);
-        if (got != len || memcmp(data, there, len) != 0)
-            return FOUND_OTHER_CONTENT;
-        done += len;
+    const uint32_t *const wanted = c->sums->entry(entry->number);
+    uint32_t sum;
+    if (wanted == nullptr) {
+        c->state.fault = "its checksum is not known";
+        return FOUND_UNREADABLE;
     }
-    return FOUND_SAME;
+    if (!sum_file(fd, entry->file_size, &sum))
+        return errno != 0 ? unreadable(&c->found) : FOUND_OTHER_CONTENT;
+    return sum == *wanted ? FOUND_SAME : FOUND_OTHER_CONTENT;
 }
 
 static finding_kind compare_file(comparison *c)
@@ -155,48 +144,44 @@ static const char *partition_text(const image_entry *entry)
     return entry->type == ENTRY_BOOT ? "/" : last_component(entry->name);
 }
 
-// Opens what stands on the partition in the place of the entry. Returns none with a detail if it
-// can't be had.
-static descriptor open_installed(comparison *c)
+// A partition goes on behind the boot loader.
+static finding_kind compare_boot_loader(comparison *c)
 {
     finding *const found = &c->found;
-    const char *name = BOOT_PARTITION;
-    int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
     fixed_copy(found->path, BOOT_PARTITION);
-    if (found->entry.type == ENTRY_KERNEL) {
-        name = last_component(found->entry.name);
-        flags |= O_NOFOLLOW;
-        snprintf(found->path, sizeof found->path, KERNEL_PARTITION ":%s", name);
-        if (!c->kernel.is_open())
-            found->detail = open_kernel_partition(&c->kernel);
-        if (found->detail != nullptr)
-            return descriptor();
-    }
-    descriptor file(openat(c->kernel.get(), name, flags));
-    if (!file.is_open())
+    const descriptor partition(open(BOOT_PARTITION, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!partition.is_open())
         found->detail = strerror(errno);
-    return file;
+    else if (compare_data(c, partition.get()) == FOUND_OTHER_CONTENT)
+        found->detail = "other content stands there";
+    return found->detail == nullptr ? FOUND_SAME : FOUND_NOT_ON_PARTITION;
+}
+
+static finding_kind compare_kernel_file(comparison *c)
+{
+    finding *const found = &c->found;
+    const char *const name = partition_text(&found->entry);
+    const kernel_file *const file =
+        &c->look.files[c->partitions.place_of(name, found->entry.number)];
+    const uint32_t *const wanted = c->sums->entry(found->entry.number);
+    snprintf(found->path, sizeof found->path, KERNEL_PARTITION ":%s", name);
+    if (c->look_fault != nullptr)
+        found->detail = c->look_fault;
+    else if (file->error != 0)
+        found->detail = strerror(file->error);
+    else if (file->st.st_size < found->entry.file_size)
+        found->detail = "what stands there is cut short";
+    else if (file->st.st_size != found->entry.file_size || wanted == nullptr ||
+             file->sum != *wanted)
+        found->detail = "other content stands there";
+    return found->detail == nullptr ? FOUND_SAME : FOUND_NOT_ON_PARTITION;
 }
 
 static finding_kind compare_installed(comparison *c)
 {
-    finding *const found = &c->found;
-    found->detail = nullptr;
-    found->there = {};
-    const descriptor file = open_installed(c);
-    if (!file.is_open())
-        return FOUND_NOT_ON_PARTITION;
-    const bool kernel = found->entry.type == ENTRY_KERNEL;
-    struct stat st = {};
-    finding_kind kind = compare_data(c, file.get());
-    // A partition goes on behind the boot loader, a file does not behind the kernel.
-    if (kernel && (fstat(file.get(), &st) != 0 || st.st_size != found->entry.file_size))
-        kind = FOUND_OTHER_CONTENT;
-    if (kind == FOUND_OTHER_CONTENT)
-        found->detail = kernel && st.st_size < found->entry.file_size
-                            ? "what stands there is cut short"
-                            : "other content stands there";
-    return kind == FOUND_SAME ? FOUND_SAME : FOUND_NOT_ON_PARTITION;
+    c->found.detail = nullptr;
+    c->found.there = {};
+    return c->found.entry.type == ENTRY_BOOT ? compare_boot_loader(c) : compare_kernel_file(c);
 }
 
 // Returns whether the comparison goes on, as all below.
@@ -330,17 +315,39 @@ static bool build_indices(comparison *c)
     return c->paths.finish() && c->partitions.finish();
 }
 
-compared compare_with_device(const image_file *img, const char *dir, int what,
-                             const finding_visitor &visit)
+// Looks at the kernel partition once, and lets go of it ahead of the first finding.
+static void look_at_kernel(comparison *c)
 {
-    comparison c = {img, {}, what, visit, {}, {}, {}, {}, descriptor()};
+    const size_t count = c->partitions.count();
+    bool kernel = false;
+    if (!begin_look(&c->look, count)) {
+        c->look_fault = strerror(ENOMEM);
+        return;
+    }
+    for (size_t i = 0; i < count; i++) {
+        const char *const name = c->partitions.text(i);
+        kernel = kernel || name[0] != '/';
+        snprintf(c->look.files[i].name, sizeof c->look.files[i].name, "%s", name);
+    }
+    c->look.in_run = (c->what & COMPARE_IN_RUN) != 0;
+    if (kernel)
+        c->look_fault = take_look(&c->look);
+}
+
+compared compare_with_device(const image_file *img, const image_sums *sums, const char *dir,
+                             int what, const finding_visitor &visit)
+{
+    comparison c = {img, sums, {}, what, visit, {}, {}, {}, {}, {}, nullptr};
     c.base.top = c.base.path;
     if (!bounded_copy(c.base.path, sizeof c.base.path, dir))
         c.state.fault = "the path of the directory is too long";
     else if (!build_indices(&c))
         c.state.fault = "there is no memory for its paths";
-    else if (visit_entries(&c) && (what & COMPARE_EXTRA) != 0)
+    if (c.state.fault == nullptr && (what & COMPARE_DEVICE) != 0)
+        look_at_kernel(&c);
+    if (c.state.fault == nullptr && visit_entries(&c) && (what & COMPARE_EXTRA) != 0)
         visit_listings(&c);
     release_base_directory(&c.base);
+    end_look(&c.look);
     return c.state;
 }

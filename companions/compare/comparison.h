@@ -1,9 +1,9 @@
-// An image against what stands on the device, one finding at a time. Everything is read with read
-// calls, never from a mapping: the image's disk may go away meanwhile.
+// An image against what stands on the device, one finding at a time: by the checksums of the bytes
+// that were tested, and by what stands on the medium, see sum_file.
 #ifndef COMPANIONS_COMPARE_COMPARISON_H
 #define COMPANIONS_COMPARE_COMPARISON_H
 
-#include "update/dtt_update_common/image_reader.h"
+#include "companions/compare/image_sums.h"
 
 #include <sys/stat.h>
 
@@ -31,7 +31,8 @@ struct finding {
 enum {
     COMPARE_CONTENTS = 1, // else a file of the same length counts as the same
     COMPARE_DEVICE = 2,   // the partitions as well
-    COMPARE_EXTRA = 4     // what the image's directories hold beside its entries
+    COMPARE_EXTRA = 4,    // what the image's directories hold beside its entries
+    COMPARE_IN_RUN = 8    // the caller holds the lock of a run
 };
 
 // A function that is told of each finding, FOUND_SAME as well. Where it returns false, the
@@ -63,9 +64,11 @@ struct compared {
     uint32_t broken;   // number of the entry that it could not go on at
 };
 
-// Compares `img` with what stands below `dir`, entry by entry, and then what else `what` says.
-[[nodiscard]] compared compare_with_device(const image_file *img, const char *dir, int what,
-                                           const finding_visitor &visit);
+// Compares `img`, whose entries' data have the checksums `sums`, with what stands below `dir`,
+// entry by entry, and then what else `what` says. The kernel partition is looked at ahead of the
+// first finding.
+[[nodiscard]] compared compare_with_device(const image_file *img, const image_sums *sums,
+                                           const char *dir, int what, const finding_visitor &visit);
 
 // A word for programs, and words for a person.
 struct finding_name {

@@ -32,6 +32,12 @@ class path_index
     // Whether an entry behind the entry `number` has the same text.
     bool comes_again(const char *text, uint32_t number) const;
 
+    // Where the text of the entry `number` stands.
+    size_t place_of(const char *text, uint32_t number) const
+    {
+        return static_cast<size_t>(find(text, number) - items_);
+    }
+
     // Whether the image has the path as an entry or as a directory that entries lie in.
     bool has_path(const char *path) const;
 

@@ -28,14 +28,19 @@ int compare_image(const named_image *opened, const char *dir, int what, bool jso
 {
     if (access(dir, F_OK) != 0)
         return complain(dir, "%m");
+    image_sums sums;
+    const char *const fault = sum_image(&opened->img, &sums);
+    if (fault != nullptr)
+        return complain(opened->name, "%s", fault);
     unsigned int findings = 0;
     if (json)
         fputs("{\"findings\":[", stdout);
-    const compared c = compare_with_device(&opened->img, dir, what, [&](const finding &found) {
-        if (found.kind != FOUND_SAME)
-            print_finding(opened, &found, json, findings++ == 0);
-        return true;
-    });
+    const compared c =
+        compare_with_device(&opened->img, &sums, dir, what, [&](const finding &found) {
+            if (found.kind != FOUND_SAME)
+                print_finding(opened, &found, json, findings++ == 0);
+            return true;
+        });
     const bool well = findings == 0 && c.fault == nullptr;
     if (json)
         printf("],\"compared\":%u,\"well\":%s}\n", c.entries, well ? "true" : "false");

@@ -2,6 +2,7 @@
 // stands there is touched, and no link is followed, so that nothing lands anywhere else.
 #include "companions/img_info/img_info.h"
 
+#include "companions/compare/image_sums.h"
 #include "update/dtt_update_common/entry_form.h"
 #include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/raw_io.h"
@@ -121,15 +122,14 @@ static bool take_entry(const named_image *opened, const image_entry *entry, int 
 // still serve.
 static bool has_its_crc(const named_image *opened)
 {
-    uint32_t crc = 0;
+    image_sums sums;
     const uint32_t promised = ntohl(opened->img.header.ih_crc);
-    if (!body_crc(&opened->img, &crc))
-        complain(opened->name, "the body can't be read to its end");
-    else if (crc != promised)
-        complain(opened->name, CRC_SENTENCE ": it is damaged", promised, crc);
-    else
-        return true;
-    return false;
+    const char *const fault = sum_image(&opened->img, &sums);
+    if (fault != nullptr)
+        complain(opened->name, "%s", fault);
+    else if (sums.body() != promised)
+        complain(opened->name, CRC_SENTENCE ": it is damaged", promised, sums.body());
+    return fault == nullptr && sums.body() == promised;
 }
 
 int extract_image(const named_image *opened, const char *dir, char **names)

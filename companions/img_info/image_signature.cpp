@@ -1,34 +1,42 @@
 // Checking the signature of an image, as a device with that key would.
 #include "companions/img_info/img_info.h"
 
+#include "companions/compare/image_sums.h"
 #include "companions/signature/check.h"
 #include "companions/signature/statement.h"
 #include "companions/text/json.h"
 #include "companions/text/shown_text.h"
-#include "update/dtt_update_common/raw_io.h"
+#include "update/dtt_update_common/header_text.h"
+#include "update/dtt_update_common/image_check.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
 
-// Hashes the file to its end. Returns null, or what is wrong with it.
-static const char *hash_file(const char *name, image_hash *hash)
+// Reads the image to its end as a device does, and hashes it. Returns null, or what is wrong with
+// it.
+static const char *hash_image(const char *name, descriptor *file, image_file *img, image_hash *hash)
 {
-    const descriptor file(open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    struct stat st;
-    if (!file.is_open() || fstat(file.get(), &st) != 0)
-        return strerror(errno);
-    if (!S_ISREG(st.st_mode))
-        return "is no plain file";
-    static char block[256 * 1024];
+    const char *const fault = open_image(name, img);
+    *file = descriptor(img->fd);
+    if (fault != nullptr)
+        return fault;
     start_hash(hash);
-    off_t at = 0;
-    for (size_t len; (len = full_pread(file.get(), block, sizeof block, at)) > 0;
-         at += static_cast<off_t>(len))
+    return read_through(img, [hash](const char *block, size_t len, uint32_t) -> const char * {
         add_to_hash(hash, block, len);
-    return at == st.st_size ? nullptr : "can't be read to its end";
+        return nullptr;
+    });
+}
+
+// Why a device with no floor of its own does not take an image of this header with what its
+// signature says, or null.
+static const char *version_fault(const update_header_t *header, const signed_statement *said)
+{
+    firmware_version version;
+    if (!parse_version(text_of(header->ih_version).text, &version))
+        return "its version can't be compared";
+    return compare_versions(&version, &said->floor_version) < 0
+               ? "its version is below the floor of its own signature"
+               : nullptr;
 }
 
 // `signature` is null if none could be read; `fault` if nothing is wrong.
@@ -61,7 +69,9 @@ int check_signature(const char *image, const char *key_file, bool json)
     if (fault != nullptr)
         return complain(key_file, "%s", fault);
     image_hash hash;
-    fault = hash_file(image, &hash);
+    image_file img;
+    descriptor file;
+    fault = hash_image(image, &file, &img, &hash);
     if (fault != nullptr)
         return complain(image, "%s", fault);
     file_signature signature;
@@ -74,6 +84,8 @@ int check_signature(const char *image, const char *key_file, bool json)
     signed_statement said;
     if (fault == nullptr)
         fault = parse_statement(signature.comment, &said);
+    if (fault == nullptr)
+        fault = version_fault(&img.header, &said);
     print_signature(read ? &signature : nullptr, fault, json);
     return fault == nullptr ? INFO_WELL : INFO_FINDINGS;
 }

@@ -1,7 +1,9 @@
 // Testing all that the image format promises, and that the image can be applied.
 #include "companions/img_info/img_info.h"
 
+#include "companions/compare/image_sums.h"
 #include "companions/text/json.h"
+#include "companions/text/shown_text.h"
 #include "update/dtt_update_common/bounded_text.h"
 #include "update/dtt_update_common/entry_fault.h"
 #include "update/dtt_update_common/image_check.h"
@@ -9,6 +11,7 @@
 #include <arpa/inet.h>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 // The findings so far, and how they are shown.
 struct findings {
@@ -22,15 +25,18 @@ static void add_finding(findings *found, const char *format, ...)
 
 static void add_finding(findings *found, const char *format, ...)
 {
-    char text[512] = "";
+    char text[2048] = "";
     va_list args;
     va_start(args, format);
     vsnprintf(text, sizeof text, format, args);
     va_end(args);
-    if (found->json)
+    if (found->json) {
         print_json_text(stdout, found->count > 0 ? "," : "", text);
-    else
-        printf("%s: %s\n", found->name, text);
+    } else {
+        printf("%s: ", found->name);
+        print_shown(stdout, text, strlen(text));
+        putchar('\n');
+    }
     found->count++;
 }
 
@@ -53,9 +59,9 @@ static void verify_entries(const image_file *img, base_directory *base, findings
             fault = step_fault(&entry, &place);
         if (fault != nullptr)
             add_finding(found,
-                        climbs_out(&entry) ? "entry %u at offset %u: %s"
-                                           : "entry %u at offset %u: %s, below %s",
-                        entry.number, offset, fault, base->path);
+                        climbs_out(&entry) ? "entry %u at offset %u, %s: %s"
+                                           : "entry %u at offset %u, %s: %s, below %s",
+                        entry.number, offset, entry.name, fault, base->path);
     }
     const uint32_t count = ntohl(img->header.ih_filenum);
     if (walk.number != count)
@@ -72,12 +78,13 @@ int verify_image(const named_image *opened, const char *base, bool json)
     }
     const uint32_t size = ntohl(img->header.ih_size);
     if (size != img->size)
-        add_finding(&found, "the header says %u bytes, the file has %u", size, img->size);
-    uint32_t crc = 0;
-    if (!body_crc(img, &crc))
+        add_finding(&found, "the header says %u bytes, the file has %u%s", size, img->size,
+                    size == 0 ? ": its build was never finished" : "");
+    image_sums sums;
+    if (sum_image(img, &sums) != nullptr)
         add_finding(&found, "the body can't be read");
-    else if (crc != ntohl(img->header.ih_crc))
-        add_finding(&found, CRC_SENTENCE, ntohl(img->header.ih_crc), crc);
+    else if (sums.body() != ntohl(img->header.ih_crc))
+        add_finding(&found, CRC_SENTENCE, ntohl(img->header.ih_crc), sums.body());
     base_directory below = {};
     if (bounded_copy(below.path, sizeof below.path, base))
         verify_entries(img, &below, &found);
@@ -87,5 +94,7 @@ int verify_image(const named_image *opened, const char *base, bool json)
         printf("],\"well\":%s}\n", found.count == 0 ? "true" : "false");
     else if (found.count == 0)
         printf("%s: well, %u entries\n", opened->name, ntohl(img->header.ih_filenum));
+    else
+        printf("%s: %d finding%s\n", opened->name, found.count, found.count == 1 ? "" : "s");
     return found.count == 0 ? INFO_WELL : INFO_FINDINGS;
 }

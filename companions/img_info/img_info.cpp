@@ -7,6 +7,7 @@
 #include "update/dtt_update_common/device_paths.h"
 #include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/raw_io.h"
+#include "update/dtt_update_common/standard_streams.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -57,6 +58,14 @@ int complain(const char *name, const char *format, ...)
     print_shown(stderr, text, strlen(text));
     fputc('\n', stderr);
     return INFO_UNUSABLE;
+}
+
+// The exit status, unless what was to be shown could not be printed.
+static int end_of_output(int status)
+{
+    return fflush(stdout) == 0 && ferror(stdout) == 0
+               ? status
+               : complain("standard output", "%s", strerror(errno));
 }
 
 [[noreturn]] static void bad_call()
@@ -161,10 +170,10 @@ static void take_option(int opt, info_call *call)
         break;
     case 'h':
         fputs(USAGE, stdout);
-        exit(INFO_WELL);
+        exit(end_of_output(INFO_WELL));
     case 'V':
         printf("img_info %s, %s\n", PROGRAM_VERSION, SIGNATURES);
-        exit(INFO_WELL);
+        exit(end_of_output(INFO_WELL));
     case '?':
         bad_call();
     default:
@@ -177,6 +186,7 @@ static void take_option(int opt, info_call *call)
 
 int main(int argc, char **argv)
 {
+    open_standard_streams();
     static const option OPTIONS[] = {{"json", no_argument, nullptr, 'j'},
                                      {"verify", no_argument, nullptr, VERIFY},
                                      {"base", required_argument, nullptr, 'b'},
@@ -198,8 +208,5 @@ int main(int argc, char **argv)
         (mode != COMPARE && call.what != COMPARE_CONTENTS) ||
         (mode != VERIFY && call.base != nullptr))
         bad_call();
-    const int status = look_into(&call, argv + optind);
-    if (fflush(stdout) != 0 || ferror(stdout) != 0)
-        return complain("standard output", "%s", strerror(errno));
-    return status;
+    return end_of_output(look_into(&call, argv + optind));
 }

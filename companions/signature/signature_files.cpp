@@ -277,6 +277,15 @@ static DIR *open_directory(const char *path)
     return list;
 }
 
+// Whether the path, or the directory above it, stands there in whatever form: keys are meant then.
+static bool is_meant(const char *dir)
+{
+    struct stat st;
+    char above[PATH_MAX];
+    snprintf(above, sizeof above, "%.*s", static_cast<int>(strrchr(dir, '/') - dir), dir);
+    return lstat(dir, &st) == 0 || (lstat(above, &st) == 0 && !S_ISDIR(st.st_mode));
+}
+
 key_fault load_keys(const char *dir, key_ring *ring)
 {
     ring->count = 0;
@@ -284,11 +293,15 @@ key_fault load_keys(const char *dir, key_ring *ring)
     snprintf(fault.where, sizeof fault.where, "%s", dir);
     const directory_stream list(open_directory(dir));
     if (list == nullptr) {
-        fault.why = errno == ENOENT ? nullptr : strerror(errno);
+        const int error = errno;
+        fault.why =
+            (error == ENOENT || error == ENOTDIR) && !is_meant(dir) ? nullptr : strerror(error);
         return fault;
     }
     fault.why = directory_fault(dirfd(list.get()));
     if (fault.why == nullptr)
         fault.why = add_all_keys(list.get(), ring, &fault);
+    if (fault.why == nullptr && ring->count == 0)
+        fault.why = "holds no key: \"install -m 644 KEY.pub\" puts one there";
     return fault;
 }

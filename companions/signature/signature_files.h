@@ -61,9 +61,9 @@ const char *parse_signature(const char *text, size_t len, file_signature *signat
 const char *read_key(const char *path, public_key *key);
 [[nodiscard]] const char *read_signature_of(const char *image, file_signature *signature);
 
-// Reads all keys `*.pub` of the directory `dir`. One that is missing has none. It is a fault if
-// others than the superuser and this user can write there, if a file is no key, or if two have one
-// id.
+// Reads all keys `*.pub` of the directory `dir`. There are none if it is missing. It is a fault if
+// it or the one above it is a link to nowhere, if it is there without a key, if others than the
+// superuser and this user can write there, if a file is no key, or if two have one id.
 [[nodiscard]] key_fault load_keys(const char *dir, key_ring *ring);
 
 // Returns the key, or null if the ring does not have it.

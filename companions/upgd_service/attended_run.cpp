@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <sys/socket.h>
 
@@ -152,46 +151,8 @@ static void *watch_run(void *argument)
     return nullptr;
 }
 
-static sigset_t interrupts()
-{
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    return signals;
-}
-
-// Returns false when there is nothing left to be interrupted.
-static bool await_interrupt(const attended_run *run)
-{
-    const sigset_t signals = interrupts();
-    int signal = 0;
-    sigwait(&signals, &signal);
-    return !run->over;
-}
-
-// The first interrupt ends the run after the step in hand, as if the disk had gone: a file or a
-// card is not left half done. The second one ends the program at once.
-static void *take_interrupts(void *argument)
-{
-    attended_run *const run = static_cast<attended_run *>(argument);
-    if (!await_interrupt(run))
-        return nullptr;
-    run->interrupted = true;
-    set_usb_status(FALSE);
-    say("interrupted: the step in hand is finished first; once more to end at once");
-    if (!await_interrupt(run))
-        return nullptr;
-    end_progress();
-    remove_mailbox(task_on_this_board(MODULE_SERVICE));
-    remove_mailbox(task_on_this_board(MODULE_CARDS));
-    _exit(SERVICE_INTERRUPTED);
-}
-
-// The last one outlives the run.
 using thread_body = void *(*)(void *);
-static constexpr thread_body BODIES[] = {receive_events, answer_requests, watch_run,
-                                         take_interrupts};
+static constexpr thread_body BODIES[] = {receive_events, answer_requests, watch_run};
 
 // Returns false with a sentence if not all can be started.
 static bool start_threads(attended_run *run)
@@ -206,26 +167,26 @@ static bool start_threads(attended_run *run)
     return true;
 }
 
-attended_run::~attended_run()
+// A file or a card is not left half done.
+attended_run::attended_run(const tested_image *tested, card_choice choice)
+    : image(tested), cards(choice),
+      interrupted(
+          [] {
+              set_usb_status(FALSE);
+              say("interrupted: the step in hand is finished first; once more to end at once");
+          },
+          [] {
+              remove_mailbox(task_on_this_board(MODULE_SERVICE));
+              remove_mailbox(task_on_this_board(MODULE_CARDS));
+          })
 {
-    over = true;
-    if (threads.size() < std::size(BODIES))
-        return;
-    pthread_kill(threads.back(), SIGINT);
-    pthread_join(threads.back(), nullptr);
 }
 
 // Returns what do_update_upgd does, or 1 with a sentence if the run could not begin.
 static int run_update(attended_run *run, char *dir)
 {
-    // The commands of the run inherit the mask and are not interrupted in their midst.
-    const sigset_t signals = interrupts();
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    // A run that has begun goes on when its terminal or the reader of its output goes away.
-    signal(SIGHUP, SIG_IGN);
-    signal(SIGPIPE, SIG_IGN);
     int ret = 1;
-    if (start_threads(run)) {
+    if (run->interrupted.begin() && start_threads(run)) {
         set_usb_status(disk_is_there(&run->disk) ? TRUE : FALSE);
         empty_UserFile_patch();
         std::string path = run->image->path;
@@ -234,8 +195,8 @@ static int run_update(attended_run *run, char *dir)
     run->ended = true;
     shutdown(run->events.get(), SHUT_RDWR);
     shutdown(run->requests.get(), SHUT_RDWR);
-    for (size_t i = 0; i < std::min(run->threads.size(), std::size(BODIES) - 1); i++)
-        pthread_join(run->threads[i], nullptr);
+    for (const pthread_t thread : run->threads)
+        pthread_join(thread, nullptr);
     return ret;
 }
 

@@ -8,6 +8,7 @@
 #include "companions/upgd_service/byte_progress.h"
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/disk_watch.h"
+#include "companions/upgd_service/interrupts.h"
 #include "companions/upgd_service/tested_image.h"
 
 #include <atomic>
@@ -16,6 +17,8 @@
 
 // What the threads of a run share.
 struct attended_run {
+    attended_run(const tested_image *tested, card_choice choice);
+
     const tested_image *image;
     card_choice cards;
     byte_progress progress = {};
@@ -24,10 +27,7 @@ struct attended_run {
     descriptor requests = descriptor(); // mailbox
     std::vector<pthread_t> threads = {};
     std::atomic<bool> ended{false};
-    std::atomic<bool> interrupted{false};
-    std::atomic<bool> over{false}; // nobody can interrupt it any more
-
-    ~attended_run();
+    interrupts interrupted; // the run ends after the step in hand then, as if the disk had gone
 };
 
 // Applies the image below `dir`, null for the directory that it asks for. Returns what

@@ -17,22 +17,14 @@ struct card_choice {
     int number; // seconds to simulate, or the type that fails
 };
 
-// What an image is not tested for, and how it is read.
-struct test_options {
-    int no_verify;      // its CRC
-    int allow_unsigned; // its signature, also where the device asks for one
-    int in_place;       // it is applied from where it lies
-    bool look;          // it is not applied
-};
-
 // What a verb is called with.
 struct service_call {
     char **words = nullptr; // beside the options, up to a null
     int type = 0;           // of a card file, if the first word is one
     std::string dir;        // empty for the one that the image asks for
     card_choice cards = {CARDS_FLASH, 0};
-    test_options test = {};
-    int force = 0; // try what is bound to fail
+    int allow_unsigned = 0; // take an image without a signature
+    int force = 0;          // try what is bound to fail
     int json = 0;
 };
 
@@ -43,6 +35,7 @@ int restore_command(const service_call *call);
 int disks_command(const service_call *call);
 int flash_command(const service_call *call);
 int watch_command(const service_call *call);
+int status_command(const service_call *call);
 
 // A relative directory would be looked for in itself once a run has moved into it.
 std::string absolute_path(const char *dir);

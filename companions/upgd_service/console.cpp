@@ -28,6 +28,8 @@ static int command_output = -1;
 // The run's thread and the one that shows the progress write here.
 static std::mutex lock;
 static bool line_is_open = false;
+static int print_error = 0; // errno of a line that could not be printed
+static std::string complaint;
 static int shown_permille = 0;
 static long started = 0; // in milliseconds, as the next
 static long shown_at = 0;
@@ -77,6 +79,7 @@ void show_command_output()
     const off_t start = std::max<off_t>(size - static_cast<off_t>(sizeof text - 1), 0);
     const size_t len = full_pread(command_output, text, static_cast<size_t>(size - start), start);
     text[len] = '\0';
+    const std::string reason = complaint;
     // A tool's own progress line is written over and over.
     std::vector<const char *> lines;
     char *rest = nullptr;
@@ -85,6 +88,7 @@ void show_command_output()
         lines.push_back(line);
     for (size_t i = lines.size() > LINES ? lines.size() - LINES : 0; i < lines.size(); i++)
         complain("a command said: %s", lines[i]);
+    complaint = reason;
 }
 
 static void clear_line()
@@ -92,6 +96,13 @@ static void clear_line()
     if (line_is_open)
         fputs("\r\033[K", out);
     line_is_open = false;
+}
+
+// A reader that has gone away is no failure: the run goes on without him.
+static void flush(FILE *stream)
+{
+    if (fflush(stream) != 0 && errno != EPIPE)
+        print_error = errno;
 }
 
 __attribute__((format(printf, 3, 0))) static void print_line(FILE *stream, const char *head,
@@ -103,12 +114,25 @@ __attribute__((format(printf, 3, 0))) static void print_line(FILE *stream, const
     const char *const shown = text != nullptr ? text : format;
     const std::lock_guard<std::mutex> guard(lock);
     clear_line();
-    fflush(out);
+    flush(out);
     fputs(head, stream);
     print_shown(stream, shown, strlen(shown));
     fputc('\n', stream);
-    fflush(stream);
+    flush(stream);
+    if (stream == errors)
+        complaint = shown;
     free(text);
+}
+
+std::string last_complaint()
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    return complaint;
+}
+
+bool output_is_whole()
+{
+    return print_error == 0 || complain("standard output: %s", strerror(print_error));
 }
 
 void say(const char *format, ...)

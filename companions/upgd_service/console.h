@@ -5,6 +5,7 @@
 #define COMPANIONS_UPGD_SERVICE_CONSOLE_H
 
 #include <cstddef>
+#include <string>
 
 // Takes the standard streams away from the system's lines and from the commands that it runs; what
 // the commands say is kept. What follows still reaches the person.
@@ -25,6 +26,12 @@ void say(const char *format, ...) __attribute__((format(printf, 1, 2)));
 // SERVICE_FAILED, for whoever ends with it.
 bool complain(const char *format, ...) __attribute__((format(printf, 1, 2)));
 int fail(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+// What complain has said last, without what commands have said; empty if nothing.
+std::string last_complaint();
+
+// Whether everything that was said could be printed. Else a sentence tells why not.
+[[nodiscard]] bool output_is_whole();
 
 // The state of a run: `permille` of it is done, `done` of `total` entries. A smaller `permille`
 // than before is shown as before. Nothing is shown on a pipe.

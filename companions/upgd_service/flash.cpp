@@ -3,6 +3,8 @@
 
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
+#include "companions/upgd_service/session.h"
+#include "update/dtt_create/card_file_names.h"
 #include "update/dtt_update/card_flasher.h"
 #include "update/dtt_update_common/shell_words.h"
 
@@ -52,7 +54,15 @@ bool call_flashing_tool(int type, char *file)
 int flash_command(const service_call *call)
 {
     char *const file = call->words[1];
-    if (!call_flashing_tool(call->type, file))
+    // A card that is given another's program does not come back.
+    int named = call->type;
+    std::string name = last_component(file);
+    if (check_type_SelfFile(name.data(), &named) == 0 && named != call->type && call->force == 0)
+        return fail("%s: by its name it is for %s, and not for %s: nothing was touched; rename it, "
+                    "or flash it with --force",
+                    file, find_card_kind(named)->name, find_card_kind(call->type)->name);
+    session session;
+    if (!session.begin("flash") || !call_flashing_tool(call->type, file))
         return SERVICE_FAILED;
     say("%s: the tool was called and has ended with status 0; the card itself was not asked", file);
     return SERVICE_WELL;

@@ -9,9 +9,11 @@
 
 #include <cerrno>
 #include <cstring>
+#include <sstream>
 
 static constexpr char PRODUCT_KEY[] = "product";
 static constexpr char FLOOR_KEY[] = "fw_floor";
+static constexpr char NOTED_KEY[] = "fw_floor_pending"; // a floor, a blank, and a version
 
 bool read_setting(const char *key, std::string *value)
 {
@@ -23,7 +25,17 @@ bool read_setting(const char *key, std::string *value)
     return result == 0 || result == -ENOENT;
 }
 
-// Returns false with a sentence if there is a floor that is none.
+std::string recorded_form(const char *version)
+{
+    std::istringstream words(version);
+    std::string form;
+    for (std::string word; std::getline(words, word, ' ');)
+        form += word.empty() ? "" : (form.empty() ? "" : " ") + word;
+    return form;
+}
+
+// Returns false with a sentence if there is a floor that is none. One that is not set is the
+// lowest.
 static bool read_floor(std::string *floor, firmware_version *version)
 {
     *version = {};
@@ -40,8 +52,14 @@ static bool is_for_this_product(const char *name, const update_gate *gate)
     std::string product;
     if (!read_setting(PRODUCT_KEY, &product))
         return false;
-    if (product.empty() || product == gate->said.product)
+    if (product == gate->said.product)
         return true;
+    if (product.empty())
+        return complain(
+            "%s: the product of this device is not known: nothing was touched; say what "
+            "it is with \"sysconfig set "
+            "%s NAME\"",
+            name, PRODUCT_KEY);
     return complain("%s: is for the product %s, and this device is a %s: nothing was touched", name,
                     gate->said.product, product.c_str());
 }
@@ -72,9 +90,9 @@ static bool is_new_enough(const char *name, const update_header_t *header, const
     return true;
 }
 
-static const char *comment_of_known_key(const key_ring *ring, update_gate *gate)
+static const char *comment_of_known_key(update_gate *gate)
 {
-    const public_key *const key = find_key(ring, &gate->signature.key);
+    const public_key *const key = find_key(&gate->ring, &gate->signature.key);
     if (key == nullptr)
         return "was made with a key that this device does not have";
     gate->key = *key;
@@ -82,12 +100,11 @@ static const char *comment_of_known_key(const key_ring *ring, update_gate *gate)
     return fault != nullptr ? fault : parse_statement(gate->signature.comment, &gate->said);
 }
 
-static bool is_let_in(const char *name, const update_header_t *header, const key_ring *ring,
-                      update_gate *gate)
+bool is_let_in(const char *name, const update_header_t *header, update_gate *gate)
 {
     const char *fault = read_signature_of(name, &gate->signature);
     if (fault == nullptr)
-        fault = comment_of_known_key(ring, gate);
+        fault = comment_of_known_key(gate);
     if (fault != nullptr)
         return complain("%s%s: %s: nothing was touched; the image needs a good signature, or "
                         "--allow-unsigned",
@@ -95,13 +112,11 @@ static bool is_let_in(const char *name, const update_header_t *header, const key
     return is_for_this_product(name, gate) && is_new_enough(name, header, gate);
 }
 
-bool prepare_gate(const char *name, const update_header_t *header, bool allow_unsigned,
-                  update_gate *gate)
+bool read_keys(const char *name, bool allow_unsigned, update_gate *gate)
 {
     *gate = {};
-    key_ring ring;
-    const key_fault fault = load_keys(KEY_DIRECTORY, &ring);
-    if (fault.why == nullptr && ring.count == 0)
+    const key_fault fault = load_keys(KEY_DIRECTORY, &gate->ring);
+    if (fault.why == nullptr && gate->ring.count == 0)
         return true;
     if (allow_unsigned) {
         complain(
@@ -119,22 +134,41 @@ bool prepare_gate(const char *name, const update_header_t *header, bool allow_un
         return complain("%s: %s: nothing was touched; mend the device's keys", fault.where,
                         fault.why);
     gate->closed = true;
-    return is_let_in(name, header, &ring, gate);
+    return true;
 }
 
-bool raise_floor(const update_gate *gate)
+static bool write_setting(const char *key, const std::string &value)
 {
-    if (!gate->closed)
-        return true;
+    const int result = configuration_set(CONFIGURATION_PATH, key, value.c_str());
+    return result == 0 || complain("%s=%s can't be recorded: %s: set it by hand", key,
+                                   value.c_str(), strerror(-result));
+}
+
+bool note_floor(const update_gate *gate, const char *version)
+{
+    return !gate->closed ||
+           write_setting(NOTED_KEY, std::string(gate->said.floor) + " " + recorded_form(version));
+}
+
+bool take_up_floor()
+{
+    std::string noted;
+    std::string recorded;
     std::string floor;
     firmware_version lowest;
-    if (!read_floor(&floor, &lowest))
+    firmware_version next;
+    if (!read_setting(NOTED_KEY, &noted))
         return false;
-    if (compare_versions(&gate->said.floor_version, &lowest) <= 0)
+    const size_t blank = noted.find(' ');
+    if (blank == std::string::npos)
         return true;
-    const int result = configuration_set(CONFIGURATION_PATH, FLOOR_KEY, gate->said.floor);
-    if (result == 0)
+    if (!read_setting(VERSION_KEY, &recorded) || !read_floor(&floor, &lowest))
+        return false;
+    if (noted.substr(blank + 1) != recorded)
         return true;
-    return complain("it was applied, but the floor %s can't be recorded: %s: set %s by hand",
-                    gate->said.floor, strerror(-result), FLOOR_KEY);
+    floor = noted.substr(0, blank);
+    if (parse_version(floor.c_str(), &next) && compare_versions(&next, &lowest) > 0 &&
+        !write_setting(FLOOR_KEY, floor))
+        return false;
+    return write_setting(NOTED_KEY, "");
 }

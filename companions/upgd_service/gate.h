@@ -1,6 +1,6 @@
 // Who may have an image applied. Once the device keeps public keys, an image needs a signature of a
 // key's owner, made for this product, and a version that is not below the floor: the lowest that
-// this device still takes.
+// this device still takes (rollback protection).
 #ifndef COMPANIONS_UPGD_SERVICE_GATE_H
 #define COMPANIONS_UPGD_SERVICE_GATE_H
 
@@ -9,8 +9,11 @@
 
 #include <string>
 
+constexpr char VERSION_KEY[] = "fw_version";
+
 struct update_gate {
     bool closed; // an image needs a signature
+    key_ring ring;
     public_key key;
     file_signature signature;
     signed_statement said;
@@ -18,17 +21,27 @@ struct update_gate {
 
 // Reads a value of the device's configuration, empty if it is not set. Returns false with a
 // sentence.
-bool read_setting(const char *key, std::string *value);
+[[nodiscard]] bool read_setting(const char *key, std::string *value);
 
-// Reads the device's keys, and unless there are none, the signature of the image `name`, whose
-// header is `header`: its comment has to let it in. Returns false with a sentence. The gate is open
-// for any image if there are no keys, or, with a warning on the screen and in the log, if
-// `allow_unsigned` is set.
-[[nodiscard]] bool prepare_gate(const char *name, const update_header_t *header,
-                                bool allow_unsigned, update_gate *gate);
+// A version as the configuration keeps it: its words, with a blank between them.
+std::string recorded_form(const char *version);
 
-// Raises this device's floor to the one that the image's signature tells, after a run that went
-// well. Returns false with a sentence.
-[[nodiscard]] bool raise_floor(const update_gate *gate);
+// Reads the device's keys. The gate is open for any image if there is no directory for them, or,
+// with a warning on the screen and in the log, if `allow_unsigned` is set. Returns false with a
+// sentence if keys are asked for and can't be used.
+[[nodiscard]] bool read_keys(const char *name, bool allow_unsigned, update_gate *gate);
+
+// Reads the signature of the image `name`, whose header is `header`: what its comment says has to
+// let the image in. Returns false with a sentence.
+[[nodiscard]] bool is_let_in(const char *name, const update_header_t *header, update_gate *gate);
+
+// Notes ahead of a run of an image with this version which floor its signature brings. Returns
+// false with a sentence.
+[[nodiscard]] bool note_floor(const update_gate *gate, const char *version);
+
+// Raises this device's floor to what has been noted, if the version that it was noted with is the
+// one that is recorded: its run went well, whatever has ended behind it. Returns false with a
+// sentence.
+[[nodiscard]] bool take_up_floor();
 
 #endif

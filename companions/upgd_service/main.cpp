@@ -2,17 +2,22 @@
 #include "companions/signature/check.h"
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
+#include "companions/upgd_service/gate.h"
+#include "companions/upgd_service/outcome.h"
 #include "update/dtt_update_common/card_kinds.h"
+#include "update/dtt_update_common/standard_streams.h"
 #include "update/dtt_update_common/task_id.h"
 #include "update_header.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <getopt.h>
 #include <strings.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 struct verb {
@@ -28,18 +33,20 @@ struct verb {
 static constexpr verb VERBS[] = {
     {"update", update_command, 1, 1,
      "IMAGE [--dir DIR] [--cards flash|simulate[=SECONDS]|fail=TYPE]\n"
-     "             [--no-verify] [--allow-unsigned] [--in-place] [--force]",
+     "             [--allow-unsigned] [--force]",
      "apply the image, and compare it with what stands there then"},
     {"plan", plan_command, 1, 1,
      "IMAGE [--dir DIR] [--cards flash|simulate[=SECONDS]|fail=TYPE]\n"
-     "             [--no-verify] [--allow-unsigned] [--in-place]",
+     "             [--allow-unsigned] [--json]",
      "show what that update would do; nothing is written"},
     {"backup", backup_command, 1, 1, "DISK", "save the settings to the disk mounted there"},
-    {"restore", restore_command, 1, 2, "FILE [DIR] [--no-verify] [--allow-unsigned] [--in-place]",
+    {"restore", restore_command, 1, 2, "FILE [DIR] [--allow-unsigned] [--force]",
      "bring a backup back, below / without DIR"},
     {"disks", disks_command, 0, 0, "[--json]", "list the USB disks"},
-    {"flash", flash_command, 2, 2, "TYPE FILE", "call the tool that flashes a card file"},
+    {"flash", flash_command, 2, 2, "TYPE FILE [--force]", "call the tool that flashes a card file"},
     {"watch", watch_command, 0, 0, "", "show an img_deploy run until it ends"},
+    {"status", status_command, 0, 0, "[--json]",
+     "show what is at work, how the last run ended, and what is next"},
 };
 
 static void print_types(FILE *to)
@@ -55,10 +62,9 @@ static void print_usage(FILE *to)
     for (const verb &v : VERBS)
         fprintf(to, "  upgd_service %s %s\n      %s\n", v.name, v.usage, v.help);
     fputs("  upgd_service --help | --version\n"
-          "An image whose CRC is not the one that its header says is refused, but for\n"
-          "--no-verify; an update that is bound to fail, but for --force. With public keys\n"
-          "in /etc/upgd/keys an image needs a signature, but for --allow-unsigned, and is\n"
-          "copied to the device to be checked, but for --in-place.\n"
+          "What has another CRC than its header says, or is bound to fail, is refused, but for\n"
+          "--force. With public keys in /etc/upgd/keys an image needs a signature, but for\n"
+          "--allow-unsigned.\n"
           "Exit status: 0 well, 1 failed, 2 a call that is none, 130 interrupted.\n",
           to);
     print_types(to);
@@ -117,9 +123,7 @@ static bool take_options(const verb &v, int argc, char **argv, service_call *cal
 {
     const option all[] = {{"dir", required_argument, nullptr, 'd'},
                           {"cards", required_argument, nullptr, 'c'},
-                          {"no-verify", no_argument, &call->test.no_verify, 1},
-                          {"allow-unsigned", no_argument, &call->test.allow_unsigned, 1},
-                          {"in-place", no_argument, &call->test.in_place, 1},
+                          {"allow-unsigned", no_argument, &call->allow_unsigned, 1},
                           {"force", no_argument, &call->force, 1},
                           {"json", no_argument, &call->json, 1}};
     option taken[std::size(all) + 1] = {};
@@ -129,6 +133,8 @@ static bool take_options(const verb &v, int argc, char **argv, service_call *cal
     for (int opt; (opt = getopt_long(argc, argv, "", taken, nullptr)) != -1;) {
         if (opt == '?')
             return false;
+        if (opt == 'd' && optarg[0] == '\0')
+            return complain("%s: --dir needs a directory", v.name);
         if (opt == 'd')
             call->dir = absolute_path(optarg);
         if (opt == 'c' && !parse_cards(optarg, &call->cards))
@@ -162,7 +168,12 @@ static int call_verb(const verb &v, int argc, char **argv)
     service_call call;
     if (take_options(v, argc, argv, &call) && take_words(v, argc - optind, argv + optind, &call)) {
         take_console();
-        return v.call(&call);
+        note_verb(v.name);
+        int status = geteuid() != 0 || take_up_floor() ? v.call(&call) : SERVICE_FAILED;
+        if (!output_is_whole() && status == SERVICE_WELL)
+            status = SERVICE_FAILED;
+        log_outcome(status);
+        return status;
     }
     fprintf(stderr, "Usage: upgd_service %s %s\n", v.name, v.usage);
     if (strstr(v.usage, "TYPE") != nullptr)
@@ -170,8 +181,16 @@ static int call_verb(const verb &v, int argc, char **argv)
     return SERVICE_BAD_CALL;
 }
 
+static int end_of_text()
+{
+    return fflush(stdout) == 0 ? SERVICE_WELL : fail("standard output: %s", strerror(errno));
+}
+
 int main(int argc, char **argv)
 {
+    open_standard_streams();
+    // What is unpacked can be read by all, whatever the caller's files are like.
+    umask(S_IWGRP | S_IWOTH);
     const std::string word = argc > 1 ? argv[1] : "";
     aptid_self_set(task_on_this_board(MODULE_SERVICE));
     for (const verb &v : VERBS)
@@ -179,11 +198,11 @@ int main(int argc, char **argv)
             return call_verb(v, argc - 1, argv + 1);
     if (word == "--help") {
         print_usage(stdout);
-        return SERVICE_WELL;
+        return end_of_text();
     }
     if (word == "--version") {
         printf("upgd_service %s, %s\n", PROGRAM_VERSION, SIGNATURES);
-        return SERVICE_WELL;
+        return end_of_text();
     }
     if (argc > 1)
         complain("'%s' is no verb", argv[1]);

@@ -2,10 +2,10 @@
 #include "companions/upgd_service/plan.h"
 
 #include "companions/compare/comparison.h"
-#include "companions/compare/kernel_partition.h"
+#include "companions/compare/kernel_look.h"
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/flash.h"
-#include "companions/upgd_service/tested_image.h"
+#include "companions/upgd_service/json_line.h"
 #include "platform/configuration.h"
 #include "update/dtt_update/card_table.h"
 #include "update/dtt_update/target_search.h"
@@ -49,6 +49,17 @@ static std::string standing_parent(std::string path, struct stat *st)
         path = "/";
         stat("/", st);
     }
+    return path;
+}
+
+// The top directory of the file system that the directory is on.
+static std::string mount_point_of(std::string path)
+{
+    struct stat here;
+    struct stat above;
+    while (path.size() > 1 && stat(path.c_str(), &here) == 0 &&
+           stat((path + "/..").c_str(), &above) == 0 && here.st_dev == above.st_dev)
+        path.resize(std::max<size_t>(path.find_last_of('/'), 1));
     return path;
 }
 
@@ -106,21 +117,26 @@ static const char *obstacle(const finding *found, const std::string &parent,
     return nullptr;
 }
 
-static void plan_kernel(update_plan *plan, const finding *found, descriptor *partition)
+// What goes to the kernel partition is looked at behind all else, in one look.
+static void plan_kernel(update_plan *plan, bool in_run)
 {
-    const char *const name = last_component(found->path);
-    // The run mounts the partition for itself.
-    const char *const fault = plan->kernel.empty() ? open_kernel_partition(partition) : nullptr;
-    plan->kernel.emplace_back(name);
-    if (fault != nullptr)
-        add_reason(plan, found->path, fault);
-    struct statvfs fs;
-    struct stat st;
-    if (fstatvfs(partition->get(), &fs) != 0 || fstat(partition->get(), &st) != 0)
+    if (plan->kernel.empty())
         return;
-    struct stat former = {};
-    fstatat(partition->get(), name, &former, AT_SYMLINK_NOFOLLOW);
-    take_room(find_system(plan, st.st_dev, KERNEL_PARTITION, fs), found->entry.file_size, &former);
+    kernel_look look;
+    const char *fault = strerror(ENOMEM);
+    if (begin_look(&look, plan->kernel.size())) {
+        look.in_run = in_run;
+        for (size_t i = 0; i < look.count; i++)
+            snprintf(look.files[i].name, sizeof look.files[i].name, "%s",
+                     plan->kernel[i].name.c_str());
+        fault = take_look(&look);
+    }
+    for (size_t i = 0; fault == nullptr && i < look.count; i++)
+        take_room(find_system(plan, look.device, KERNEL_PARTITION, look.fs), plan->kernel[i].size,
+                  &look.files[i].st);
+    if (fault != nullptr)
+        add_reason(plan, KERNEL_PARTITION, fault);
+    end_look(&look);
 }
 
 static void plan_boot_loader(update_plan *plan, const finding *found)
@@ -153,7 +169,7 @@ static void plan_card(update_plan *plan, const finding *found, const service_cal
 }
 
 static void plan_entry(update_plan *plan, const finding *found, const service_call *call,
-                       base_directory *base, descriptor *kernel)
+                       base_directory *base)
 {
     struct stat parent_status = {};
     const std::string parent = standing_parent(found->path, &parent_status);
@@ -180,13 +196,13 @@ static void plan_entry(update_plan *plan, const finding *found, const service_ca
         plan->changed++;
     struct statvfs fs;
     if (!is_directory(found->entry.type) && statvfs(parent.c_str(), &fs) == 0)
-        take_room(find_system(plan, parent_status.st_dev, parent, fs), found->entry.file_size,
-                  &found->there);
+        take_room(find_system(plan, parent_status.st_dev, mount_point_of(parent), fs),
+                  found->entry.file_size, &found->there);
     if (installs(found->entry.type, found->path)) {
         if (found->entry.type == ENTRY_BOOT)
             plan_boot_loader(plan, found);
         else
-            plan_kernel(plan, found, kernel);
+            plan->kernel.push_back({last_component(found->path), found->entry.file_size});
     }
     plan_card(plan, found, call);
 }
@@ -213,31 +229,31 @@ static bool plan_base(update_plan *plan, const service_call *call)
     return false;
 }
 
-static void plan_entries(update_plan *plan, const image_file *img, const service_call *call,
-                         bool contents)
+static void plan_entries(update_plan *plan, const tested_image *image, const service_call *call,
+                         int what)
 {
-    descriptor kernel;
     base_directory base = {};
     base.top = base.path;
     memcpy(base.path, plan->base.c_str(), plan->base.size() + 1);
     const compared c = compare_with_device(
-        img, plan->base.c_str(), contents ? COMPARE_CONTENTS : 0, [&](const finding &found) {
+        &image->img, &image->sums, plan->base.c_str(), what, [&](const finding &found) {
             show_progress("looking at what stands there", 0, 0, 0);
-            plan_entry(plan, &found, call, &base, &kernel);
+            plan_entry(plan, &found, call, &base);
             return true;
         });
     release_base_directory(&base);
     if (c.fault != nullptr)
         add_reason(plan, "entry " + std::to_string(c.broken), c.fault);
+    plan_kernel(plan, (what & COMPARE_IN_RUN) != 0);
 }
 
-void plan_update(update_plan *plan, const image_file *img, const service_call *call, bool contents)
+void plan_update(update_plan *plan, const tested_image *image, const service_call *call, int what)
 {
     *plan = {};
     plan->boot_size = -1;
-    plan->base = find_base(img, call->dir);
+    plan->base = find_base(&image->img, call->dir);
     if (plan_base(plan, call))
-        plan_entries(plan, img, call, contents);
+        plan_entries(plan, image, call, what);
     for (const planned_system &system : plan->systems)
         if (system.peak > static_cast<int64_t>(system.free))
             add_reason(plan, system.name,
@@ -246,55 +262,108 @@ void plan_update(update_plan *plan, const image_file *img, const service_call *c
                            .c_str());
 }
 
-static void say_version(const image_file *img)
+// What an update makes of the recorded version.
+struct version_change {
+    std::string now;
+    std::string next;
+    bool recordable;
+    bool downgrade;
+};
+
+static version_change plan_version(const image_file *img)
 {
-    char now[CONFIGURATION_VALUE_SIZE];
-    if (configuration_get(CONFIGURATION_PATH, "fw_version", now, sizeof now) != 0)
-        snprintf(now, sizeof now, "none");
-    const header_text next = text_of(img->header.ih_version);
-    say("version         %s -> %s%s", now, next.text,
-        is_shell_safe_text(next.text) ? "" : ", which can't be recorded");
+    version_change change = {"", text_of(img->header.ih_version).text, false, false};
+    char now[CONFIGURATION_VALUE_SIZE] = "";
+    static_cast<void>(configuration_get(CONFIGURATION_PATH, VERSION_KEY, now, sizeof now));
+    firmware_version from;
+    firmware_version to;
+    change.now = now;
+    change.recordable = is_shell_safe_text(change.next.c_str());
+    change.downgrade = parse_version(now, &from) && parse_version(change.next.c_str(), &to) &&
+                       compare_versions(&to, &from) < 0;
+    return change;
 }
 
-static void say_installed(const update_plan *plan)
+static std::vector<std::string> planned_cards(const update_plan *plan)
 {
+    std::vector<std::string> cards;
+    for (const type_patch_t &row : type_patch)
+        if (plan->has_card[row.file_type])
+            cards.push_back(std::string(find_card_kind(row.file_type)->name) + ", at most " +
+                            std::to_string(row.time / 100) + " s");
+    return cards;
+}
+
+static long long kib(int64_t bytes)
+{
+    return (bytes + 1023) / 1024;
+}
+
+static void say_plan(const tested_image *image, const update_plan *plan)
+{
+    const version_change version = plan_version(&image->img);
+    if (!image->gate.closed)
+        say("signature       none is asked for");
+    say("directory       %s", plan->base.c_str());
+    say("version         %s -> %s%s%s", version.now.empty() ? "none" : version.now.c_str(),
+        version.next.c_str(), version.downgrade ? ", a downgrade" : "",
+        version.recordable ? "" : ", which can't be recorded");
+    say("files           %u new, %u changed, %u the same, %u in the way", plan->added,
+        plan->changed, plan->same, plan->in_the_way);
+    for (const planned_system &system : plan->systems)
+        say("room            %s: %lld KiB more at the fullest, %lld KiB free", system.name.c_str(),
+            kib(system.peak), static_cast<long long>(system.free / 1024));
     if (plan->boot_size >= 0)
         say("boot loader     %lld bytes to %s, no time limit",
             static_cast<long long>(plan->boot_size), BOOT_PARTITION);
-    for (const std::string &name : plan->kernel)
-        say("kernel          %s to %s, no time limit", name.c_str(), KERNEL_PARTITION);
-    for (int i = 0; i < CARD_TYPES; i++) {
-        const type_patch_t *const row = &type_patch[i];
-        if (plan->has_card[row->file_type])
-            say("card            %s, at most %d s", find_card_kind(row->file_type)->name,
-                row->time / 100);
-    }
+    for (const planned_kernel &file : plan->kernel)
+        say("kernel          %s to %s, no time limit", file.name.c_str(), KERNEL_PARTITION);
+    for (const std::string &card : planned_cards(plan))
+        say("card            %s", card.c_str());
+    for (const std::string &reason : plan->reasons)
+        say("bound to fail   %s", reason.c_str());
+    if (plan->reasons.empty())
+        say("%s: can be applied", image->name);
+    else
+        say("%s: bound to fail, for %zu reasons", image->name, plan->reasons.size());
+}
+
+static void print_json_plan(FILE *out, const tested_image *image, const update_plan *plan)
+{
+    const version_change version = plan_version(&image->img);
+    const auto text = [out](const std::string &item) { print_json_text(out, "", item.c_str()); };
+    print_json_text(out, "{\"image\":", image->name);
+    fprintf(out, ",\"signed\":%s", image->gate.closed ? "true" : "false");
+    print_json_text(out, ",\"directory\":", plan->base.c_str());
+    print_json_text(out, ",\"version_now\":", version.now.c_str());
+    print_json_text(out, ",\"version_next\":", version.next.c_str());
+    fprintf(out, ",\"downgrade\":%s,\"new\":%u,\"changed\":%u,\"same\":%u,\"in_the_way\":%u",
+            version.downgrade ? "true" : "false", plan->added, plan->changed, plan->same,
+            plan->in_the_way);
+    print_json_list(out, ",\"room\":[", plan->systems, [out](const planned_system &system) {
+        print_json_text(out, "{\"mount_point\":", system.name.c_str());
+        fprintf(out, ",\"more_kib\":%lld,\"free_kib\":%lld}", kib(system.peak),
+                static_cast<long long>(system.free / 1024));
+    });
+    fprintf(out, ",\"boot_loader_bytes\":%lld", static_cast<long long>(plan->boot_size));
+    print_json_list(out, ",\"kernel\":[", plan->kernel,
+                    [&text](const planned_kernel &file) { text(file.name); });
+    print_json_list(out, ",\"cards\":[", planned_cards(plan), text);
+    print_json_list(out, ",\"bound_to_fail\":[", plan->reasons, text);
+    fputc('}', out);
 }
 
 int plan_command(const service_call *call)
 {
     tested_image image;
-    test_options test = call->test;
-    test.look = true;
-    if (!take_tested_image(call->words[0], &test, &image))
+    if (!take_tested_image(call, USE_LOOK, call->dir.c_str(), &image))
         return SERVICE_FAILED;
     update_plan plan;
-    plan_update(&plan, &image.img, call, true);
+    plan_update(&plan, &image, call, COMPARE_CONTENTS);
     end_progress();
-    if (!image.gate.closed)
-        say("signature: none is asked for");
-    say("directory       %s", plan.base.c_str());
-    say_version(&image.img);
-    say("files           %u new, %u changed, %u the same, %u in the way", plan.added, plan.changed,
-        plan.same, plan.in_the_way);
-    for (const planned_system &system : plan.systems)
-        say("room            %s: %lld KiB more at the fullest, %llu KiB free", system.name.c_str(),
-            static_cast<long long>((system.peak + 1023) / 1024),
-            static_cast<unsigned long long>(system.free / 1024));
-    say_installed(&plan);
-    for (const std::string &reason : plan.reasons)
-        say("bound to fail   %s", reason.c_str());
-    if (plan.reasons.empty())
-        say("%s: can be applied", image.name);
+    if (call->json == 0)
+        say_plan(&image, &plan);
+    else if (!say_json([&](FILE *out) { print_json_plan(out, &image, &plan); }))
+        return SERVICE_FAILED;
     return plan.reasons.empty() ? SERVICE_WELL : SERVICE_FAILED;
 }

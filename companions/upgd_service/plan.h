@@ -2,8 +2,7 @@
 #ifndef COMPANIONS_UPGD_SERVICE_PLAN_H
 #define COMPANIONS_UPGD_SERVICE_PLAN_H
 
-#include "companions/upgd_service/commands.h"
-#include "update/dtt_update_common/image_reader.h"
+#include "companions/upgd_service/tested_image.h"
 
 #include <cstdint>
 #include <string>
@@ -20,6 +19,11 @@ struct planned_system {
     int64_t peak;   // the most that it comes to
 };
 
+struct planned_kernel {
+    std::string name;
+    int size; // bytes
+};
+
 struct update_plan {
     std::string base;        // directory
     unsigned int added;      // files and links
@@ -27,14 +31,14 @@ struct update_plan {
     unsigned int same;       // those that stand there as they are, which are written all the same
     unsigned int in_the_way; // what can't be replaced
     std::vector<planned_system> systems;
-    int64_t boot_size;                // of the boot loader, -1 for none
-    std::vector<std::string> kernel;  // names of the files
+    int64_t boot_size; // of the boot loader, -1 for none
+    std::vector<planned_kernel> kernel;
     bool has_card[256];               // by type
     std::vector<std::string> reasons; // why the update is bound to fail
 };
 
-// Plans the update with `img`. Files of the same length count as the same unless `contents` are
-// compared.
-void plan_update(update_plan *plan, const image_file *img, const service_call *call, bool contents);
+// Plans the update with `image`. `what` has COMPARE_CONTENTS, without which files of one length
+// count as the same, and COMPARE_IN_RUN.
+void plan_update(update_plan *plan, const tested_image *image, const service_call *call, int what);
 
 #endif

@@ -1,89 +1,31 @@
 // A service update, and what has become of it.
-#include "companions/compare/comparison.h"
 #include "companions/upgd_service/attended_run.h"
 #include "companions/upgd_service/commands.h"
 #include "companions/upgd_service/console.h"
-#include "companions/upgd_service/plan.h"
+#include "companions/upgd_service/session.h"
+#include "update/dtt_update_common/header_text.h"
+#include "update/dtt_update_common/raw_io.h"
 #include "update_service.h"
 
 #include <climits>
 #include <cstring>
 
-// Tells each of `count` sentences, or the first ones if they are many.
-static bool is_told(size_t count)
-{
-    static constexpr size_t TOLD = 20;
-    if (count == TOLD)
-        complain("and more");
-    return count < TOLD;
-}
-
-// Returns false with sentences if the update is bound to fail.
-static bool test_plan(const tested_image *image, const service_call *call)
-{
-    update_plan plan;
-    plan_update(&plan, &image->img, call, false);
-    size_t told = 0;
-    for (const std::string &reason : plan.reasons)
-        if (is_told(told++))
-            complain("%s", reason.c_str());
-    if (!plan.reasons.empty())
-        complain("%s: bound to fail: nothing was touched; mend that, or try it with --force",
-                 image->name);
-    return plan.reasons.empty();
-}
-
-// The run does not look at what its commands have done. Compares what stands below `where` and on
-// the partitions, and tells what is not there. Returns an exit status.
-static int compare_applied(const attended_run *run, const char *where)
-{
-    const char *const image = run->image->name;
-    const upgrade_info_t *const info = &get_upgd_msg()->upgrade_info;
-    size_t findings = 0;
-    const compared c = compare_with_device(
-        &run->image->img, where, COMPARE_CONTENTS | COMPARE_DEVICE, [&](const finding &found) {
-            if (run->interrupted)
-                return false;
-            show_progress("comparing", 1000, info->cur_nums, info->file_nums);
-            if (found.kind != FOUND_SAME && is_told(findings++))
-                complain("%s: %s%s%s", found.path, FINDING_NAMES[found.kind].words,
-                         found.detail != nullptr ? ": " : "",
-                         found.detail != nullptr ? found.detail : "");
-            return true;
-        });
-    end_progress();
-    if (findings > 0) {
-        show_command_output();
-        return fail(
-            "%s: applied below %s, but not all of it stands there; mend that and apply it again",
-            image, where);
-    }
-    if (run->interrupted) {
-        complain("%s: applied below %s; interrupted while it was compared", image, where);
-        return SERVICE_INTERRUPTED;
-    }
-    if (c.fault != nullptr)
-        return fail("%s: applied below %s, but could not be compared: %s", image, where, c.fault);
-    say("100 %%  done");
-    say("%s: applied below %s, %d entries", image, where, info->file_nums);
-    return SERVICE_WELL;
-}
-
 // What is left to do behind a run that went well. Returns an exit status.
-static int finish_update(const attended_run *run, const service_call *call)
+static int finish_update(const attended_run *run, const service_call *call, const char *version,
+                         const update_plan *plan)
 {
-    if (has_changed(run->image)) {
-        end_progress();
-        return fail("%s: it was changed while it was applied; apply it again", run->image->name);
-    }
     // A run moves into the directory that it unpacks below, which its image may have chosen.
     char where[PATH_MAX];
     if (getcwd(where, sizeof where) == nullptr)
         snprintf(where, sizeof where, "%s", call->dir.empty() ? "?" : call->dir.c_str());
     const upgrade_info_t *const info = &get_upgd_msg()->upgrade_info;
     show_progress("done", 1000, info->cur_nums, info->file_nums);
-    const int status = compare_applied(run, where);
-    return status == SERVICE_WELL && !raise_floor(&run->image->gate) ? SERVICE_FAILED : status;
+    const bool raised = take_up_floor();
+    const bool recorded = version_is_recorded(run->image, version);
+    const int status = compare_applied(run->image, where, "applied", run->interrupted);
+    if (status == SERVICE_WELL && (plan->boot_size >= 0 || !plan->kernel.empty()))
+        say("boot loader and kernel work from the next restart on");
+    return status == SERVICE_WELL && !(raised && recorded) ? SERVICE_FAILED : status;
 }
 
 // Tells why the run, which has returned `ret`, has failed. Returns an exit status.
@@ -98,6 +40,13 @@ static int tell_failure(const attended_run *run, int ret)
     }
     if (result == UPGD_NORNAL)
         complain("%s: a card could not be asked: %s", image, strerror(-ret));
+    else if (result == UPGD_ERROR_NODISK)
+        complain(
+            "%s: the disk is gone: what was written stays, and the version that is recorded as "
+            "well; put the disk in again, and apply the image again",
+            image);
+    else if (result == UPGD_ERROR_COPY && is_full("."))
+        complain("%s: there is no room left on the device: make room, and apply it again", image);
     else
         complain("%s: %s", image, result_words(result).c_str());
     if (result == UPGD_ERROR_COPY || result == UPGD_ERROR_BOOT || result == UPGD_ERROR_KERNEL)
@@ -107,15 +56,21 @@ static int tell_failure(const attended_run *run, int ret)
 
 int update_command(const service_call *call)
 {
+    session session;
     tested_image image;
-    if (!take_tested_image(call->words[0], &call->test, &image))
+    update_plan plan;
+    if (!session.begin("update") ||
+        !take_tested_image(call, USE_UPDATE, call->dir.c_str(), &image) ||
+        !test_plan(&image, call, &plan))
         return SERVICE_FAILED;
-    if (call->force == 0 && !test_plan(&image, call))
+    const header_text version = text_of(image.img.header.ih_version);
+    // Simulated cards are no update.
+    if (call->cards.mode == CARDS_FLASH && !note_floor(&image.gate, version.text))
         return SERVICE_FAILED;
-    attended_run run = {&image, call->cards};
+    attended_run run(&image, call->cards);
     std::string dir = call->dir;
     const int ret = attend_run(&run, dir.empty() ? nullptr : dir.data());
     if (ret > 0)
         return SERVICE_FAILED;
-    return ret == 0 ? finish_update(&run, call) : tell_failure(&run, ret);
+    return ret == 0 ? finish_update(&run, call, version.text, &plan) : tell_failure(&run, ret);
 }

@@ -1,11 +1,9 @@
 // What is wrong with a file as an image, in words.
 #include "update/dtt_update_common/image_check.h"
 
-#include "update/dtt_update_common/crc32.h"
 #include "update/dtt_update_common/image_layout.h"
 #include "update/dtt_update_common/raw_io.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
@@ -31,21 +29,6 @@ const char *examine_image(int fd, image_file *img)
         return "is longer than an update image can be";
     img->size = static_cast<uint32_t>(st.st_size);
     return nullptr;
-}
-
-// Read in blocks, never from a mapping: the image's disk may go away meanwhile.
-bool body_crc(const image_file *img, uint32_t *crc)
-{
-    static char block[256 * 1024];
-    *crc = 0;
-    for (uint32_t at = sizeof(update_header_t); at < img->size;) {
-        const size_t len = std::min<size_t>(sizeof block, img->size - at);
-        if (full_pread(img->fd, block, len, at) != len)
-            return false;
-        *crc = crc32_update(*crc, block, len);
-        at += static_cast<uint32_t>(len);
-    }
-    return true;
 }
 
 const char *crc_fault(const image_file *img, uint32_t crc)
@@ -85,17 +68,5 @@ const char *image_fault(const char *name)
     const char *const fault = open_image(name, &img);
     if (fault == nullptr)
         close(img.fd);
-    return fault;
-}
-
-const char *whole_image_fault(const char *name)
-{
-    image_file img;
-    const char *fault = open_image(name, &img);
-    if (fault != nullptr)
-        return fault;
-    uint32_t crc;
-    fault = body_crc(&img, &crc) ? crc_fault(&img, crc) : "can't be read to its end";
-    close(img.fd);
     return fault;
 }

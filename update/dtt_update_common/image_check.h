@@ -13,18 +13,11 @@
 // -1 then, else the caller closes it.
 [[nodiscard]] const char *open_image(const char *name, image_file *img);
 
-// Computes the CRC of the image's body. Returns false if it can't be read up to `img->size`.
-[[nodiscard]] bool body_crc(const image_file *img, uint32_t *crc);
-
 // A wrong checksum in words: what the header says, and what the body has.
 #define CRC_SENTENCE "the header says the CRC %08x, the body has %08x"
 
 // Returns null if `crc` is what the header says, or what is wrong in words.
 [[nodiscard]] const char *crc_fault(const image_file *img, uint32_t crc);
-
-// Returns null if the file `name` is a whole image with the body that its header promises, or what
-// is wrong with it.
-[[nodiscard]] const char *whole_image_fault(const char *name);
 
 // What open_image says of the file `name`.
 [[nodiscard]] const char *image_fault(const char *name);
