@@ -77,11 +77,13 @@ static bool holds_something(const std::string &path)
     return errno != 0;
 }
 
-// Whether the image lacks what stands at the path, which it has no entry of.
+// Whether the image, which has no entry of the path or below it, lacks what is saved of it.
 static bool is_missed(const std::string &path)
 {
     return std::any_of(std::begin(SAVED_SETTINGS), std::end(SAVED_SETTINGS), [&](const char *name) {
         const std::string saved = std::string("/") + SETTINGS_DIRECTORY + name;
+        if (saved.compare(0, path.size() + 1, path + "/") == 0)
+            return holds_something(saved);
         return (path == saved || path.compare(0, saved.size() + 1, saved + "/") == 0) &&
                holds_something(path);
     });
