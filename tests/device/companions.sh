@@ -39,10 +39,23 @@ done <<'END'
 frob u.img|'frob' is no verb|
 update|update: too few words| upgd_service update
 plan u.img --force|plan: unrecognized option '--force'| upgd_service plan
-restore --force u.img|restore: unrecognized option '--force'| upgd_service restore
+update --dir= u.img|update: --dir needs a directory| upgd_service update
 restore u.img / x|restore: 'x' is a word too many| upgd_service restore
 update u.img --cards=fail=21|update: 'fail=21' is no choice for --cards| upgd_service update
 flash 31 f|flash: '31' is no type of card file| upgd_service flash
+END
+
+# What could not be printed is told; a stream that is not there is none of the files that are opened.
+while read -r expected call; do
+    $call >/dev/full 2>err
+    expect "a full device behind $call" "$expected standard output: No space left on device" "$? $(sed 's/^[a-z_]*: //' err)"
+    $call >&- 2>&- <&-
+    expect "no streams for $call" 0 $?
+done <<'END'
+1 upgd_service disks
+1 upgd_service --help
+2 img_info --help
+2 img_info --version
 END
 
 lay_out_tree
@@ -51,15 +64,14 @@ lay_out_tree
 echo fpga >tree/InputCardTop.bin
 img_deploy -c ./tree -r V7 u.img >/dev/null
 
-# One changed byte: refused, also through an open file whose name is gone; --no-verify applies it.
+# One changed byte: refused, and applied with --force. An image is applied through an open file whose name
+# is gone.
 cp u.img flipped.img
 printf X | dd of=flipped.img bs=1 seek=600 conv=notrunc status=none
-words='has another CRC than its header says: nothing was touched; get it anew, or take it as it is with --no-verify'
-for call in update restore; do
-    expect_call 1 "upgd_service: flipped.img: $words" upgd_service $call flipped.img
-done
-[[ ! -e /opt/upgddir/tree && ! -e /tree ]] || expect 'what was touched' nothing "$(ls -d /opt/upgddir/tree /tree)"
-expect_call 0 '' upgd_service restore --no-verify flipped.img "$work/unverified"
+words='flipped.img: has another CRC than its header says'
+expect_call 1 "upgd_service: $words: nothing was touched; get it anew, or take it as it is with --force" upgd_service update flipped.img
+[[ ! -e /opt/upgddir/tree ]] || expect 'what was touched' nothing "$(ls -d /opt/upgddir/tree)"
+expect_call 0 "upgd_service: $words, which --force passes over" upgd_service update --force flipped.img --dir "$work/forced" --cards simulate=0
 cp u.img open.img
 exec 5<open.img
 rm open.img
@@ -68,7 +80,7 @@ exec 5<&-
 
 # A service update: events on a pipe, one failing card, the program's end by interrupts.
 expect_call 0 '' upgd_service update --dir=/opt/upgddir --cards=simulate=0 -- u.img
-expect 'events' 'unpacking,input card FPGA,video card MCU,done,u.img: applied below /opt/upgddir, 9 entries' \
+expect 'events' 'unpacking,input card FPGA,video card MCU,done,u.img: applied below /opt/upgddir, 9 entries,boot loader and kernel work from the next restart on' \
     "$(sed 's/^ *[0-9]* %  //' out | paste -sd,)"
 expect_call 1 "upgd_service: u.img: the video card's MCU was not flashed" \
     upgd_service update u.img --dir /opt/upgddir --cards fail=24
@@ -97,9 +109,8 @@ send_message() {
 begin_update u.img 1
 { head -c 28 /dev/zero && printf 'c\0\0\0' && head -c 1044 /dev/zero; } | send_message 010a3d00
 await 'an event of a step without words' grep -q '%  step 99$' out
-touch u.img
 wait $!
-expect 'an image that was written to' '1 upgd_service: u.img: it was changed while it was applied; apply it again' "$? $(cat err)"
+expect 'a run with it' '0 ' "$? $(cat err)"
 
 # What others send to the mailboxes, which are for this user alone, harms no run: a datagram of another
 # size is passed over, and a request whose path a shell would take apart is refused. A reader or a
@@ -181,33 +192,95 @@ if grep -q sda1 /proc/diskstats; then
     expect 'disks in JSON' '[{"path":"/mnt/sda1","name":"A\u001b[2J","images":["/mnt/sda1/u.img"],"backups":["/mnt/sda1/\u00ff\u00fe.ubck"],"rcfgx":["/mnt/sda1/a\"\\.rcfgx"]}]' "$(cat out)"
 fi
 sysconfig set device_name unit7
-expect_call 1 'upgd_service: /mnt/sda1: nothing was saved: there are no settings below /usr/qrx310/etc' upgd_service backup /mnt/sda1
+expect_call 1 'upgd_service: nothing was saved: there are no settings below /usr/qrx310/etc/' upgd_service backup /mnt/sda1
 expect 'a backup of nothing' '' "$(ls /mnt/sda1/unit7* 2>/dev/null)"
 echo saved >/usr/qrx310/etc/vsp/layout
+mkdir /usr/qrx310/etc/sysconf/qrxpara && echo saved >/usr/qrx310/etc/sysconf/qrxpara/ip
 expect_call 0 '' upgd_service backup /mnt/sda1/
 saved=$(cat out)
-expect 'the name of a backup' '/mnt/sda1/unit7_' "${saved:0:16}"
+expect 'the name and the mode of a backup' '/mnt/sda1/unit7_ 600' "${saved:0:16} $(stat -c %a "$saved")"
+cp "$saved" unit7.ubck
 echo changed >/usr/qrx310/etc/vsp/layout
 expect_call 0 '' upgd_service restore "$saved"
 expect_call 0 '' upgd_service restore "$saved" "$work/below"
-expect 'the version of the firmware' V7 "$(sysconfig get fw_version)"
 expect 'what was brought back' $'saved\nsaved' "$(cat {,below}/usr/qrx310/etc/vsp/layout)"
-expect_call 1 "upgd_service: $saved: the directory can't be reached" upgd_service restore "$saved" u.img/x
+expect_call 1 "upgd_service: $work/u.img/x/usr/qrx310/etc/vsp/layout: a file stands in the place of its directory" upgd_service restore "$saved" u.img/x
 expect_call 1 "upgd_service: /mnt/sdz: the disk can't be opened" upgd_service backup /mnt/sdz
-cp /bin/cp /bin/cp.real && rm /bin/cp
-# shellcheck disable=SC2016 # the script's own variables
-printf '#!/bin/sh\n/bin/cp.real "$@"\ncase $3 in /mnt/*) for f in "$3"/*.ubck; do printf X | dd of="$f" bs=1 seek=520 conv=notrunc; done ;; esac\n' >/bin/cp && chmod +x /bin/cp
-run upgd_service backup /mnt/sda1
-expect 'a backup that the disk has damaged' '1 what was saved has another CRC' \
-    "$status $(grep -o 'what was saved has another CRC' err)"
-mv /bin/cp.real /bin/cp
+mkdir /mnt/sda
+expect_call 1 'upgd_service: /mnt/sda: no disk is mounted there: nothing was saved' upgd_service backup /mnt/sda
+
+# Each verb refuses the other's image, and tells which is the right one.
+expect_call 1 'upgd_service: u.img: is no settings backup: apply it with "upgd_service update": nothing was touched' upgd_service restore u.img
+for verb in update plan; do
+    expect_call 1 'upgd_service: unit7.ubck: is a settings backup: bring it back with "upgd_service restore": nothing was touched' upgd_service $verb unit7.ubck
+done
+
+# A restore that is held at a command passes a lost terminal over, finishes after one interrupt, and leaves
+# the version as it is at every moment. What it has written is compared.
+hold_command /bin/mkdir
+begin_restore() {
+    touch hold && rm -rf held restored
+    env --default-signal=INT upgd_service restore unit7.ubck "$work/restored" >out 2>err &
+    await 'a command of the restore' test -e held
+}
+begin_restore
+kill -HUP $!
+kill -INT $!
+await 'the word of the interrupt' grep -q '^interrupted' out
+rm hold
+wait $!
+expect 'a restore that was interrupted' '130 saved V7' "$? $(cat restored/usr/qrx310/etc/vsp/layout) $(sysconfig get fw_version)"
+begin_restore
+{ kill -KILL $! && wait $!; } 2>/dev/null
+expect 'the version after a kill' V7 "$(sysconfig get fw_version)"
+expect_call 1 'upgd_service: another update is at work: nothing was touched; wait for its end' upgd_service restore unit7.ubck
+rm hold
+restore_command /bin/mkdir
+mkdir bin && printf '#!/bin/sh\n! test -d usr || echo other >usr/qrx310/etc/vsp/layout\n' >bin/sysconfig
+chmod +x bin/sysconfig
+PATH=$work/bin:$PATH expect_call 1 "upgd_service: $work/restored/usr/qrx310/etc/vsp/layout: other content" upgd_service restore unit7.ubck restored
+
+# A backup is compared, on its disk and with the settings: a copy may fail without a word.
+# shellcheck disable=SC2016 # the scripts' own variables
+while IFS='|' read -r script words; do
+    replace_command /bin/cp "$script"
+    run upgd_service backup /mnt/sda1
+    expect "a backup with $script" "1 $words" "$status $(sed -n '1s/^upgd_service: //p' err | sed 's/^[^ ]*ubck: //')"
+    restore_command /bin/cp
+done <<'END'
+"$0.real" "$@"; case $3 in /mnt/*) for f in "$3"/*.ubck; do dd if=/bin/sh of="$f" bs=1 seek=520 count=1 conv=notrunc; done ;; esac|what was saved has another CRC than its header says; make room and save again
+case $2 in */qrxpara) ;; *) "$0.real" "$@" ;; esac|/usr/qrx310/etc/sysconf: was not saved
+"$0.real" "$@"; case $2 in */vsp) echo other >$3/vsp/layout ;; esac|/usr/qrx310/etc/vsp/layout: other content
+END
 expect_call 1 'upgd_service: u.img: not flashed: the tool /usr/vorn/bin/mcu_isp: No such file or directory' upgd_service flash 24 u.img
 printf '#!/bin/sh\necho no card; exit 3\n' >/usr/vorn/bin/mcu_isp && chmod +x /usr/vorn/bin/mcu_isp
 expect_call 1 'upgd_service: u.img: the tool /usr/vorn/bin/mcu_isp was called and has ended with status 3' upgd_service flash vpu-mcu u.img
 expect_line err 'upgd_service: a command said: no card'
 ln -sf "$(command -v mcu_isp)" /usr/vorn/bin/
 expect_call 0 '' upgd_service flash 24 u.img
+cp u.img InputCardTop.bin
+expect_call 1 'upgd_service: InputCardTop.bin: by its name it is for input FPGA, and not for VPU MCU: nothing was touched; rename it, or flash it with --force' upgd_service flash 24 InputCardTop.bin
 expect 'what the tool was called with' $'mcu_isp\t-B\tvpu\t-C\t0x31\t-b\tu.img\t-r\t0x00' "$(grep mcu_isp /run/sandbox/calls)"
+
+# A version that was not recorded is no success, and neither is an image that its disk has shown in
+# another way behind the test. Modes do not depend on the caller, and each outcome is a line of the log.
+read_mailbox /dev/log >log &
+logger=$!
+await 'a log' test -S /dev/log
+sysconfig set fw_version V6
+PATH=$work/bin:$PATH expect_call 1 "upgd_service: u.img: all of it was applied, but its version 'V7' was not recorded: fw_version is 'V6'; set it with \"sysconfig set fw_version\"" upgd_service update u.img --dir "$work/unrecorded" --cards simulate=0
+hold_command /bin/mkdir
+touch hold && rm -rf held
+cp u.img late.img
+(umask 077 && exec upgd_service update late.img --dir "$work/late" --cards simulate=0) >out 2>err &
+await 'a command of the update' test -e held
+perl -e 'open(F, "+<", "late.img"); local $/; $at = index(<F>, "tool\n"); seek(F, $at, 0); print F "f"'
+rm hold
+wait $!
+expect 'an image that was changed behind its test' "1 upgd_service: $work/late/tree/bin/tool: other content 755" "$? $(head -n 1 err) $(stat -c %a late/tree/bin)"
+restore_command /bin/mkdir
+kill $logger
+expect 'outcomes in the log' "update by user 0: image <u.img> version <V7> key none: status 1: u.img: all of it was" "$(grep -o ' update by user.*' log | cut -c 2-86 | head -n 1)"
 
 # On a terminal: one line that fits, never goes backwards and ends at 100 %.
 for columns in 80 40; do

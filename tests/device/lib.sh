@@ -40,6 +40,19 @@ await() {
     done
 }
 
+# replace_command PATH SCRIPT: the program there becomes a shell script, which finds it as "$0.real", until
+# restore_command PATH.
+replace_command() {
+    cp "$1" "$1.real" && rm "$1"
+    printf '#!/bin/sh\n%s\n' "$2" >"$1" && chmod +x "$1"
+}
+restore_command() { mv "$1.real" "$1"; }
+
+# hold_command PATH: whoever calls it leaves the file `held` here, and waits as long as the file `hold` is.
+hold_command() {
+    replace_command "$1" "while [ -e $work/hold ]; do : >$work/held; sleep 0.05; done; exec \"\$0.real\" \"\$@\""
+}
+
 flag() {
     cat /usr/local/upgdflag 2>/dev/null || echo none
 }

@@ -6,20 +6,50 @@
 mkdir -p tree/vorn-kernel && echo f >tree/f && echo k >tree/vorn-kernel/zImage
 img_deploy -c ./tree -r V2 update.img >/dev/null
 
-# A second run beside one at work touches nothing. The first is held at its command.
-cp /bin/mkdir /bin/mkdir.real && rm /bin/mkdir
-printf '#!/bin/sh\nwhile [ -e %s/hold ]; do sleep 0.05; done\nexec /bin/mkdir.real "$@"\n' "$work" >/bin/mkdir
-chmod +x /bin/mkdir && touch hold
-img_deploy -u update.img -m 2 >first 2>&1 &
-first=$!
-await 'the first run' grep -q 'check img ok' first
-cp /var/log/upgd_log0.txt before
-run timeout 60 img_deploy -u update.img -m 2
-expect 'a second run' '246 img_deploy: another update is at work: nothing was touched; wait for its end' "$status $(cat err)"
-expect 'what it has written' '' "$(cat out; cmp before /var/log/upgd_log0.txt)"
-rm hold && wait $first
-expect 'the first run' '0 2' "$? $(flag)"
-mv /bin/mkdir.real /bin/mkdir
+# Whoever writes to the device keeps all others out, who touch nothing, and looks at the kernel. Each is
+# held at a command, once as the first one and, in all pairs, as the second.
+echo card >App_VPUCard.bin
+mkdir -p settings/usr/qrx310/etc/vsp && echo s >settings/usr/qrx310/etc/vsp/layout
+(cd settings && img_deploy -c . -p 1 ../unit.ubck >/dev/null)
+mkdir -p /usr/vorn/bin && cp "$(command -v mcu_isp)" /usr/vorn/bin/
+hold_command /bin/mkdir
+hold_command /usr/vorn/bin/mcu_isp
+verbs=('img_deploy -u update.img -m 2' 'upgd_service update update.img --dir /opt/to --cards simulate=0'
+    'upgd_service restore unit.ubck /opt/to' 'upgd_service flash vpu-mcu App_VPUCard.bin')
+for first in "${verbs[@]}"; do
+    touch hold && rm -rf held /opt/to /opt/upgddir
+    $first >first_out 2>&1 &
+    pid=$!
+    await "the command of $first" test -e held
+    cp /var/log/upgd_log0.txt before
+    seconds=()
+    for second in "${verbs[@]}"; do
+        # shellcheck disable=SC2086 # each word is an argument
+        (timeout 60 $second >"out.${#seconds[@]}" 2>&1; echo "$?" >>"out.${#seconds[@]}") &
+        seconds+=($!)
+    done
+    wait "${seconds[@]}"
+    refusal='another update is at work: nothing was touched; wait for its end'
+    expect "all beside $first" "img_deploy: $refusal,246,upgd_service: $refusal,1,upgd_service: $refusal,1,upgd_service: $refusal,1" "$(cat out.[0-3] | paste -sd,)"
+    expect "what they have written beside $first" '' "$(cmp before /var/log/upgd_log0.txt)"
+    run upgd_service plan update.img --dir /opt/to
+    expect_line out 'bound to fail   /dev/mmcblk0p6: an update is at work: look again when it has ended'
+    rm hold
+    wait $pid
+    expect "the end of $first" 0 $?
+done
+restore_command /bin/mkdir
+
+# Where there is no place for the lock a run goes on without, and follows no link.
+for place in 'ln -s /run/elsewhere' mkdir; do
+    rm -f /run/img_deploy.lock
+    $place /run/img_deploy.lock
+    for call in "${verbs[@]}"; do
+        run $call
+        expect "$call with $place" 0 "$status"
+    done
+done
+expect 'what the link leads to' '' "$(ls /run/elsewhere 2>/dev/null)"
 
 # A parent that does not want to know of its children's ends.
 (trap '' CHLD; img_deploy -u update.img -m 2 >out 2>&1)
