@@ -232,7 +232,7 @@ wait $!
 expect 'a restore that was interrupted' '130 saved V7' "$? $(cat restored/usr/qrx310/etc/vsp/layout) $(sysconfig get fw_version)"
 begin_restore
 { kill -KILL $! && wait $!; } 2>/dev/null
-expect_call 1 'upgd_service: another update is at work: nothing was touched; wait for its end' upgd_service restore unit7.ubck
+expect_call 1 'upgd_service: another update is at work: nothing was touched; wait for its end' timeout 20 upgd_service restore unit7.ubck
 rm hold
 restore_command /bin/mkdir
 mkdir bin && printf '#!/bin/sh\n! test -d usr || echo other >usr/qrx310/etc/vsp/layout\necho "$*" >%s/recorded\n' "$work" >bin/sysconfig

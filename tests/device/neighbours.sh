@@ -25,7 +25,7 @@ for first in "${verbs[@]}"; do
     seconds=()
     for second in "${verbs[@]}"; do
         # shellcheck disable=SC2086 # each word is an argument
-        (timeout 60 $second >"out.${#seconds[@]}" 2>&1; echo "$?" >>"out.${#seconds[@]}") &
+        (timeout 20 $second >"out.${#seconds[@]}" 2>&1; echo "$?" >>"out.${#seconds[@]}") &
         seconds+=($!)
     done
     wait "${seconds[@]}"
