@@ -140,7 +140,7 @@ if mount --bind stats /proc/diskstats; then
         begin_update /mnt/sda1/u.img 1
         eval "$leave"
         wait $!
-        expect "a disk that leaves: $leave" '1 upgd_service: /mnt/sda1/u.img: the disk is gone' "$? $(cat err)"
+        expect "a disk that leaves: $leave" '1 upgd_service: /mnt/sda1/u.img: the disk is gone: what was written stays, and the version that is recorded as well; put the disk in again, and apply the image again' "$? $(cat err)"
     done
 fi
 
@@ -173,7 +173,13 @@ await 'the tenth entry' grep -q '(num-9)' err
 kill -KILL $!
 timeout 60 upgd_service watch >/dev/null 2>&1 &
 run timeout 60 upgd_service watch
-expect 'a run without a writer' '1 no writer is alive' "$status $(grep -o 'no writer is alive' err)"
+expect 'a run that was killed' '1 nobody is at work on this run any more' "$status $(grep -o 'nobody is .* any more' err)"
+run upgd_service status
+expect 'the status behind it' '0 at work none,last run did not end: of 159 entries,version V7,product none,lowest version none,keys 0,next step the last run did not end well: apply the image again' \
+    "$status $(sed 's/[0-9]* of 159/of 159/' out | tr -s ' ' | paste -sd,)"
+run upgd_service status --json
+expect 'the status in JSON' '{"at_work":"","last_run":"did not end: of 159 entries","fw_version":"V7","product":"","fw_floor":"","keys":"0","next":"the last run did not end well: apply the image again"}' \
+    "$(sed 's/[0-9]* of 159/of 159/' out)"
 wait $!
 expect 'another watch of it' 1 $?
 
@@ -187,9 +193,9 @@ touch /mnt/sda1/._u.img '/mnt/sda1/a"\.rcfgx' $'/mnt/sda1/\xff\xfe.ubck'
 mkdir -p /dev/disk/by-label && ln -s ../../sda1 $'/dev/disk/by-label/A\e[2J'
 if grep -q sda1 /proc/diskstats; then
     upgd_service disks >out
-    expect 'disks' 'PATH NAME IMAGES BACKUPS RCFGX,/mnt/sda1 A\x1b[2J 1 1 1' "$(tr -s ' ' <out | paste -sd,)"
+    expect 'disks' 'PATH NAME IMAGES BACKUPS RCFGX,/mnt/sda1 A\x1b[2J 1 1 1, u.img: V7' "$(tr -s ' ' <out | paste -sd,)"
     upgd_service disks --json >out
-    expect 'disks in JSON' '[{"path":"/mnt/sda1","name":"A\u001b[2J","images":["/mnt/sda1/u.img"],"backups":["/mnt/sda1/\u00ff\u00fe.ubck"],"rcfgx":["/mnt/sda1/a\"\\.rcfgx"]}]' "$(cat out)"
+    expect 'disks in JSON' '[{"path":"/mnt/sda1","name":"A\u001b[2J","images":["/mnt/sda1/u.img"],"backups":["/mnt/sda1/\u00ff\u00fe.ubck"],"rcfgx":["/mnt/sda1/a\"\\.rcfgx"],"versions":["V7"]}]' "$(cat out)"
 fi
 sysconfig set device_name unit7
 expect_call 1 'upgd_service: nothing was saved: there are no settings below /usr/qrx310/etc/' upgd_service backup /mnt/sda1

@@ -111,6 +111,9 @@ run img_info --compare /opt/upgddir --json - < <(head -c 490 u.img)
 expect 'a cut image in JSON' '{"findings":[],"compared":0,"well":false}' "$(cat out)"
 run upgd_service plan u.img --dir /opt/upgddir --cards simulate
 expect 'a plan by contents' "files           1 new, 3 changed, $((count - 5)) the same, 1 in the way" "$(grep ^files out)"
+run upgd_service plan u.img --dir /opt/upgddir --cards simulate --json
+expect 'a plan in JSON' "\"downgrade\":false,\"new\":1,\"changed\":3,\"same\":$((count - 5)),\"in_the_way\":1" "$(grep -o '"downgrade.*"in_the_way":.' out)"
+upgd_service plan u.img --dir /opt/upgddir --cards simulate >out
 expect 'the cards of a plan' 'card            VPU MCU, at most 30 s' "$(grep ^card out)"
 
 # Two entries of one path: the last one stands there.
@@ -163,12 +166,12 @@ fi
 name=$(printf 'l%.0s' {1..111})
 mkdir long && ln -s /bin/sh "long/$name" && img_deploy -c ./long l.img >/dev/null 2>&1
 findings '1 ' img_info --verify l.img
-expect 'verification' 'l.img: entry 0 at offset 488: its path and target are too long for a link, below /opt/upgddir/' "$(cat out)"
+expect 'verification' "l.img: entry 0 at offset 488, long/$name;/bin/sh: its path and target are too long for a link, below /opt/upgddir/" "$(grep entry out)"
 findings '0 ' img_info --verify --base / l.img
 # What the builder stores and no run can bring back.
 mkdir -p 'semi/a;b' && echo x >'semi/a;b/f' && img_deploy -c ./semi s.img >/dev/null
 findings '1 ' img_info --verify s.img
-expect 'a directory with a ;' "s.img: entry 0 at offset 488: the name of its directory is cut at its ';', as a link's would be, below /opt/upgddir/" "$(cat out)"
+expect 'a directory with a ;' "s.img: entry 0 at offset 488, semi/a;b/f: the name of its directory is cut at its ';', as a link's would be, below /opt/upgddir/" "$(grep entry out)"
 run img_deploy -u s.img -m 2
 expect 'its run' 252 "$status"
 finish

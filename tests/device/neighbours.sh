@@ -16,7 +16,10 @@ hold_command /bin/mkdir
 hold_command /usr/vorn/bin/mcu_isp
 verbs=('img_deploy -u update.img -m 2' 'upgd_service update update.img --dir /opt/to --cards simulate=0'
     'upgd_service restore unit.ubck /opt/to' 'upgd_service flash vpu-mcu App_VPUCard.bin')
-for first in "${verbs[@]}"; do
+at_work=('img_deploy or a restore: 0 of 0 entries' 'a service update, a restore, or flashing'
+    'img_deploy or a restore: 0 of 0 entries' 'a service update, a restore, or flashing')
+for i in {0..3}; do
+    first=${verbs[i]}
     touch hold && rm -rf held /opt/to /opt/upgddir
     $first >first_out 2>&1 &
     pid=$!
@@ -34,6 +37,8 @@ for first in "${verbs[@]}"; do
     expect "what they have written beside $first" '' "$(cmp before /var/log/upgd_log0.txt)"
     run upgd_service plan update.img --dir /opt/to
     expect_line out 'bound to fail   /dev/mmcblk0p6: an update is at work: look again when it has ended'
+    run upgd_service status
+    expect_line out "at work         ${at_work[i]}"
     rm hold
     wait $pid
     expect "the end of $first" 0 $?
