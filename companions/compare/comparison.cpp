@@ -216,6 +216,8 @@ static bool visit_entries(comparison *c)
     for (uint32_t i = ntohl(c->img->header.ih_filenum); i > 0 && goes_on; i--) {
         c->state.fault = read_entry(&walk, &c->found.entry);
         c->state.broken = walk.number;
+        if (c->state.fault == nullptr && !c->sums->has_head_of(&c->found.entry))
+            c->state.fault = "its name, type or size is not what was tested";
         if (c->state.fault != nullptr)
             return false;
         c->state.entries++;

@@ -4,6 +4,7 @@
 #include "update/dtt_update_common/crc32.h"
 
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -17,9 +18,10 @@ void image_sums::end_entry()
             part_ = BROKEN;
             return;
         }
-        entries_ = static_cast<uint32_t *>(grown);
+        entries_ = static_cast<entry_sums *>(grown);
     }
-    entries_[count_++] = sum_;
+    entries_[count_++] = sums_;
+    sums_ = {};
     part_ = IN_NAME;
     got_ = 0;
 }
@@ -29,6 +31,9 @@ size_t image_sums::take(const char *bytes, size_t len)
 {
     if (part_ == IN_NAME) {
         const void *const end = memchr(bytes, '\0', std::min(len, PATH_SIZE - got_));
+        const size_t n =
+            end == nullptr ? len : static_cast<size_t>(static_cast<const char *>(end) - bytes) + 1;
+        sums_.head = crc32_update(sums_.head, bytes, n);
         if (end == nullptr) {
             got_ += len;
             part_ = got_ < PATH_SIZE ? IN_NAME : BROKEN;
@@ -36,7 +41,7 @@ size_t image_sums::take(const char *bytes, size_t len)
         }
         part_ = IN_HEAD;
         got_ = 0;
-        return static_cast<size_t>(static_cast<const char *>(end) - bytes) + 1;
+        return n;
     }
     if (part_ == IN_HEAD) {
         head_[got_++] = bytes[0];
@@ -44,7 +49,7 @@ size_t image_sums::take(const char *bytes, size_t len)
             return 1;
         int type;
         load_type_and_size(head_, &type, &left_);
-        sum_ = 0;
+        sums_.head = crc32_update(sums_.head, head_, TYPE_AND_SIZE);
         part_ = IN_DATA;
         if (left_ == 0)
             end_entry();
@@ -53,7 +58,7 @@ size_t image_sums::take(const char *bytes, size_t len)
     if (part_ == BROKEN)
         return len;
     const size_t n = std::min<size_t>(len, left_);
-    sum_ = crc32_update(sum_, bytes, n);
+    sums_.data = crc32_update(sums_.data, bytes, n);
     left_ -= static_cast<uint32_t>(n);
     if (left_ == 0)
         end_entry();
@@ -68,6 +73,15 @@ void image_sums::add(const char *bytes, size_t len)
     body_ = crc32_update(body_, bytes + header, len - header);
     for (size_t done = header; done < len;)
         done += take(bytes + done, len - done);
+}
+
+bool image_sums::has_head_of(const image_entry *entry) const
+{
+    char head[TYPE_AND_SIZE];
+    store_type_and_size(head, entry->type, static_cast<uint32_t>(entry->file_size));
+    const uint32_t name = crc32_update(0, entry->name, strlen(entry->name) + 1);
+    return entry->number < count_ &&
+           crc32_update(name, head, sizeof head) == entries_[entry->number].head;
 }
 
 const char *sum_image(const image_file *img, image_sums *sums)

@@ -1,5 +1,5 @@
-// The checksums (CRC-32) of an image: of its body, and of each entry's data. They are taken in the
-// one pass over its bytes that tests it, and tell later what was tested.
+// The checksums (CRC-32) of an image: of its body, and of each entry's head and data. They are
+// taken in the one pass over its bytes that tests it, and tell later what was tested.
 #ifndef COMPANIONS_COMPARE_IMAGE_SUMS_H
 #define COMPANIONS_COMPARE_IMAGE_SUMS_H
 
@@ -33,10 +33,17 @@ class image_sums
     // no memory.
     const uint32_t *entry(uint32_t number) const
     {
-        return number < count_ ? &entries_[number] : nullptr;
+        return number < count_ ? &entries_[number].data : nullptr;
     }
 
+    // Whether the entry has the name, the type and the size that were tested.
+    bool has_head_of(const image_entry *entry) const;
+
   private:
+    struct entry_sums {
+        uint32_t head;
+        uint32_t data;
+    };
     enum { IN_NAME, IN_HEAD, IN_DATA, BROKEN };
 
     size_t take(const char *bytes, size_t len);
@@ -47,9 +54,9 @@ class image_sums
     int part_ = IN_NAME;
     size_t got_ = 0; // bytes of the name or the head
     char head_[TYPE_AND_SIZE] = {};
-    uint32_t left_ = 0; // bytes of data
-    uint32_t sum_ = 0;  // of the data so far
-    uint32_t *entries_ = nullptr;
+    uint32_t left_ = 0;    // bytes of data
+    entry_sums sums_ = {}; // of the entry so far
+    entry_sums *entries_ = nullptr;
     uint32_t count_ = 0;
 };
 
