@@ -21,7 +21,7 @@ bool read_setting(const char *key, std::string *value)
     const int result = configuration_get(CONFIGURATION_PATH, key, text, sizeof text);
     *value = result == 0 ? text : "";
     if (result != 0 && result != -ENOENT)
-        complain("%s: %s: nothing was touched", CONFIGURATION_PATH, strerror(-result));
+        complain("%s: %s: mend that", CONFIGURATION_PATH, strerror(-result));
     return result == 0 || result == -ENOENT;
 }
 
@@ -43,8 +43,8 @@ static bool read_floor(std::string *floor, firmware_version *version)
         return false;
     if (floor->empty() || parse_version(floor->c_str(), version))
         return true;
-    return complain("%s: %s=%s is no version: nothing was touched; set it anew", CONFIGURATION_PATH,
-                    FLOOR_KEY, floor->c_str());
+    return complain("%s: %s=%s is no version: set it anew", CONFIGURATION_PATH, FLOOR_KEY,
+                    floor->c_str());
 }
 
 static bool is_for_this_product(const char *name, const update_gate *gate)

@@ -171,9 +171,9 @@ sign u.img 'product=qrx310 floor=v1.4.0' other
 applied
 expect 'a floor that is not higher' V1.4.0.0 "$(sysconfig get fw_floor)"
 sysconfig set fw_floor new
-refused '/etc/sysconfig/device.conf: fw_floor=new is no version: nothing was touched; set it anew'
+refused '/etc/sysconfig/device.conf: fw_floor=new is no version: set it anew'
 printf 'product=qrx310\nfw_floor=%01024d\n' 9 >/etc/sysconfig/device.conf
-refused '/etc/sysconfig/device.conf: Value too large for defined data type: nothing was touched'
+refused '/etc/sysconfig/device.conf: Value too large for defined data type: mend that'
 printf 'product=qrx310\nfw_floor=V1.9\n' >/etc/sysconfig/device.conf
 
 # Signatures of all kinds.
