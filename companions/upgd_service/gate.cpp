@@ -162,10 +162,12 @@ bool take_up_floor()
     const size_t blank = noted.find(' ');
     if (blank == std::string::npos)
         return true;
-    if (!read_setting(VERSION_KEY, &recorded) || !read_floor(&floor, &lowest))
+    if (!read_setting(VERSION_KEY, &recorded))
         return false;
     if (noted.substr(blank + 1) != recorded)
         return true;
+    if (!read_floor(&floor, &lowest))
+        return false;
     floor = noted.substr(0, blank);
     if (parse_version(floor.c_str(), &next) && compare_versions(&next, &lowest) > 0 &&
         !write_setting(FLOOR_KEY, floor))

@@ -169,7 +169,9 @@ static int call_verb(const verb &v, int argc, char **argv)
     if (take_options(v, argc, argv, &call) && take_words(v, argc - optind, argv + optind, &call)) {
         take_console();
         note_verb(v.name);
-        int status = geteuid() != 0 || take_up_floor() ? v.call(&call) : SERVICE_FAILED;
+        // A verb without a file looks at the device, which is needed most where something is wrong.
+        const bool taken_up = geteuid() != 0 || take_up_floor();
+        int status = taken_up || v.most == 0 ? v.call(&call) : SERVICE_FAILED;
         if (!output_is_whole() && status == SERVICE_WELL)
             status = SERVICE_FAILED;
         log_outcome(status);
