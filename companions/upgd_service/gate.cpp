@@ -137,17 +137,18 @@ bool read_keys(const char *name, bool allow_unsigned, update_gate *gate)
     return true;
 }
 
-static bool write_setting(const char *key, const std::string &value)
+static bool write_setting(const char *key, const std::string &value, const char *next)
 {
     const int result = configuration_set(CONFIGURATION_PATH, key, value.c_str());
-    return result == 0 || complain("%s=%s can't be recorded: %s: set it by hand", key,
-                                   value.c_str(), strerror(-result));
+    return result == 0 ||
+           complain("%s=%s can't be recorded: %s: %s", key, value.c_str(), strerror(-result), next);
 }
 
 bool note_floor(const update_gate *gate, const char *version)
 {
     return !gate->closed ||
-           write_setting(NOTED_KEY, std::string(gate->said.floor) + " " + recorded_form(version));
+           write_setting(NOTED_KEY, std::string(gate->said.floor) + " " + recorded_form(version),
+                         "the image was not applied; mend that, and apply it again");
 }
 
 bool take_up_floor()
@@ -170,7 +171,7 @@ bool take_up_floor()
         return false;
     floor = noted.substr(0, blank);
     if (parse_version(floor.c_str(), &next) && compare_versions(&next, &lowest) > 0 &&
-        !write_setting(FLOOR_KEY, floor))
+        !write_setting(FLOOR_KEY, floor, "set it by hand"))
         return false;
-    return write_setting(NOTED_KEY, "");
+    return write_setting(NOTED_KEY, "", "set it by hand");
 }
