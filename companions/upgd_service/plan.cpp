@@ -182,7 +182,9 @@ static void plan_entry(update_plan *plan, const finding *found, const service_ca
         add_reason(plan, found->path, fault);
         return;
     }
-    const char *const way = obstacle(found, parent, &parent_status);
+    // Nothing is known of what can't be looked at.
+    const bool unknown = found->kind == FOUND_UNREADABLE && found->there.st_mode == 0;
+    const char *const way = unknown ? found->detail : obstacle(found, parent, &parent_status);
     if (way != nullptr) {
         plan->in_the_way++;
         add_reason(plan, found->path, way);
@@ -195,7 +197,9 @@ static void plan_entry(update_plan *plan, const finding *found, const service_ca
     else
         plan->changed++;
     struct statvfs fs;
-    if (!is_directory(found->entry.type) && statvfs(parent.c_str(), &fs) == 0)
+    if (statvfs(parent.c_str(), &fs) != 0)
+        add_reason(plan, parent, (std::string("its room: ") + strerror(errno)).c_str());
+    else if (!is_directory(found->entry.type))
         take_room(find_system(plan, parent_status.st_dev, mount_point_of(parent), fs),
                   found->entry.file_size, &found->there);
     if (installs(found->entry.type, found->path)) {
@@ -270,18 +274,19 @@ struct version_change {
     bool downgrade;
 };
 
-static version_change plan_version(const image_file *img)
+// Returns false with a sentence if the recorded one can't be read.
+static bool plan_version(const image_file *img, version_change *change)
 {
-    version_change change = {"", text_of(img->header.ih_version).text, false, false};
-    char now[CONFIGURATION_VALUE_SIZE] = "";
-    static_cast<void>(configuration_get(CONFIGURATION_PATH, VERSION_KEY, now, sizeof now));
+    *change = {"", text_of(img->header.ih_version).text, false, false};
+    if (!read_setting(VERSION_KEY, &change->now))
+        return false;
     firmware_version from;
     firmware_version to;
-    change.now = now;
-    change.recordable = is_shell_safe_text(change.next.c_str());
-    change.downgrade = parse_version(now, &from) && parse_version(change.next.c_str(), &to) &&
-                       compare_versions(&to, &from) < 0;
-    return change;
+    change->recordable = is_shell_safe_text(change->next.c_str());
+    change->downgrade = parse_version(change->now.c_str(), &from) &&
+                        parse_version(change->next.c_str(), &to) &&
+                        compare_versions(&to, &from) < 0;
+    return true;
 }
 
 static std::vector<std::string> planned_cards(const update_plan *plan)
@@ -299,9 +304,9 @@ static long long kib(int64_t bytes)
     return (bytes + 1023) / 1024;
 }
 
-static void say_plan(const tested_image *image, const update_plan *plan)
+static void say_plan(const tested_image *image, const update_plan *plan,
+                     const version_change &version)
 {
-    const version_change version = plan_version(&image->img);
     if (!image->gate.closed)
         say("signature       none is asked for");
     say("directory       %s", plan->base.c_str());
@@ -328,9 +333,9 @@ static void say_plan(const tested_image *image, const update_plan *plan)
         say("%s: bound to fail, for %zu reasons", image->name, plan->reasons.size());
 }
 
-static void print_json_plan(FILE *out, const tested_image *image, const update_plan *plan)
+static void print_json_plan(FILE *out, const tested_image *image, const update_plan *plan,
+                            const version_change &version)
 {
-    const version_change version = plan_version(&image->img);
     const auto text = [out](const std::string &item) { print_json_text(out, "", item.c_str()); };
     print_json_text(out, "{\"image\":", image->name);
     fprintf(out, ",\"signed\":%s", image->gate.closed ? "true" : "false");
@@ -356,14 +361,16 @@ static void print_json_plan(FILE *out, const tested_image *image, const update_p
 int plan_command(const service_call *call)
 {
     tested_image image;
-    if (!take_tested_image(call, USE_LOOK, call->dir.c_str(), &image))
+    version_change version;
+    if (!take_tested_image(call, USE_LOOK, call->dir.c_str(), &image) ||
+        !plan_version(&image.img, &version))
         return SERVICE_FAILED;
     update_plan plan;
     plan_update(&plan, &image, call, COMPARE_CONTENTS);
     end_progress();
     if (call->json == 0)
-        say_plan(&image, &plan);
-    else if (!say_json([&](FILE *out) { print_json_plan(out, &image, &plan); }))
+        say_plan(&image, &plan, version);
+    else if (!say_json([&](FILE *out) { print_json_plan(out, &image, &plan, version); }))
         return SERVICE_FAILED;
     return plan.reasons.empty() ? SERVICE_WELL : SERVICE_FAILED;
 }
