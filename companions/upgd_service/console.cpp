@@ -42,13 +42,19 @@ static long now_ms()
     return static_cast<long>(time.tv_sec) * 1000 + time.tv_nsec / 1000000;
 }
 
+[[noreturn]] static void end_without_console()
+{
+    dprintf(STDERR_FILENO, "upgd_service: nothing can be printed: %s\n", strerror(errno));
+    _exit(SERVICE_FAILED);
+}
+
 void take_console()
 {
     fflush(stdout);
     out = fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "w");
     errors = fdopen(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3), "w");
     if (out == nullptr || errors == nullptr)
-        _exit(SERVICE_FAILED);
+        end_without_console();
     on_terminal = isatty(fileno(out)) != 0;
     // The trace log has the system's own lines, which go through this process's streams. What goes
     // to the descriptors themselves comes from commands.
@@ -59,7 +65,7 @@ void take_console()
                                           : -1;
     if (nowhere == nullptr || fcntl(kept, F_SETFL, O_APPEND) != 0 ||
         dup2(kept, STDOUT_FILENO) < 0 || dup2(kept, STDERR_FILENO) < 0)
-        _exit(SERVICE_FAILED);
+        end_without_console();
     stdout = nowhere;
     stderr = nowhere;
     started = now_ms();
