@@ -168,7 +168,7 @@ static int call_verb(const verb &v, int argc, char **argv)
     service_call call;
     if (take_options(v, argc, argv, &call) && take_words(v, argc - optind, argv + optind, &call)) {
         take_console();
-        note_verb(v.name);
+        note_call(v.name, v.least > 0 ? call.words[v.least - 1] : nullptr);
         // A verb without a file looks at the device, which is needed most where something is wrong.
         const bool taken_up = geteuid() != 0 || take_up_floor();
         int status = taken_up || v.most == 0 ? v.call(&call) : SERVICE_FAILED;

@@ -15,14 +15,15 @@ static struct {
     std::string key = "none";
 } noted;
 
-void note_verb(const char *verb)
+void note_call(const char *verb, const char *file)
 {
     noted.verb = verb;
+    if (file != nullptr)
+        noted.image = file;
 }
 
-void note_image(const char *name, const update_header_t *header)
+void note_header(const update_header_t *header)
 {
-    noted.image = name;
     noted.version = text_of(header->ih_version).text;
 }
 

@@ -5,8 +5,9 @@
 
 #include "update_header.h"
 
-void note_verb(const char *verb);
-void note_image(const char *name, const update_header_t *header);
+// `file` is what the verb is asked to take, or null.
+void note_call(const char *verb, const char *file);
+void note_header(const update_header_t *header);
 void note_key(const char *id);
 
 // Writes the line; the last complaint tells why a call has failed.

@@ -128,7 +128,7 @@ bool take_tested_image(const service_call *call, image_use use, const char *dir,
     image->file = descriptor(image->img.fd);
     if (fault != nullptr)
         return complain("%s: %s", image->name, fault);
-    note_image(image->name, &image->img.header);
+    note_header(&image->img.header);
     update_gate *const gate = &image->gate;
     if (!read_keys(image->name, call->allow_unsigned != 0, gate) ||
         (gate->closed && use != USE_RESTORE && !is_let_in(image->name, &image->img.header, gate)))
