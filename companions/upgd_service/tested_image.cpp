@@ -144,8 +144,11 @@ bool take_tested_image(const service_call *call, image_use use, const char *dir,
     if (fault != nullptr)
         return complain("%s: %s: nothing was touched; get it anew", image->name, fault);
     const bool force = call->force != 0;
-    if (!is_of_kind(image, use, force) || !passes_gate(image, use, dir, &hash, call->json != 0) ||
-        !has_its_crc(image, force))
+    // A damaged one may look like another kind.
+    const bool damaged = crc_fault(&image->img, image->sums.body()) != nullptr;
+    if ((!damaged && !is_of_kind(image, use, force)) ||
+        !passes_gate(image, use, dir, &hash, call->json != 0) || !has_its_crc(image, force) ||
+        (damaged && !is_of_kind(image, use, force)))
         return false;
     snprintf(image->path, sizeof image->path, "/proc/self/fd/%d", image->img.fd);
     PLATFORM_LOG("%s is <%s>", image->path, image->name);
