@@ -109,7 +109,8 @@ bool is_let_in(const char *name, const update_header_t *header, update_gate *gat
         return complain("%s%s: %s: nothing was touched; the image needs a good signature, or "
                         "--allow-unsigned",
                         name, SIGNATURE_SUFFIX, fault);
-    return is_for_this_product(name, gate) && is_new_enough(name, header, gate);
+    return is_for_this_product(name, gate) &&
+           (header == nullptr || is_new_enough(name, header, gate));
 }
 
 bool read_keys(const char *name, bool allow_unsigned, update_gate *gate)

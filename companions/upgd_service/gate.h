@@ -32,7 +32,7 @@ std::string recorded_form(const char *version);
 [[nodiscard]] bool read_keys(const char *name, bool allow_unsigned, update_gate *gate);
 
 // Reads the signature of the image `name`, whose header is `header`: what its comment says has to
-// let the image in. Returns false with a sentence.
+// let the image in. With null its version is not looked at. Returns false with a sentence.
 [[nodiscard]] bool is_let_in(const char *name, const update_header_t *header, update_gate *gate);
 
 // Notes ahead of a run of an image with this version which floor its signature brings. Returns
