@@ -93,8 +93,12 @@ static void look_at_file(int directory, kernel_file *file)
 // In the child. Everything that it opens goes with it.
 [[noreturn]] static void look_and_exit(kernel_look *look)
 {
-    if (!look->in_run && take_look_lock() == RUN_LOCK_BUSY)
+    const int lock = look->in_run ? RUN_LOCK_NONE : take_look_lock();
+    if (lock == RUN_LOCK_BUSY)
         _exit(LOOK_BUSY);
+    // The command that mounts may outlive this process by a moment, and the mount with it.
+    if (lock >= 0)
+        fcntl(lock, F_SETFD, 0);
     const char *place = KERNEL_MOUNT_POINT;
     if (!is_mounted(place)) {
         place = "/tmp"; // any directory will do: nobody else sees it
