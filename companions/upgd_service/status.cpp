@@ -19,26 +19,31 @@ struct device_status {
 };
 } // namespace
 
-// How the last run has ended, by the flag file: it is on the medium, the progress block is not.
-static std::string last_run(const run_state &run, const std::string &flag)
+// How the last run has ended, by the flag file: it is on the medium, the progress block is not. A
+// restore writes to the block and has no flag.
+static std::string last_run(const run_state &run, const std::string &flag, bool at_work)
 {
-    const std::string entries = run.known ? ": " + std::to_string(run.done) + " of " +
-                                                std::to_string(run.total) + " entries"
-                                          : "";
-    if (flag == "2")
-        return "went well" + entries;
-    if (flag != "1")
-        return "none so far";
-    return (run.known && run.result == RUN_FAILED ? "has failed" : "did not end") + entries;
+    const bool well = !run.known || run.result == RUN_DONE;
+    const std::string words =
+        at_work && !is_over(run)
+            ? "is at work"
+            : (run.known && run.result == RUN_FAILED ? "has failed: " : "did not end: ") +
+                  std::to_string(run.done) + " of " + std::to_string(run.total) + " entries";
+    if (flag == "1")
+        return well ? "did not end" : words;
+    return (flag == "2" ? "went well" : "none so far") +
+           (well ? "" : "; a restore behind it " + words);
 }
 
-static std::string next_step(const device_status &status, const std::string &flag,
-                             const key_fault &fault)
+static std::string next_step(const device_status &status, const run_state &run,
+                             const std::string &flag, const key_fault &fault)
 {
     if (!status.at_work.empty())
         return "wait for its end, or watch it with \"upgd_service watch\"";
     if (flag == "1")
         return "the last run did not end well: apply the image again";
+    if (run.known && run.result != RUN_DONE)
+        return "the last restore did not end well: restore the backup again";
     if (fault.why != nullptr)
         return "mend the keys: no image is taken";
     if (status.keys != "0" && status.product.empty())
@@ -57,13 +62,13 @@ static bool read_status(device_status *status)
     key_ring ring;
     const key_fault fault = load_keys(KEY_DIRECTORY, &ring);
     status->at_work = run_at_work(run);
-    status->last = last_run(run, flag);
+    status->last = last_run(run, flag, !status->at_work.empty());
     status->keys = fault.why != nullptr ? std::string(fault.where) + ": " + fault.why
                                         : std::to_string(ring.count);
     if (!read_setting(VERSION_KEY, &status->version) ||
         !read_setting("product", &status->product) || !read_setting("fw_floor", &status->floor))
         return false;
-    status->next = next_step(*status, flag, fault);
+    status->next = next_step(*status, run, flag, fault);
     return true;
 }
 
