@@ -30,14 +30,19 @@ run_state look_at_run(const upgrade_info_t *block)
 {
     if (block == nullptr)
         return {};
-    return {true, field(&block->result), field(&block->cur_nums), field(&block->file_nums)};
+    shmid_ds use = {};
+    const int id = shmget(UPGRADE_INFO_SHM_KEY, UPGRADE_INFO_SHM_SIZE, 0);
+    const bool attended = id >= 0 && shmctl(id, IPC_STAT, &use) == 0 && use.shm_nattch > 1;
+    return {true, field(&block->result), field(&block->cur_nums), field(&block->file_nums),
+            attended};
 }
 
 std::string run_at_work(const run_state &run)
 {
     if (!run_is_at_work())
         return "";
-    if (is_over(run))
+    // What a killed run has left there is not what is at work now.
+    if (is_over(run) || !run.attended)
         return "a service update, a restore, or flashing";
     return "img_deploy or a restore: " + std::to_string(run.done) + " of " +
            std::to_string(run.total) + " entries";

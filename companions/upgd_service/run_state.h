@@ -18,6 +18,7 @@ struct run_state {
     int result = RUN_DONE;
     int done = 0;
     int total = 0;
+    bool attended = false; // somebody beside the looker has the block attached, as its writer does
 };
 run_state look_at_run(const upgrade_info_t *block);
 

@@ -25,7 +25,7 @@ static std::string last_run(const run_state &run, const std::string &flag, bool 
 {
     const bool well = !run.known || run.result == RUN_DONE;
     const std::string words =
-        at_work && !is_over(run)
+        at_work && run.attended && !is_over(run)
             ? "is at work"
             : (run.known && run.result == RUN_FAILED ? "has failed: " : "did not end: ") +
                   std::to_string(run.done) + " of " + std::to_string(run.total) + " entries";

@@ -41,7 +41,7 @@ static const upgrade_info_t *wait_for_run()
         const run_state run = look_at_run(block);
         const timespec now = flag_time();
         const bool came = now.tv_sec != since.tv_sec || now.tv_nsec != since.tv_nsec;
-        if (run.known && (!is_over(run) || (!at_work && came)))
+        if (run.known && (is_over(run) ? !at_work && came : !at_work || run.attended))
             return block;
         if (!told && !at_work)
             say_waiting(run);
