@@ -53,11 +53,12 @@ bool is_settings_backup(const image_file *img)
            });
 }
 
-static bool is_saved(const std::string &path)
+// A saved directory itself is one, and no link that leads elsewhere from then on.
+static bool is_saved(const std::string &path, int type)
 {
+    const std::string place = type == ENTRY_DIRECTORY ? path + "/" : path;
     return std::any_of(std::begin(SAVED_SETTINGS), std::end(SAVED_SETTINGS), [&](const char *name) {
-        const std::string saved = std::string(SETTINGS_DIRECTORY) + name;
-        return path == saved || lies_below(path, saved + "/");
+        return lies_below(place, std::string(SETTINGS_DIRECTORY) + name + "/");
     });
 }
 
@@ -76,7 +77,8 @@ bool holds_plain_settings(const image_file *img, const char *dir)
     };
     return is_settings_backup(img) && all_entries(img, note_links) &&
            all_entries(img, [&](const image_entry &entry, const std::string &path) {
-               if (!is_saved(path) || entry.type == ENTRY_BOOT || entry.type == ENTRY_KERNEL)
+               if (!is_saved(path, entry.type) || entry.type == ENTRY_BOOT ||
+                   entry.type == ENTRY_KERNEL)
                    return false;
                for (size_t end = path.find('/'); end != std::string::npos;
                     end = path.find('/', end + 1)) {
