@@ -152,6 +152,8 @@ static bool take_words(const verb &v, int count, char **words, service_call *cal
         complain("%s: too few words", v.name);
     else if (count > v.most)
         complain("%s: '%s' is a word too many", v.name, words[v.most]);
+    else if (std::any_of(words, words + count, [](const char *word) { return word[0] == '\0'; }))
+        complain("%s: an empty word is no file", v.name);
     else if (strncmp(v.usage, "TYPE", 4) == 0 && !parse_type(words[0], &call->type))
         complain("%s: '%s' is no type of card file", v.name, words[0]);
     else
