@@ -55,8 +55,9 @@ $ { head -c 488 u.img; printf '../x\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0\0\
     img_info: evil.img: the header says the CRC 5cd33ad7, the body has 0b2ebc89: it is damaged | evil/l
     evil.img: the header says 610 bytes, the file has 521
     evil.img: the header says the CRC 5cd33ad7, the body has 0b2ebc89
-    evil.img: entry 0 at offset 488: its name leads out of the directory
+    evil.img: entry 0 at offset 488, ../x: its name leads out of the directory
     evil.img: the header counts 4 entries, the body has 3
+    evil.img: 4 findings
     evil.img: can't stand there: ../x: its name leads out of the directory
 $ head -c 500 u.img >cut; : >empty; head -c 488 /dev/zero >none; for f in missing /tmp empty none; do img_info $f; echo $?; upgd_service update $f; echo $?; done; upgd_service update cut
     img_info: missing: No such file or directory | 2 | upgd_service: missing: No such file or directory | 1
