@@ -302,6 +302,6 @@ key_fault load_keys(const char *dir, key_ring *ring)
     if (fault.why == nullptr)
         fault.why = add_all_keys(list.get(), ring, &fault);
     if (fault.why == nullptr && ring->count == 0)
-        fault.why = "holds no key: \"install -m 644 KEY.pub\" puts one there";
+        fault.why = "holds no key: put one there with \"install -m 644 KEY.pub /etc/upgd/keys/\"";
     return fault;
 }

@@ -147,7 +147,13 @@ static bool write_setting(const char *key, const std::string &value, const char 
 
 bool note_floor(const update_gate *gate, const char *version)
 {
-    return !gate->closed ||
+    std::string recorded;
+    if (!gate->closed)
+        return true;
+    if (!read_setting(VERSION_KEY, &recorded))
+        return false;
+    // A version that stands there already tells nothing of the run.
+    return recorded == recorded_form(version) ||
            write_setting(NOTED_KEY, std::string(gate->said.floor) + " " + recorded_form(version),
                          "the image was not applied; mend that, and apply it again");
 }
@@ -175,4 +181,16 @@ bool take_up_floor()
         !write_setting(FLOOR_KEY, floor, "set it by hand"))
         return false;
     return write_setting(NOTED_KEY, "", "set it by hand");
+}
+
+bool raise_floor(const update_gate *gate)
+{
+    std::string floor;
+    firmware_version lowest;
+    if (!gate->closed)
+        return true;
+    if (!read_floor(&floor, &lowest))
+        return false;
+    return compare_versions(&gate->said.floor_version, &lowest) <= 0 ||
+           write_setting(FLOOR_KEY, gate->said.floor, "set it by hand");
 }

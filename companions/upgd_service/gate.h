@@ -39,6 +39,10 @@ std::string recorded_form(const char *version);
 // false with a sentence.
 [[nodiscard]] bool note_floor(const update_gate *gate, const char *version);
 
+// Raises this device's floor to what the signature brings, behind a run that went well. Returns
+// false with a sentence.
+[[nodiscard]] bool raise_floor(const update_gate *gate);
+
 // Raises this device's floor to what has been noted, if the version that it was noted with is the
 // one that is recorded: its run went well, whatever has ended behind it. Returns false with a
 // sentence.

@@ -20,7 +20,8 @@ static int finish_update(const attended_run *run, const service_call *call, cons
         snprintf(where, sizeof where, "%s", call->dir.empty() ? "?" : call->dir.c_str());
     const upgrade_info_t *const info = &get_upgd_msg()->upgrade_info;
     show_progress("done", 1000, info->cur_nums, info->file_nums);
-    const bool raised = take_up_floor();
+    const bool raised =
+        take_up_floor() && (call->cards.mode != CARDS_FLASH || raise_floor(&run->image->gate));
     const bool recorded = version_is_recorded(run->image, version);
     const int status = compare_applied(run->image, where, "applied", run->interrupted);
     if (status == SERVICE_WELL && (plan->boot_size >= 0 || !plan->kernel.empty()))
