@@ -80,6 +80,9 @@ int verify_image(const named_image *opened, const char *base, bool json)
     if (size != img->size)
         add_finding(&found, "the header says %u bytes, the file has %u%s", size, img->size,
                     size == 0 ? ": its build was never finished" : "");
+    const uint32_t place = ntohl(img->header.ih_place);
+    if (place < PLACE_ROOTFS || place > PLACE_COSTOM)
+        add_finding(&found, "the header says the place %u, which is none of 1 to 3", place);
     image_sums sums;
     if (sum_image(img, &sums) != nullptr)
         add_finding(&found, "the body can't be read");

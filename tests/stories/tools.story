@@ -22,6 +22,15 @@ $ img_deploy -c ./tree n.img >&- 2>&- <&-; echo $? $(stat -c %s u.img n.img)  --
 $ script -qec 'img_deploy -c missing no.img; img_deploy -m 2 -u missing.img' /dev/null </dev/null | tr -d '\r' | grep '^img_deploy: '
     img_deploy: no.img was not built from missing: No such file or directory; mend that and build it again
     img_deploy: missing.img was not applied: No such file or directory; mend that and apply it again
+== for a script: how it ended, in one line, and what the tree has that the image lacks, which img_info names
+$ mkdir -p t/void t/d; cd t; echo x >f; : >e; mkfifo p; n=0; for l in ../f /gone /etc/passwd/x /dev/null ../p ../e $(printf 'x%.0s' $(seq 120)); do n=$((n+1)); ln -s $l d/$n; done
+$ export IMG_DEPLOY_EXPLAIN=1; img_deploy -c ./t -p 4 o.img >/dev/null; img_deploy -c none n.img; img_deploy -u u.img -m 2 2>&1 >/dev/null | tail -n 1; img_deploy -u cut -m 2 >/dev/null
+    img_deploy: o.img was built: 2 entries, 515 bytes; left out: links over 127 characters (1), links to nowhere (2), links to devices (2), links to empty files (1), empty files (1), empty directories (1), devices (1)
+    img_deploy: n.img was not built from none: No such file or directory; mend that and build it again
+    img_deploy: u.img was applied: 4 entries below /opt/upgddir/
+    img_deploy: cut was not applied: No such file or directory; mend that and apply it again | status 246
+$ IMG_DEPLOY_EXPLAIN=0 img_deploy -c ./t o2.img 2>&1 >/dev/null; img_info --verify o.img; img_info --compare . --extra o.img | grep -c 'not of the image'
+    o.img: the header says the place 4, which is none of 1 to 3 | 9
 == runs: the later of -u, -c and -s decides; the flag file; a mode beyond all numbers
 $ for a in '-m 2 -u u.img -s missing' '-c tree -m 2 -u u.img' '-m 4294967297 -u u.img'; do img_deploy $a >out 2>err; echo $? $(head -n 1 err) $(cat /usr/local/upgdflag /run/sandbox/calls); done
     246 1 | 0 (num-0)/opt/upgddir/tree/App_VPUCard.bin type(24), size(5) 2

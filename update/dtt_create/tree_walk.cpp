@@ -67,12 +67,15 @@ static void add_file(int dst_fd, struct arena *ap, char *name)
 static void add_link(int dst_fd, struct arena *ap)
 {
     char *target = xreadlink(ap->devpath);
-    if (target == nullptr)
+    if (target == nullptr) {
+        left_out[LEFT_UNREADABLE]++;
         return;
+    }
     char link_name[LINK_NAME_SIZE];
-    if (!bounded_format(link_name, sizeof link_name, "%s;%s", ap->devpath, target))
+    if (!bounded_format(link_name, sizeof link_name, "%s;%s", ap->devpath, target)) {
+        left_out[LEFT_LONG_LINK]++;
         WALK_TRACE("link left out, path and target too long: `%s;%s'\n", ap->devpath, target);
-    else if (write_file(dst_fd, ENTRY_LINK, ap->devpath, link_name) == 0)
+    } else if (write_file(dst_fd, ENTRY_LINK, ap->devpath, link_name) == 0)
         total_file_nums++;
     free(target);
 }
@@ -94,14 +97,18 @@ static int add_directory(int dst_fd, struct arena *ap, const char *name)
 // Returns 0, or a negative value if the listing that holds the item ends here.
 static int add_item(int dst_fd, struct arena *ap, char *name)
 {
-    if (lstat(ap->devpath, &ap->st) != 0)
+    if (lstat(ap->devpath, &ap->st) != 0) {
+        left_out[LEFT_UNREADABLE]++;
         return 0;
+    }
+    if (S_ISDIR(ap->st.st_mode))
+        return add_directory(dst_fd, ap, name);
     if (S_ISREG(ap->st.st_mode))
         add_file(dst_fd, ap, name);
     else if (S_ISLNK(ap->st.st_mode))
         add_link(dst_fd, ap);
-    else if (S_ISDIR(ap->st.st_mode))
-        return add_directory(dst_fd, ap, name);
+    else
+        left_out[LEFT_DEVICE]++;
     return 0;
 }
 
@@ -113,23 +120,31 @@ static int walk_listing(DIR *dir, int dst_fd, struct arena *ap)
         return -1;
     }
 
-    for (;;) {
+    for (bool empty = true;;) {
         errno = 0;
         dirent *item = readdir(dir);
         if (item == nullptr) {
             ap->devpath[place.len] = '\0';
-            return errno != 0 ? break_image("get_dirs_and_files", ap->devpath, errno) : 0;
+            if (errno != 0)
+                return break_image("get_dirs_and_files", ap->devpath, errno);
+            left_out[LEFT_EMPTY_DIRECTORY] += empty;
+            return 0;
         }
         if (strcmp(item->d_name, ".") == 0 || strcmp(item->d_name, "..") == 0)
             continue;
+        empty = false;
         // What has too long a path for the walk is passed over like what can't be looked at.
-        if (!bounded_copy(ap->devpath + place.len, place.rem + 1, item->d_name))
+        if (!bounded_copy(ap->devpath + place.len, place.rem + 1, item->d_name)) {
+            left_out[LEFT_UNREADABLE]++;
             continue;
+        }
         const int status = add_item(dst_fd, ap, item->d_name);
         if (image_is_broken())
             return -1;
-        if (status < 0)
+        if (status < 0) {
+            left_out[LEFT_UNREADABLE]++;
             return 0;
+        }
     }
 }
 

@@ -8,9 +8,11 @@
 #include "update/dtt_update_common/trace_log.h"
 #include "update_header.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,8 +28,11 @@ struct image_build {
 
 static image_build build;
 
+unsigned int left_out[LEFT_OUT_CAUSES];
+
 void begin_image(void)
 {
+    std::fill(std::begin(left_out), std::end(left_out), 0);
     build = {sizeof(update_header_t), false};
 }
 
@@ -137,18 +142,39 @@ static int append_entry(int dst_fd, int fd, int type, const char *path, const ch
     return 0;
 }
 
+// Why what could not be opened is left out. Of a device without a driver and of a socket it is said
+// that there is no such device.
+static left_out_cause unopened_cause(int type, int error)
+{
+    if (form_of(type) != entry_form::link)
+        return LEFT_UNREADABLE;
+    return error == ENXIO || error == ENODEV ? LEFT_LINK_TO_DEVICE : LEFT_LINK_TO_NOWHERE;
+}
+
+static left_out_cause sizeless_cause(int type, mode_t mode)
+{
+    if (form_of(type) != entry_form::link)
+        return LEFT_EMPTY_FILE;
+    return S_ISREG(mode) ? LEFT_LINK_TO_EMPTY_FILE : LEFT_LINK_TO_DEVICE;
+}
+
 int write_file(int dst_fd, int type, const char *path, const char *filename)
 {
     // Without O_NONBLOCK a link to a pipe would wait for a writer.
     const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
+        left_out[unopened_cause(type, errno)]++;
         TRACE("unable to open `%s'\n", path);
         return -1;
     }
     int status = -1;
     struct stat st;
-    if (fstat(fd, &st) == 0 && st.st_size > 0)
+    if (fstat(fd, &st) != 0)
+        left_out[LEFT_UNREADABLE]++;
+    else if (st.st_size > 0)
         status = append_entry(dst_fd, fd, type, path, filename, st.st_size);
+    else
+        left_out[sizeless_cause(type, st.st_mode)]++;
     if (close(fd) < 0) {
         const int error = errno;
         TRACE("unable to close `%s'\n", path);

@@ -7,6 +7,23 @@
 // Size of the buffer for a link's "path;target" text, terminator included.
 constexpr size_t LINK_NAME_SIZE = 128;
 
+// Why something of the tree is not in the image. Most of it is as the format has it, and no
+// failure.
+enum left_out_cause {
+    LEFT_LONG_LINK,       // that does not fit LINK_NAME_SIZE with its target
+    LEFT_LINK_TO_NOWHERE, // on the machine that builds, like those to a device or an empty file
+    LEFT_LINK_TO_DEVICE,  // or to what else has no size
+    LEFT_LINK_TO_EMPTY_FILE,
+    LEFT_EMPTY_FILE,
+    LEFT_EMPTY_DIRECTORY,
+    LEFT_DEVICE, // or a pipe or a socket
+    LEFT_UNREADABLE,
+    LEFT_OUT_CAUSES
+};
+
+// How often, since begin_image.
+extern unsigned int left_out[LEFT_OUT_CAUSES];
+
 // Starts the bookkeeping of a new image, which holds the header alone. Every walk does it.
 void begin_image(void);
 

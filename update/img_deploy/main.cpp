@@ -2,6 +2,7 @@
 #include "update/dtt_create/create_image.h"
 #include "update/dtt_update/apply_engine.h"
 #include "update/dtt_update_common/device_paths.h"
+#include "update/dtt_update_common/entry_writer.h"
 #include "update/dtt_update_common/image_check.h"
 #include "update/dtt_update_common/raw_io.h"
 #include "update/dtt_update_common/run_lock.h"
@@ -11,6 +12,7 @@
 #include "update_service.h"
 #include "upgrade_info.h"
 
+#include <arpa/inet.h>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -58,11 +60,64 @@ static int read_mode(const char *text, char **rest)
     return mode > INT_MAX ? INT_MAX : static_cast<int>(mode);
 }
 
-// Whether a person reads the errors. A log or a pipe gets the lines that its reader knows and no
-// others; a person is told in one sentence what has failed, why, and what to do next.
-static bool person_is_there()
+// A log or a pipe gets the lines that its reader knows and no others, unless the script asks for
+// one more: how it ended.
+static bool end_is_asked_for()
 {
-    return isatty(STDERR_FILENO) != 0;
+    const char *const asked = getenv("IMG_DEPLOY_EXPLAIN");
+    return asked != nullptr && strcmp(asked, "1") == 0;
+}
+
+// Whether what has failed, why, and what to do next is told in one sentence, as to a person.
+static bool failure_is_told()
+{
+    return isatty(STDERR_FILENO) != 0 || end_is_asked_for();
+}
+
+static const char *left_out_words(int cause)
+{
+    switch (static_cast<left_out_cause>(cause)) {
+    case LEFT_LONG_LINK:
+        return "links over 127 characters";
+    case LEFT_LINK_TO_NOWHERE:
+        return "links to nowhere";
+    case LEFT_LINK_TO_DEVICE:
+        return "links to devices";
+    case LEFT_LINK_TO_EMPTY_FILE:
+        return "links to empty files";
+    case LEFT_EMPTY_FILE:
+        return "empty files";
+    case LEFT_EMPTY_DIRECTORY:
+        return "empty directories";
+    case LEFT_DEVICE:
+        return "devices";
+    case LEFT_UNREADABLE:
+    case LEFT_OUT_CAUSES:
+        break;
+    }
+    return "unreadable";
+}
+
+// What the tree has and the image lacks: no build tells of each piece.
+static void tell_built(const char *image)
+{
+    image_file img;
+    const char *const fault = open_image(image, &img);
+    if (fault != nullptr) {
+        fprintf(stderr, "img_deploy: %s was built, and then: %s\n", image, fault);
+        return;
+    }
+    close(img.fd);
+    fprintf(stderr, "img_deploy: %s was built: %u entries, %u bytes", image,
+            ntohl(img.header.ih_filenum), img.size);
+    const char *before = "; left out: ";
+    for (int cause = 0; cause < LEFT_OUT_CAUSES; cause++) {
+        if (left_out[cause] == 0)
+            continue;
+        fprintf(stderr, "%s%s (%u)", before, left_out_words(cause), left_out[cause]);
+        before = ", ";
+    }
+    fputc('\n', stderr);
 }
 
 static void explain_build(const char *directory, const char *image, int error)
@@ -121,13 +176,23 @@ static void explain_update(const char *image, int code)
     fprintf(stderr, "img_deploy: %s was not applied: %s; %s\n", image, reason, next);
 }
 
+// The run has left its progress block attached.
+static void tell_applied(const char *image)
+{
+    const auto *const progress = static_cast<const upgrade_info_t *>(get_upgrade_info());
+    fprintf(stderr, "img_deploy: %s was applied: %d entries below " BASE_DIRECTORY "\n", image,
+            progress != nullptr ? progress->file_nums : 0);
+}
+
 static int run_build(const options *o)
 {
     errno = 0;
     const int ret =
         do_create(o->outfilename, o->mode, o->filename, o->place, o->to_dir, o->new_version);
     const int error = errno;
-    if (ret != 0 && person_is_there())
+    if (ret == 0 && end_is_asked_for())
+        tell_built(o->filename);
+    else if (ret != 0 && failure_is_told())
         explain_build(o->outfilename, o->filename, error);
     return ret;
 }
@@ -146,7 +211,9 @@ static int update_board(char *filename, int mode)
     const int ret = do_update(filename, mode, base_dir);
     if (ret == 0)
         set_update_flag(flag_file, UPDATE_FLAG_DONE);
-    else if (person_is_there())
+    if (ret == 0 && end_is_asked_for())
+        tell_applied(filename);
+    else if (ret != 0 && failure_is_told())
         explain_update(filename, ret);
     return ret;
 }
