@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Catches: an image that depends on more than its tree, by the page's own recipe: on two file systems
+# with other orders, the files made at other times.
+# shellcheck source=tests/device/lib.sh
+. "$(dirname "$0")/lib.sh"
+
+[[ $SANDBOX_PRIVILEGED == 1 ]] || { echo 'only root can mount a file system'; exit 77; }
+recipe=$(awk '/^```/ { code = !code; next } code' "${0%/tests/*}/docs/building.md")
+
+truncate -s 8M disk && mkfs.ext4 -q disk && mkdir ext4 tmpfs
+mount -o loop disk ext4 && mount -t tmpfs tmpfs tmpfs
+fill() {
+    mkdir -p nand/bin nand/.d
+    for i; do
+        echo "$i" >"nand/bin/f$i" && ln -s "f$i" "nand/bin/l$i" && touch -d "@$i" "nand/bin/f$i"
+    done
+    echo hidden >nand/.d/x
+}
+(cd ext4 && fill {1..60})
+(cd tmpfs && fill {60..1})
+expect 'two file systems with one order' '' "$(cmp -s <(ls -U ext4/nand/bin) <(ls -U tmpfs/nand/bin) && echo same)"
+for fs in ext4 tmpfs; do
+    cd "$fs" || exit
+    run bash -e -c "$recipe"
+    expect "the recipe on $fs" '0 ' "$status $(<err)"
+    img_info update.img | sed '1,/^$/d' | wc -l >entries
+    cd "$work" || exit
+done
+expect 'entries' 121 "$(<ext4/entries)"
+expect 'the images' '' "$(cmp ext4/update.img tmpfs/update.img)"
+umount ext4 tmpfs
+finish
