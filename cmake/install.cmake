@@ -2,11 +2,14 @@
 # what an engineer needs who builds a service on the libraries.
 include(GNUInstallDirs)
 
-set(programs img_deploy img_info)
+set(programs img_deploy img_info upgd_service)
 set(libraries dtt_create dtt_update dtt_update_common)
-set(pc_platform "${PLATFORM_LIBRARY}")
-if(NOT PLATFORM_LIBRARY)
-  list(APPEND programs sysconfig upgd_service)
+if(PLATFORM_LIBRARY)
+  # By its name alone: where it stands on this machine is no place in another one's tree.
+  get_filename_component(platform_file "${PLATFORM_LIBRARY}" NAME)
+  set(pc_platform "-l:${platform_file}")
+else()
+  list(APPEND programs sysconfig)
   list(APPEND libraries platform)
   set(pc_platform -limg_deploy_platform)
 endif()

@@ -28,6 +28,7 @@ struct service_call {
     int json = 0;
 };
 
+extern const char UPDATE_HELP[];
 int update_command(const service_call *call);
 int plan_command(const service_call *call);
 int backup_command(const service_call *call);

@@ -3,27 +3,16 @@
 
 #include "companions/signature/check.h"
 #include "companions/upgd_service/console.h"
-#include "platform/configuration.h"
+#include "companions/upgd_service/configured.h"
 #include "update/dtt_update_common/header_text.h"
 #include "update/dtt_update_common/platform_log.h"
 
-#include <cerrno>
 #include <cstring>
 #include <sstream>
 
 static constexpr char PRODUCT_KEY[] = "product";
 static constexpr char FLOOR_KEY[] = "fw_floor";
 static constexpr char NOTED_KEY[] = "fw_floor_pending"; // a floor, a blank, and a version
-
-bool read_setting(const char *key, std::string *value)
-{
-    char text[CONFIGURATION_VALUE_SIZE] = "";
-    const int result = configuration_get(CONFIGURATION_PATH, key, text, sizeof text);
-    *value = result == 0 ? text : "";
-    if (result != 0 && result != -ENOENT)
-        complain("%s: %s: mend that", CONFIGURATION_PATH, strerror(-result));
-    return result == 0 || result == -ENOENT;
-}
 
 std::string recorded_form(const char *version)
 {
@@ -43,7 +32,7 @@ static bool read_floor(std::string *floor, firmware_version *version)
         return false;
     if (floor->empty() || parse_version(floor->c_str(), version))
         return true;
-    return complain("%s: %s=%s is no version: set it anew", CONFIGURATION_PATH, FLOOR_KEY,
+    return complain("%s: %s=%s is no version: set it anew", SETTINGS_PLACE, FLOOR_KEY,
                     floor->c_str());
 }
 
@@ -138,9 +127,9 @@ bool read_keys(const char *name, bool allow_unsigned, update_gate *gate)
     return true;
 }
 
-static bool write_setting(const char *key, const std::string &value, const char *next)
+static bool record(const char *key, const std::string &value, const char *next)
 {
-    const int result = configuration_set(CONFIGURATION_PATH, key, value.c_str());
+    const int result = write_setting(key, value);
     return result == 0 ||
            complain("%s=%s can't be recorded: %s: %s", key, value.c_str(), strerror(-result), next);
 }
@@ -154,8 +143,8 @@ bool note_floor(const update_gate *gate, const char *version)
         return false;
     // A version that stands there already tells nothing of the run.
     return recorded == recorded_form(version) ||
-           write_setting(NOTED_KEY, std::string(gate->said.floor) + " " + recorded_form(version),
-                         "the image was not applied; mend that, and apply it again");
+           record(NOTED_KEY, std::string(gate->said.floor) + " " + recorded_form(version),
+                  "the image was not applied; mend that, and apply it again");
 }
 
 bool take_up_floor()
@@ -178,9 +167,9 @@ bool take_up_floor()
         return false;
     floor = noted.substr(0, blank);
     if (parse_version(floor.c_str(), &next) && compare_versions(&next, &lowest) > 0 &&
-        !write_setting(FLOOR_KEY, floor, "set it by hand"))
+        !record(FLOOR_KEY, floor, "set it by hand"))
         return false;
-    return write_setting(NOTED_KEY, "", "set it by hand");
+    return record(NOTED_KEY, "", "set it by hand");
 }
 
 bool raise_floor(const update_gate *gate)
@@ -192,5 +181,5 @@ bool raise_floor(const update_gate *gate)
     if (!read_floor(&floor, &lowest))
         return false;
     return compare_versions(&gate->said.floor_version, &lowest) <= 0 ||
-           write_setting(FLOOR_KEY, gate->said.floor, "set it by hand");
+           record(FLOOR_KEY, gate->said.floor, "set it by hand");
 }

@@ -5,9 +5,8 @@
 #define COMPANIONS_UPGD_SERVICE_GATE_H
 
 #include "companions/signature/statement.h"
+#include "companions/upgd_service/configured.h"
 #include "update_header.h"
-
-#include <string>
 
 constexpr char VERSION_KEY[] = "fw_version";
 
@@ -18,10 +17,6 @@ struct update_gate {
     file_signature signature;
     signed_statement said;
 };
-
-// Reads a value of the device's configuration, empty if it is not set. Returns false with a
-// sentence.
-[[nodiscard]] bool read_setting(const char *key, std::string *value);
 
 // A version as the configuration keeps it: its words, with a blank between them.
 std::string recorded_form(const char *version);

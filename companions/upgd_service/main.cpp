@@ -34,7 +34,7 @@ static constexpr verb VERBS[] = {
     {"update", update_command, 1, 1,
      "IMAGE [--dir DIR] [--cards flash|simulate[=SECONDS]|fail=TYPE]\n"
      "             [--allow-unsigned] [--force]",
-     "apply the image, and compare it with what stands there then"},
+     UPDATE_HELP},
     {"plan", plan_command, 1, 1,
      "IMAGE [--dir DIR] [--cards flash|simulate[=SECONDS]|fail=TYPE]\n"
      "             [--allow-unsigned] [--json]",

@@ -6,7 +6,6 @@
 #include "companions/upgd_service/console.h"
 #include "companions/upgd_service/flash.h"
 #include "companions/upgd_service/json_line.h"
-#include "platform/configuration.h"
 #include "update/dtt_update/card_table.h"
 #include "update/dtt_update/target_search.h"
 #include "update/dtt_update_common/device_paths.h"

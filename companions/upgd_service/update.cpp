@@ -10,6 +10,8 @@
 #include <climits>
 #include <cstring>
 
+const char UPDATE_HELP[] = "apply the image, and compare it with what stands there then";
+
 // What is left to do behind a run that went well. Returns an exit status.
 static int finish_update(const attended_run *run, const service_call *call, const char *version,
                          const update_plan *plan)

@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# A build over the device's own platform library, which the stand-in's file plays: a verb that is not
+# there, a gate that stands open, a file for compilers that tells of this machine. $SOURCE and $BUILD
+# are the project's and the build's directories, $LIBRARY is the library.
+# shellcheck source=tests/device/lib.sh
+. "$(dirname "$0")/lib.sh"
+
+mkdir -p tree/d /mnt/disk /usr/vorn/bin && echo x >tree/d/f
+ln -s "$(command -v mcu_isp)" "$(command -v kmd_test)" /usr/vorn/bin
+echo card >App_VPUCard.bin
+img_deploy -c ./tree -r V2 u.img >/dev/null
+verbs() {
+    upgd_service --help | sed -n 's/^  upgd_service \([a-z]*\) .*/\1/p' | tr '\n' ' '
+}
+expect 'the verbs' 'update plan backup restore disks flash watch ' "$(verbs)"
+
+# What can't be read is not taken for what is not set.
+install -d -m 755 /etc/upgd /etc/upgd/keys
+minisign -GW -p maker.pub -s maker.key >/dev/null && install -m 644 maker.pub /etc/upgd/keys/a.pub
+minisign -S -s maker.key -t 'product=x floor=V1.5' -m u.img >/dev/null
+rm -f /etc/sysconfig/device.conf
+run upgd_service plan u.img --dir "$work"
+expect 'without a configuration' "1 upgd_service: the device's configuration can't be read: nothing was touched" "$status $(<err)"
+for setting in 'product y' 'product x' 'fw_floor V2.1' 'fw_floor V2'; do
+    # shellcheck disable=SC2086 # two words
+    sysconfig set $setting
+    run upgd_service plan u.img --dir "$work"
+    echo "$setting $status"
+done >gate
+expect 'the gate' 'product y 1,product x 0,fw_floor V2.1 1,fw_floor V2 0,' "$(tr '\n' , <gate)"
+
+sysconfig set fw_version 'V1 of a day'
+run upgd_service restore u.img "$work/b"
+expect 'a restore that keeps the version' '0 x V1 of a day' "$status $(cat b/tree/d/f) $(sysconfig get fw_version)"
+run upgd_service flash vpu-mcu "$work/App_VPUCard.bin"
+expect 'a card' '0 mcu_isp' "$status $(cut -f 1 /run/sandbox/calls)"
+for call in disks 'backup /mnt/disk'; do
+    # shellcheck disable=SC2086 # words
+    upgd_service $call >out 2>err
+    echo "$call $? $(head -n 1 err)"
+done >others
+expect 'the other verbs' 'disks 0
+backup /mnt/disk 1 upgd_service: /mnt/disk: too little' "$(sed 's/too little.*/too little/; s/ *$//' others)"
+run upgd_service update u.img --dir "$work/b"
+expect 'the one that has to receive' '1 by do_update_upgd 0' "$status $(grep -o 'by do_update_upgd' err) $(wc -l <out)"
+
+# An installed tree that was moved to another place.
+cmake --install "$BUILD" --prefix "$work/made" >/dev/null && mv made moved && cp "$LIBRARY" moved/lib
+PKG_CONFIG_PATH=$(dirname "$(find moved -name img_deploy.pc)")
+export PKG_CONFIG_PATH
+# shellcheck disable=SC2046 # each word is an argument
+run cc -std=c11 "$SOURCE/docs/service_example.c" $(pkg-config --cflags --libs img_deploy) -o example
+expect 'a service compiled' '0 ' "$status $(<err)"
+expect 'places of this machine' '' "$(grep "$(dirname "$LIBRARY")\|$work" "$PKG_CONFIG_PATH"/img_deploy.pc)"
+run cmake -S "$SOURCE" -B none -DPLATFORM_LIBRARY="$work/none.so"
+expect 'a library that is not there' 1 "$(grep -c "PLATFORM_LIBRARY names no file: $work/none.so" err)"
+finish
