@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what is missing on a Debian machine to build, test and check the project.
-# Usage: scripts/setup.sh [--test|--lint|--fuzz|--device]
+# Usage: scripts/setup.sh [--test|--lint|--fuzz|--device|--musl]
 set -euo pipefail
 trap 'echo "setup.sh: line $LINENO failed with status $?, in the step: $step" >&2' ERR
 step='look for packages'
@@ -12,6 +12,7 @@ packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux dpkg-dev file 
 [[ ${1:-},$native != --test,amd64 ]] || packages+=(user-mode-linux dmsetup kmod mtools)
 [[ ${1:-} != --lint ]] || packages+=(clang-format clang-tidy cppcheck mandoc shellcheck)
 [[ ${1:-} != --device ]] || packages+=(g++-arm-linux-gnueabihf googletest qemu-user {libsodium-dev,libstdc++6}:armhf)
+[[ ${1:-} != --musl ]] || packages+=(musl-tools)
 [[ ${1:-} != --fuzz ]] || packages+=(clang libclang-rt-dev llvm)
 
 missing=()

@@ -6,7 +6,9 @@
 # and the benchmarks are built as well.
 # With --device builds for the board's processor instead, packages that, and runs the tests under
 # emulation.
+# With --musl builds img_deploy, static over musl, and runs it on whole trees in the sandbox.
 # Usage: scripts/test.sh [--device] [CTEST-OPTION...]
+#        scripts/test.sh --musl
 set -Eeuo pipefail
 trap 'echo "test.sh: line $LINENO failed with status $?, in the step: $step" >&2' ERR
 step='install what is missing'
@@ -52,7 +54,29 @@ test_device() {
     ctest --preset device -j "$(nproc)" "$@"
 }
 
-if [[ ${1:-} == --device ]]; then
+# One file for any board of this processor, and for the root directory of a tree that is to be packed.
+test_musl() {
+    local program=build/musl/update/img_deploy/img_deploy script
+    scripts/setup.sh --musl
+    build release img_info
+    build musl img_deploy sysconfig
+    step='test over musl'
+    strip -o build/musl/img_deploy "$program"
+    if readelf -d build/musl/img_deploy | grep NEEDED; then
+        echo 'FAILED: it is not static'
+        exit 1
+    fi
+    printf 'img_deploy over musl: %s bytes, needs no library\n' "$(stat -c %s build/musl/img_deploy)"
+    for script in apply_run neighbours; do
+        SANDBOX_PATH=$PWD/build/musl:$PWD/build/musl/platform:$PWD/build/release/companions/img_info \
+            tests/sandbox.sh "tests/device/$script.sh"
+    done
+}
+
+if [[ ${1:-} == --musl ]]; then
+    test_musl
+    exit
+elif [[ ${1:-} == --device ]]; then
     test_device "${@:2}"
     exit
 fi

@@ -157,7 +157,9 @@ static bool look_at(search *s, level *here, const char *name, unsigned char type
 static bool look_for_hit(search *s, level *here)
 {
     while (!here->counted || here->ahead > 0) {
-        const ssize_t size = getdents64(here->fd, s->listing, sizeof s->listing);
+        // Another C library takes a record, and not any memory.
+        auto *const listing = reinterpret_cast<dirent64 *>(s->listing);
+        const ssize_t size = getdents64(here->fd, listing, sizeof s->listing);
         if (size <= 0)
             break;
         for (ssize_t at = 0; at < size;) {

@@ -8,11 +8,9 @@
 #include "update/dtt_update_common/trace_log.h"
 #include "update_header.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <iterator>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -32,7 +30,7 @@ unsigned int left_out[LEFT_OUT_CAUSES];
 
 void begin_image(void)
 {
-    std::fill(std::begin(left_out), std::end(left_out), 0);
+    memset(left_out, 0, sizeof left_out);
     build = {sizeof(update_header_t), false};
 }
 
