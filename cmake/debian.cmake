@@ -1,3 +1,17 @@
+# A package is named after the processor that the compiler builds for. Where Debian's tools can't tell
+# which that is there are no packages: cpack would name them after this machine's.
+if(CMAKE_CROSSCOMPILING)
+  execute_process(COMMAND "${CMAKE_CXX_COMPILER}" -dumpmachine
+    OUTPUT_VARIABLE machine OUTPUT_STRIP_TRAILING_WHITESPACE)
+  execute_process(COMMAND dpkg-architecture "-t${machine}" -q DEB_HOST_ARCH
+    OUTPUT_VARIABLE debian_architecture OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+  if(NOT debian_architecture)
+    message(STATUS "No Debian packages: ${machine} is none of Debian's machines")
+    return()
+  endif()
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE "${debian_architecture}")
+endif()
+
 # The two Debian packages, `img-deploy` and `libimg-deploy-dev`, which cpack makes of the components
 # in package/ of the build directory.
 set(maintainer "img_deploy maintainers <img-deploy@vorn.example>")
@@ -32,9 +46,6 @@ set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_LIST_DIR}/finish_packages.cmake")
 set(CPACK_STRIP "${CMAKE_STRIP}")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
-if(CMAKE_CROSSCOMPILING)
-  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
-endif()
 
 set(CPACK_DEBIAN_DEVICE_PACKAGE_NAME img-deploy)
 set(CPACK_DEBIAN_DEVICE_FILE_NAME DEB-DEFAULT)
