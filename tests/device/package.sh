@@ -34,6 +34,36 @@ done
 run lintian --fail-on error,warning,info -I "${packages[@]}"
 expect 'what lintian says' '0 ' "$status $(cat out)"
 
+# What stands beside each package about it: the fields that CycloneDX asks for, no others but those of
+# its schema, and the sums of the package and of each file as it was installed.
+for package in "${packages[@]}"; do
+    run /usr/bin/python3 - "$package" "${package%.deb}.cdx.json" <<'PYTHON'
+import hashlib, json, re, sys
+package, name = sys.argv[1:]
+bom = json.load(open(name, encoding="utf-8"))
+def sum_of(path): return hashlib.sha256(open(path, "rb").read()).hexdigest()
+assert (bom["bomFormat"], bom["specVersion"], bom["version"]) == ("CycloneDX", "1.5", 1)
+assert re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ", bom["metadata"]["timestamp"])
+whole, parts = bom["metadata"]["component"], bom["components"]
+for c in [whole] + parts:
+    assert {"type", "name"} <= c.keys() <= {"type", "bom-ref", "supplier", "name", "version", "hashes", "licenses", "properties"}
+    assert c["name"] and c["type"] in ("application", "library", "file"), c
+    assert all(p.keys() == {"name", "value"} and p["value"] for p in c.get("properties", [])), c
+    assert c["type"] == "file" or c["version"] and c["licenses"] and c["bom-ref"] == c["name"], c
+    for l in c.get("licenses", []):
+        assert l.keys() == {"expression"} or l.keys() == {"license"} and l["license"].keys() == {"name"}, c
+    for h in c.get("hashes", []):
+        path = package if c is whole else "/" + c["name"]
+        assert h == {"alg": "SHA-256", "content": sum_of(path)}, c
+assert all("hashes" in c for c in parts + [whole] if c is whole or c["type"] == "file")
+needed = [c["name"] for c in parts if c["type"] != "file"]
+assert needed and bom["dependencies"] == [{"ref": whole["name"], "dependsOn": needed}]
+print(sum(c["type"] == "file" for c in parts))
+PYTHON
+    name=$(dpkg-deb -f "$package" Package)
+    expect "the bill of materials of $name" "0 $(files_of "$name" /usr | wc -w)" "$status $(cat out err)"
+done
+
 # One version everywhere, also where it stands by hand.
 for program in "${programs[@]}"; do
     expect 'version' "$program $PACKAGE_VERSION" "$("/usr/bin/$program" --version | cut -d , -f 1)"
