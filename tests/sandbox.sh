@@ -13,7 +13,7 @@ build=$(realpath -m "$(dirname "${BASH_SOURCE[0]}")/../build/release")
 caller_path=${SANDBOX_PATH-$build/update/img_deploy:$build/platform:$build/companions/img_info:$build/companions/upgd_service}
 export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
 path=({/usr/local,/usr,}/{s,}bin)
-recorders=({/usr/local,/usr,}/{s,}bin/{reboot,killall,mcu_isp,kmd_test})
+recorders=({/usr/local,/usr,}/{s,}bin/{reboot,killall,mcu_isp,kmd_test} /usr/vorn/bin/{mcu_isp,kmd_test})
 
 # The tmpfs needs a place to be mounted on in which no project can live and that the sandbox does
 # not show.
@@ -35,6 +35,7 @@ show() {
     for place in /etc/sysconfig /usr/local "${path[@]}"; do
         [[ ! -d $place || $place != "$dir"/* ]] || mkdir -p "$layer/upper${place#"$dir"}"
     done
+    [[ $dir != /usr ]] || mkdir -p "$layer/upper/vorn/bin" # the flashing tools' own place
     # "." spares quoting the separators of the option list in the path.
     (cd "$dir" && mount -t overlay overlay "$root$dir" -o \
         "lowerdir=.,upperdir=$layer/upper,workdir=$layer/work$overlay_options") ||

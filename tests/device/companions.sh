@@ -184,7 +184,7 @@ wait $!
 expect 'another watch of it' 1 $?
 
 # What is on the disks, a backup of the settings and its way back, and one card's file.
-mkdir -p /mnt/root /usr/qrx310/etc/{vsp,mcucored,sysconf} /usr/vorn/bin
+mkdir -p /mnt/root /usr/qrx310/etc/{vsp,mcucored,sysconf}
 mount -t tmpfs tmpfs /mnt/sda1
 mount -t tmpfs -o size=150m /dev/root /mnt/root
 cp u.img /mnt/sda1/
@@ -258,11 +258,12 @@ done <<'END'
 case $2 in */qrxpara) ;; *) "$0.real" "$@" ;; esac|/usr/qrx310/etc/sysconf: was not saved
 "$0.real" "$@"; case $2 in */vsp) echo other >$3/vsp/layout ;; esac|/usr/qrx310/etc/vsp/layout: other content
 END
+mv /usr/vorn/bin/mcu_isp .
 expect_call 1 'upgd_service: u.img: not flashed: the tool /usr/vorn/bin/mcu_isp: No such file or directory' upgd_service flash 24 u.img
 printf '#!/bin/sh\necho no card; exit 3\n' >/usr/vorn/bin/mcu_isp && chmod +x /usr/vorn/bin/mcu_isp
 expect_call 1 'upgd_service: u.img: the tool /usr/vorn/bin/mcu_isp was called and has ended with status 3' upgd_service flash vpu-mcu u.img
 expect_line err 'upgd_service: a command said: no card'
-ln -sf "$(command -v mcu_isp)" /usr/vorn/bin/
+mv mcu_isp /usr/vorn/bin/
 expect_call 0 '' upgd_service flash 24 u.img
 cp u.img InputCardTop.bin
 expect_call 1 'upgd_service: InputCardTop.bin: by its name it is for input FPGA, and not for VPU MCU: nothing was touched; rename it, or flash it with --force' upgd_service flash 24 InputCardTop.bin

@@ -132,8 +132,10 @@ expect_line out "bound to fail   $work/way/tree/etc/deep/er/data: a file stands 
 before=$(find way | sort)
 findings "1 upgd_service: $work/way/tree/etc/deep/link: a file stands in the place of its directory" upgd_service update u.img --dir way --cards simulate
 expect 'what an update left' "$before" "$(find way | sort)"
+mv /usr/vorn/bin/mcu_isp .
 run upgd_service plan u.img --dir "$work/way"
 expect_line out "bound to fail   $work/way/tree/App_VPUCard.bin: the tool /usr/vorn/bin/mcu_isp: No such file or directory"
+mv mcu_isp /usr/vorn/bin/
 long=$(printf %0200d 0)
 mkdir -p 'w y/tree' "$long/tree"
 run upgd_service plan u.img --dir 'w y' --cards simulate

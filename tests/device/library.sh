@@ -5,8 +5,7 @@
 # shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 
-mkdir -p tree/d /mnt/disk /usr/vorn/bin && echo x >tree/d/f
-ln -s "$(command -v mcu_isp)" "$(command -v kmd_test)" /usr/vorn/bin
+mkdir -p tree/d /mnt/disk && echo x >tree/d/f
 echo card >App_VPUCard.bin
 img_deploy -c ./tree -r V2 u.img >/dev/null
 verbs() {
