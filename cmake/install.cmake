@@ -24,6 +24,12 @@ endforeach()
 install(FILES "${PROJECT_SOURCE_DIR}/man/update-image.5"
   DESTINATION "${CMAKE_INSTALL_MANDIR}/man5" COMPONENT device)
 
+install(FILES "${PROJECT_SOURCE_DIR}/README.md"
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/img-deploy" COMPONENT device)
+# Where the former one's links lead.
+install(FILES "${PROJECT_SOURCE_DIR}/docs/signing.md" "${PROJECT_SOURCE_DIR}/docs/building.md"
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/img-deploy/docs" COMPONENT device)
+
 install(TARGETS ${libraries} ARCHIVE COMPONENT development)
 foreach(header device_msg task_types udisk_info update_header update_service upgrade_info)
   install(FILES "${PROJECT_SOURCE_DIR}/include/${header}.h"

@@ -31,6 +31,12 @@ for page in /usr/share/man/man1/{img_deploy,img_info,sysconfig,upgd_service}.1.g
     zcat "$page" >shown # each page that it refers to is there as well
     expect "what mandoc says of $page" '' "$(mandoc -Tlint shown 2>/dev/null)"
 done
+for program in img_info sysconfig; do
+    expect "the head of the page of $program is its usage" \
+        "$("/usr/bin/$program" --help | grep -oE "$program [^ ]+( [^ ]+)*" | grep -vE -- '--(help|version)$' | tr -d ' ' | tr '[:upper:]' '[:lower:]')" \
+        "$(zcat "/usr/share/man/man1/$program.1.gz" | mandoc -O width=200 | sed 's/.\x08//g; 1,/^SYN/d; /^DESC/,$d' |
+            grep -o "  $program .*" | grep -v -- --help | tr -d ' ')"
+done
 run lintian --fail-on error,warning,info -I "${packages[@]}"
 expect 'what lintian says' '0 ' "$status $(cat out)"
 
@@ -146,8 +152,7 @@ line=$(sed -n 's/^    \(cc .*\)/\1/p' "$docs/service_guide.md")
 cp "$docs/examples/service_example.c" .
 run sh -e -c "$line -Wextra -Werror"
 expect 'a service compiled' '0 ' "$status $(cat err)"
-mkdir -p /usr/vorn/bin /mntker && rm -rf /opt/upgddir
-ln -s "$(command -v mcu_isp)" "$(command -v kmd_test)" /usr/vorn/bin
+mkdir -p /mntker && rm -rf /opt/upgddir
 run ./service_example "$work/update.img" /opt/upgddir
 expect 'a service run with two cards' 'event: step 2, result 0
 event: step 3, result 0
@@ -156,7 +161,6 @@ update: 0' "$(sed -nE 's/, [0-9]+ of 1000$//; /^(event|update):/p' out)"
 expect 'flashed' "$(printf 'kmd_test\tInputCardTop.bin\nmcu_isp\tApp_VPUCard.bin')" \
     "$(grep -E '^(mcu_isp|kmd_test)' /run/sandbox/calls |
         sed 's,\t.*/\([^/\t]*\.bin\).*,\t\1,')"
-rm -r /usr/vorn
 echo '#include "platform/platform.h"' >layer.c
 # shellcheck disable=SC2046 # each word is an argument
 run cc -c $(pkg-config --cflags img_deploy) -o /dev/null layer.c
@@ -177,6 +181,8 @@ expect 'places, directories, images' '1 2 3,tree,update.img' \
     "$(completed img_deploy -c tree -p ''),$(completed img_deploy -c tr),$(completed img_deploy -u up)"
 expect 'cards' 'flash simulate fail=' "$(completed upgd_service update u.img --cards '')"
 expect 'ways to look' '--json --verify --base --compare --extra --device --extract --signature --help --version' "$(completed img_info -)"
+expect 'what a mode takes' ',--extra --device --json,--base --json,,-c -u -s -m -C -p -v -r' \
+    "$(completed upgd_service watch ''),$(completed img_info --compare d --),$(completed img_info --verify --),$(completed img_info --extract d --),$(completed img_deploy -v -)"
 expect 'keys, and no values' 'fw_version,' \
     "$(completed sysconfig get ''),$(completed sysconfig set fw_version '')"
 
