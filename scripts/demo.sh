@@ -62,9 +62,8 @@ build() {
     lay_out_tree tree
     printf '%s files and links in %s directories, %s\n' "$(find tree ! -type d | wc -l)" \
         "$(find tree -mindepth 1 -type d | wc -l)" "$(du -sh tree | cut -f 1)"
-    echo '$ img_deploy -c ./tree -p 2 -r V2.0.0.0 update.img'
-    img_deploy -c ./tree -p 2 -r V2.0.0.0 update.img >build.log
-    stat -c '%n: %s bytes' update.img
+    echo '$ IMG_DEPLOY_EXPLAIN=1 img_deploy -c ./tree -p 2 -r V2.0.0.0 update.img'
+    IMG_DEPLOY_EXPLAIN=1 img_deploy -c ./tree -p 2 -r V2.0.0.0 update.img 2>&1 >build.log
     say 'look into it'
     echo '$ img_info update.img'
     img_info update.img >listing
