@@ -5,6 +5,9 @@
 . "$(dirname "$0")/lib.sh"
 
 [[ $SANDBOX_PRIVILEGED == 1 ]] || { echo 'only root can mount a file system'; exit 77; }
+mkdir probe && mksquashfs probe probe.sqfs -no-progress >/dev/null
+mount -o loop,ro probe.sqfs probe || { echo 'no squashfs can be mounted here'; exit 77; }
+umount probe
 recipe=$(awk '/^```/ { code = !code; next } code' "${0%/tests/*}/docs/building.md")
 
 truncate -s 8M disk && mkfs.ext4 -q disk && mkdir ext4 tmpfs
