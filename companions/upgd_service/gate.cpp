@@ -2,8 +2,8 @@
 #include "companions/upgd_service/gate.h"
 
 #include "companions/signature/check.h"
-#include "companions/upgd_service/console.h"
 #include "companions/upgd_service/configured.h"
+#include "companions/upgd_service/console.h"
 #include "update/dtt_update_common/header_text.h"
 #include "update/dtt_update_common/platform_log.h"
 

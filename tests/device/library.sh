@@ -11,7 +11,7 @@ img_deploy -c ./tree -r V2 u.img >/dev/null
 verbs() {
     upgd_service --help | sed -n 's/^  upgd_service \([a-z]*\) .*/\1/p' | tr '\n' ' '
 }
-expect 'the verbs' 'update plan backup restore disks flash watch ' "$(verbs)"
+expect 'the verbs' 'update plan backup restore disks flash watch status ' "$(verbs)"
 
 # What can't be read is not taken for what is not set.
 install -d -m 755 /etc/upgd /etc/upgd/keys
@@ -19,7 +19,7 @@ minisign -GW -p maker.pub -s maker.key >/dev/null && install -m 644 maker.pub /e
 minisign -S -s maker.key -t 'product=x floor=V1.5' -m u.img >/dev/null
 rm -f /etc/sysconfig/device.conf
 run upgd_service plan u.img --dir "$work"
-expect 'without a configuration' "1 upgd_service: the device's configuration can't be read: nothing was touched" "$status $(<err)"
+expect 'without a configuration' "1 upgd_service: the device's configuration can't be read: mend that" "$status $(<err)"
 for setting in 'product y' 'product x' 'fw_floor V2.1' 'fw_floor V2'; do
     # shellcheck disable=SC2086 # two words
     sysconfig set $setting
@@ -29,7 +29,7 @@ done >gate
 expect 'the gate' 'product y 1,product x 0,fw_floor V2.1 1,fw_floor V2 0,' "$(tr '\n' , <gate)"
 
 sysconfig set fw_version 'V1 of a day'
-run upgd_service restore u.img "$work/b"
+run upgd_service restore --force u.img "$work/b"
 expect 'a restore that keeps the version' '0 x V1 of a day' "$status $(cat b/tree/d/f) $(sysconfig get fw_version)"
 run upgd_service flash vpu-mcu "$work/App_VPUCard.bin"
 expect 'a card' '0 mcu_isp' "$status $(cut -f 1 /run/sandbox/calls)"
@@ -39,7 +39,7 @@ for call in disks 'backup /mnt/disk'; do
     echo "$call $? $(head -n 1 err)"
 done >others
 expect 'the other verbs' 'disks 0
-backup /mnt/disk 1 upgd_service: /mnt/disk: too little' "$(sed 's/too little.*/too little/; s/ *$//' others)"
+backup /mnt/disk 1 upgd_service: /mnt/disk: no disk is mounted there: nothing was saved' "$(sed 's/ *$//' others)"
 run upgd_service update u.img --dir "$work/b"
 expect 'the one that has to receive' '1 by do_update_upgd 0' "$status $(grep -o 'by do_update_upgd' err) $(wc -l <out)"
 

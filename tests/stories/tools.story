@@ -30,7 +30,7 @@ $ export IMG_DEPLOY_EXPLAIN=1; img_deploy -c ./t -p 4 o.img >/dev/null; img_depl
     img_deploy: u.img was applied: 4 entries below /opt/upgddir/
     img_deploy: cut was not applied: No such file or directory; mend that and apply it again | status 246
 $ IMG_DEPLOY_EXPLAIN=0 img_deploy -c ./t o2.img 2>&1 >/dev/null; img_info --verify o.img; img_info --compare . --extra o.img | grep -c 'not of the image'
-    o.img: the header says the place 4, which is none of 1 to 3 | 9
+    o.img: the header says the place 4, which is none of 1 to 3 | o.img: 1 finding | 9
 == runs: the later of -u, -c and -s decides; the flag file; a mode beyond all numbers
 $ for a in '-m 2 -u u.img -s missing' '-c tree -m 2 -u u.img' '-m 4294967297 -u u.img'; do img_deploy $a >out 2>err; echo $? $(head -n 1 err) $(cat /usr/local/upgdflag /run/sandbox/calls); done
     246 1 | 0 (num-0)/opt/upgddir/tree/App_VPUCard.bin type(24), size(5) 2
