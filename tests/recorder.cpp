@@ -83,6 +83,14 @@ static bool fails(const std::string &line)
                        [&line](const std::string &head) { return line.rfind(head, 0) == 0; });
 }
 
+static std::string name_of(int fd)
+{
+    char path[4096] = "";
+    return readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof path - 1) > 0
+               ? path
+               : "";
+}
+
 // Adds the line and returns whether the call is to fail.
 static bool add(const std::string &line)
 {
@@ -141,6 +149,8 @@ FILE *FILE_CALL(__real_, fopen)(const char *path, const char *mode);
 ssize_t __real_getdents64(int fd, void *items, size_t size);
 void *FILE_CALL(__real_, mmap)(void *place, size_t size, int access, int flags, int fd, off_t at);
 void *__real_shmat(int id, const void *address, int flags);
+int __real_rename(const char *from, const char *to);
+int __real_close(int fd);
 
 int __wrap_aplog_printf(int level, const char *module, const char *func, const char *text, ...)
 {
@@ -208,14 +218,33 @@ void *FILE_CALL(__wrap_, mmap)(void *place, size_t size, int access, int flags, 
                          : FILE_CALL(__real_, mmap)(place, size, access, flags, fd, at);
 }
 
-int __wrap_fsync(int)
+int __wrap_fsync(int fd)
 {
-    return add("fsync") ? (errno = EIO, -1) : 0;
+    return add("fsync " + name_of(fd)) ? (errno = EIO, -1) : 0;
 }
 
-int __wrap_syncfs(int)
+int __wrap_syncfs(int fd)
 {
-    return add("syncfs") ? (errno = EIO, -1) : 0;
+    return add("syncfs " + name_of(fd)) ? (errno = EIO, -1) : 0;
+}
+
+int __wrap_sync_file_range(int fd, off_t, off_t, unsigned int)
+{
+    add("begin " + name_of(fd));
+    return 0;
+}
+
+int __wrap_rename(const char *from, const char *to)
+{
+    add(std::string("rename ") + from + " " + to);
+    return __real_rename(from, to);
+}
+
+// A disk over a network tells of a failure only now.
+int __wrap_close(int fd)
+{
+    const bool bad = !rec.failing.empty() && fails("close " + name_of(fd));
+    return __real_close(fd) != 0 || bad ? (errno = EIO, -1) : 0;
 }
 
 void __wrap_sync()

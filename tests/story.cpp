@@ -12,7 +12,6 @@
 #include <fstream>
 #include <regex>
 #include <sched.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,7 +20,8 @@ using lines = std::vector<std::string>;
 
 static lines result;                                           // of the command in hand
 static std::string operation;                                  // in hand
-static std::regex pattern;                                     // of the lines that are shown
+static lines filter;                                           // of the lines that are shown
+static std::string value;                                      // of the `for` in hand
 static std::vector<std::pair<std::string, std::string>> hooks; // a line, and the command at it
 static size_t console_seen[2];
 
@@ -36,6 +36,32 @@ static const std::string CONSOLE[] = {"/run/sandbox/out", "/run/sandbox/err"};
 
 // Between a command and its results on the same line.
 static const std::string ARROW = "  --> ";
+
+// Between the lines of a command.
+static const std::string MORE = "\n  ";
+
+// Ahead of the values of a `for` at the end of a result, which only a difference shows.
+static const char VALUE = '\1';
+
+// The root of a part: the mounts of the sandbox's, partitions of its own, and else nothing. What it
+// changes in the mounts goes ahead of it.
+static const std::string MAKE_ROOT = R"(set -e
+    rm -rf /etc/sysconfig /usr/qrx310 /usr/vorn /usr/local/upgdflag /usr/local/sbin/g*zip /dev/disk
+    mount -t tmpfs tmpfs /sandbox
+    cd /sandbox
+    mkdir -p -m 1777 tmp
+    mkdir -p w opt mntker var/log old
+    for link in /*; do [ ! -L "$link" ] || cp -P "$link" .; done
+    awk '$5 !~ "^/(sandbox)?$" { print $5 }' /proc/self/mountinfo | sort | while read -r place; do
+        place=$(printf %b "$place")
+        [ -e ".$place" ] || { mkdir -p ".$place" && mount --rbind "$place" ".$place"; }
+    done
+    for partition in mmcblk0p1 mmcblk0p6; do
+        cp --sparse=always "/run/sandbox/$partition" old/ && mount --bind "old/$partition" "dev/$partition"
+    done
+    rm -rf run/mailbox
+    pivot_root . old
+    umount -l old)";
 
 static void perform(const std::string &command);
 
@@ -89,6 +115,37 @@ static lines words_of(const std::string &command)
     return words;
 }
 
+// Whether the words stand in the line as they are, none of them as a part of another.
+static bool has_words(const std::string &line, const std::string &words)
+{
+    const auto bound = [](char c) { return isalnum(c) != 0 ? "\\b" : ""; };
+    const std::string escaped = std::regex_replace(words, std::regex("[^\\w ]"), "\\$&");
+    return std::regex_search(line, std::regex(bound(words[0]) + escaped + bound(words.back())));
+}
+
+// Of the filter, a kind alone shows its lines, words those in which they stand, or those of the
+// kind ahead of them. With a '-' ahead they hide lines.
+static bool is_shown(const std::string &line)
+{
+    static const lines kinds =
+        split("log trace run read listing wait event request send polls block open out "
+              "err begin fsync sync syncfs rename",
+              " ");
+    const std::string kind = line.substr(0, line.find_first_of(" :"));
+    bool found = false;
+    for (std::string words : filter) {
+        const bool hides = take_away(&words, "-");
+        const bool is_kind = std::count(kinds.begin(), kinds.end(), words) != 0;
+        const size_t from = take_away(&words, kind + " ") ? kind.size() : 0;
+        if (is_kind ? words != kind : !has_words(line.substr(from), words))
+            continue;
+        if (hides)
+            return false;
+        found = true;
+    }
+    return found;
+}
+
 // A line that belongs to the operation in hand does not name it, and none names what the one ahead
 // of it has named.
 static void tell(std::string line)
@@ -98,7 +155,7 @@ static void tell(std::string line)
         if (take_away(&line, kind + " " + operation + ": "))
             line = kind + ": " + line;
     line = shown(line);
-    if (!std::regex_search(line, pattern))
+    if (!is_shown(line))
         return;
     const std::string head = line.substr(0, line.find(": "));
     const bool named = !result.empty() && head == last && take_away(&line, head);
@@ -160,21 +217,51 @@ static void call_operation(const std::string &command)
         result.push_back("holds more than before: " + std::to_string(held() - before));
 }
 
-// "VALUE... => COMMAND ;; COMMAND": @ is a value, @1 to @9 are its words.
+// The commands with `value` for @, and its words for @1 to @9.
+static void perform_with(const std::string &commands)
+{
+    lines words = split(value, " ");
+    words.resize(9);
+    for (std::string command : split(commands, " ;; ")) {
+        for (size_t at = 0; (at = command.find('@', at)) != command.npos;) {
+            const size_t number = static_cast<size_t>(command[at + 1] - '1');
+            const std::string text = shown(number < 9 ? words[number] : value);
+            command.replace(at, number < 9 ? 2 : 1, text);
+            at += text.size();
+        }
+        perform(command);
+    }
+}
+
+// "VALUE... => COMMAND ;; COMMAND". What comes of a value and is no other than what has come of
+// the one ahead of it stands there once, with its number.
 static void repeat(const std::string &values, const std::string &commands)
 {
-    for (const std::string &value : words_of(values))
-        for (std::string command : split(commands, " ;; ")) {
-            lines words = split(value, " ");
-            words.resize(9);
-            for (size_t at = 0; (at = command.find('@', at)) != command.npos;) {
-                const size_t number = static_cast<size_t>(command[at + 1] - '1');
-                const std::string text = shown(number < 9 ? words[number] : value);
-                command.replace(at, number < 9 ? 2 : 1, text);
-                at += text.size();
-            }
-            perform(command);
+    lines before, all = std::move(result);
+    std::string told;
+    int count = 0;
+    const auto flush = [&] {
+        for (std::string &line : before)
+            all.push_back(
+                line +
+                (&line == &before.back() && count > 1 ? " {" + std::to_string(count) + "}" : "") +
+                VALUE + told);
+    };
+    for (const std::string &one : words_of(values)) {
+        value = one;
+        result.clear();
+        perform_with(commands);
+        if (count == 0 || result != before) {
+            flush();
+            before = result;
+            told = "";
+            count = 0;
         }
+        count++;
+        told += (told.empty() ? "" : ", ") + shown(one);
+    }
+    flush();
+    result = all;
 }
 
 static void perform(const std::string &command)
@@ -194,7 +281,7 @@ static void perform(const std::string &command)
     } else if (take_away(&rest, "tree ")) {
         run_script("cd " + rest + " && find . -mindepth 1 " + TREE + " | sort");
     } else if (take_away(&rest, "show ")) {
-        pattern = rest;
+        filter = split(rest, ", ");
     } else if (take_away(&rest, "at ")) {
         hooks.emplace_back(rest.substr(0, rest.find(" => ")), behind);
     } else {
@@ -228,24 +315,22 @@ static std::string play(const lines &commands)
         std::ofstream report(REPORT);
         freopen(CONSOLE[0].c_str(), "w", stdout);
         freopen(CONSOLE[1].c_str(), "w", stderr);
-        bool ready = unshare(CLONE_NEWNS | CLONE_NEWIPC) == 0 &&
-                     system("exec rm -rf /b /w /opt/upgddir "
-                            "/tmp/tmppfile* /tmp/ubackup /usr/local/sbin/g*zip /run/mailbox "
-                            "/etc/sysconfig /mntker/*") == 0 &&
-                     mkdir("/w", 0755) == 0;
+        const bool ready =
+            unshare(CLONE_NEWNS | CLONE_NEWIPC) == 0 && system(MAKE_ROOT.c_str()) == 0;
         rec.on_line = on_line;
         for (const std::string &command : commands) {
             report << (&command == &commands[0] ? "" : "\n") << command << std::flush;
             result.clear();
-            const size_t at = command.find(" (show ");
-            if (command.rfind("== ", 0) == 0 && at != command.npos)
-                pattern = command.substr(at + 7, command.size() - at - 8);
+            const std::string line = std::regex_replace(command, std::regex(MORE), " ");
+            const size_t at = line.find(" (show ");
+            if (line.rfind("== ", 0) == 0 && at != line.npos)
+                filter = split(line.substr(at + 7, line.size() - at - 8), ", ");
             if (ready && command.find_first_of("#= ") != 0 && command != "") {
-                perform(command);
+                perform(line);
                 collect();
             }
-            for (const std::string &line : result)
-                report << "\n    " << line;
+            for (const std::string &one : result)
+                report << "\n    " << one;
         }
         report.close();
         exit(ready ? 0 : 1);
@@ -269,7 +354,7 @@ static std::string filled(const std::string &text)
     std::string out, line, divider;
     for (const std::string &part : split(text, "\n")) {
         const bool is_result = part.rfind("    ", 0) == 0;
-        const bool fits = is_result && line.size() + divider.size() + part.size() <= 124;
+        const bool fits = is_result && line.size() + divider.size() + part.size() <= 120;
         out += fits || line.empty() ? "" : line + "\n";
         line = fits ? line + divider + part.substr(4) : part;
         divider = is_result ? " | " : ARROW;
@@ -277,30 +362,54 @@ static std::string filled(const std::string &text)
     return out + line + "\n";
 }
 
+// Shows where `got`, whose lines have their values, is not what was expected.
+static void show_difference(const std::string &expected, const lines &got)
+{
+    std::ofstream("/tmp/expected") << expected;
+    std::ofstream plain("/tmp/got");
+    for (const std::string &line : got)
+        plain << line.substr(0, line.find(VALUE)) << "\n";
+    plain.close();
+    FILE *const stream = popen("diff -U 4 -F '^== ' /tmp/expected /tmp/got", "r");
+    char text[9000];
+    for (size_t at = 0; fgets(text, sizeof text, stream) != nullptr;) {
+        std::string line = text;
+        if (sscanf(text, "@@ %*s +%zu", &at) != 1 && at > 0 && (text[0] == '+' || text[0] == ' '))
+            if (const std::string &all = got.at(at++ - 1); all.find(VALUE) != all.npos)
+                line.insert(1, "[" + all.substr(all.find(VALUE) + 1) + "]");
+        fputs(line.c_str(), stdout);
+    }
+    pclose(stream);
+}
+
 int main(int argc, char **argv)
 {
     setenv("TZ", "UTC", 1);
-    setenv("STORIES", fs::path(argv[1]).parent_path().c_str(), 1);
+    setenv("STORIES", fs::absolute(argv[1]).parent_path().c_str(), 1);
     log_debug = 0; // trace lines go to the log file, which is recorded
     const std::string story = read_file(argv[1]);
+    (void)!system("cp --sparse=always /dev/mmcblk0p[16] /run/sandbox/");
     std::vector<lines> parts(1); // the opening, and then those with a title
     for (const std::string &line : split(story, "\n")) {
         if (line.rfind("== ", 0) == 0)
             parts.emplace_back(parts[0]);
-        if (line.rfind("    ", 0) != 0)
-            parts.back().push_back(line.substr(0, line.find(ARROW)));
+        const std::string command = line.substr(0, line.find(ARROW));
+        if (line.rfind(MORE.substr(1), 0) == 0 && line.rfind("    ", 0) != 0)
+            parts.back().back() += "\n" + command;
+        else if (line.rfind("    ", 0) != 0)
+            parts.back().push_back(command);
     }
     std::string got;
     for (auto part = parts.begin() + 1; part != parts.end(); ++part) {
         const std::string text = play(*part);
         got += got.empty() ? text : text.substr(std::min(text.find("\n== "), text.size()));
     }
+    const std::string plain =
+        std::regex_replace(got, std::regex(VALUE + std::string("[^\n]*")), "");
     if (argc > 2)
-        fputs(filled(got).c_str(), stdout);
-    if (parts.size() > 1 && (argc > 2 || spread(got + "\n") == spread(story)))
+        fputs(filled(plain).c_str(), stdout);
+    if (parts.size() > 1 && (argc > 2 || spread(plain + "\n") == spread(story)))
         return 0;
-    std::ofstream("/tmp/expected") << spread(story);
-    std::ofstream("/tmp/got") << spread(got) << "\n";
-    (void)!system("diff -U 4 /tmp/expected /tmp/got");
+    show_difference(spread(story), split(spread(got), "\n"));
     return 1;
 }

@@ -1,7 +1,7 @@
 # Catches: a card's request, step, code, share or time that is another's; rows out of their order; a wait that ends too
 # early or never; what the card table forgets; a byte of a message; a flashing command off by a blank.
 usb 1
-== each firmware alone: no answer, and a failure at half the time (show ^(event|request|polls|trace: no))
+== each firmware alone: no answer, and a failure at half the time (show event, request, polls, trace no)
 update_all_UserFile  --> trace: no mcu fpga\n | = 0 and 950
 for 25 28 26 29 27 30 22 23 24 => empty_UserFile_patch ;; save_UserFile_patch @ /f@ ;; update_all_UserFile  --> = 0
     event 3/0/50 | request 25 slot 2 model 0x100 seq 0 /f25 | polls 6000 | event 3/11/950 | = -1 and 950 | = 0
@@ -13,42 +13,43 @@ for 25 28 26 29 27 30 22 23 24 => empty_UserFile_patch ;; save_UserFile_patch @ 
     event 5/0/50 | request 22 slot 1 model 0x0 seq 6 /f22 | polls 3000 | event 5/12/950 | = -1 and 950 | = 0
     event 8/0/50 | request 23 slot 1 model 0x0 seq 7 /f23 | polls 6000 | event 8/14/950 | = -1 and 950 | = 0
     event 11/0/50 | request 24 slot 1 model 0x0 seq 8 /f24 | polls 3000 | event 11/16/950 | = -1 and 950
-show ^event
-for "28 3000" "27 6000" "22 1500" => empty_UserFile_patch ;; save_UserFile_patch @1 /f ;; answer @1 -2 @2 ;; update_all_UserFile
-    = 0 | event 4/0/50 | event 4/11/500 | = -1 and 500 | = 0 | event 9/0/50 | event 9/15/500 | = -1 and 500 | = 0
-    event 5/0/50 | event 5/12/500 | = -1 and 500
-== a good answer at the last poll; any other but -2 keeps the wait running (show ^(polls|trace: update))
-for "25 6000" "27 12000" "24 3000" => empty_UserFile_patch ;; save_UserFile_patch @1 /f{1021} ;; answer @1 1 1 ;; answer @1 0 @2 ;; update_all_UserFile
-    = 0 | trace: update /f{1021}\n | polls 1 | polls 6000 | trace: update /f{1021} ok\n | = 0 and 950 | = 0
-    : update /f{1021}\n | polls 1 | polls 12000 | trace: update /f{1021} ok\n | = 0 and 950 | = 0 | : update /f{1021}\n
-    polls 1 | polls 3000 | trace: update /f{1021} ok\n | = 0 and 950
+show event
+for "28 3000" "27 6000" "22 1500" => empty_UserFile_patch ;; save_UserFile_patch @1 /f ;; answer @1 -2 @2 ;;
+  update_all_UserFile  --> = 0 | event 4/0/50 | event 4/11/500 | = -1 and 500 | = 0 | event 9/0/50 | event 9/15/500
+    = -1 and 500 | = 0 | event 5/0/50 | event 5/12/500 | = -1 and 500
+== a good answer at the last poll; any other but -2 keeps the wait running (show polls, trace: update)
+for "25 6000" "27 12000" "24 3000" => empty_UserFile_patch ;; save_UserFile_patch @1 /f{1021} ;; answer @1 1 1 ;;
+  answer @1 0 @2 ;; update_all_UserFile  --> = 0 | trace: update /f{1021}\n | polls 1 | polls 6000
+    trace: update /f{1021} ok\n | = 0 and 950 | = 0 | : update /f{1021}\n | polls 1 | polls 12000
+    trace: update /f{1021} ok\n | = 0 and 950 | = 0 | : update /f{1021}\n | polls 1 | polls 3000
+    trace: update /f{1021} ok\n | = 0 and 950
 empty_UserFile_patch ;; save_UserFile_patch 22 /f ;; fail request ;; send_result -7 ;; update_all_UserFile  --> = 0
     = -7 and 50
-== the order and the shares of seven and of nine files; the disk, and a request that is not sent (show ^event|NODISK)
-for 25 28 26 29 27 30 22 => save_UserFile_patch @ /f@ ;; set_update_card_result @ 0  --> = 0 | = 0 | = 0 | = 0 | = 0
-    = 0 | = 0
-update_all_UserFile  --> event 3/0/50 | event 4/0/178 | event 6/0/306 | event 7/0/434 | event 9/0/562 | event 10/0/690
-    event 5/0/818 | = 0 and 946
-for 23 24 => save_UserFile_patch @ /f@ ;; set_update_card_result @ 0  --> = 0 | = 0
-update_all_UserFile  --> event 3/0/50 | event 4/0/150 | event 6/0/250 | event 7/0/350 | event 9/0/450 | event 10/0/550
-    event 5/0/650 | event 8/0/750 | event 11/0/850 | = 0 and 950
-at event 9 => usb 0 ;; update_all_UserFile ;; usb 1  --> event 3/0/50 | event 4/0/150 | event 6/0/250 | event 7/0/350
-    event 9/0/450 | event 9/3/550 | trace: UPGD_ERROR_NODISK\n | = -1 and 550
-empty_UserFile_patch ;; save_UserFile_patch 25 /f ;; set_update_card_result 25 0 ;; at event 3 => usb 0 ;; update_all_UserFile
-    = 0 | event 3/0/50 | event 3/3/950 | trace: UPGD_ERROR_NODISK\n | = -1 and 950
+== the order and the shares of seven and of nine files; the disk, and a request that is not sent (show event,
+  UPGD_ERROR_NODISK)
+for 25 28 26 29 27 30 22 => save_UserFile_patch @ /f@ ;; set_update_card_result @ 0  --> = 0 {7}
+update_all_UserFile  --> event 3/0/50 | event 4/0/178 | event 6/0/306 | event 7/0/434 | event 9/0/562
+    event 10/0/690 | event 5/0/818 | = 0 and 946
+for 23 24 => save_UserFile_patch @ /f@ ;; set_update_card_result @ 0  --> = 0 {2}
+update_all_UserFile  --> event 3/0/50 | event 4/0/150 | event 6/0/250 | event 7/0/350 | event 9/0/450
+    event 10/0/550 | event 5/0/650 | event 8/0/750 | event 11/0/850 | = 0 and 950
+at event 9 => usb 0 ;; update_all_UserFile ;; usb 1  --> event 3/0/50 | event 4/0/150 | event 6/0/250
+    event 7/0/350 | event 9/0/450 | event 9/3/550 | trace: UPGD_ERROR_NODISK\n | = -1 and 550
+empty_UserFile_patch ;; save_UserFile_patch 25 /f ;; set_update_card_result 25 0 ;; at event 3 => usb 0 ;;
+  update_all_UserFile  --> = 0 | event 3/0/50 | event 3/3/950 | trace: UPGD_ERROR_NODISK\n | = -1 and 950
 set_update_card_result 25 1 ;; answer 25 0 9 ;; usb 1 ;; at event 3 => usb 0 ;; update_all_UserFile ;; usb 1
     event 3/0/50 | event 3/3/950 | trace: UPGD_ERROR_NODISK\n | = -1 and 950
-== the table (show ^trace: +(get|file|set))
+== the table (show get a user file, file type, file name, set card)
 for "28 /a" "28 /b{1022}" "28 /b{1023}" "0 /x" "31 /x" "-1 /x" => save_UserFile_patch @
-    trace:     get a user file \n | :     file type is 28 \n | :     file name is /a \n | = 0 | :     get a user file \n
-    :     file type is 28 \n | :     file name is /b{1022} \n | = 0 | :     get a user file \n | = -1 | = -1 | = -1
-    = -1
+    trace:     get a user file \n | :     file type is 28 \n | :     file name is /a \n | = 0
+    trace:     get a user file \n | :     file type is 28 \n | :     file name is /b{1022} \n | = 0
+    trace:     get a user file \n | = -1 | = -1 {3}
 for "24 0" "99 7" => set_update_card_result @  --> trace: set card(24) update result : 0\n
-    : set card(99) update result : 7\n
-for 24 99 28 => get_update_card_result @  --> = 0 | = -1 | = -1
-show ^request ;; update_all_UserFile ;; empty_UserFile_patch ;; get_update_card_result 24 ;; update_all_UserFile
+    trace: set card(99) update result : 7\n
+for 24 99 28 => get_update_card_result @  --> = 0 | = -1 {2}
+show request ;; update_all_UserFile ;; empty_UserFile_patch ;; get_update_card_result 24 ;; update_all_UserFile
     request 28 slot 2 model 0x1ff seq 0 /b{1022} | = -1 and 950 | = -1 | = 0 and 950
-== the bytes of messages: an event, and requests with their numbers (show ^(send|trace))
+== the bytes of messages: an event, and requests with their numbers (show send, trace)
 raw ;; $ sysconfig set card_bit 2
 send_result -7 ;; fail "send 01" ;; ipc_event_send_upgmsg ;; ipc_event_send_upgmsg - ;; fail
     send 01abcdef \0?\n\x02\0{4}4\x04\0{6}\x06\0\x1C\0{1057} | = -7 | = -1
@@ -62,24 +63,26 @@ fail send ;; ipc_send_card_update 1 x ;; fail ;; ipc_send_card_update 0xFFFFFFFF
     send 020a3b00 \0?\n\x02\0{4})\0{9}\x1C\0\x0F\0\0\0?\x99\xEF\x02\x04\x03\x03\0\x08\x07\x06\x05\x01\0x\0\0
     trace: QX7_FPGA_WriteBlock: send_msg_to_kmd error :-7\n | = -7 | = -1
     send 020a3b00 \0?\n\x02\0{4})\0{9}\x1C\0\x0F\0\0\0?\x99\xEF\x02\x04\x03\x04\0\x08\x07\x06\x05\x01\0x\0\0 | = 0
-show ^send ;; save_UserFile_patch 22 /f ;; set_update_card_result 22 0 ;; update_all_UserFile  --> = 0
+show send ;; save_UserFile_patch 22 /f ;; set_update_card_result 22 0 ;; update_all_UserFile  --> = 0
     send 01abcdef \0?\n\x02\0{4}4\x04\0{6}\x06\0\x1C\0{9}\x05\0{1039}2\0{7}
     send 020a3b00 \0?\n\x02\0{4},\x04\0{8}\x1C\0\x12\x04\0\0?\xFE\xEF\x01\0\0\x05\0{5}\x04\x04\x16\0\0\0/f\0{1024}
     = 0 and 950
-== local flashing: the commands to their blanks, and what is not looked at (show ^(log|trace|run))
+== local flashing: the commands to their blanks, and what is not looked at (show log, trace, run)
 $ touch f; touch $(printf 'g%.0s' $(seq 202)) $(printf 'g%.0s' $(seq 203))
-for "21 none" "24 none" "21 f" "31 f" "24 f" => update_one_UserFile @  --> = -1 | = -1
-    trace:     no file need to update in round 1... \n | = -1 | :     no file need to update in round 1... \n | = -1
-    :     file name is f \n | :     file type is 24 \n | log: bin type is = 24\s
+for "21 none" "24 none" "21 f" "31 f" "24 f" => update_one_UserFile @  --> = -1 {2}
+    trace:     no file need to update in round 1... \n | = -1 {2} | trace:     file name is f \n
+    :     file type is 24 \n | log: bin type is = 24\s
     trace:     cmdstr=/usr/vorn/bin/mcu_isp -B vpu     -C 0x31 -b f -r 0x00  \n\n
     log: cmdstr=/usr/vorn/bin/mcu_isp -B vpu     -C 0x31 -b f -r 0x00  \n\n | trace:     begin update self bin \n
     run /usr/vorn/bin/mcu_isp -B vpu     -C 0x31 -b f -r 0x00\s | trace:     update OK !\n | = 0
-show ^(run|log: (com|upd)|trace: +update err) ;; for 22 23 25 26 27 28 29 30 => update_one_UserFile @ f
-    run /usr/vorn/bin/mcu_isp -B input  -C 0x31 -b f\s | = 0 | run /usr/vorn/bin/mcu_isp -B output  -C 0x31 -b f\s | = 0
-    run /usr/vorn/bin/kmd_test 0 update   0x0100 2 f\s | = 0 | run /usr/vorn/bin/kmd_test -B update   0x0100 4  f\s
-    = 0 | run /usr/vorn/bin/kmd_test -B update   0x0100 1  f\s | = 0
-    run /usr/vorn/bin/kmd_test -B update   0x01ff 2  f\s | = 0 | run /usr/vorn/bin/kmd_test -B update   0x01ff 4  f\s
-    = 0 | run /usr/vorn/bin/kmd_test -B update   0x01ff 1  f\s | = 0
+show run, command too long, update faild, update err ;; for 22 23 25 26 27 28 29 30 => update_one_UserFile @ f
+    run /usr/vorn/bin/mcu_isp -B input  -C 0x31 -b f\s | = 0 | run /usr/vorn/bin/mcu_isp -B output  -C 0x31 -b f\s
+    = 0 | run /usr/vorn/bin/kmd_test 0 update   0x0100 2 f\s | = 0
+    run /usr/vorn/bin/kmd_test -B update   0x0100 4  f\s | = 0
+    run /usr/vorn/bin/kmd_test -B update   0x0100 1  f\s | = 0
+    run /usr/vorn/bin/kmd_test -B update   0x01ff 2  f\s | = 0
+    run /usr/vorn/bin/kmd_test -B update   0x01ff 4  f\s | = 0
+    run /usr/vorn/bin/kmd_test -B update   0x01ff 1  f\s | = 0
 for g{202} g{203} => update_one_UserFile 24 @  --> run /usr/vorn/bin/mcu_isp -B vpu     -C 0x31 -b g{202} -r 0x00\s
     = 0 | log: command too long for <g{203}>. | = -6
 fail run ;; update_one_UserFile 24 f  --> run /usr/vorn/bin/mcu_isp -B vpu     -C 0x31 -b f -r 0x00\s

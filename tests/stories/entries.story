@@ -1,100 +1,99 @@
 # Catches: an entry that is refused or let through by mistake, what stays of it and of the others, a way out of the
 # base directory, a limit that is passed, a command line that a name changes, data that is no longer the image's.
-== the lines of a failed copy, counted ahead of them; nothing behind it is touched (show (trace|log): +(copy|result|update_i)|trace copy|block 3 1 . 100)
+== the lines of a failed copy, counted ahead of them; nothing behind it is touched (show copy_file, log: update_info,
+  update error, update 1 file, block 3 1)
 image u.img -- a 0 1 b 0 b{9000} c 0 3 ;; $ mkdir /b; mount -t tmpfs -o size=8k tmpfs /b
-do_update u.img 2 /b ;; tree /b  --> block 3 1 0 100 0 | trace copy_file: bb_full_write failed `/b/b' size= 9000\n
-    block 3 1 0 100 1 | log: copy_file ----------  /b/b --------- failed.
-    trace: copy_file failed :---------- /b/b ---------- \n | log:  update_info->result = 0 (1:ok, 2:error). \n
+do_update u.img 2 /b ;; tree /b  --> block 3 1 0 0 0 | block 3 1 0 100 0
+    trace copy_file: bb_full_write failed `/b/b' size= 9000\n | block 3 1 0 100 1
+    log: copy_file ----------  /b/b --------- failed. | trace: copy_file failed :---------- /b/b ---------- \n
     block 3 1 2 100 1 | trace: result = 2, update 1 file error !! \n | : result = 2, update error !! \n
     log:  result = 2, update error !! | = -4 | a = 1 | b = b{4096}
 == what stands in an entry's place; a link to a directory is one; who has a file open keeps it (show none)
 $ mkdir -p /b/d /b/m; echo old and long >/b/a; echo old and long >kept; ln /b/a open; touch /b/l /b/m/f; ln -s d /b/to_d
 $ mount --bind kept /b/m/f
 image u.img -- a 0 new "l;a" 4 "" "k;/abs/x" 4 "" m/f 0 new to_d 1 "" to_d/x 0 x "g;h" 0 g d/../e 0 e ..f/... 0 f
-do_update u.img 2 /b ;; tree /b ;; $ cat open kept; touch /b/m/n; mount --bind /dev/null /b/m/n  --> = 0 | ..f/... = f
-    a = new | d/x = x | e = e | g;h = g | k -> /abs/x | l -> a | m/f = new | to_d -> d | old and long | new
-show ^trace (image|copy) ;; for "m 0" "m/n 0" "a 1" => image i -- @1 @2 m ;; do_update i 2 /b
-    trace copy_file: unable to open `/b/m'\n | = -4 | = -4 | = -4
-== damage is found at the entry's own turn (show ^trace: image)
-image u.img count=4294967295 -- good 0 x ;; do_update u.img 2 /b ;; show ^trace: image.*[hdge]\\n
+do_update u.img 2 /b ;; tree /b ;; $ cat open kept; touch /b/m/n; mount --bind /dev/null /b/m/n  --> = 0
+    ..f/... = f | a = new | d/x = x | e = e | g;h = g | k -> /abs/x | l -> a | m/f = new | to_d -> d | old and long
+    new
+show image is damaged, unable to open ;; for "m 0" "m/n 0" "a 1" => image i -- @1 @2 m ;; do_update i 2 /b
+    trace copy_file: unable to open `/b/m'\n | = -4 | = -4 {2}
+== damage is found at the entry's own turn (show trace image)
+image u.img count=4294967295 -- good 0 x ;; do_update u.img 2 /b ;; show trace image
     trace: image is damaged at entry 1: there are fewer entries than the header says\n | = -4
-for "name" "n{1024}\0\0\0\0\0\0" "name\0" "name\0\0\0\0\0" "name\0\0\0\0\0\x02x" "name\0\0\xFF\xFF\xFF\xFF" => image u.img count=2 -- good 0 x "@" raw "" ;; do_update u.img 2 /b ;; tree /b
+for "name" "n{1024}\0\0\0\0\0\0" "name\0" "name\0\0\0\0\0" "name\0\0\0\0\0\x02x" "name\0\0\xFF\xFF\xFF\xFF" =>
+  image u.img count=2 -- good 0 x "@" raw "" ;; do_update u.img 2 /b ;; tree /b
     trace: image is damaged at entry 1: its name has no end\n | = -4 | good = x
-    : image is damaged at entry 1: its name is too long\n | = -4 | good = x
-    : image is damaged at entry 1: it runs past the end of the image\n | = -4 | good = x
-    : image is damaged at entry 1: it runs past the end of the image\n | = -4 | good = x
-    : image is damaged at entry 1: it runs past the end of the image\n | = -4 | good = x
-    : image is damaged at entry 1: it runs past the end of the image\n | = -4 | good = x
-== names that lead out, that a command would take apart, or that fit no buffer (show ^run cd)
-for "../x" "a/../../b/x" "n{1023}" "d x/x" "$(touch no)/x" "a`b`/x" "a\tb/x" "a;b/x" => image u.img -- "@" 0 x ;; do_update u.img 2 /b
-    = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
-for "l;t{126}" "l;a b" "l;$(x" "l;-t" "l a;t" "-l;t" => image u.img -- "@" 4 "" ;; do_update u.img 2 /b  --> = -4 | = -4
-    = -4 | = -4 | = -4 | = -4
-for "1 .//.." "1 d|x" "5 k/zImage&" "7 u;b" "7 u<b" "7 u>b" "7 u(b" "7 u)b" "7 u'b" "7 u\"b" "7 u\\b" "7 u$b" "7 u$1" "7 u$?" "7 u\nb" "4 l;~t" "4 l;#t" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b
-    = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
-for "4 l;no*" "4 no*;t" "4 l;../no?" "4 l;no[n-p]" "4 l;{-t/etc,/x}" "4 l;*/../*/../*/../*/../*/../*" "7 no?" => image u.img -- cost 0 x "@2" @1 "" ;; do_update u.img 2 /b
-    = -4 | = -4 | = -4 | = -4 | = -4 | = -4 | = -4
-tree /b ;; $ ls -A; ls /x ;; show ^trace: image  --> cost = x | u.img
+    trace: image is damaged at entry 1: its name is too long\n | = -4 | good = x
+    trace: image is damaged at entry 1: it runs past the end of the image\n | = -4 | good = x {4}
+== names that lead out, that a command would take apart, or that fit no buffer (show run cd)
+for "../x" "a/../../b/x" "n{1023}" "d x/x" "$(touch no)/x" "a`b`/x" "a\tb/x" "a;b/x" => image u.img -- "@" 0 x ;;
+  do_update u.img 2 /b  --> = -4 {8}
+for "l;t{126}" "l;a b" "l;$(x" "l;-t" "l a;t" "-l;t" => image u.img -- "@" 4 "" ;; do_update u.img 2 /b
+    = -4 {6}
+for "1 .//.." "1 d|x" "5 k/zImage&" "7 u;b" "7 u<b" "7 u>b" "7 u(b" "7 u)b" "7 u'b" "7 u\"b" "7 u\\b" "7 u$b" "7 u$1"
+  "7 u$?" "7 u\nb" "4 l;~t" "4 l;#t" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b  --> = -4 {17}
+for "4 l;no*" "4 no*;t" "4 l;../no?" "4 l;no[n-p]" "4 l;{-t/etc,/x}" "4 l;*/../*/../*/../*/../*/../*" "7 no?" =>
+  image u.img -- cost 0 x "@2" @1 "" ;; do_update u.img 2 /b  --> = -4 {7}
+tree /b ;; $ ls -A; ls /x ;; show trace image  --> cost = x | u.img
     ls: cannot access '/x': No such file or directory | status 2
-for "0 ../x" "4 a;b/../../l;x" "0 n{1023}" "1 d{495}" "0 d{99}/d{99}/d{99}/d{99}/d{95}/x" "4 l;t{126}" "4 l;-t" "7 u;b" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b
-    trace: image is damaged at entry 0: its name leads out of the directory\n | = -4
-    : image is damaged at entry 0: its name leads out of the directory\n | = -4
-    : image is damaged at entry 0: its path is too long\n | = -4
-    : image is damaged at entry 0: its directory can't be made by a command\n | = -4
-    : image is damaged at entry 0: its directory can't be made by a command\n | = -4
-    : image is damaged at entry 0: its path and target are too long for a link\n | = -4
-    : image is damaged at entry 0: its path or target would be taken apart by a command\n | = -4
-    : image is damaged at entry 0: its path would be taken apart by a command\n | = -4
+for "0 ../x" "4 a;b/../../l;x" "0 n{1023}" "1 d{495}" "0 d{99}/d{99}/d{99}/d{99}/d{95}/x" "4 l;t{126}" "4 l;-t"
+  "7 u;b" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b
+    trace: image is damaged at entry 0: its name leads out of the directory\n | = -4 {2}
+    trace: image is damaged at entry 0: its path is too long\n | = -4
+    trace: image is damaged at entry 0: its directory can't be made by a command\n | = -4 {2}
+    trace: image is damaged at entry 0: its path and target are too long for a link\n | = -4
+    trace: image is damaged at entry 0: its path or target would be taken apart by a command\n | = -4
+    trace: image is damaged at entry 0: its path would be taken apart by a command\n | = -4
 == names that only look so, up to the limits (show none)
 $ d=$(printf 'd%.0s' $(seq 99)); mkdir -p /b/$d/$d/$d/$d/$d/$d/$d/$d/$d/$d
-image u.img -- "d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/f{20}" 0 x "d{99}/d{99}/d{99}/d{99}/d{94}/x" 0 "" ;; do_update u.img 2 /b ;; $ cat /b/*/*/*/*/*/*/*/*/*/*/f*; rm -r /b/*
-    = 0 | x
-image u.img -- "[" 0 x "m/[l;n[/$.$" 4 "" "a$/~/-d/f" 0 x "a b" 0 x "l;t{125}" 4 "" "l{124};t" 4 "" "n" 4 "" "7;b" 22 x ;; do_update u.img 2 /b ;; tree /b
-    = 0 | 7;b = x | [ = x | a b = x | a$/~/-d/f = x | l -> t{125} | l{124} -> t | m/[l -> n[/$.$ | n =\s
+image u.img -- "d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/f{20}" 0 x "d{99}/d{99}/d{99}/d{99}/d{94}/x"
+  0 "" ;; do_update u.img 2 /b ;; $ cat /b/*/*/*/*/*/*/*/*/*/*/f*; rm -r /b/*  --> = 0 | x
+image u.img -- "[" 0 x "m/[l;n[/$.$" 4 "" "a$/~/-d/f" 0 x "a b" 0 x "l;t{125}" 4 "" "l{124};t" 4 "" "n" 4 "" "7;b" 22
+  x ;; do_update u.img 2 /b ;; tree /b  --> = 0 | 7;b = x | [ = x | a b = x | a$/~/-d/f = x | l -> t{125}
+    l{124} -> t | m/[l -> n[/$.$ | n =\s
 == what is read ahead ends anywhere in an entry (show none)
-for 367 368 369 370 371 372 373 374 375 376 => image u.img -- a 0 a{16@} bbb 0 y c 0 z ;; do_update u.img 2 /b ;; $ cat /b/bbb /b/c
-    = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz | = 0 | yz
-== a directory that can't be made; a link of the image that leads out (show ^trace: image)
+for 367 368 369 370 371 372 373 374 375 376 => image u.img -- a 0 a{16@} bbb 0 y c 0 z ;; do_update u.img 2 /b ;;
+  $ cat /b/bbb /b/c  --> = 0 | yz {10}
+== a directory that can't be made; a link of the image that leads out (show trace image)
 image u.img -- a/b 0 x c 0 y ;; $ mkdir /b; : >/b/a ;; do_update u.img 2 /b  --> = -4
-for "out;/w out/x" "out;../w out/x" "out;../w out/n/x" "in;. in/n/../../w/f" "in;. in/../b/x;/w" => image u.img -- "@1" 4 "" @2 0 x ;; do_update u.img 2 /b
-    trace: image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
-    : image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
-    : image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
-    : image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
-    : image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
+for "out;/w out/x" "out;../w out/x" "out;../w out/n/x" "in;. in/n/../../w/f" "in;. in/../b/x;/w" =>
+  image u.img -- "@1" 4 "" @2 0 x ;; do_update u.img 2 /b
+    trace: image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4 {5}
 $ mkdir /bx ;; image u.img -- "out;../bx" 4 "" out/x 0 x ;; do_update u.img 2 /b
     trace: image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
 image u.img -- "out;../w" 4 "" c 0 y out/x 0 x ;; do_update u.img 2 /b ;; $ ls /bx; rm -r /bx
     trace: image is damaged at entry 2: a link leads it out of the directory, or nowhere\n | = -4
 image u.img -- d 1 "" "in;d" 4 "" in/x 0 x "in;../w" 4 "" in/y 0 y ;; do_update u.img 2 /b ;; tree /b ;; $ ls
-    trace: image is damaged at entry 4: a link leads it out of the directory, or nowhere\n | = -4 | a =\s | c = y | d/x = x
-    in -> ../w | out -> ../w | u.img
-== the device's own links are followed; a base directory without a '/' (show ^trace: image)
+    trace: image is damaged at entry 4: a link leads it out of the directory, or nowhere\n | = -4 | a =\s | c = y
+    d/x = x | in -> ../w | out -> ../w | u.img
+== the device's own links are followed; a base directory without a '/' (show trace image)
 $ mkdir /own /b; ln -s /own /b/nand; ln -s ../own /b/too ;; image u.img -- nand/x 0 x "l;nand" 4 "" too/n/y 0 y
-do_update u.img 2 /b ;; tree /b ;; tree /own ;; do_update u.img 2 b ;; $ find b -type f | sort
-    = 0 | l -> nand | nand -> /own | too -> ../own | n/y = y | x = x | = 0 | b/b/l | b/b/nand/x | b/b/too/n/y
+do_update u.img 2 /b ;; tree /b ;; tree /own ;; do_update u.img 2 b ;; $ find b -type f | sort  --> = 0 | l -> nand
+    nand -> /own | too -> ../own | n/y = y | x = x | = 0 | b/b/l | b/b/nand/x | b/b/too/n/y
 $ rm -r /b /own/*; mkdir /b; ln -s /own /b/nand; ln -s slot /b/cur
-for "nand/d/f 0 nand/cur;d 4 nand/cur/g 0" "a 0 b 0 nand/../x 0" "a 0 slot;/w 4 cur/x 0" => image u.img -- @1 @2 "" @3 @4 "" @5 @6 x ;; do_update u.img 2 /b ;; tree /own
-    = 0 | cur -> d | d/f =\s | d/g = x | trace: image is damaged at entry 2: a link leads it out of the directory, or nowhere\n
-    = -4 | cur -> d | d/f =\s | d/g = x | : image is damaged at entry 2: a link leads it out of the directory, or nowhere\n
-    = -4 | cur -> d | d/f =\s | d/g = x
+for "nand/d/f 0 nand/cur;d 4 nand/cur/g 0" "a 0 b 0 nand/../x 0" "a 0 slot;/w 4 cur/x 0" =>
+  image u.img -- @1 @2 "" @3 @4 "" @5 @6 x ;; do_update u.img 2 /b ;; tree /own  --> = 0 | cur -> d | d/f =\s
+    d/g = x | trace: image is damaged at entry 2: a link leads it out of the directory, or nowhere\n | = -4
+    cur -> d | d/f =\s | d/g = x {2}
 == what a command has not made is not noticed, unless the entry shows it (show not)
-for "run /bin/mkdir -p /b/" "run cd" => $ rm -rf /b; mkdir /b ;; fail "@" ;; image u.img -- a 0 x "l;a" 4 "" d/b 0 x ;; do_update u.img 2 /b ;; tree /b
-    = -4 | a = x | l -> a | = 0 | a = x | d/b = x | l =\s
-== the image shrinks under its mapping: ahead of the entry, within it, within a page (show ^trace: image)
-for "0 0" "0 496" "1 0" "1 4096" "1 6502" "1 6503" "2 6559" "2 6560" => image u.img -- a 0 1 b 0 b{6000} c 0 c{50} ;; $ rm -rf /b ;; at (num-@1) => $ truncate -s @2 /w/u.img ;; do_update u.img 2 /b
-    = -4 | = -4 | = -4 | = -4 | trace: image is damaged at entry 1: the image has shrunk\n | = -4
-    : image is damaged at entry 2: the image has shrunk\n | = -4 | : image is damaged at entry 2: the image has shrunk\n
-    = -4 | = 0
-== boot loader and kernel: their failure ends the run, and the version is recorded of none that failed (show ^run (dd|sys))
+for "run /bin/mkdir -p /b/" "run cd" => $ rm -rf /b; mkdir /b ;; fail "@" ;; image u.img -- a 0 x "l;a" 4 "" d/b 0 x ;;
+  do_update u.img 2 /b ;; tree /b  --> = -4 | a = x | l -> a | = 0 | a = x | d/b = x | l =\s
+== the image shrinks under its mapping: ahead of the entry, within it, within a page (show trace image)
+for "0 0" "0 496" "1 0" "1 4096" "1 6502" "1 6503" "2 6559" "2 6560" => image u.img -- a 0 1 b 0 b{6000} c 0 c{50} ;;
+  $ rm -rf /b ;; at (num-@1) => $ truncate -s @2 /w/u.img ;; do_update u.img 2 /b  --> = -4 {4}
+    trace: image is damaged at entry 1: the image has shrunk\n | = -4
+    trace: image is damaged at entry 2: the image has shrunk\n | = -4 {2} | = 0
+== boot loader and kernel: their failure ends the run, and the version is recorded of none that failed (show run dd, run
+  sysconfig)
 image u.img -- card 22 c u 7 u k/zImage 5 k z 0 z
-for run_dd "run dd" "run /bin/cp" "run /bin/mount" => fail "@" ;; $ rm -rf /b; umount /mntker 2>/dev/null; mkdir /b ;; do_update u.img 2 /b ;; $ ls -m /b
-    run dd if=/b/u of=/dev/mmcblk0p1 | run sysconfig set fw_version V1.0.0.0 | = 0 | card, k, u, z
-    run dd if=/b/u of=/dev/mmcblk0p1 | = -5 | card, u | run dd if=/b/u of=/dev/mmcblk0p1 | = -14 | card, k, u
-    run dd if=/b/u of=/dev/mmcblk0p1 | = -14 | card, k, u
-== after the walk each file system that was written to is brought to its disk, then all, or the run has failed (show (trace|log): copy|sync|round 2|1, update)
+for run_dd "run dd" "run /bin/cp" "run /bin/mount" => fail "@" ;; $ rm -rf /b; umount /mntker 2>/dev/null; mkdir /b ;;
+  do_update u.img 2 /b ;; $ ls -m /b  --> run dd if=/b/u of=/dev/mmcblk0p1 | run sysconfig set fw_version V1.0.0.0
+    = 0 | card, k, u, z | run dd if=/b/u of=/dev/mmcblk0p1 | = -5 | card, u | run dd if=/b/u of=/dev/mmcblk0p1
+    = -14 | card, k, u {2}
+== after the walk each file system that was written to is brought to its disk, then all, or the run has failed (show
+  copy_file, begin, syncfs, sync, round 2, successful, rsync, run /bin/sync)
 $ mkdir -p /b/m /b/n; mount -t tmpfs tmpfs /b/m; mount -t tmpfs tmpfs /b/n ;; image u.img -- m/a 0 x b 0 x m/c/d 0 x
-do_update u.img 2 /b ;; fail syncfs ;; do_update u.img 2 /b  --> trace: \n\n\n\n\rround 2 --------update user file ....\n
-    syncfs | syncfs | sync | trace: result = 1, update successful !! \n | run /bin/sync | log:  run rsync ok. | = 0
-    trace: \n\n\n\n\rround 2 --------update user file ....\n | syncfs | log: copy_file ----------  /b --------- failed.
-    trace: copy_file failed :---------- /b ---------- \n | = -4
+do_update u.img 2 /b ;; fail syncfs ;; do_update u.img 2 /b  --> begin /b/m/a | begin /b/b | begin /b/m/c/d
+    syncfs /b | syncfs /b/m | sync | trace: result = 1, update successful !! \n | run /bin/sync
+    log:  run rsync ok. | = 0 | begin /b/m/a | begin /b/b | begin /b/m/c/d | syncfs /b
+    log: copy_file ----------  /b --------- failed. | trace: copy_file failed :---------- /b ---------- \n | = -4

@@ -1,7 +1,8 @@
 # Catches: what a service run tells its receiver and the logs that is missing, wrong or out of its order; the USB flag
 # asked at the wrong moment; a failure that goes on, or ends in another code.
 usb 1
-== a run in its own lines; the steps that both engines share bear its name (show ^(log: |run|wait|event|request|trace: (in|.*UPGD|  um|.*round|end)))
+== a run in its own lines; the steps that both engines share bear its name (show log:, run, wait, event, request, in
+  fun, UPGD_SUCCESS, umount kernel, unpress, update user file, trace: end)
 image u.img -- nand/App.bin 22 card nand/a 0 ABC "nand/l;a" 4 "" nand/zImage 5 kernel ;; answer 22 0 3
 do_update_upgrade u.img 1 /b  --> trace: in fun do_update  ! \n | log:  start | : get_upgrade_info success!!\s
     : \n now update_info->result = 0\s | : <do_update> update_file:u.img | : fread update_file ...
@@ -21,47 +22,49 @@ do_update_upgrade u.img 1 /b  --> trace: in fun do_update  ! \n | log:  start | 
     trace: result = UPGD_SUCCESS, update successful !! \n | log:  mode = 1; reboot ! | wait 6 s | run reboot -f
     log:  end | = 0
 percent ;; tree /b  --> = 1000 | nand/App.bin = card | nand/a = ABC | nand/l -> a | nand/zImage = kernel
-== failures in the checks of the image: their events after two seconds, and the closing lines (show ^(wait|event|run)|trace: (end|res)|log: +res)
+== failures in the checks of the image: their events after two seconds, and the closing lines (show wait, event, run,
+  trace: end, update error)
 image good -- k/zImage 5 k a 0 x u 7 u ;; image magic magic=1 -- ;; $ echo >short; { cat good; echo; } >long
 do_update_upgrade missing 2 /b  --> wait 2 s | event 1/4/0 | trace: end upgrade !! \n | wait 1000000 us
     trace: result = 2, update error !! \n | log:  result = 2, update error !! | = -10
-show ^(wait 2|event) ;; for "short /b" "magic /b" "long /b" "- /b" "good /w/long/x" => do_update_upgrade @1 2 @2
-    wait 2 s | event 1/6/0 | = -10 | wait 2 s | event 1/6/0 | = -10 | wait 2 s | event 1/6/0 | = -10 | wait 2 s
-    event 1/4/0 | = -10 | wait 2 s | event 1/6/0 | = -10
-at <do_update> => open_no_files ;; do_update_upgrade good 2 /b ;; fail mmap ;; do_update_upgrade good 2 /b  --> wait 2 s
-    event 1/5/0 | = -10 | wait 2 s | event 1/7/0 | = -3
-== failures of the unpacking; 100 of 1000 is its share (show ^(wait 2|event|run [a-z/; ]*(sys|umou|rebo))|log: copy)
+show wait 2, event ;; for "short /b" "magic /b" "long /b" "- /b" "good /w/long/x" => do_update_upgrade @1 2 @2
+    wait 2 s | event 1/6/0 | = -10 {3} | wait 2 s | event 1/4/0 | = -10 | wait 2 s | event 1/6/0 | = -10
+at <do_update> => open_no_files ;; do_update_upgrade good 2 /b ;; fail mmap ;; do_update_upgrade good 2 /b
+    wait 2 s | event 1/5/0 | = -10 | wait 2 s | event 1/7/0 | = -3
+== failures of the unpacking; 100 of 1000 is its share (show wait 2, event, run sysconfig, run /bin/umount, run reboot,
+  log copy_file)
 image good -- k/zImage 5 k a 0 x u 7 u ;; image bad -- k/zImage 5 k k 0 x ;; image end count=1 --
-for end bad => do_update_upgrade @ 1 /b  --> event 2/0/0 | log: copy_file ----------  /b --------- failed. | wait 2 s
-    event 2/8/0 | run reboot -f | = -1 | event 2/0/0 | log: copy_file ----------  /b/k --------- failed. | wait 2 s
-    event 2/8/50 | run reboot -f | = -1
-for "run /bin/cp" "run /bin/mount" "run dd" syncfs => fail "@" ;; $ umount /mntker 2>/dev/null; rm -rf /b ;; do_update_upgrade good 2 /b
-    event 2/0/0 | event 2/10/0 | run /bin/sync; /bin/umount /mntker/ | = -1 | event 2/0/0 | event 2/10/0
-    run /bin/sync; /bin/umount /mntker/ | = -1 | event 2/0/0 | event 2/9/66 | run /bin/sync; /bin/umount /mntker/ | = -1
-    event 2/0/0 | log: copy_file ----------  /b --------- failed. | wait 2 s | event 2/8/66 | = -1
-== the disk is gone: while the report waits, at an entry, ahead of a list that can't be read then (show ^(wait 2|event)|NODISK|; /bin/umo)
-image good -- k/zImage 5 k a 0 x u 7 u ;; image bad -- k 0 x k/zImage 5 k ;; image end count=1 -- ;; image none -- ;; $ echo >short
+for end bad => do_update_upgrade @ 1 /b  --> event 2/0/0 | log: copy_file ----------  /b --------- failed.
+    wait 2 s | event 2/8/0 | run reboot -f | = -1 | event 2/0/0 | log: copy_file ----------  /b/k --------- failed.
+    wait 2 s | event 2/8/50 | run reboot -f | = -1
+for "run /bin/cp" "run /bin/mount" "run dd" syncfs => fail "@" ;; $ umount /mntker 2>/dev/null; rm -rf /b ;;
+  do_update_upgrade good 2 /b  --> event 2/0/0 | event 2/10/0 | run /bin/sync; /bin/umount /mntker/ | = -1 {2}
+    event 2/0/0 | event 2/9/66 | run /bin/sync; /bin/umount /mntker/ | = -1 | event 2/0/0
+    log: copy_file ----------  /b --------- failed. | wait 2 s | event 2/8/66 | = -1
+== the disk is gone: while the report waits, at an entry, ahead of a list that can't be read then (show wait 2, event,
+  UPGD_ERROR_NODISK, run /bin/umount)
+image good -- k/zImage 5 k a 0 x u 7 u ;; image bad -- k 0 x k/zImage 5 k ;; image end count=1 -- ;; image none -- ;;
+  $ echo >short
 for short bad => usb 1 ;; at wait 2 s => usb 0 ;; do_update_upgrade @ 2 /b  --> wait 2 s | event 1/3/0 | = -10
     event 2/0/0 | wait 2 s | event 2/3/50 | = -1
 for end good none => usb 0 ;; do_update_upgrade @ 2 /b ;; percent  --> event 2/0/0 | event 2/3/0
-    trace: UPGD_ERROR_NODISK\n | = -1 | = 0 | event 2/0/0 | event 2/3/0 | trace: UPGD_ERROR_NODISK\n | = -1 | = 0
-    event 2/0/0 | = 0 | = 1000
+    trace: UPGD_ERROR_NODISK\n | = -1 | = 0 {2} | event 2/0/0 | = 0 | = 1000
 usb 1 ;; $ rm -rf /b ;; at (num-0) => usb 0 ;; do_update_upgrade good 2 /b  --> event 2/0/0 | event 2/3/0
     trace: UPGD_ERROR_NODISK\n | run /bin/sync; /bin/umount /mntker/ | = -1
-== the entry points, ahead of any run and over both engines (show ^(log: [^<]|wait 2|event|run reb))
+== the entry points, ahead of any run and over both engines (show log:, wait, event, run reboot, -<do_update>)
 image u.img -- a 0 x ;; $ echo >short ;; do_update_upgd missing /b ;; usb 0 ;; do_update_upgd - /b ;; usb 1
     log: start | : 'missing' can't open. please check path. | wait 2 s | event 0/4/0 | log: end | = -1 | : start
     : '(null)' can't open. please check path. | wait 2 s | event 0/3/0 | log: end | = -1
-for missing u.img short => do_update_backup @ /b  --> log: start | : 'missing' can't open. please check path. | : end
-    = -1 | : start | : do_update_backup runing... | wait 20000 us | log: do_update_backup OK | : end | = 0 | : start
-    : do_update_backup runing... | wait 20000 us | log: do_update_backup NG | : end | = -10
-show ^(log: do.* .*[.KG]$|event|run reb) ;; for u.img short => do_update_upgd @ /b  --> log: do_update_backup runing...
-    event 2/0/0 | log: do_update_backup OK | = 0 | : do_update_backup runing... | event 1/6/0 | log: do_update_backup NG
-    = -10
-== other programs: what is run, and what is not (show ^(log|run))
+for missing u.img short => do_update_backup @ /b  --> log: start | : 'missing' can't open. please check path.
+    : end | = -1 | log: start | : do_update_backup runing... | wait 20000 us | log: do_update_backup OK | : end
+    = 0 | log: start | : do_update_backup runing... | wait 20000 us | log: do_update_backup NG | : end | = -10
+show log: do_update_backup, event, run reboot ;; for u.img short => do_update_upgd @ /b
+    log: do_update_backup runing... | event 2/0/0 | log: do_update_backup OK | = 0 | log: do_update_backup runing...
+    event 1/6/0 | log: do_update_backup NG | = -10
+== other programs: what is run, and what is not (show log, run)
 for p{220} p{221} - => do_update_runcmd "@" 1  --> log:  <do_update_runcmd> update_file = p{220}
     run /usr/qrx310/bin/img_deploy -u p{220} -m 1 | = 0 | log:  <do_update_runcmd> update_file = p{221}
-    : command too long for <p{221}>. | = 0 | :  <do_update_runcmd> update_file = (null) | = 0
+    : command too long for <p{221}>. | = 0 | log:  <do_update_runcmd> update_file = (null) | = 0
 fail "run killall -9 b" ;; kill_task  --> run killall -9 watchdog  2>&1 | run killall -9 browser  2>&1
     log: kill NG. browser | run killall -9 videod  2>&1 | run /nand/usr/lmt240/bin/telapnet tmd kall  2>&1
     log: kill NG. aptid | run killall -9 dropbear  2>&1 | run killall -9 tmd  2>&1 | = 0
