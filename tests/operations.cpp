@@ -331,6 +331,7 @@ SET(output, rec.outputs[c.words.at(1)] = c.words.at(2));
 SET(answer, rec.answers[c.words.at(1) + " " + c.words.at(3)] = c.number(2));
 SET(send_result, rec.send_result = c.number(1));
 SET(raw, rec.raw = true);
+SET(print, fputs(c.text(1), stdout));
 SET(clock, rec.time_us = std::stoll(c.words.at(1)) * 1000000);
 SET(types, rec.types_are_told = c.number(1) != 0);
 SET(open_no_files, open_no_files());

@@ -15,6 +15,7 @@
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/time.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 // The name of a call on files in the C library.
@@ -148,6 +149,7 @@ FILE *__real_my_popen(const char *cmd, const char *mode);
 FILE *FILE_CALL(__real_, fopen)(const char *path, const char *mode);
 ssize_t __real_getdents64(int fd, void *items, size_t size);
 void *FILE_CALL(__real_, mmap)(void *place, size_t size, int access, int flags, int fd, off_t at);
+int FILE_CALL(__real_, fstatfs)(int fd, struct statfs *fs);
 void *__real_shmat(int id, const void *address, int flags);
 int __real_rename(const char *from, const char *to);
 int __real_close(int fd);
@@ -214,8 +216,17 @@ ssize_t __wrap_getdents64(int fd, void *items, size_t size)
 
 void *FILE_CALL(__wrap_, mmap)(void *place, size_t size, int access, int flags, int fd, off_t at)
 {
-    return fails("mmap") ? (errno = ENOMEM, MAP_FAILED)
-                         : FILE_CALL(__real_, mmap)(place, size, access, flags, fd, at);
+    return add("map") ? (errno = ENOMEM, MAP_FAILED)
+                      : FILE_CALL(__real_, mmap)(place, size, access, flags, fd, at);
+}
+
+// A mounted directory of this name does not count its subdirectories.
+int FILE_CALL(__wrap_, fstatfs)(int fd, struct statfs *fs)
+{
+    const int result = FILE_CALL(__real_, fstatfs)(fd, fs);
+    if (name_of(fd).find("/uncounted") != std::string::npos)
+        fs->f_type = 0;
+    return result;
 }
 
 int __wrap_fsync(int fd)

@@ -129,7 +129,7 @@ static bool is_shown(const std::string &line)
 {
     static const lines kinds =
         split("log trace run read listing wait event request send polls block open out "
-              "err begin fsync sync syncfs rename",
+              "err map begin map fsync sync syncfs rename",
               " ");
     const std::string kind = line.substr(0, line.find_first_of(" :"));
     bool found = false;

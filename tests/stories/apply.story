@@ -48,23 +48,26 @@ $ ipcrm -M 0x600001 ;; block 15 ;; fail ;; do_update u.img 1 /b ;; $ awk '$1 == 
 == refusals have their lines, and never touch the directory (show update_header error, update error, wait, reboot, log
   end, block)
 image u.img -- a 0 x ;; image magic magic=0x66190527 --
-$ head -c 487 u.img >short; head -c 495 u.img >less; { cat u.img; echo; } >more; mkfifo pipe; mkdir dir
+$ head -c 487 u.img >short; head -c 495 u.img >less; { cat u.img; echo; } >more; mkfifo pipe; mkdir dir; cp u.img huge;
+  truncate -s 4294967792 huge
 do_update short 1 /b  --> block 0 0 0 0 0 | block 0 0 -1 0 0 | log: fread update_header error.
     trace: fread update_header error.\n | block 0 0 2 0 0 | trace: result = 2, update error !! \n
     log:  result = 2, update error !! | wait 20000 us | log:  mode = 1; reboot ! | wait 6 s | run reboot -f
     log:  end | = -10
 show error, Error, not exist, invalid, Failed, run, -result
-for "magic /b" "less /b" "more /b" "pipe /b" "dir /b" "missing /b" "- /b" "u.img /b{1023}" "u.img /w/more/x" =>
-  do_update @1 2 @2  --> log: Image Magic Number Error . ih_magic = 0x66190527 .
+for "magic /b" "less /b" "more /b" "huge /b" "pipe /b" "dir /b" "missing /b" "- /b" "u.img /b{1023}"
+  "u.img /w/more/x" => do_update @1 2 @2  --> log: Image Magic Number Error . ih_magic = 0x66190527 .
     trace: error, update_header.ih_magic.\n | : Image Magic Number Error . ih_magic = 0x66190527 . | = -10
     log: Image size Error . img_size = 495 , ih_size = 496.
     trace: error, update_header.ih_size. img_size = 495 , ih_size = 496.\n | = -10
     log: Image size Error . img_size = 497 , ih_size = 496.
-    trace: error, update_header.ih_size. img_size = 497 , ih_size = 496.\n | = -10 | log: fread update_header error.
+    trace: error, update_header.ih_size. img_size = 497 , ih_size = 496.\n | = -10
+    log: Image size Error . img_size = 496 , ih_size = 496.
+    trace: error, update_header.ih_size. img_size = 496 , ih_size = 496.\n | = -10 | log: fread update_header error.
     trace: fread update_header error.\n | = -10 {2} | log:  file not exist filename missing
     trace: error, access.\n | = -10 | log:  filename invalid filename (null) | trace: error, update_file is \n
     = -10 | log: chdir(/b{1023}) Failed | = -10 | run /bin/mkdir -p /w/more/x | log: chdir(/w/more/x) Failed | = -10
-at <do_update> => open_no_files ;; do_update u.img 2 /b ;; fail mmap ;; do_update u.img 2 /b ;; tree /b
+at <do_update> => open_no_files ;; do_update u.img 2 /b ;; fail map ;; do_update u.img 2 /b ;; tree /b
     log: open error filename u.img | trace: open error filename.\n | = -10 | run /bin/mkdir -p /b | = -3
 == without a forced directory the image's own is used, and not made; a field without an end (show Failed)
 image u.img place=3 dest=/c{250}/c{4} -- a 0 x ;; do_update "u.img\n" 2 - ;;

@@ -69,7 +69,12 @@ for full/i full_i => do_create ./nand 2 @  --> trace write_file: bb_full_write f
 $ stat -c %s full/i; od -An -tx1 -j12 -N4 full/i; truncate -s 2147483159 nand/f  --> 8192 |  27 05 19 66
 do_create ./nand 2 i ;; $ stat -c %s i; umount full; rm nand/f
     trace write_file: image is incomplete at `./nand/f': File too large\n | = -1 "File too large" | 488
-show log crc32_img_body ;; fail mmap ;; do_create ./nand 2 i  --> log crc32_img_body:  start | :  mmap
+fail "close /w/i" ;; do_create ./nand 2 i ;; fail  --> = -1 "Input/output error"
+at map => $ truncate -s 1 nand/f ;; $ echo longer >nand/f ;; do_create ./nand 2 i
+    trace write_file: image is incomplete at `./nand/f': Input/output error\n | = -1 "Input/output error"
+for l{1023} l{1024} => write_file i 4 nand/f @  --> = 0 | = -1
+$ rm nand/f
+show log crc32_img_body ;; fail map ;; do_create ./nand 2 i  --> log crc32_img_body:  start | :  mmap
     : mmap error!!\n | :  end | = -1 "Cannot allocate memory"
 == an item whose path is too long is left out; a directory that can't be listed ends its parent's listing (show trace
   get_dirs_and_files)

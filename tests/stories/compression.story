@@ -23,6 +23,8 @@ for "1000001" "2147483648" "1000000 locked" => $ cp whole i ;; gzip_dirs_and_fil
     : bb_full_write failed `(size=1000182)'\n | :  tmp_len = 1000000, | : bb_full_write failed `(size=1000000)'\n
     log: the body could not be put back into the image: move /tmp/tmppfile away before anything else is compressed
     = -1 | /tmp/tmppfile | err step1:cut_file faild. | err step1:cut_file faild. | err combine_file faild.
+fail "close /tmp/tmppfile" ;; $ cp whole i ;; gzip_dirs_and_files i 1000000 ;; fail
+    trace copy_file: unable to close `/tmp/tmppfile'\n | = -1 | err step1:cut_file faild.
 for 4k 500k 1500k => $ mount -t tmpfs -o size=@ tmpfs /tmp ;; gzip_dirs_and_files whole 1000000 ;;
   $ ls /tmp; umount /tmp; cat head body | cmp - whole
     trace copy_file: bb_full_write failed `/tmp/tmppfile' size= 1000000\n | = -1 {2}
@@ -52,6 +54,12 @@ for "printf 12345 >/tmp/tmppfile" "printf 12345 | gzip >/tmp/tmppfile.gz" "print
     log: the image lacks its body, and /tmp/tmppfile may hold it: move it away first | = -1 | /tmp/tmppfile
     trace cut_file: fread /update_fd falid.\n | = -1 | err step1:cut_file faild. | err step1:cut_file faild.
     err step1:cut_file faild. | err step1:cut_file faild.
+$ cp whole i; printf '#!/bin/sh\nexit 127' >/usr/local/sbin/gzip; chmod +x /usr/local/sbin/gzip
+fail fsync ;; gzip_dirs_and_files i 1000000 ;; fail ;; $ ls /tmp/tmppfile*; rm /tmp/tmppfile* /usr/local/sbin/gzip
+    trace combine_file: unable to open `/tmp/tmppfile.gz'\n | :  tmp_len = 1000000,
+    :    Data Size(compressed): 1000488 Bytes\n
+    log: the body could not be put back into the image: move /tmp/tmppfile away before anything else is compressed
+    = -1 | /tmp/tmppfile
 show log, trace
 for 488 493 => image i -- n 0 12345 ;; $ rm -f /tmp/tmppfile*; tail -c +489 i >/tmp/tmppfile; truncate -s @ i ;;
   gzip_dirs_and_files i 0 ;; $ ls /tmp/tmppfile* 2>/dev/null; :  --> trace cut_file: fread /update_fd falid.\n

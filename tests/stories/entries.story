@@ -17,21 +17,24 @@ do_update u.img 2 /b ;; tree /b ;; $ cat open kept; touch /b/m/n; mount --bind /
     new
 show image is damaged, unable to open ;; for "m 0" "m/n 0" "a 1" => image i -- @1 @2 m ;; do_update i 2 /b
     trace copy_file: unable to open `/b/m'\n | = -4 | = -4 {2}
-== damage is found at the entry's own turn (show trace image)
-image u.img count=4294967295 -- good 0 x ;; do_update u.img 2 /b ;; show trace image
-    trace: image is damaged at entry 1: there are fewer entries than the header says\n | = -4
+== damage is found at the entry's own turn (show trace image, block -1)
+image u.img count=4294967295 -- good 0 x ;; do_update u.img 2 /b ;; show trace image  --> block 0 0 -1 0 0
+    block -1 0 0 0 0 | block -1 0 0 100 0 | block -1 1 0 0 0
+    trace: image is damaged at entry 1: there are fewer entries than the header says\n | block -1 1 0 100 1
+    block -1 1 2 100 1 | = -4
 for "name" "n{1024}\0\0\0\0\0\0" "name\0" "name\0\0\0\0\0" "name\0\0\0\0\0\x02x" "name\0\0\xFF\xFF\xFF\xFF" =>
   image u.img count=2 -- good 0 x "@" raw "" ;; do_update u.img 2 /b ;; tree /b
     trace: image is damaged at entry 1: its name has no end\n | = -4 | good = x
     trace: image is damaged at entry 1: its name is too long\n | = -4 | good = x
     trace: image is damaged at entry 1: it runs past the end of the image\n | = -4 | good = x {4}
 == names that lead out, that a command would take apart, or that fit no buffer (show run cd)
-for "../x" "a/../../b/x" "n{1023}" "d x/x" "$(touch no)/x" "a`b`/x" "a\tb/x" "a;b/x" => image u.img -- "@" 0 x ;;
-  do_update u.img 2 /b  --> = -4 {8}
+for "../x" "a/../../b/x" "n{1023}" "d x/x" "$(touch no)/x" "a`b`/x" "a\tb/x" => image u.img -- "@" 0 x ;;
+  do_update u.img 2 /b  --> = -4 {7}
 for "l;t{126}" "l;a b" "l;$(x" "l;-t" "l a;t" "-l;t" => image u.img -- "@" 4 "" ;; do_update u.img 2 /b
     = -4 {6}
-for "1 .//.." "1 d|x" "5 k/zImage&" "7 u;b" "7 u<b" "7 u>b" "7 u(b" "7 u)b" "7 u'b" "7 u\"b" "7 u\\b" "7 u$b" "7 u$1"
-  "7 u$?" "7 u\nb" "4 l;~t" "4 l;#t" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b  --> = -4 {17}
+for "1 .//.." "1 d|x" "5 k/zImage&" "7 u;b" "7 u<b" "7 u>b" "7 u(b" "7 u)b" "7 u'b" "7 u\"b" "7 u\\b" "7 u\nb" "4 l;~t"
+  "4 l;#t" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b  --> = -4 {14}
+for _ @ # $ ! - 0 9 A z => image u.img -- "u$@" 7 "" ;; do_update u.img 2 /b  --> = -4 {10}
 for "4 l;no*" "4 no*;t" "4 l;../no?" "4 l;no[n-p]" "4 l;{-t/etc,/x}" "4 l;*/../*/../*/../*/../*/../*" "7 no?" =>
   image u.img -- cost 0 x "@2" @1 "" ;; do_update u.img 2 /b  --> = -4 {7}
 tree /b ;; $ ls -A; ls /x ;; show trace image  --> cost = x | u.img
@@ -44,6 +47,8 @@ for "0 ../x" "4 a;b/../../l;x" "0 n{1023}" "1 d{495}" "0 d{99}/d{99}/d{99}/d{99}
     trace: image is damaged at entry 0: its path and target are too long for a link\n | = -4
     trace: image is damaged at entry 0: its path or target would be taken apart by a command\n | = -4
     trace: image is damaged at entry 0: its path would be taken apart by a command\n | = -4
+show unable to open ;; image u.img -- "a;b/x" 0 x ;; do_update u.img 2 /b
+    trace copy_file: unable to open `/b/a;b/x'\n | = -4
 == names that only look so, up to the limits (show none)
 $ d=$(printf 'd%.0s' $(seq 99)); mkdir -p /b/$d/$d/$d/$d/$d/$d/$d/$d/$d/$d
 image u.img -- "d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/f{20}" 0 x "d{99}/d{99}/d{99}/d{99}/d{94}/x"
@@ -63,9 +68,11 @@ $ mkdir /bx ;; image u.img -- "out;../bx" 4 "" out/x 0 x ;; do_update u.img 2 /b
     trace: image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
 image u.img -- "out;../w" 4 "" c 0 y out/x 0 x ;; do_update u.img 2 /b ;; $ ls /bx; rm -r /bx
     trace: image is damaged at entry 2: a link leads it out of the directory, or nowhere\n | = -4
+image u.img -- "out;/w" 4 "" "in;d" 4 "" out/x 0 x ;; do_update u.img 2 /b
+    trace: image is damaged at entry 2: a link leads it out of the directory, or nowhere\n | = -4
 image u.img -- d 1 "" "in;d" 4 "" in/x 0 x "in;../w" 4 "" in/y 0 y ;; do_update u.img 2 /b ;; tree /b ;; $ ls
     trace: image is damaged at entry 4: a link leads it out of the directory, or nowhere\n | = -4 | a =\s | c = y
-    d/x = x | in -> ../w | out -> ../w | u.img
+    d/x = x | in -> ../w | out -> /w | u.img
 == the device's own links are followed; a base directory without a '/' (show trace image)
 $ mkdir /own /b; ln -s /own /b/nand; ln -s ../own /b/too ;; image u.img -- nand/x 0 x "l;nand" 4 "" too/n/y 0 y
 do_update u.img 2 /b ;; tree /b ;; tree /own ;; do_update u.img 2 b ;; $ find b -type f | sort  --> = 0 | l -> nand
@@ -93,7 +100,13 @@ for run_dd "run dd" "run /bin/cp" "run /bin/mount" => fail "@" ;; $ rm -rf /b; u
 == after the walk each file system that was written to is brought to its disk, then all, or the run has failed (show
   copy_file, begin, syncfs, sync, round 2, successful, rsync, run /bin/sync)
 $ mkdir -p /b/m /b/n; mount -t tmpfs tmpfs /b/m; mount -t tmpfs tmpfs /b/n ;; image u.img -- m/a 0 x b 0 x m/c/d 0 x
-do_update u.img 2 /b ;; fail syncfs ;; do_update u.img 2 /b  --> begin /b/m/a | begin /b/b | begin /b/m/c/d
-    syncfs /b | syncfs /b/m | sync | trace: result = 1, update successful !! \n | run /bin/sync
-    log:  run rsync ok. | = 0 | begin /b/m/a | begin /b/b | begin /b/m/c/d | syncfs /b
-    log: copy_file ----------  /b --------- failed. | trace: copy_file failed :---------- /b ---------- \n | = -4
+do_update u.img 2 /b ;; fail syncfs ;; do_update u.img 2 /b ;; fail "close /b/b" ;; do_update u.img 2 /b
+    begin /b/m/a | begin /b/b | begin /b/m/c/d | syncfs /b | syncfs /b/m | sync
+    trace: result = 1, update successful !! \n | run /bin/sync | log:  run rsync ok. | = 0 | begin /b/m/a
+    begin /b/b | begin /b/m/c/d | syncfs /b | log: copy_file ----------  /b --------- failed.
+    trace: copy_file failed :---------- /b ---------- \n | = -4 | begin /b/m/a | begin /b/b
+    trace copy_file: unable to close `/b/b'\n | log: copy_file ----------  /b/b --------- failed.
+    trace: copy_file failed :---------- /b/b ---------- \n | = -4
+== what was printed ahead of an entry stands ahead of it (show none)
+image u.img -- a 0 x ;; at start creat img => print before ;; at (num-0) => $ cat /run/sandbox/out ;;
+  do_update u.img 2 /b  --> before | = 0

@@ -35,8 +35,9 @@ $ mkdir k; touch k/zImage k/readme ;; at run /bin/mount => $ mount -t tmpfs tmpf
 for k/readme k/zImage => update_LinuxFile 5 @  --> run  /bin/mkdir -p /mntker | run  /bin/rm -rf /mntker/*
     run /bin/mount /dev/mmcblk0p6 /mntker/ | trace:  /bin/mount /dev/mmcblk1p6 /mntker/ success.\n | = 0 and 0
     trace:  /mntker is mounted already.\n | run /bin/cp k/zImage /mntker/ -rf | = 0 and 1
-$ ls /mntker/zImage; rm /mntker/zImage; mkdir /mntker/zImage ;; update_LinuxFile 5 k/zImage  --> /mntker/zImage
-    run /bin/cp k/zImage /mntker/ -rf | = 0 and 2
+$ mkdir l; echo later >l/zImage ;; update_LinuxFile 5 l/zImage ;;
+  $ cat /mntker/zImage; rm /mntker/zImage; mkdir /mntker/zImage ;; update_LinuxFile 5 k/zImage
+    run /bin/cp l/zImage /mntker/ -rf | = 0 and 2 | later | run /bin/cp k/zImage /mntker/ -rf | = 0 and 3
 == the version: the field and no more, and none that a command would take apart (show run sysconfig, log version)
 image a version=v{64} -- ;; update_fw_version a ;; for "V1;x" "-2  of 5" => image b "version=@" -- ;;
   do_update b 2 /b ;; $ sysconfig get fw_version || :  --> run sysconfig set fw_version v{64} | = 0
@@ -51,7 +52,10 @@ for 1 0 => types @ ;; _find_dir t nand ;; _find_dir t/ deep ;; _find_dir t . ;; 
     = 0 "t/alpha/deep/" | = 0 "t/alpha/" | = 0 "t/bravo/" | = 0 "t/bravo/" {2}
 for "t and" "t nandl" "t nandf" "t zulu" "c nand" "c/nand nand" "x/branchx branch" "none a" => _find_dir @
     = 1 {3} | = 0 "t/" | = 0 "c/" {2} | = 0 "x/" | = -1
-types 1 ;; show listing ;; _find_dir c none ;; show none  --> listing | listing | listing | = 1
+$ mkdir -p n/a n/uncounted n/z/x ;; $ mount -t tmpfs tmpfs n/uncounted; mkdir -p n/uncounted/b n/uncounted/d
+types 1 ;; show listing ;; _find_dir n none ;; $ umount n/uncounted ;; _find_dir n none  --> listing | listing
+    listing | listing | listing | listing | listing | listing | = 1 | listing | listing | = 1
+_find_dir c none ;; show none  --> listing | listing | listing | = 1
 _find_dir e "" ;; _find_dir "" a  --> = 0 "e/" | = -1
 $ d=$(printf 'd%.0s' $(seq 99)); d=t/$d/$d/$d/$d/$d/$d/$d/$d/$d/$d; mkdir -p $d/aaaaaaaaaaaaaaaaaaa/x
   $d/bbbbbbbbbbbbbbbbbbbb/x t/z/yoke

@@ -29,7 +29,7 @@ do_update_upgrade missing 2 /b  --> wait 2 s | event 1/4/0 | trace: end upgrade 
     trace: result = 2, update error !! \n | log:  result = 2, update error !! | = -10
 show wait 2, event ;; for "short /b" "magic /b" "long /b" "- /b" "good /w/long/x" => do_update_upgrade @1 2 @2
     wait 2 s | event 1/6/0 | = -10 {3} | wait 2 s | event 1/4/0 | = -10 | wait 2 s | event 1/6/0 | = -10
-at <do_update> => open_no_files ;; do_update_upgrade good 2 /b ;; fail mmap ;; do_update_upgrade good 2 /b
+at <do_update> => open_no_files ;; do_update_upgrade good 2 /b ;; fail map ;; do_update_upgrade good 2 /b
     wait 2 s | event 1/5/0 | = -10 | wait 2 s | event 1/7/0 | = -3
 == failures of the unpacking; 100 of 1000 is its share (show wait 2, event, run sysconfig, run /bin/umount, run reboot,
   log copy_file)

@@ -16,9 +16,16 @@ $ img_deploy -c tree 2>&1 >/dev/null | sed 's,/[^ ]*/img_deploy,img_deploy,'; ls
         img_deploy -c /nand -p 1 update.img\s |     img_deploy -c /nand -p 3 update.img  /
         img_deploy -u update.img\s | err | tree | u.img | cat: /usr/local/upgdflag: No such file or directory
     status 1
+$ for p in img_deploy img_info sysconfig upgd_service; do $p --version >out; echo $? $(grep -c "^$p [0-9]" out); done
+    0 1 | 0 1 | 0 1 | 0 1
+$ for p in img_deploy sysconfig; do $p --version >/dev/full 2>err; echo $?; done; img_deploy --version x 2>err; echo $?
+    1 | 1 | 1
+$ for p in img_info sysconfig upgd_service; do $p --help >out 2>err; echo $? $(head -c 6 out); done  --> 0 Usage:
+    0 Usage: | 0 Usage:
 == builds: the place in every notation, also what is no place
 $ for p in 1 0x3 010 4 none 2x; do img_deploy -p $p -c ./tree o.img /to ignored >/dev/null; echo $? $(od -An -tx1 -j35
   -N1 o.img); done  --> 0 01 | 0 03 | 0 08 | 0 04 | 0 00 | 0 02
+$ POSIXLY_CORRECT=1 img_deploy -c ./tree o.img -p 1 >out; echo $? $(od -An -tx1 -j35 -N1 o.img)  --> 0 01
 $ img_deploy -m 0x2 -c ./tree o.img -r V9.8 >/dev/null; od -An -tx1 -j35 -N1 o.img; tail -c +425 o.img | head -c 4;
   img_deploy -c missing o.img  -->  02 | V9.8 | status 255
 $ img_deploy -c ./tree n.img >&- 2>&- <&-; echo $? $(stat -c %s u.img n.img)  --> 0 610 610

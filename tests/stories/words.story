@@ -46,6 +46,12 @@ fail "run /bin/rm" ;; set_update_flag flag 1  --> run /bin/rm -rf flag | run /bi
     run /bin/echo 1 > flag | = 0
 for p{113} p{114} => set_update_flag @ 1  --> run /bin/touch  p{113} | run /bin/echo 1 > p{113} | = 0
     trace: update flag path too long: p{114}\n | = -1
+== a setting: after all that it tells of, whole under another name, then by its own (show sync, fsync, rename)
+configuration_set a 1 ;; fail fsync ;; configuration_set a 2 ;; fail "fsync /etc/sysconfig" ;; configuration_set b 1
+    sync | fsync /etc/sysconfig/device.conf.new | rename /etc/sysconfig/device.conf.new /etc/sysconfig/device.conf
+    fsync /etc/sysconfig | = 0 | sync | fsync /etc/sysconfig/device.conf.new | = -5 | sync
+    fsync /etc/sysconfig/device.conf.new | = -5
+$ cat /etc/sysconfig/device.conf; ls /etc/sysconfig  --> a=1 | device.conf | device.conf.lock
 == copies that count their progress; what stands behind the new data stays (show trace)
 $ echo longer than >f ;; for "x none/f" "short f" "xy /dev/full" => copy_file_new @
     trace: unable to open `none/f'\n | = -1 and 4 | trace bb_full_write_new: \r\n
