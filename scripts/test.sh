@@ -26,6 +26,15 @@ build() {
     cmake --build --preset "$1" ${2:+--target "${@:2}"}
 }
 
+# run_tests PRESET [OPTION...]: with the reasons of what was left out behind CTest's closing lines.
+run_tests() {
+    local status=0
+    step="test $1"
+    ctest --preset "$1" -j "$(nproc)" "${@:2}" || status=$?
+    grep -E '^(skipped|sandbox): ' "build/$1/Testing/Temporary/LastTest.log" || :
+    return $status
+}
+
 # What goes to the board is small and needs nothing beyond the C and C++ runtime.
 package_for_device() {
     local package=$PWD/build/device/package program size needed
@@ -51,7 +60,7 @@ test_device() {
     build device
     package_for_device
     step='test for the board'
-    ctest --preset device -j "$(nproc)" "$@"
+    run_tests device "$@" || exit
 }
 
 # One file for any board of this processor, and for the root directory of a tree that is to be packed.
@@ -87,6 +96,6 @@ build release
 # The progress is read while it is written, a number at a time.
 TSAN_OPTIONS=suppressions=$PWD/tests/thread.suppressions ctest --preset thread -R device.companions || status=$?
 for preset in sanitize release; do
-    ctest --preset "$preset" -j "$(nproc)" "$@" || status=$?
+    run_tests "$preset" "$@" || status=$?
 done
 exit "$status"

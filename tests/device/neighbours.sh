@@ -56,6 +56,12 @@ for place in 'ln -s /run/elsewhere' mkdir; do
 done
 expect 'what the link leads to' '' "$(ls /run/elsewhere 2>/dev/null)"
 
+# A run that was killed leaves the lock to its last command for a moment.
+flock /run/img_deploy.lock sleep 0.3 &
+await 'the lock' bash -c '! flock -n /run/img_deploy.lock true'
+run img_deploy -u update.img -m 2
+expect 'a lock that is let go' '0 600' "$status $(stat -c %a /run/img_deploy.lock)"
+
 # A parent that does not want to know of its children's ends.
 (trap '' CHLD; img_deploy -u update.img -m 2 >out 2>&1)
 expect 'a parent that ignores SIGCHLD' '0 V2' "$? $(sysconfig get fw_version)"
