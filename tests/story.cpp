@@ -18,10 +18,9 @@
 namespace fs = std::filesystem;
 using lines = std::vector<std::string>;
 
-static lines result;                                           // of the command in hand
-static std::string operation;                                  // in hand
-static lines filter;                                           // of the lines that are shown
-static std::string value;                                      // of the `for` in hand
+static lines result;           // of the command in hand
+static std::string operation;  // in hand
+static std::regex patterns[2]; // of the lines that are shown, and of those that are not
 static std::vector<std::pair<std::string, std::string>> hooks; // a line, and the command at it
 static size_t console_seen[2];
 
@@ -115,35 +114,22 @@ static lines words_of(const std::string &command)
     return words;
 }
 
-// Whether the words stand in the line as they are, none of them as a part of another.
-static bool has_words(const std::string &line, const std::string &words)
+// A line is shown if words of the filter stand in it as they are. A kind of lines is a word at
+// their beginning. Words with a '-' ahead hide lines.
+static void show(const std::string &filter)
 {
+    static const std::regex kinds(
+        "log|trace|run|read|listing|wait|event|request|send|polls|block|open|"
+        "out|err|begin|fsync|sync|syncfs|rename");
     const auto bound = [](char c) { return isalnum(c) != 0 ? "\\b" : ""; };
-    const std::string escaped = std::regex_replace(words, std::regex("[^\\w ]"), "\\$&");
-    return std::regex_search(line, std::regex(bound(words[0]) + escaped + bound(words.back())));
-}
-
-// Of the filter, a kind alone shows its lines, words those in which they stand, or those of the
-// kind ahead of them. With a '-' ahead they hide lines.
-static bool is_shown(const std::string &line)
-{
-    static const lines kinds =
-        split("log trace run read listing wait event request send polls block open out "
-              "err map begin map fsync sync syncfs rename",
-              " ");
-    const std::string kind = line.substr(0, line.find_first_of(" :"));
-    bool found = false;
-    for (std::string words : filter) {
-        const bool hides = take_away(&words, "-");
-        const bool is_kind = std::count(kinds.begin(), kinds.end(), words) != 0;
-        const size_t from = take_away(&words, kind + " ") ? kind.size() : 0;
-        if (is_kind ? words != kind : !has_words(line.substr(from), words))
-            continue;
-        if (hides)
-            return false;
-        found = true;
+    std::string shows = "none^", hides = shows;
+    for (std::string words : split(filter, ", ")) {
+        std::string &to = take_away(&words, "-") ? hides : shows;
+        to += (std::regex_match(words, kinds) ? "|^" : "|") + std::string(bound(words[0])) +
+              std::regex_replace(words, std::regex("[^\\w ]"), "\\$&") + bound(words.back());
     }
-    return found;
+    patterns[0] = shows;
+    patterns[1] = hides;
 }
 
 // A line that belongs to the operation in hand does not name it, and none names what the one ahead
@@ -155,7 +141,7 @@ static void tell(std::string line)
         if (take_away(&line, kind + " " + operation + ": "))
             line = kind + ": " + line;
     line = shown(line);
-    if (!is_shown(line))
+    if (!std::regex_search(line, patterns[0]) || std::regex_search(line, patterns[1]))
         return;
     const std::string head = line.substr(0, line.find(": "));
     const bool named = !result.empty() && head == last && take_away(&line, head);
@@ -217,50 +203,33 @@ static void call_operation(const std::string &command)
         result.push_back("holds more than before: " + std::to_string(held() - before));
 }
 
-// The commands with `value` for @, and its words for @1 to @9.
-static void perform_with(const std::string &commands)
-{
-    lines words = split(value, " ");
-    words.resize(9);
-    for (std::string command : split(commands, " ;; ")) {
-        for (size_t at = 0; (at = command.find('@', at)) != command.npos;) {
-            const size_t number = static_cast<size_t>(command[at + 1] - '1');
-            const std::string text = shown(number < 9 ? words[number] : value);
-            command.replace(at, number < 9 ? 2 : 1, text);
-            at += text.size();
-        }
-        perform(command);
-    }
-}
-
-// "VALUE... => COMMAND ;; COMMAND". What comes of a value and is no other than what has come of
-// the one ahead of it stands there once, with its number.
+// "VALUE... => COMMAND ;; COMMAND": @ is a value, @1 to @9 are its words. What comes of a value and
+// is no other than what has come of the one ahead stands there once, with the number of values.
 static void repeat(const std::string &values, const std::string &commands)
 {
-    lines before, all = std::move(result);
-    std::string told;
+    lines all = std::move(result), before;
     int count = 0;
-    const auto flush = [&] {
-        for (std::string &line : before)
-            all.push_back(
-                line +
-                (&line == &before.back() && count > 1 ? " {" + std::to_string(count) + "}" : "") +
-                VALUE + told);
-    };
-    for (const std::string &one : words_of(values)) {
-        value = one;
+    for (const std::string &value : words_of(values)) {
+        lines words = split(value, " ");
+        words.resize(9);
         result.clear();
-        perform_with(commands);
-        if (count == 0 || result != before) {
-            flush();
-            before = result;
-            told = "";
-            count = 0;
+        for (std::string command : split(commands, " ;; ")) {
+            for (size_t at = 0; (at = command.find('@', at)) != command.npos;) {
+                const size_t number = static_cast<size_t>(command[at + 1] - '1');
+                const std::string text = shown(number < 9 ? words[number] : value);
+                command.replace(at, number < 9 ? 2 : 1, text);
+                at += text.size();
+            }
+            perform(command);
         }
-        count++;
-        told += (told.empty() ? "" : ", ") + shown(one);
+        count = result == before ? count + 1 : 1;
+        for (const std::string &line : result)
+            if (count == 1)
+                all.push_back(line + VALUE + shown(value));
+        if (count > 1 && !result.empty())
+            all.back() = result.back() + " {" + std::to_string(count) + "}" + VALUE + shown(value);
+        before = result;
     }
-    flush();
     result = all;
 }
 
@@ -281,7 +250,7 @@ static void perform(const std::string &command)
     } else if (take_away(&rest, "tree ")) {
         run_script("cd " + rest + " && find . -mindepth 1 " + TREE + " | sort");
     } else if (take_away(&rest, "show ")) {
-        filter = split(rest, ", ");
+        show(rest);
     } else if (take_away(&rest, "at ")) {
         hooks.emplace_back(rest.substr(0, rest.find(" => ")), behind);
     } else {
@@ -324,7 +293,7 @@ static std::string play(const lines &commands)
             const std::string line = std::regex_replace(command, std::regex(MORE), " ");
             const size_t at = line.find(" (show ");
             if (line.rfind("== ", 0) == 0 && at != line.npos)
-                filter = split(line.substr(at + 7, line.size() - at - 8), ", ");
+                show(line.substr(at + 7, line.size() - at - 8));
             if (ready && command.find_first_of("#= ") != 0 && command != "") {
                 perform(line);
                 collect();
@@ -368,15 +337,14 @@ static void show_difference(const std::string &expected, const lines &got)
     std::ofstream("/tmp/expected") << expected;
     std::ofstream plain("/tmp/got");
     for (const std::string &line : got)
-        plain << line.substr(0, line.find(VALUE)) << "\n";
-    plain.close();
+        plain << line.substr(0, line.find(VALUE)) << std::endl;
     FILE *const stream = popen("diff -U 4 -F '^== ' /tmp/expected /tmp/got", "r");
     char text[9000];
     for (size_t at = 0; fgets(text, sizeof text, stream) != nullptr;) {
         std::string line = text;
-        if (sscanf(text, "@@ %*s +%zu", &at) != 1 && at > 0 && (text[0] == '+' || text[0] == ' '))
-            if (const std::string &all = got.at(at++ - 1); all.find(VALUE) != all.npos)
-                line.insert(1, "[" + all.substr(all.find(VALUE) + 1) + "]");
+        if (sscanf(text, "@@ %*s +%zu", &at) != 1 && at > 0 && text[0] != '-')
+            if (const size_t end = got.at(at++ - 1).find(VALUE); end != line.npos)
+                line.insert(1, "[" + got[at - 2].substr(end + 1) + "]");
         fputs(line.c_str(), stdout);
     }
     pclose(stream);

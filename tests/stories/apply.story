@@ -45,8 +45,8 @@ fail shmat ;; image u.img -- ;; do_update u.img 1 /b ;; free_upgrade_info ;; fre
 $ ipcrm -M 0x600001 ;; block 15 ;; fail ;; do_update u.img 1 /b ;; $ awk '$1 == 6291457 { print $4 }' /proc/sysvipc/shm
     log:  start | log attach_shm:   start. | log:  get_upgrade_info Error .\n | trace: update_info get from shm err!
     = -10 | 15
-== refusals have their lines, and never touch the directory (show update_header error, update error, wait, reboot, log
-  end, block)
+== refusals have their lines, and never touch the directory (show update_header error, update error, wait, reboot,
+  log:  end, block)
 image u.img -- a 0 x ;; image magic magic=0x66190527 --
 $ head -c 487 u.img >short; head -c 495 u.img >less; { cat u.img; echo; } >more; mkfifo pipe; mkdir dir; cp u.img huge;
   truncate -s 4294967792 huge

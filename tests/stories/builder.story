@@ -54,7 +54,7 @@ $ rm i; mv nand/* nand/.[hl] .; printf z >'bin/y;z'; ln -s 'bin/y;z' .m ;; do_cr
 == an entry by itself has the name that it is given, which may have no directory (show none)
 $ head -c 488 /dev/zero >i; printf x >f ;; for "0 f f" "4 f l;f" "0 ./f f" => write_file i @  --> = 0 {3}
 entries i  --> = 0 in 0 directories of  | f 0 x | f 0 x | l;f 4 
-== what can't be packed or written (show trace write_file, log Can, log error)
+== what can't be packed or written (show trace write_file, log: Can, log: error)
 $ mkdir nand; echo x >nand/f; ln -s nand link ;; for missing "" link nand/{1018} nand/{1020} => do_create "@" 2 i
     = -1 "No such file or directory" {2} | log: error: not Directories link\s | = -1 "Not a directory"
     = -1 "File name too long" {2}

@@ -1,7 +1,7 @@
 # Catches: a card's request, step, code, share or time that is another's; rows out of their order; a wait that ends too
 # early or never; what the card table forgets; a byte of a message; a flashing command off by a blank.
 usb 1
-== each firmware alone: no answer, and a failure at half the time (show event, request, polls, trace no)
+== each firmware alone: no answer, and a failure at half the time (show event, request, polls, no mcu fpga)
 update_all_UserFile  --> trace: no mcu fpga\n | = 0 and 950
 for 25 28 26 29 27 30 22 23 24 => empty_UserFile_patch ;; save_UserFile_patch @ /f@ ;; update_all_UserFile  --> = 0
     event 3/0/50 | request 25 slot 2 model 0x100 seq 0 /f25 | polls 6000 | event 3/11/950 | = -1 and 950 | = 0

@@ -55,7 +55,7 @@ get_udisk_all_info  --> log: get udisk_label empaty. | : get udisk_label = UNKNO
     : get udisk label is null, use UsbDisk instead. | : get udisk_label = UsbDisk2 | : get udisk_label = AD{30}
     : no room for /u/e2 | = 0 and 4 | /u/sub <UNKNOWNNAME> 8 /a.img /b{61} bbbbbbbbb.img /3 /4 /5 /6 /7 0 0
     /u/123456789012 <UsbDisk1> 0 0 0 | /u/bin <UsbDisk2> 0 0 0 | /u/e1 <AD{30}> 0 0 0
-show log popen read_device_info
+show popen read_device_info
 for /bin/mount "ls -l" "/usr/bin/find /u/bin -maxdepth 1 -name '*.u" => fail "read @" ;; get_udisk_all_info
     log: popen read_device_info | = -1 and -7 {3}
 == presence: the second component among the first twelve devices (show out path, out find)

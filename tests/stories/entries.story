@@ -17,9 +17,9 @@ do_update u.img 2 /b ;; tree /b ;; $ cat open kept; touch /b/m/n; mount --bind /
     new
 show image is damaged, unable to open ;; for "m 0" "m/n 0" "a 1" => image i -- @1 @2 m ;; do_update i 2 /b
     trace copy_file: unable to open `/b/m'\n | = -4 | = -4 {2}
-== damage is found at the entry's own turn (show trace image, block -1)
-image u.img count=4294967295 -- good 0 x ;; do_update u.img 2 /b ;; show trace image  --> block 0 0 -1 0 0
-    block -1 0 0 0 0 | block -1 0 0 100 0 | block -1 1 0 0 0
+== damage is found at the entry's own turn (show image is damaged, block -1)
+image u.img count=4294967295 -- good 0 x ;; do_update u.img 2 /b ;; show image is damaged  --> block -1 0 0 0 0
+    block -1 0 0 100 0 | block -1 1 0 0 0
     trace: image is damaged at entry 1: there are fewer entries than the header says\n | block -1 1 0 100 1
     block -1 1 2 100 1 | = -4
 for "name" "n{1024}\0\0\0\0\0\0" "name\0" "name\0\0\0\0\0" "name\0\0\0\0\0\x02x" "name\0\0\xFF\xFF\xFF\xFF" =>
@@ -37,7 +37,7 @@ for "1 .//.." "1 d|x" "5 k/zImage&" "7 u;b" "7 u<b" "7 u>b" "7 u(b" "7 u)b" "7 u
 for _ @ # $ ! - 0 9 A z => image u.img -- "u$@" 7 "" ;; do_update u.img 2 /b  --> = -4 {10}
 for "4 l;no*" "4 no*;t" "4 l;../no?" "4 l;no[n-p]" "4 l;{-t/etc,/x}" "4 l;*/../*/../*/../*/../*/../*" "7 no?" =>
   image u.img -- cost 0 x "@2" @1 "" ;; do_update u.img 2 /b  --> = -4 {7}
-tree /b ;; $ ls -A; ls /x ;; show trace image  --> cost = x | u.img
+tree /b ;; $ ls -A; ls /x ;; show image is damaged  --> cost = x | u.img
     ls: cannot access '/x': No such file or directory | status 2
 for "0 ../x" "4 a;b/../../l;x" "0 n{1023}" "1 d{495}" "0 d{99}/d{99}/d{99}/d{99}/d{95}/x" "4 l;t{126}" "4 l;-t"
   "7 u;b" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b
@@ -59,7 +59,7 @@ image u.img -- "[" 0 x "m/[l;n[/$.$" 4 "" "a$/~/-d/f" 0 x "a b" 0 x "l;t{125}" 4
 == what is read ahead ends anywhere in an entry (show none)
 for 367 368 369 370 371 372 373 374 375 376 => image u.img -- a 0 a{16@} bbb 0 y c 0 z ;; do_update u.img 2 /b ;;
   $ cat /b/bbb /b/c  --> = 0 | yz {10}
-== a directory that can't be made; a link of the image that leads out (show trace image)
+== a directory that can't be made; a link of the image that leads out (show image is damaged)
 image u.img -- a/b 0 x c 0 y ;; $ mkdir /b; : >/b/a ;; do_update u.img 2 /b  --> = -4
 for "out;/w out/x" "out;../w out/x" "out;../w out/n/x" "in;. in/n/../../w/f" "in;. in/../b/x;/w" =>
   image u.img -- "@1" 4 "" @2 0 x ;; do_update u.img 2 /b
@@ -73,7 +73,7 @@ image u.img -- "out;/w" 4 "" "in;d" 4 "" out/x 0 x ;; do_update u.img 2 /b
 image u.img -- d 1 "" "in;d" 4 "" in/x 0 x "in;../w" 4 "" in/y 0 y ;; do_update u.img 2 /b ;; tree /b ;; $ ls
     trace: image is damaged at entry 4: a link leads it out of the directory, or nowhere\n | = -4 | a =\s | c = y
     d/x = x | in -> ../w | out -> /w | u.img
-== the device's own links are followed; a base directory without a '/' (show trace image)
+== the device's own links are followed; a base directory without a '/' (show image is damaged)
 $ mkdir /own /b; ln -s /own /b/nand; ln -s ../own /b/too ;; image u.img -- nand/x 0 x "l;nand" 4 "" too/n/y 0 y
 do_update u.img 2 /b ;; tree /b ;; tree /own ;; do_update u.img 2 b ;; $ find b -type f | sort  --> = 0 | l -> nand
     nand -> /own | too -> ../own | n/y = y | x = x | = 0 | b/b/l | b/b/nand/x | b/b/too/n/y
@@ -85,7 +85,7 @@ for "nand/d/f 0 nand/cur;d 4 nand/cur/g 0" "a 0 b 0 nand/../x 0" "a 0 slot;/w 4 
 == what a command has not made is not noticed, unless the entry shows it (show not)
 for "run /bin/mkdir -p /b/" "run cd" => $ rm -rf /b; mkdir /b ;; fail "@" ;; image u.img -- a 0 x "l;a" 4 "" d/b 0 x ;;
   do_update u.img 2 /b ;; tree /b  --> = -4 | a = x | l -> a | = 0 | a = x | d/b = x | l =\s
-== the image shrinks under its mapping: ahead of the entry, within it, within a page (show trace image)
+== the image shrinks under its mapping: ahead of the entry, within it, within a page (show image is damaged)
 for "0 0" "0 496" "1 0" "1 4096" "1 6502" "1 6503" "2 6559" "2 6560" => image u.img -- a 0 1 b 0 b{6000} c 0 c{50} ;;
   $ rm -rf /b ;; at (num-@1) => $ truncate -s @2 /w/u.img ;; do_update u.img 2 /b  --> = -4 {4}
     trace: image is damaged at entry 1: the image has shrunk\n | = -4
@@ -98,7 +98,7 @@ for run_dd "run dd" "run /bin/cp" "run /bin/mount" => fail "@" ;; $ rm -rf /b; u
     = 0 | card, k, u, z | run dd if=/b/u of=/dev/mmcblk0p1 | = -5 | card, u | run dd if=/b/u of=/dev/mmcblk0p1
     = -14 | card, k, u {2}
 == after the walk each file system that was written to is brought to its disk, then all, or the run has failed (show
-  copy_file, begin, syncfs, sync, round 2, successful, rsync, run /bin/sync)
+  copy_file, begin, syncfs, sync, successful, rsync, run /bin/sync)
 $ mkdir -p /b/m /b/n; mount -t tmpfs tmpfs /b/m; mount -t tmpfs tmpfs /b/n ;; image u.img -- m/a 0 x b 0 x m/c/d 0 x
 do_update u.img 2 /b ;; fail syncfs ;; do_update u.img 2 /b ;; fail "close /b/b" ;; do_update u.img 2 /b
     begin /b/m/a | begin /b/b | begin /b/m/c/d | syncfs /b | syncfs /b/m | sync

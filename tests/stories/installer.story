@@ -22,7 +22,7 @@ for k/none k/readme k/zImage => update_LinuxFile 5 @  --> trace:  filename(k/non
     run  /bin/rm -rf /mntker/* | run /bin/mount /dev/mmcblk0p6 /mntker/
     log: /bin/mount /dev/mmcblk0p6 /mntker/ error. \n | trace:       kernel-0(k/zImage) \n
     log: cmdstr: /bin/cp k/zImage /mntker/ -rf \n\n | run /bin/cp k/zImage /mntker/ -rf | = -14 and 1
-fail ;; show run, log error
+fail ;; show run, error.
 for zImage.d/f{97} zImage.d/f{98} k/my-extlinux.conf.old k/rk3288-tyx.dtb k/rk3288-tyx.dt-Image-extlinux.con =>
   update_LinuxFile 5 @  --> run /bin/cp zImage.d/f{97} /mntker/ -rf | = 0 and 2 | = -14 and 3
     run /bin/cp k/my-extlinux.conf.old /mntker/ -rf | = 0 and 4 | run /bin/cp k/rk3288-tyx.dtb /mntker/ -rf
@@ -30,7 +30,7 @@ for zImage.d/f{97} zImage.d/f{98} k/my-extlinux.conf.old k/rk3288-tyx.dtb k/rk32
 for 0 1 4 6 255 => update_LinuxFile @ k/zImage  --> = 0 and 5 {5}
 fail "run /bin/cp" ;; update_LinuxFile 5 k/zImage ;; $ ls -m /mntker  --> run /bin/cp k/zImage /mntker/ -rf
     log: /bin/cp k/zImage /mntker/ error. \n | = -14 and 6 | f{97}, | my-extlinux.conf.old, rk3288-tyx.dtb, zImage
-== once prepared; whatever is mounted is used as it stands (show trace mounted, trace success, run)
+== once prepared; whatever is mounted is used as it stands (show mounted already, success., run)
 $ mkdir k; touch k/zImage k/readme ;; at run /bin/mount => $ mount -t tmpfs tmpfs /mntker
 for k/readme k/zImage => update_LinuxFile 5 @  --> run  /bin/mkdir -p /mntker | run  /bin/rm -rf /mntker/*
     run /bin/mount /dev/mmcblk0p6 /mntker/ | trace:  /bin/mount /dev/mmcblk1p6 /mntker/ success.\n | = 0 and 0
@@ -38,7 +38,7 @@ for k/readme k/zImage => update_LinuxFile 5 @  --> run  /bin/mkdir -p /mntker | 
 $ mkdir l; echo later >l/zImage ;; update_LinuxFile 5 l/zImage ;;
   $ cat /mntker/zImage; rm /mntker/zImage; mkdir /mntker/zImage ;; update_LinuxFile 5 k/zImage
     run /bin/cp l/zImage /mntker/ -rf | = 0 and 2 | later | run /bin/cp k/zImage /mntker/ -rf | = 0 and 3
-== the version: the field and no more, and none that a command would take apart (show run sysconfig, log version)
+== the version: the field and no more, and none that a command would take apart (show run sysconfig, version <)
 image a version=v{64} -- ;; update_fw_version a ;; for "V1;x" "-2  of 5" => image b "version=@" -- ;;
   do_update b 2 /b ;; $ sysconfig get fw_version || :  --> run sysconfig set fw_version v{64} | = 0
     log: version <V1;x> has no place in a command: not recorded | = 0 | v{64}

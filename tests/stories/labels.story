@@ -11,7 +11,7 @@ for "" "0123456789abcdefABCDEF" "ABG" "M D-1" "\\xB0\\xA1" "\\xb0\\xa1b" "A\\x20
     = 1 0 "ABC\xFFGHIJ" | = 1 0 "ABCD"
 for x{57} x{58} => get_udisk_real_name "@\xB0\xA1\xB0\xA1"  --> = 1 0 "x{57}\xE5\x95\x8A\xE5\x95\x8A"
     = 1 0 "x{58}\xE5\x95\x8A"
-== names in the inventory (show log get)
+== names in the inventory (show log: get)
 $ mkdir -p /u/sub /u/bin /u/e1 /u/e2
 output /bin/mount "/u/sub\n/u/bin\n/u/e1\n/u/e2\n" ;; output /bin/cat "sub\nbin\ne1\ne2\n" ;; output /usr/bin/find ""
 for "sub \\xD6\\xD0\\xCE\\xC4\\x20A" "bin \\xFF\n" "e1 x{29}\\xB0\\xA1" "e2 x{28}\\xB0\\xA1" =>

@@ -31,8 +31,8 @@ show wait 2, event ;; for "short /b" "magic /b" "long /b" "- /b" "good /w/long/x
     wait 2 s | event 1/6/0 | = -10 {3} | wait 2 s | event 1/4/0 | = -10 | wait 2 s | event 1/6/0 | = -10
 at <do_update> => open_no_files ;; do_update_upgrade good 2 /b ;; fail map ;; do_update_upgrade good 2 /b
     wait 2 s | event 1/5/0 | = -10 | wait 2 s | event 1/7/0 | = -3
-== failures of the unpacking; 100 of 1000 is its share (show wait 2, event, run sysconfig, run /bin/umount, run reboot,
-  log copy_file)
+== failures of the unpacking; 100 of 1000 is its share (show wait 2, event, run sysconfig, /bin/umount, run reboot, log:
+  copy_file)
 image good -- k/zImage 5 k a 0 x u 7 u ;; image bad -- k/zImage 5 k k 0 x ;; image end count=1 --
 for end bad => do_update_upgrade @ 1 /b  --> event 2/0/0 | log: copy_file ----------  /b --------- failed.
     wait 2 s | event 2/8/0 | run reboot -f | = -1 | event 2/0/0 | log: copy_file ----------  /b/k --------- failed.
@@ -42,7 +42,7 @@ for "run /bin/cp" "run /bin/mount" "run dd" syncfs => fail "@" ;; $ umount /mntk
     event 2/0/0 | event 2/9/66 | run /bin/sync; /bin/umount /mntker/ | = -1 | event 2/0/0
     log: copy_file ----------  /b --------- failed. | wait 2 s | event 2/8/66 | = -1
 == the disk is gone: while the report waits, at an entry, ahead of a list that can't be read then (show wait 2, event,
-  UPGD_ERROR_NODISK, run /bin/umount)
+  UPGD_ERROR_NODISK, /bin/umount)
 image good -- k/zImage 5 k a 0 x u 7 u ;; image bad -- k 0 x k/zImage 5 k ;; image end count=1 -- ;; image none -- ;;
   $ echo >short
 for short bad => usb 1 ;; at wait 2 s => usb 0 ;; do_update_upgrade @ 2 /b  --> wait 2 s | event 1/3/0 | = -10

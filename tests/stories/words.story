@@ -21,10 +21,11 @@ clock 1780531200 ;; set_update_card_result 1 0 ;; set_update_card_result 2 0
     trace: set card(1) update result : 0\n | open /var/log/upgd_log1.txt w+ | trace: set card(2) update result : 0\n
 clock 1780617600 ;; set_update_card_result 3 0 ;; fail open ;; set_update_card_result 4 0 ;; set_update_card_result 5 0
     trace: set card(3) update result : 0\n | open /var/log/upgd_log0.txt w+ | open /var/log/upgd_log0.txt w+
-== the header report's words; fields without an end (show log Place, log Type, log Version, log Dir)
+== the header report's words; fields without an end (show Update Place, Image Type, Firmware Version, Update Dir,
+  -trace)
 image i version=v{64} dir=u{64} -- ;; print_image_hdr i  --> log:    Firmware Version : v{64}
     :    Update Place     : /usr/nand | :    Update Dir       : u{64} | :    Image Type       : (Uncompressed)
-show log Place, log Type
+show Update Place, Image Type, -trace
 for "1 0" "3 1" "0 2" "4 3" "4294967295 4294967295" => image i place=@1 comp=@2 dest=d{256} -- ;; print_image_hdr i
     log:    Update Place     : / | :    Image Type       : (Uncompressed) | log:    Update Place     : d{64}
     :    Image Type       : (GZIP Compressed) | log:    Update Place     :\s
