@@ -3,7 +3,7 @@
 # stays in build/fuzz/corpus, the inputs of findings in build/fuzz/artifacts; the seeds are only read.
 # With 0 seconds the seeds and some thousand inputs that are made from them are run, the same each
 # time. Prints the executions of each target; the status is 0 if nothing was found.
-# Usage: scripts/fuzz.sh SECONDS [image|label|inventory|signature]...
+# Usage: scripts/fuzz.sh SECONDS [image|inventory|signature]...
 set -euo pipefail
 cd "$(dirname "$0")/.."
 if [[ ! ${1:-} =~ ^[0-9]+$ ]]; then
@@ -12,7 +12,7 @@ if [[ ! ${1:-} =~ ^[0-9]+$ ]]; then
 fi
 seconds=$1
 targets=("${@:2}")
-((${#targets[@]})) || targets=(image label inventory signature)
+((${#targets[@]})) || targets=(image inventory signature)
 for target in "${targets[@]}"; do
     [[ -f fuzz/fuzz_$target.cpp ]] || { echo "no target $target" >&2; exit 2; }
 done
