@@ -81,7 +81,8 @@ lay_out_tree() {
     mkdir -p tree/bin tree/etc/deep/er tree/vorn-kernel tree/vorn-uboot tree/.hidden
     echo tool >tree/bin/tool
     echo 'hidden' >tree/.hidden/file
-    head -c 300000 /dev/urandom >tree/etc/deep/er/data
+    # Without an X, which tests put in the place of a byte.
+    LC_ALL=C tr X Y </dev/urandom | head -c 300000 >tree/etc/deep/er/data
     echo kernel >tree/vorn-kernel/zImage
     echo boot >tree/vorn-uboot/u-boot.bin
     echo card >tree/App_VPUCard.bin
