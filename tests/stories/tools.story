@@ -28,7 +28,8 @@ $ for p in 1 0x3 010 4 none 2x; do img_deploy -p $p -c ./tree o.img /to ignored 
 $ POSIXLY_CORRECT=1 img_deploy -c ./tree o.img -p 1 >out; echo $? $(od -An -tx1 -j35 -N1 o.img)  --> 0 01
 $ img_deploy -m 0x2 -c ./tree o.img -r V9.8 >/dev/null; od -An -tx1 -j35 -N1 o.img; tail -c +425 o.img | head -c 4;
   img_deploy -c missing o.img  -->  02 | V9.8 | status 255
-$ img_deploy -c ./tree n.img >&- 2>&- <&-; echo $? $(stat -c %s u.img n.img)  --> 0 610 610
+$ img_deploy -c ./tree n.img >&-; echo $?; img_deploy -c ./tree m.img >&- 2>&- <&-; echo $? $(stat -c %s u.img n.img
+  m.img)  --> 0 | 0 610 610 610
 $ script -qec 'img_deploy -c missing no.img; img_deploy -m 2 -u missing.img' /dev/null </dev/null | tr -d '\r' | grep
   '^img_deploy: '
     img_deploy: no.img was not built from missing: No such file or directory; mend that and build it again
