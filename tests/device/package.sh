@@ -27,10 +27,6 @@ expect 'programs' "${programs[*]} " "$(files_of img-deploy /usr/bin)"
 expect 'completion' "${programs[*]} " "$(files_of img-deploy /usr/share/bash-completion/completions)"
 expect 'manual pages' "man1/${programs[0]}.1.gz man1/${programs[1]}.1.gz man1/${programs[2]}.1.gz man1/${programs[3]}.1.gz man5/update-image.5.gz " \
     "$(files_of img-deploy /usr/share/man)"
-for page in /usr/share/man/man1/{img_deploy,img_info,sysconfig,upgd_service}.1.gz /usr/share/man/man5/update-image.5.gz; do
-    zcat "$page" >shown # each page that it refers to is there as well
-    expect "what mandoc says of $page" '' "$(mandoc -Tlint shown 2>/dev/null)"
-done
 for program in img_info sysconfig; do
     expect "the head of the page of $program is its usage" \
         "$("/usr/bin/$program" --help | grep -oE "$program [^ ]+( [^ ]+)*" | grep -vE -- '--(help|version)$' | tr -d ' ' | tr '[:upper:]' '[:lower:]')" \

@@ -1,10 +1,10 @@
 # Catches: a wrong size, limit, step, command or result of a settings backup; what it saves, brings back and leaves; a
 # name or path that a command would take apart.
-$ sysconfig set device_name unit7; mkdir -p /mnt/sda1 && rm -rf /mnt/sda1/*
+$ sysconfig set device_name unit7; mkdir -p /mnt/sda1
 output "du -sk" "50\n" ;; output "/bin/date" "202601020304\n" ;; output " df |grep /d" "100050\n" ;;
   output " df |grep /m" "100050\n"
 == a backup in all its lines, and its way back (show log:, run, read, fsync)
-$ cd /usr; rm -rf qrx310; mkdir -p qrx310/etc/vsp/deep qrx310/etc/mcucored qrx310/etc/sysconf; cd qrx310/etc; printf l
+$ cd /usr; mkdir -p qrx310/etc/vsp/deep qrx310/etc/mcucored qrx310/etc/sysconf; cd qrx310/etc; printf l
   >vsp/deep/layout; printf c >mcucored/conf; ln -s conf mcucored/link; printf p >sysconf/qrxpara; printf o >other
 $ ln -s /w /tmp/ubackup ;; at read /bin/date => $ stat -c %A /tmp/ubackup ;; at END => $ pwd ;;
   do_create_backup /mnt/sda1  --> log: START | : build .ubck at udisk: /mnt/sda1\s

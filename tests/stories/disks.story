@@ -3,7 +3,7 @@
 == an inventory with the real tools, and the messages with it (show log:, read, out found, -crc)
 $ for d in sda1 sdc1; do mkdir -p /mnt/$d; mount -t tmpfs tmpfs /mnt/$d; done; printf '8 %s 1 2\n' '1 sda' '2 sda1'
   >stats; mount --bind stats /proc/diskstats
-$ rm -rf /dev/disk; mkdir -p /dev/disk/by-label; ln -s ../../sda1 /dev/disk/by-label/ADD
+$ mkdir -p /dev/disk/by-label; ln -s ../../sda1 /dev/disk/by-label/ADD
 $ cd /mnt/sda1; touch b.ubck c.rcfgx d.txt "it's; a.img"; mkdir sub; touch sub/deep.img ;; get_udisk_all_info
     log: start.(upgd/update/) | : cmd=/bin/mount |grep /mnt/sd |awk '{print $3}'
     read /bin/mount |grep /mnt/sd |awk '{print $3}' | log: popen ok | : udisk_path = /mnt/sda1, u_path_name = sda1
