@@ -76,11 +76,11 @@ image u.img -- d 1 "" "in;d" 4 "" in/x 0 x "in;../w" 4 "" in/y 0 y ;; do_update 
 $ mkdir /own /b; ln -s /own /b/nand; ln -s ../own /b/too ;; image u.img -- nand/x 0 x "l;nand" 4 "" too/n/y 0 y
 do_update u.img 2 /b ;; tree /b ;; tree /own ;; do_update u.img 2 b ;; $ find b -type f | sort  --> = 0 | l -> nand
     nand -> /own | too -> ../own | n/y = y | x = x | = 0 | b/b/l | b/b/nand/x | b/b/too/n/y
-$ rm -r /b /own/*; mkdir /b; ln -s /own /b/nand; ln -s slot /b/cur
-for "nand/d/f 0 nand/cur;d 4 nand/cur/g 0" "a 0 b 0 nand/../x 0" "a 0 slot;/w 4 cur/x 0" =>
+$ rm -r /b /own/*; mkdir /b; ln -s /own /b/nand; ln -s slot /b/cur; ln -s loop /b/loop
+for "nand/d/f 0 nand/cur;d 4 nand/cur/g 0" "a 0 b 0 nand/../x 0" "a 0 slot;/w 4 cur/x 0" "l;a 4 b 0 loop/x 0" =>
   image u.img -- @1 @2 "" @3 @4 "" @5 @6 x ;; do_update u.img 2 /b ;; tree /own  --> = 0 | cur -> d | d/f =\s
     d/g = x | trace: image is damaged at entry 2: a link leads it out of the directory, or nowhere\n | = -4
-    cur -> d | d/f =\s | d/g = x {2}
+    cur -> d | d/f =\s | d/g = x {3}
 == what a command has not made is not noticed, unless the entry shows it (show not)
 for "run /bin/mkdir -p /b/" "run cd" => $ rm -rf /b; mkdir /b ;; fail "@" ;; image u.img -- a 0 x "l;a" 4 "" d/b 0 x ;;
   do_update u.img 2 /b ;; tree /b  --> = -4 | a = x | l -> a | = 0 | a = x | d/b = x | l =\s
