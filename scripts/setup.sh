@@ -11,7 +11,7 @@ packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux dpkg-dev file 
 [[ ${1:-} != --test ]] || packages+=(busybox faketime lintian mandoc minisign python3-jsonschema squashfs-tools)
 [[ ${1:-},$native != --test,amd64 ]] || packages+=(user-mode-linux dmsetup kmod mtools)
 [[ ${1:-} != --lint ]] || packages+=(clang-format clang-tidy cppcheck mandoc shellcheck)
-[[ ${1:-} != --device ]] || packages+=(g++-arm-linux-gnueabihf googletest qemu-user {libsodium-dev,libstdc++6}:armhf)
+[[ ${1:-} != --device ]] || packages+=(busybox g++-arm-linux-gnueabihf googletest python3-jsonschema qemu-user {libsodium-dev,libstdc++6}:armhf)
 [[ ${1:-} != --musl ]] || packages+=(musl-tools)
 [[ ${1:-} != --fuzz ]] || packages+=(clang libclang-rt-dev llvm)
 

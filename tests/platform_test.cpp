@@ -130,7 +130,8 @@ TEST(Shell, RunsALineAndReturnsItsWaitStatus)
     signal(SIGCHLD, SIG_IGN); // as a parent may hand it on
     EXPECT_EQ(my_system("exit 7"), 0) << "has run, with a status that nobody knows";
     signal(SIGCHLD, SIG_DFL);
-    EXPECT_EQ(my_system("exec grep -q 'SigBlk:.*[1-9a-f]' /proc/self/status"), 256) << "has a signal blocked";
+    EXPECT_EQ(my_system("exec grep -q 'SigBlk:.*[1-9a-f]' /proc/self/status"), 256)
+        << "has a signal blocked";
     FILE *const stream = my_popen("echo out; exit 3", "r");
     EXPECT_EQ(fgetc(stream), 'o');
     EXPECT_NE(my_system(("test -e /proc/self/fd/" + std::to_string(fileno(stream))).c_str()), 0)

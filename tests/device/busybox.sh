@@ -11,7 +11,9 @@ mount -t tmpfs tmpfs /mnt/sda1
 mount -t tmpfs -o size=150m /dev/root /mnt/root
 for file in vsp/layout mcucored/conf sysconf/qrxpara; do echo $file >/usr/qrx310/etc/$file; done
 cp -r /usr/qrx310 saved
-for tool in sh awk cat cp date dd df du echo find grep gunzip gzip killall ln ls mkdir mount rm sync touch umount; do
+# shellcheck disable=SC2016 # the quotes of the page
+for tool in sh $(sed -n '/^| tools/s/.*a shell with `\([^`]*\)`.*/\1/p' "$(dirname "$0")/../../README.md"); do
+    [[ $tool != reboot && $tool != killall ]] || continue
     "$busybox" rm -f {,/usr,/usr/local}/{,s}bin/$tool
     "$busybox" ln -s "$busybox" /bin/$tool
 done
