@@ -14,8 +14,8 @@ cp -r /usr/qrx310 saved
 # shellcheck disable=SC2016 # the quotes of the page
 for tool in sh $(sed -n '/^| tools/s/.*a shell with `\([^`]*\)`.*/\1/p' "$(dirname "$0")/../../README.md"); do
     [[ $tool != reboot && $tool != killall ]] || continue
-    "$busybox" rm -f {,/usr,/usr/local}/{,s}bin/$tool
-    "$busybox" ln -s "$busybox" /bin/$tool
+    "$busybox" rm -f {,/usr,/usr/local}/{,s}bin/"$tool"
+    "$busybox" ln -s "$busybox" "/bin/$tool"
 done
 hash -r
 
