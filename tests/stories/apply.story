@@ -1,6 +1,6 @@
 # Catches: a line, command, wait or state of the progress block that is missing, changed or out of its order in a run
 # of the apply engine; an image that is refused or taken by mistake, with a wrong code, cause or end.
-== a run in all its lines (show log, trace, run, wait, block, err, -trace print_image_hdr)
+== a run in all its lines (show log, trace, run, wait, block, -trace print_image_hdr)
 image u.img -- nand/a 0 ABC "nand/d/l;../a" 4 "" nand/e 1 "" nand/odd 200 o{10000} ;; do_update u.img 2 /b
     trace: in fun do_update  ! \n | log:  start | trace get_upgrade_info: upgrade_info_t-4 size is 16Bytes \n
     log attach_shm:   start. | block 0 0 0 0 0 | trace: shm get_upgrade_info success!!
@@ -24,9 +24,7 @@ image u.img -- nand/a 0 ABC "nand/d/l;../a" 4 "" nand/e 1 "" nand/odd 200 o{1000
     block 4 3 0 100 0 | block 4 4 0 100 0 | trace: \n\n\n\n\rround 2 --------update user file ....\n
     log:  update_info->result = 0 (1:ok, 2:error). \n | block 4 4 1 100 0
     trace: result = 1, update successful !! \n | run sysconfig set fw_version V1.0.0.0 | run /bin/sync
-    log:  run rsync ok. | wait 20000 us | log:  end | = 0 | err (num-0)/b/nand/a type(0), size(3)
-    err (num-1)/b/nand/d/l type(4), size(0) | err (num-2)/b/nand/e type(1), size(0)
-    err (num-3)/b/nand/odd type(200), size(10000)
+    log:  run rsync ok. | wait 20000 us | log:  end | = 0
 tree /b ;; $ stat -c %A /b/nand/a; sysconfig get fw_version; awk '$1 == 6291457 { print $3, $4, $7 }' /proc/sysvipc/shm
     nand/a = ABC | nand/d/l -> ../a | nand/e/ | nand/odd = o{10000} | -rwxr-xr-x | V1.0.0.0 | 600 20 1
 == each mode; a peer's block of 16 bytes is found, and the reboot comes with 1 alone (show run reboot, wait, block)

@@ -1,7 +1,7 @@
 # Catches: what a service run tells its receiver and the logs that is missing, wrong or out of its order; the USB flag
 # asked at the wrong moment; a failure that goes on, or ends in another code.
 usb 1
-== a run in its own lines; the steps that both engines share bear its name (show (num, log:  start, log:  end, run,
+== a run in its own lines; the steps that both engines share bear its name (show log: (num, log:  start, log:  end, run,
   wait, event, request, in fun, UPGD_SUCCESS, umount kernel, unpress, update user file, trace: end)
 image u.img -- nand/App.bin 22 card nand/a 0 ABC "nand/l;a" 4 "" nand/zImage 5 kernel ;; answer 22 0 3
 do_update_upgrade u.img 1 /b  --> trace: in fun do_update  ! \n | log:  start | run /bin/mkdir -p /b | event 2/0/0
@@ -15,8 +15,6 @@ do_update_upgrade u.img 1 /b  --> trace: in fun do_update  ! \n | log:  start | 
     trace: \n\n\n\n\rround 2 --------update user file ....\n | event 5/0/50
     request 22 slot 1 model 0x0 seq 0 /b/nand/App.bin | trace: end upgrade !! \n | wait 1000000 us
     trace: result = UPGD_SUCCESS, update successful !! \n | wait 6 s | run reboot -f | log:  end | = 0
-    err (num-0)/b/nand/App.bin type(22), size(4) | err (num-1)/b/nand/a type(0), size(3)
-    err (num-2)/b/nand/l type(4), size(0) | err (num-3)/b/nand/zImage type(5), size(6)
 percent ;; tree /b  --> = 1000 | nand/App.bin = card | nand/a = ABC | nand/l -> a | nand/zImage = kernel
 == failures in the checks of the image: their events after two seconds, and the closing lines (show wait, event, run,
   trace: end, update error)

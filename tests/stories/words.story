@@ -33,14 +33,13 @@ for "1 0" "3 1" "0 2" "4 3" "4294967295 4294967295" => image i place=@1 comp=@2 
     :    Image Type       : (Unknown Compression) {2}
 place2str 3  --> = "costom"
 == the flag file, from any state to started and then to done (show log, trace, run, syncfs)
-for 1 2 1 => set_update_flag flag @ ;; $ cat flag  --> trace:  call  fun  set_update_flag \n | : run cmd =  .\n
+for 1 2 => set_update_flag flag @ ;; $ cat flag  --> trace:  call  fun  set_update_flag \n | : run cmd =  .\n
     log: /bin/touch  flag | run /bin/touch  flag | trace: /bin/touch  flag \n | log: /bin/echo 1 > flag
     run /bin/echo 1 > flag | syncfs /w/flag | = 0 | 1 | trace:  call  fun  set_update_flag \n | : run cmd =  .\n
     log: /bin/echo 2 > flag | run /bin/echo 2 > flag | syncfs /w/flag | = 0 | 2
-    trace:  call  fun  set_update_flag \n | : run cmd =  .\n | : upgrade NG, rm temp file .\n
-    : run cmd = /bin/rm -rf flag .\n | run /bin/rm -rf flag | trace:  call  fun  set_update_flag \n
-    : run cmd = /bin/rm -rf flag .\n | log: /bin/touch  flag | run /bin/touch  flag | trace: /bin/touch  flag \n
-    log: /bin/echo 1 > flag | run /bin/echo 1 > flag | syncfs /w/flag | = 0 | 1
+show run, trace: upgrade, trace: run ;; set_update_flag flag 1 ;; $ cat flag  --> trace: run cmd =  .\n
+    : upgrade NG, rm temp file .\n | : run cmd = /bin/rm -rf flag .\n | run /bin/rm -rf flag
+    trace: run cmd = /bin/rm -rf flag .\n | run /bin/touch  flag | run /bin/echo 1 > flag | = 0 | 1
 show run, trace: update ;; $ rm flag ;; set_update_flag flag 2 ;; $ cat flag  --> run /bin/touch  flag
     run /bin/echo 2 > flag | = 0 | 2
 fail "run /bin/rm" ;; set_update_flag flag 1  --> run /bin/rm -rf flag | run /bin/rm -rf flag | run /bin/rm -rf flag
