@@ -251,6 +251,9 @@ static void perform(const std::string &command)
         run_script("cd " + rest + " && find . -mindepth 1 " + TREE + " | sort");
     } else if (take_away(&rest, "show ")) {
         show(rest);
+    } else if (take_away(&rest, "apply ")) {
+        call_operation("image u.img -- " + rest);
+        call_operation("do_update u.img 2 /b");
     } else if (take_away(&rest, "at ")) {
         hooks.emplace_back(rest.substr(0, rest.find(" => ")), behind);
     } else {

@@ -1,12 +1,11 @@
 # Catches: a line, command, wait or state of the progress block that is missing, changed or out of its order in a run
 # of the apply engine; an image that is refused or taken by mistake, with a wrong code, cause or end.
 == a run in all its lines (show log, trace, run, wait, block, -trace print_image_hdr)
-image u.img -- nand/a 0 ABC "nand/d/l;../a" 4 "" nand/e 1 "" nand/odd 200 o{10000} ;; do_update u.img 2 /b
-    trace: in fun do_update  ! \n | log:  start | trace get_upgrade_info: upgrade_info_t-4 size is 16Bytes \n
-    log attach_shm:   start. | block 0 0 0 0 0 | trace: shm get_upgrade_info success!!
-    log: get_upgrade_info success!!\s | block 0 0 -1 0 0 | log: \n now update_info->result = -1\s
-    trace: \n now update_info->result = -1 \n | : update file: u.img , img_size = 10548 \n
-    log: <do_update> update_file:u.img | : fread update_file ...
+apply nand/a 0 ABC "nand/d/l;../a" 4 "" nand/e 1 "" nand/odd 200 o{10000}  --> trace: in fun do_update  ! \n
+    log:  start | trace get_upgrade_info: upgrade_info_t-4 size is 16Bytes \n | log attach_shm:   start.
+    block 0 0 0 0 0 | trace: shm get_upgrade_info success!! | log: get_upgrade_info success!!\s | block 0 0 -1 0 0
+    log: \n now update_info->result = -1\s | trace: \n now update_info->result = -1 \n
+    : update file: u.img , img_size = 10548 \n | log: <do_update> update_file:u.img | : fread update_file ...
     : check img : magic_number; img_size; body_crc ... | : check img ok ! | trace: check img ok !
     log find_dir: update dir is </nand>. | run /bin/mkdir -p /b | log: get u_base_dir:/b\s
     trace: get u_base_dir:/b \n | : print_image_header.\n | log: print_image_header.

@@ -28,48 +28,44 @@ for "name" "n{1024}\0\0\0\0\0\0" "name\0" "name\0\0\0\0\0" "name\0\0\0\0\0\x02x"
     trace: image is damaged at entry 1: its name is too long\n | = -4 | good = x
     trace: image is damaged at entry 1: it runs past the end of the image\n | = -4 | good = x {4}
 == names that lead out, that a command would take apart, or that fit no buffer (show run cd)
-for "a/../../b/x" "d x/x" "$(touch no)/x" "a`b`/x" "a\tb/x" => image u.img -- "@" 0 x ;; do_update u.img 2 /b
-    = -4 {5}
-for "l;a b" "l;$(x" "l a;t" "-l;t" => image u.img -- "@" 4 "" ;; do_update u.img 2 /b  --> = -4 {4}
+for "a/../../b/x" "d x/x" "$(touch no)/x" "a`b`/x" "a\tb/x" => apply "@" 0 x  --> = -4 {5}
+for "l;a b" "l;$(x" "l a;t" "-l;t" => apply "@" 4 ""  --> = -4 {4}
 for "1 .//.." "1 d|x" "5 k/zImage&" "7 u;b" "7 u<b" "7 u>b" "7 u(b" "7 u)b" "7 u'b" "7 u\"b" "7 u\\b" "7 u\nb" "4 l;~t"
-  "4 l;#t" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b  --> = -4 {14}
-for _ @ # $ ! - 0 9 A z => image u.img -- "u$@" 7 "" ;; do_update u.img 2 /b  --> = -4 {10}
+  "4 l;#t" => apply "@2" @1 ""  --> = -4 {14}
+for _ @ # $ ! - 0 9 A z => apply "u$@" 7 ""  --> = -4 {10}
 for "4 l;no*" "4 no*;t" "4 l;../no?" "4 l;no[n-p]" "4 l;{-t/etc,/x}" "4 l;*/../*/../*/../*/../*/../*" "7 no?" =>
-  image u.img -- cost 0 x "@2" @1 "" ;; do_update u.img 2 /b  --> = -4 {7}
+  apply cost 0 x "@2" @1 ""  --> = -4 {7}
 tree /b ;; $ ls -A; ls /x ;; show image is damaged  --> cost = x | u.img
     ls: cannot access '/x': No such file or directory | status 2
 for "0 ../x" "4 a;b/../../l;x" "0 n{1023}" "1 d{495}" "0 d{99}/d{99}/d{99}/d{99}/d{95}/x" "4 l;t{126}" "4 l;-t"
-  "7 u;b" => image u.img -- "@2" @1 "" ;; do_update u.img 2 /b
-    trace: image is damaged at entry 0: its name leads out of the directory\n | = -4 {2}
-    trace: image is damaged at entry 0: its path is too long\n | = -4
+  "7 u;b" => apply "@2" @1 ""  --> trace: image is damaged at entry 0: its name leads out of the directory\n
+    = -4 {2} | trace: image is damaged at entry 0: its path is too long\n | = -4
     trace: image is damaged at entry 0: its directory can't be made by a command\n | = -4 {2}
     trace: image is damaged at entry 0: its path and target are too long for a link\n | = -4
     trace: image is damaged at entry 0: its path or target would be taken apart by a command\n | = -4
     trace: image is damaged at entry 0: its path would be taken apart by a command\n | = -4
-show unable to open ;; image u.img -- "a;b/x" 0 x ;; do_update u.img 2 /b
-    trace copy_file: unable to open `/b/a;b/x'\n | = -4
+show unable to open ;; apply "a;b/x" 0 x  --> trace copy_file: unable to open `/b/a;b/x'\n | = -4
 == names that only look so, up to the limits (show none)
 $ d=$(printf 'd%.0s' $(seq 99)); mkdir -p /b/$d/$d/$d/$d/$d/$d/$d/$d/$d/$d
-image u.img -- "d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/f{20}" 0 x "d{99}/d{99}/d{99}/d{99}/d{94}/x"
-  0 "" ;; do_update u.img 2 /b ;; $ cat /b/*/*/*/*/*/*/*/*/*/*/f*; rm -r /b/*  --> = 0 | x
-image u.img -- "[" 0 x "m/[l;n[/$.$" 4 "" "a$/~/-d/f" 0 x "a b" 0 x "l;t{125}" 4 "" "l{124};t" 4 "" "n" 4 "" "7;b" 22
-  x ;; do_update u.img 2 /b ;; tree /b  --> = 0 | 7;b = x | [ = x | a b = x | a$/~/-d/f = x | l -> t{125}
-    l{124} -> t | m/[l -> n[/$.$ | n =\s
+apply "d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/f{20}" 0 x "d{99}/d{99}/d{99}/d{99}/d{94}/x" 0 "" ;;
+  $ cat /b/*/*/*/*/*/*/*/*/*/*/f*; rm -r /b/*  --> = 0 | x
+apply "[" 0 x "m/[l;n[/$.$" 4 "" "a$/~/-d/f" 0 x "a b" 0 x "l;t{125}" 4 "" "l{124};t" 4 "" "n" 4 "" "7;b" 22 x ;;
+  tree /b  --> = 0 | 7;b = x | [ = x | a b = x | a$/~/-d/f = x | l -> t{125} | l{124} -> t | m/[l -> n[/$.$ | n =\s
 == what is read ahead ends anywhere in an entry (show none)
-for 367 368 369 370 371 372 373 374 375 376 => image u.img -- a 0 a{16@} bbb 0 y c 0 z ;; do_update u.img 2 /b ;;
-  $ cat /b/bbb /b/c  --> = 0 | yz {10}
+for 367 368 369 370 371 372 373 374 375 376 => apply a 0 a{16@} bbb 0 y c 0 z ;; $ cat /b/bbb /b/c  --> = 0
+    yz {10}
 == a directory that can't be made; a link of the image that leads out (show image is damaged)
 image u.img -- a/b 0 x c 0 y ;; $ mkdir /b; : >/b/a ;; do_update u.img 2 /b  --> = -4
 for "out;/w out/x" "out;../w out/x" "out;../w out/n/x" "in;. in/n/../../w/f" "in;. in/../b/x;/w" =>
-  image u.img -- "@1" 4 "" @2 0 x ;; do_update u.img 2 /b
-    trace: image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4 {5}
+  apply "@1" 4 "" @2 0 x  --> trace: image is damaged at entry 1: a link leads it out of the directory, or nowhere\n
+    = -4 {5}
 $ mkdir /bx ;; image u.img -- "out;../bx" 4 "" out/x 0 x ;; do_update u.img 2 /b
     trace: image is damaged at entry 1: a link leads it out of the directory, or nowhere\n | = -4
-image u.img -- "out;../w" 4 "" c 0 y out/x 0 x ;; do_update u.img 2 /b ;; $ ls /bx
+apply "out;../w" 4 "" c 0 y out/x 0 x ;; $ ls /bx
     trace: image is damaged at entry 2: a link leads it out of the directory, or nowhere\n | = -4
-image u.img -- "out;/w" 4 "" "in;d" 4 "" out/x 0 x ;; do_update u.img 2 /b
+apply "out;/w" 4 "" "in;d" 4 "" out/x 0 x
     trace: image is damaged at entry 2: a link leads it out of the directory, or nowhere\n | = -4
-image u.img -- d 1 "" "in;d" 4 "" in/x 0 x "in;../w" 4 "" in/y 0 y ;; do_update u.img 2 /b ;; tree /b ;; $ ls
+apply d 1 "" "in;d" 4 "" in/x 0 x "in;../w" 4 "" in/y 0 y ;; tree /b ;; $ ls
     trace: image is damaged at entry 4: a link leads it out of the directory, or nowhere\n | = -4 | a =\s | c = y
     d/x = x | in -> ../w | out -> /w | u.img
 == the device's own links are followed; a base directory without a '/' (show image is damaged)
@@ -78,12 +74,12 @@ do_update u.img 2 /b ;; tree /b ;; tree /own ;; do_update u.img 2 b ;; $ find b 
     nand -> /own | too -> ../own | n/y = y | x = x | = 0 | b/b/l | b/b/nand/x | b/b/too/n/y
 $ rm -r /b /own/*; mkdir /b; ln -s /own /b/nand; ln -s slot /b/cur; ln -s loop /b/loop
 for "nand/d/f 0 nand/cur;d 4 nand/cur/g 0" "a 0 b 0 nand/../x 0" "a 0 slot;/w 4 cur/x 0" "l;a 4 b 0 loop/x 0" =>
-  image u.img -- @1 @2 "" @3 @4 "" @5 @6 x ;; do_update u.img 2 /b ;; tree /own  --> = 0 | cur -> d | d/f =\s
-    d/g = x | trace: image is damaged at entry 2: a link leads it out of the directory, or nowhere\n | = -4
-    cur -> d | d/f =\s | d/g = x {3}
+  apply @1 @2 "" @3 @4 "" @5 @6 x ;; tree /own  --> = 0 | cur -> d | d/f =\s | d/g = x
+    trace: image is damaged at entry 2: a link leads it out of the directory, or nowhere\n | = -4 | cur -> d
+    d/f =\s | d/g = x {3}
 == what a command has not made is not noticed, unless the entry shows it (show not)
-for "run /bin/mkdir -p /b/" "run cd" => $ rm -rf /b; mkdir /b ;; fail "@" ;; image u.img -- a 0 x "l;a" 4 "" d/b 0 x ;;
-  do_update u.img 2 /b ;; tree /b  --> = -4 | a = x | l -> a | = 0 | a = x | d/b = x | l =\s
+for "run /bin/mkdir -p /b/" "run cd" => $ rm -rf /b; mkdir /b ;; fail "@" ;; apply a 0 x "l;a" 4 "" d/b 0 x ;; tree /b
+    = -4 | a = x | l -> a | = 0 | a = x | d/b = x | l =\s
 == the image shrinks under its mapping: ahead of the entry, within it, within a page (show image is damaged)
 for "0 0" "0 496" "1 0" "1 4096" "1 6502" "1 6503" "2 6559" "2 6560" => image u.img -- a 0 1 b 0 b{6000} c 0 c{50} ;;
   $ rm -rf /b ;; at (num-@1) => $ truncate -s @2 /w/u.img ;; do_update u.img 2 /b  --> = -4 {4}
