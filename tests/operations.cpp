@@ -369,4 +369,3 @@ CALL(first_char_is, c.text(1), '/');
 CALL(_mkdir, c.text(1));
 CALL(place2str, c.number(1));
 CALL(place2dir, c.number(1));
-CALL(print_type, c.number(1));
