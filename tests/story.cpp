@@ -58,7 +58,8 @@ static const std::string MAKE_ROOT = R"(set -e
     for partition in mmcblk0p1 mmcblk0p6; do
         cp --sparse=always "/run/sandbox/$partition" old/ && mount --bind "old/$partition" "dev/$partition"
     done
-    rm -rf run/mailbox
+    rm -rf run/mailbox run/img_deploy.lock
+    : >run/sandbox/calls
     pivot_root . old
     umount -l old)";
 
