@@ -56,11 +56,11 @@ $ rm -r /etc/sysconfig ;; do_create_backup /mnt/sda1 ;; $ sysconfig set x y ;; d
 $ ls -d /tmp/ubackup; rm -r /tmp/ubackup; sysconfig set device_name unit7  --> /tmp/ubackup
 show /tmp/ubackup is, error ;; fail "run /bin/rm"
 for "ln -s /mnt/sda1 /tmp/ubackup" "rm /tmp/ubackup; mkdir -m 702 /tmp/ubackup" "chmod 720 /tmp/ubackup"
-  "chmod 755 /tmp/ubackup" => $ @ ;; do_create_backup /mnt/sda1 ;; $ stat -Lc %a /tmp/ubackup
-    log: /tmp/ubackup is no directory of our own alone: remove it | : do_create error !!! | = -1 "untouched" | 755
-    log: /tmp/ubackup is no directory of our own alone: remove it | : do_create error !!! | = -1 "untouched" | 702
-    log: /tmp/ubackup is no directory of our own alone: remove it | : do_create error !!! | = -1 "untouched" | 720
-    = 0 "/mnt/sda1/unit7_202601020304.ubck" | 700
+  "chmod 700 /tmp/ubackup; chown 7 /tmp/ubackup 2>&- || chmod 702 /tmp/ubackup"
+  "chown 0 /tmp/ubackup; chmod 755 /tmp/ubackup" => $ @ ;; do_create_backup /mnt/sda1 ;;
+  $ stat -Lc %a /tmp/ubackup | tr 2 0  --> log: /tmp/ubackup is no directory of our own alone: remove it
+    : do_create error !!! | = -1 "untouched" | 755 | log: /tmp/ubackup is no directory of our own alone: remove it
+    : do_create error !!! | = -1 "untouched" | 700 {3} | = 0 "/mnt/sda1/unit7_202601020304.ubck" | 700
 == what fails with an image, which goes with the scratch tree (show do_create ubck, do_create error, accessing, command
   too long)
 at read /bin/date => $ rm -r /mnt/sda1 ;; do_create_backup /mnt/sda1  --> log: accessing img is not  F_OK

@@ -34,11 +34,13 @@ for "exit 127" "head -c 1000 $1 >$1.gz; kill -KILL $$" "rm $1" "rm $1; : >$1.gz"
     log: the image has lost its body: gzip has left nothing of it | = -1 | 488 {2} | = -1 | 1000488
 == what an earlier call has left that was killed (show log)
 for "printf 12345 >/tmp/tmppfile" "printf 12345 | gzip >/tmp/tmppfile.gz" "printf 123456 >/tmp/tmppfile"
-  "printf 12345 >other; ln -s /w/other /tmp/tmppfile" => $ cp head i; rm -f /tmp/tmppfile*; @ ;;
-  gzip_dirs_and_files i 5 ;; $ ls /tmp/tmppfile* 2>/dev/null; :
+  "printf 12345 >other; ln -s /w/other /tmp/tmppfile"
+  "printf 12345 >/tmp/tmppfile; chown 7 /tmp/tmppfile 2>&- || rm /tmp/tmppfile" =>
+  $ cp head i; rm -f /tmp/tmppfile*; @ ;; gzip_dirs_and_files i 5 ;; $ ls /tmp/tmppfile* 2>/dev/null; :
     log: the image lacks its body, and /tmp/tmppfile may hold it: move it away first | = -1 | /tmp/tmppfile
     log: the image lacks its body, and /tmp/tmppfile.gz may hold it: move it away first | = -1 | /tmp/tmppfile.gz
-    log: the image lacks its body, and /tmp/tmppfile may hold it: move it away first | = -1 | /tmp/tmppfile | = -1
+    log: the image lacks its body, and /tmp/tmppfile may hold it: move it away first | = -1 | /tmp/tmppfile
+    = -1 {2}
 $ cp whole i; printf '#!/bin/sh\nexit 127' >/usr/local/sbin/gzip; chmod +x /usr/local/sbin/gzip
 fail fsync ;; gzip_dirs_and_files i 1000000 ;; fail ;; $ ls /tmp/tmppfile*; rm /tmp/tmppfile* /usr/local/sbin/gzip
     log: the body could not be put back into the image: move /tmp/tmppfile away before anything else is compressed
