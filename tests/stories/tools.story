@@ -59,6 +59,7 @@ $ rm -r /var/log; touch /var/log; img_deploy -c ./tree o.img | grep -c ':: '; rm
 $ sysconfig get a; sysconfig set a V1.0; sysconfig set device_name 'unit = 7'; sysconfig get a; sysconfig list;
   sysconfig get a >/dev/full  --> sysconfig: a: unknown key | V1.0 | a=V1.0 | device_name=unit = 7
     sysconfig: standard output: No space left on device | status 1
+$ sysconfig set a $(seq 9999); sysconfig get a  --> sysconfig: a: Value too large for defined data type | V1.0
 $ for a in '' 'set a' 'set' get 'get a b' 'list a' frob; do sysconfig $a 2>err; echo $? $(head -c 6 err); done
     2 Usage: | 2 Usage: | 2 Usage: | 2 Usage: | 2 Usage: | 2 Usage: | 2 Usage:
 == img_info
