@@ -23,10 +23,10 @@ get_udisk_all_info  --> log: get udisk_name is chinese, use english instead.
     : get udisk_label = xxxxxxxxxxxxxxxxxxxxxxxxxxxx\xE5\x95\x8A | = 0 and 4
     /u/sub <\xE4\xB8\xAD\xE6\x96\x87 A> 0 0 0 | /u/bin <UNKNOWNNAME> 0 0 0
     /u/e1 <xxxxxxxxxxxxxxxxxxxxxxxxxxxxx> 0 0 0 | /u/e2 <xxxxxxxxxxxxxxxxxxxxxxxxxxxx\xE5\x95\x8A> 0 0 0
-output "ls -l /dev/disk/by-label/ |grep e1" "x{28}\xF0\x9F\x98\x80" ;; get_udisk_all_info
+output "ls -l /dev/disk/by-label/ |grep e1" "\xF0\x9F\x98\x80x{24}\xF0\x9F\x98\x80" ;; get_udisk_all_info
     log: get udisk_name is chinese, use english instead. | : get udisk_label = \xE4\xB8\xAD\xE6\x96\x87 A
     : get udisk_name is chinese, use english instead. | : get udisk_label = UNKNOWNNAME
-    : get udisk_name is chinese, use english instead. | : get udisk_label = xxxxxxxxxxxxxxxxxxxxxxxxxxxx
+    : get udisk_name is chinese, use english instead. | : get udisk_label = \xF0\x9F\x98\x80xxxxxxxxxxxxxxxxxxxxxxxx
     : get udisk_name is chinese, use english instead. | : get udisk_label = xxxxxxxxxxxxxxxxxxxxxxxxxxxx\xE5\x95\x8A
     = 0 and 4 | /u/sub <\xE4\xB8\xAD\xE6\x96\x87 A> 0 0 0 | /u/bin <UNKNOWNNAME> 0 0 0
-    /u/e1 <xxxxxxxxxxxxxxxxxxxxxxxxxxxx> 0 0 0 | /u/e2 <xxxxxxxxxxxxxxxxxxxxxxxxxxxx\xE5\x95\x8A> 0 0 0
+    /u/e1 <\xF0\x9F\x98\x80xxxxxxxxxxxxxxxxxxxxxxxx> 0 0 0 | /u/e2 <xxxxxxxxxxxxxxxxxxxxxxxxxxxx\xE5\x95\x8A> 0 0 0
