@@ -20,6 +20,19 @@ kill "$reader"
 grep -qE '^<30>.* imgdeploy\[[0-9]+\]: 010a3c00 do_update:  run rsync ok\.$' log ||
     expect 'the platform log' 'run rsync ok' "$(tail -n 3 log)"
 
+# A tree of the machine's own, with links as long as they come: the service manager's units, certificates.
+long=$(printf 'l%.0s' {1..108})
+ln -s /bin/sh "/etc/$long"
+img_deploy -c /etc -p 1 etc.img >/dev/null
+run img_deploy -u etc.img -m 2
+expect 'a tree of the machine' "0 $(img_info etc.img | sed '1,/^$/d' | wc -l)" "$status $(grep -c '^(num-' err)"
+find /etc -type l -size -128c -printf '%P;%l\n' | awk 'length("/etc/" $0) < 128' | sort >asked
+find /opt/upgddir/etc -type l -printf '%P;%l\n' | sort >made
+expect 'links that are not those of the machine' '' "$(comm -13 asked made)"
+expect 'the longest of them' "$long;/bin/sh" "$(grep ^ll made)"
+find /opt/upgddir/etc -type f ! -path '*/sysconfig/*' -printf '%P\0' | (cd /etc && xargs -0 sha256sum) >sums
+expect 'files of the machine' '' "$(cd /opt/upgddir/etc && sha256sum --quiet -c "$work/sums" 2>&1)"
+
 # Many directories make a run long enough to be hit while it works.
 rm -rf /opt/upgddir
 for i in {1..150}; do mkdir "tree/d$i" && echo "$i" >"tree/d$i/f"; done
