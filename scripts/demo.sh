@@ -63,6 +63,7 @@ build() {
     printf '%s files and links in %s directories, %s\n' "$(find tree ! -type d | wc -l)" \
         "$(find tree -mindepth 1 -type d | wc -l)" "$(du -sh tree | cut -f 1)"
     echo '$ IMG_DEPLOY_EXPLAIN=1 img_deploy -c ./tree -p 2 -r V2.0.0.0 update.img'
+    # shellcheck disable=SC2069 # the sentence alone is shown
     IMG_DEPLOY_EXPLAIN=1 img_deploy -c ./tree -p 2 -r V2.0.0.0 update.img 2>&1 >build.log
     say 'look into it'
     echo '$ img_info update.img'

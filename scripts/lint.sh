@@ -28,4 +28,5 @@ git ls-files 'platform/*.cpp' 'update/*.cpp' ":!$labels" |
     xargs -P "$(nproc)" -n 1 "${analyze[@]}"
 "${analyze[@]}" -Wno-analyzer-malloc-leak "$labels"
 git ls-files 'companions/*.cpp' | xargs -P "$(nproc)" -n 1 "${analyze[@]}" \
-    -Wno-analyzer-use-of-uninitialized-value -Wno-analyzer-possible-null-dereference
+    -Wno-analyzer-use-of-uninitialized-value -Wno-analyzer-possible-null-dereference \
+    -Wno-analyzer-null-dereference

@@ -69,9 +69,10 @@ static bool holds_something(const std::string &path)
     if (list == nullptr)
         return true;
     errno = 0;
+    const std::string below = path + "/";
     while (const dirent *const item = readdir(list.get())) {
         const std::string name = item->d_name;
-        if (name != "." && name != ".." && holds_something(path + "/" + name))
+        if (name != "." && name != ".." && holds_something(below + name))
             return true;
     }
     return errno != 0;
@@ -165,14 +166,15 @@ static bool carry_version(tested_image *image, const std::string &version)
 }
 
 // Returns an exit status.
-static int restore_image(tested_image *image, std::string dir, const std::string &version)
+static int restore_image(tested_image *image, const std::string &dir, const std::string &version)
 {
+    std::string place = dir; // which the operation takes as text that can be changed
     interrupts interrupted(
         [] { say("interrupted: what is at hand is finished first; once more to end at once"); },
         [] {});
     if (!interrupted.begin())
         return SERVICE_FAILED;
-    const int result = do_update_backup(image->path, dir.data());
+    const int result = do_update_backup(image->path, place.data());
     if (result != 0) {
         fail("%s: %s", image->name,
              words_for(RESTORE_FAULTS, result, "the restore failed; the device's log tells why"));
@@ -184,19 +186,19 @@ static int restore_image(tested_image *image, std::string dir, const std::string
     return status == SERVICE_WELL && !recorded ? SERVICE_FAILED : status;
 }
 
-int restore_command(const service_call *given)
+int restore_command(const service_call *call)
 {
-    service_call call = *given;
-    call.dir = call.words[1] != nullptr ? absolute_path(call.words[1]) : "/";
-    call.cards.mode = CARDS_SIMULATE; // no card is flashed
+    service_call restore = *call;
+    restore.dir = call->words[1] != nullptr ? absolute_path(call->words[1]) : "/";
+    restore.cards.mode = CARDS_SIMULATE; // no card is flashed
     session session;
     tested_image image;
     update_plan plan;
     std::string version;
     if (!session.begin("restore") ||
-        !take_tested_image(&call, USE_RESTORE, call.dir.c_str(), &image) ||
+        !take_tested_image(&restore, USE_RESTORE, restore.dir.c_str(), &image) ||
         !read_setting(VERSION_KEY, &version) || !carry_version(&image, version) ||
-        !test_plan(&image, &call, &plan))
+        !test_plan(&image, &restore, &plan))
         return SERVICE_FAILED;
-    return restore_image(&image, call.dir, version);
+    return restore_image(&image, restore.dir, version);
 }
