@@ -22,6 +22,7 @@ struct service_call {
     char **words = nullptr; // beside the options, up to a null
     int type = 0;           // of a card file, if the first word is one
     std::string dir;        // empty for the one that the image asks for
+    std::string copy;       // where the bytes that were tested are left, empty for nowhere
     card_choice cards = {CARDS_FLASH, 0};
     int allow_unsigned = 0; // take an image without a signature
     int force = 0;          // try what is bound to fail

@@ -37,8 +37,8 @@ static constexpr verb VERBS[] = {
      UPDATE_HELP},
     {"plan", plan_command, 1, 1,
      "IMAGE [--dir DIR] [--cards flash|simulate[=SECONDS]|fail=TYPE]\n"
-     "             [--allow-unsigned] [--json]",
-     "show what that update would do; nothing is written"},
+     "             [--allow-unsigned] [--copy FILE] [--json]",
+     "show what that update would do; nothing is written but the copy that was tested"},
     {"backup", backup_command, 1, 1, "DISK", "save the settings to the disk mounted there"},
     {"restore", restore_command, 1, 2, "FILE [DIR] [--allow-unsigned] [--force]",
      "bring a backup back, below / without DIR"},
@@ -123,6 +123,7 @@ static bool take_options(const verb &v, int argc, char **argv, service_call *cal
 {
     const option all[] = {{"dir", required_argument, nullptr, 'd'},
                           {"cards", required_argument, nullptr, 'c'},
+                          {"copy", required_argument, nullptr, 'k'},
                           {"allow-unsigned", no_argument, &call->allow_unsigned, 1},
                           {"force", no_argument, &call->force, 1},
                           {"json", no_argument, &call->json, 1}};
@@ -133,6 +134,8 @@ static bool take_options(const verb &v, int argc, char **argv, service_call *cal
     for (int opt; (opt = getopt_long(argc, argv, "", taken, nullptr)) != -1;) {
         if (opt == '?')
             return false;
+        if (opt == 'k')
+            call->copy = optarg;
         if (opt == 'd' && optarg[0] == '\0')
             return complain("%s: --dir needs a directory", v.name);
         if (opt == 'd')

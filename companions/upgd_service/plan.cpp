@@ -22,6 +22,7 @@
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -357,19 +358,39 @@ static void print_json_plan(FILE *out, const tested_image *image, const update_p
     fputc('}', out);
 }
 
-int plan_command(const service_call *call)
+// Returns an exit status.
+static int show_plan(const service_call *call, tested_image *image)
 {
-    tested_image image;
     version_change version;
-    if (!take_tested_image(call, USE_LOOK, call->dir.c_str(), &image) ||
-        !plan_version(&image.img, &version))
+    if (!take_tested_image(call, USE_LOOK, call->dir.c_str(), image) ||
+        !plan_version(&image->img, &version))
         return SERVICE_FAILED;
     update_plan plan;
-    plan_update(&plan, &image, call, COMPARE_CONTENTS);
+    plan_update(&plan, image, call, COMPARE_CONTENTS);
     end_progress();
     if (call->json == 0)
-        say_plan(&image, &plan, version);
-    else if (!say_json([&](FILE *out) { print_json_plan(out, &image, &plan, version); }))
+        say_plan(image, &plan, version);
+    else if (!say_json([&](FILE *out) { print_json_plan(out, image, &plan, version); }))
         return SERVICE_FAILED;
     return plan.reasons.empty() ? SERVICE_WELL : SERVICE_FAILED;
+}
+
+// Whoever applies the copy himself has the gate and the floor of an update that way. One that can't
+// be applied is not left.
+int plan_command(const service_call *call)
+{
+    if (struct stat there; !call->copy.empty() && lstat(call->copy.c_str(), &there) == 0)
+        return fail("%s: it exists: nothing was touched", call->copy.c_str());
+    tested_image image;
+    int status = show_plan(call, &image);
+    if (call->copy.empty())
+        return status;
+    if (status == SERVICE_WELL && safe_fsync(image.file.get()) != 0)
+        status = fail("%s: %s", call->copy.c_str(), strerror(errno));
+    if (status == SERVICE_WELL &&
+        !note_floor(&image.gate, text_of(image.img.header.ih_version).text))
+        status = SERVICE_FAILED;
+    if (status != SERVICE_WELL)
+        unlink(call->copy.c_str());
+    return status;
 }

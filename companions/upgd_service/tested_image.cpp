@@ -42,6 +42,16 @@ static descriptor open_keep(const tested_image *image)
     return descriptor();
 }
 
+// Opens the file that the caller wants the tested bytes in. Returns none with a sentence if it
+// can't be had.
+static descriptor open_copy(const std::string &path)
+{
+    descriptor copy(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!copy.is_open())
+        complain("%s: %s: nothing was touched", path.c_str(), strerror(errno));
+    return copy;
+}
+
 // Reads the image once: into `hash` and `keep`, which may be none. Returns null, or what is wrong.
 static const char *read_image(tested_image *image, image_hash *hash, const descriptor &keep)
 {
@@ -136,8 +146,10 @@ bool take_tested_image(const service_call *call, image_use use, const char *dir,
         (gate->closed && use != USE_RESTORE && !is_let_in(image->name, &image->img.header, gate)))
         return false;
     const bool kept = use == USE_RESTORE || (use == USE_UPDATE && gate->closed);
-    descriptor keep = kept ? open_keep(image) : descriptor();
-    if (kept && !keep.is_open())
+    descriptor keep = kept                 ? open_keep(image)
+                      : call->copy.empty() ? descriptor()
+                                           : open_copy(call->copy);
+    if (!keep.is_open() && (kept || !call->copy.empty()))
         return false;
     image_hash hash;
     fault = read_image(image, gate->closed ? &hash : nullptr, keep);

@@ -87,6 +87,14 @@ expect 'img_info with another key' '1 {"signature":{"valid":false,"fault":"was m
 cp u.img.minisig V1.10.img.minisig
 run img_info --signature maker.pub V1.10.img
 expect 'img_info of another image' "1 signature: not valid: is another image's" "$status $(head -c 40 out)"
+# What a service applies itself has passed the same gate: the copy that was tested, with its floor noted.
+run upgd_service plan u.img --dir /opt/copied --copy tested.img
+expect 'a copy that was tested' '0  V1.4.0.0 V1.4.0.0' "$status $(cmp u.img tested.img) $(sysconfig get fw_floor_pending)"
+run upgd_service plan u.img --copy u.img
+expect 'a copy over a file' '1 upgd_service: u.img: it exists: nothing was touched 0' "$status $(<err) $(cmp u.img tested.img; echo $?)"
+run upgd_service plan V1.10.img --dir /opt/copied --copy refused.img
+expect 'a copy of what is not taken' '1 ' "$status $(ls refused.img 2>/dev/null)"
+sysconfig set fw_floor_pending ''
 # The floor rises with a run that went well and has recorded its version, whatever ends behind that, and
 # not with simulated cards. What it is to be is noted ahead of the run.
 floors() { echo "$(sysconfig get fw_floor 2>/dev/null),$(sysconfig get fw_floor_pending 2>/dev/null)"; }
