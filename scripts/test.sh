@@ -65,9 +65,9 @@ test_device() {
 
 # One file for any board of this processor, and for the root directory of a tree that is to be packed.
 test_musl() {
-    local program=build/musl/update/img_deploy/img_deploy script
+    local program=build/musl/update/img_deploy/img_deploy companions=$PWD/build/release/companions script
     scripts/setup.sh --musl
-    build release img_info
+    build release img_info upgd_service
     build musl img_deploy sysconfig
     step='test over musl'
     strip -o build/musl/img_deploy "$program"
@@ -77,7 +77,7 @@ test_musl() {
     fi
     printf 'img_deploy over musl: %s bytes, needs no library\n' "$(stat -c %s build/musl/img_deploy)"
     for script in apply_run neighbours; do
-        SANDBOX_PATH=$PWD/build/musl:$PWD/build/musl/platform:$PWD/build/release/companions/img_info \
+        SANDBOX_PATH=$PWD/build/musl:$PWD/build/musl/platform:$companions/img_info:$companions/upgd_service \
             tests/sandbox.sh "tests/device/$script.sh"
     done
 }
