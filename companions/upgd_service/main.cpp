@@ -134,10 +134,12 @@ static bool take_options(const verb &v, int argc, char **argv, service_call *cal
     for (int opt; (opt = getopt_long(argc, argv, "", taken, nullptr)) != -1;) {
         if (opt == '?')
             return false;
-        if (opt == 'k')
-            call->copy = optarg;
         if (opt == 'd' && optarg[0] == '\0')
             return complain("%s: --dir needs a directory", v.name);
+        if (opt == 'k' && optarg[0] == '\0')
+            return complain("%s: --copy needs a file", v.name);
+        if (opt == 'k')
+            call->copy = optarg;
         if (opt == 'd')
             call->dir = absolute_path(optarg);
         if (opt == 'c' && !parse_cards(optarg, &call->cards))

@@ -146,17 +146,17 @@ bool take_tested_image(const service_call *call, image_use use, const char *dir,
         (gate->closed && use != USE_RESTORE && !is_let_in(image->name, &image->img.header, gate)))
         return false;
     const bool kept = use == USE_RESTORE || (use == USE_UPDATE && gate->closed);
-    descriptor keep = kept                 ? open_keep(image)
-                      : call->copy.empty() ? descriptor()
-                                           : open_copy(call->copy);
-    if (!keep.is_open() && (kept || !call->copy.empty()))
+    const bool copied = kept || !call->copy.empty();
+    descriptor keep = kept ? open_keep(image) : copied ? open_copy(call->copy) : descriptor();
+    if (copied && !keep.is_open())
         return false;
     image_hash hash;
     fault = read_image(image, gate->closed ? &hash : nullptr, keep);
     if (fault == nullptr)
         fault = turn_to_copy(image, std::move(keep));
     if (fault != nullptr)
-        return complain("%s: %s: nothing was touched; get it anew", image->name, fault);
+        return complain("%s: %s: nothing was touched; get it anew%s", image->name, fault,
+                        copied ? ", or make room for its copy" : "");
     const bool force = call->force != 0;
     // A damaged one may look like another kind.
     const bool damaged = crc_fault(&image->img, image->sums.body()) != nullptr;
