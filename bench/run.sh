@@ -255,7 +255,7 @@ bench_scaling() {
     done
 }
 
-# Of the image, and with the commands, of the tree before it. `$1` is the device of the medium.
+# DEVICE NAME TARGET: of the image, and with the commands, of the tree before it.
 bench_medium() {
     local round
     echo 'medium' >&2
@@ -276,7 +276,7 @@ bench_medium() {
         measured tar+sync sh -c "tar -xf out.tar -C $target && sync"
     done
     subtract all commands ours "$wait_s"
-    compare 1 "apply $2, medium, elapsed, to tar+sync" 1.1 ours tar+sync
+    compare 1 "apply $2, medium, elapsed, to tar+sync" "$3" ours tar+sync
     cd "$work"
     umount "$target" /mnt/medium /mnt/proc
 }
@@ -298,11 +298,12 @@ inside() {
     cp "$2/table" "$table"
     bench_directories
     bench_tree small $((4000 / scale)) 1024 8192 1 20 $((100 / scale))
+    [[ $medium == - ]] || bench_medium "$medium" small 1.5
     bench_tree 'one directory' $((4000 / scale)) 1024 8192 1 4000 0
     bench_tree mixed $((600 / scale)) 1024 2097152 3 20 0
-    [[ $medium == - ]] || bench_medium "$medium" mixed
+    [[ $medium == - ]] || bench_medium "$medium" mixed 1.1
     bench_tree big $((8 / scale)) 100663296 100663296 1 8 0
-    [[ $medium == - ]] || bench_medium "$medium" big
+    [[ $medium == - ]] || bench_medium "$medium" big 1.1
     bench_memory
     if ((scale == 1)); then
         bench_scaling files all
