@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the programs and cuts the power of a virtual machine that runs them: CUTS runs, and STATES
-# points of one more. Usage: scripts/power.sh [CUTS [STATES [SEED]]]
+# states that a disk may be left in, made from the writes of four more.
+# Usage: scripts/power.sh [CUTS [STATES [SEED]]]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh --test
