@@ -12,6 +12,9 @@ from types import SimpleNamespace
 
 UPDATES = {'V2', 'update'}  # by the tool and by the service; both bring V2 over V1
 SETTINGS = 'usr/qrx310/etc/vsp'
+# A file of zeros: its write-out had been begun, and its size was ahead of its data. On a busy machine
+# that may be many, and nobody is told that they are done.
+BEGUN = 'begun'
 
 # What has to hold: how it is told if it does not, and the test over what was found.
 INVARIANTS = (
@@ -53,7 +56,9 @@ def sums(top):
             if os.path.islink(path):
                 found.add((os.path.relpath(path, top), 'link to ' + os.readlink(path)))
             elif os.path.isfile(path):
-                found.add((os.path.relpath(path, top), hashlib.md5(Path(path).read_bytes()).hexdigest()))
+                data = Path(path).read_bytes()
+                text = BEGUN if data and not data.strip(b'\0') else hashlib.md5(data).hexdigest()
+                found.add((os.path.relpath(path, top), text))
     return {(path, text) for path, text in found if not re.search(r'/Cu\w{6}$', path)}
 
 
@@ -133,7 +138,7 @@ class Looker:
         s = SimpleNamespace(
             job=job, done=job[:done], broken=broken + kernel_broken, version=version,
             floor=value.get('fw_floor'), flag=flag, backup=usb, lacks=lacks, settings=settings,
-            damaged=sorted((tree | settings) - right),
+            damaged=sorted(file for file in (tree | settings) - right if file[1] != BEGUN),
             kept=[line for line in conf if not line.startswith('fw_')] == self.conf)
         with open(self.work / 'looks', 'a', encoding='ascii') as looks:
             false = version == 'V2' and bool(lacks['V2'])
