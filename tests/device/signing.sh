@@ -51,9 +51,9 @@ if grep -q 'without libsodium' err; then
 fi
 
 # Every byte of the image, of the signature and of the key, another bit of each; some of them where
-# each run is emulated.
+# each run is slow: emulated, or watched by a sanitizer.
 step=1
-[[ $(command -v upgd_service) != */emulated/* ]] || step=7
+[[ $(command -v upgd_service) == */release/* ]] || step=7
 refused 'u.img.minisig: No such file or directory: nothing was touched; the image needs a good signature, '
 sign u.img "$signed"
 for file in u.img u.img.minisig $keys/maker.pub; do
@@ -268,8 +268,10 @@ refused "u.img: can't be kept below /opt while it is applied: its file system ha
 umount /opt
 truncate -s 2147483647 u.img
 printf '\177\377\377\377' | dd of=u.img bs=1 seek=12 conv=notrunc status=none
-run upgd_service plan u.img
-expect 'the longest image' "1 upgd_service: u.img: is another image's, or the image was altered: nothing was touched; get it anew" "$status $(cat err)"
+if ((step == 1)); then
+    run upgd_service plan u.img
+    expect 'the longest image' "1 upgd_service: u.img: is another image's, or the image was altered: nothing was touched; get it anew" "$status $(cat err)"
+fi
 upgd_service plan u.img >out 2>err &
 reads() { (($(sed -n 's/rchar: //p' "/proc/$1/io") > 50000000)); }
 await 'a part of the image' reads $!
