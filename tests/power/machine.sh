@@ -6,7 +6,8 @@
 # this machine for reading only. DISK holds a file for each partition of the device and for a USB
 # disk; with LOG each write to them is logged. WORK is the directory that both sides see, FILES and
 # OPTIONS tell how the root partition is mounted, BARE is set for a board whose own sysconfig leaves
-# it to the kernel when its file is written.
+# it to the kernel when its file is written, BUSY for one on which another program syncs a file of its
+# own on the root partition all the time, and with it what the journal has of the others.
 set -euo pipefail
 
 # In sectors of 512 bytes. On the last two a backup finds room.
@@ -18,7 +19,7 @@ if ((PPID)); then
     exec linux.uml mem=128M quiet ro root=/dev/root rootfstype=hostfs rootflags=/ con=null \
         con0=fd:0,fd:1 "uml_dir=${MACHINE:-$1}" umid=machine "init=$(realpath "$0")" \
         "ubd0=$1/boot" "ubd1=$1/kernel" "ubd2=$1/root" "ubd3=$1/usb" ${3:+"ubd4=$3"} "JOB=$2" \
-        "WORK=$WORK" "FILES=$FILES" "OPTIONS=$OPTIONS" "BARE=${BARE:-}" </dev/null 2>&1
+        "WORK=$WORK" "FILES=$FILES" "OPTIONS=$OPTIONS" "BARE=${BARE:-}" "BUSY=${BUSY:-}" </dev/null 2>&1
 fi
 
 # One disk under all partitions, whose writes are logged.
@@ -57,6 +58,8 @@ set_up() {
     [[ -z $BARE ]] || mount --bind /mnt/images/sysconfig /mnt/usr/local/bin/sysconfig
     mount -t tmpfs tmpfs /mnt/tmp
     mount -t vfat /dev/sda1 /mnt/mnt/sda1
+    [[ -z $BUSY ]] || exec perl -MIO::Handle -e 'open F, ">", "/mnt/srv/notes";
+        while (1) { print F "note\n"; F->flush; F->sync; select undef, undef, undef, 0.02 }' &
 }
 
 # Shows outside what the kernel finds on a root partition that is a file there.
@@ -99,6 +102,7 @@ for name in ${JOB//,/ }; do
         *) step "$name" ;;
     esac
 done
+[[ -z $BUSY ]] || { kill %% && wait; }
 umount -R /mnt
 [[ ! -b /dev/ubde ]] || dmsetup remove "${parts[@]}" log # which waits for the log to be written
 echo 'machine: off'

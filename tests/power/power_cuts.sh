@@ -4,8 +4,9 @@
 # The device is a virtual machine (machine.sh). CUTS runs are cut at a random moment, looked at
 # (look.py), and followed by one that has to end well. Other runs have the writes to their disk
 # logged, and STATES states are made of the logs as a disk with a cache leaves them (states.py). Every
-# second cut and log is of a board whose own `sysconfig` syncs nothing. How a state comes to be
-# stands in docs/architecture.md. With KEEP=DIR logs and disks stay there.
+# second cut and log is of a board whose own `sysconfig` syncs nothing, every second log of one with a
+# neighbour that syncs without end. How a state comes to be stands in docs/architecture.md. With
+# KEEP=DIR logs and disks stay there.
 set -uo pipefail
 export PATH=${SANDBOX_PATH:+$SANDBOX_PATH:}$PATH:/usr/local/bin:/usr/sbin:/sbin
 
@@ -218,14 +219,13 @@ work=${KEEP:-$(mktemp -d)} && mkdir -p "$work" || exit
 trap clean_up EXIT
 cd "$work" || exit
 dir=$work
-export WORK=$work FILES OPTIONS BARE=''
+export WORK=$work FILES OPTIONS BARE='' BUSY
 : >faults
 lay_out
 entries=$(find V2/tree -type f | wc -l)
-bare=$((seed % 2))
 for i in "${!logs[@]}"; do
     read -r FILES OPTIONS job <<<"${logs[i]}"
-    BARE=''
+    BARE='' BUSY=''
     [[ -d $FILES ]] || make_disk
     # All cuts are of the first disk.
     if ((cuts)); then
@@ -234,8 +234,9 @@ for i in "${!logs[@]}"; do
         wait
         looked=$((2 * cuts)) cuts=0
     fi
-    BARE=${bare#0} bare=$((1 - bare))
-    replay "$FILES $OPTIONS, $job${BARE:+, bare}" "$job" $((states / ${#logs[@]})) "$i"
+    BARE=$(((seed + i) % 2)) BARE=${BARE#0}
+    BUSY=$((((seed + 1) / 2 + i) % 2)) BUSY=${BUSY#0}
+    replay "$FILES $OPTIONS, $job${BARE:+, bare}${BUSY:+, busy}" "$job" $((states / ${#logs[@]})) "$i"
     [[ -z ${STOP:-} || ! -s faults ]] || exit 1 # whoever has planted a fault waits for one
 done
 tally $((${looked:-0} + states / ${#logs[@]} * ${#logs[@]}))
