@@ -9,7 +9,7 @@ common=update/dtt_update_common
 # Its name; where; an expression of sed; and if it is none, why.
 faults=(
     "copy_file starts no write-out|$common/copy_file.cpp|/sync_file_range(fd/d"
-    "no sync ahead of the version|$common/base_directory.cpp|/^    sync();/d|syncfs ahead of it covers the tree, and closing and unmounting the partitions"
+    "no sync ahead of the version|$common/base_directory.cpp|/^    sync();/d"
     "no syncfs|$common/base_directory.cpp|s/syncfs(base->systems\[i\].fd) != 0/false/|the sync behind it covers it; it is there for the failures that only it tells of"
     "neither|$common/base_directory.cpp|s/syncfs(base->systems\[i\].fd) != 0/false/; /^    sync();/d"
     "sysconfig without its rename|platform/configuration.cpp|s/open(paths->fresh/open(path/; s/ && rename(paths->fresh, path) != 0/ \&\& false/|only a commit of the journal in the few milliseconds up to the fsync shows it"
