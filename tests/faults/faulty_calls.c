@@ -22,36 +22,32 @@
 
 #define REAL(call) ((__typeof__(&call))dlsym(RTLD_NEXT, #call))
 
-/* A call that fails with `result` and the error `code`. */
-#define CALL(type, call, parameters, arguments, shown, detail, code, result)                       \
-    type call parameters                                                                           \
-    {                                                                                              \
-        return strike(shown, detail) ? (errno = code, result) : REAL(call) arguments;              \
+/* A call that fails with `result`. */
+#define CALL(type, call, parameters, arguments, detail, result) \
+    type call parameters \
+    { \
+        return strike(#call, detail) ? (errno = EIO, result) : REAL(call) arguments; \
     }
 
-/* A call that moves `size` bytes, or fails with the error `code`. */
-#define MOVE(call, parameters, arguments, shown, code)                                             \
-    ssize_t call parameters                                                                        \
-    {                                                                                              \
-        const char fault = strike(shown, path_of(fd));                                             \
-        size = fault == 's' ? (size + 1) / 2 : size;                                               \
-        return fault == 0 || fault == 's' ? REAL(call) arguments                                   \
-                                          : (errno = fault == 'i' ? EINTR : code, -1);             \
+/* A call that moves `size` bytes. */
+#define MOVE(call, parameters, arguments) \
+    ssize_t call parameters \
+    { \
+        const char fault = strike(#call, path_of(fd)); \
+        size = fault == 's' ? (size + 1) / 2 : size; \
+        return fault == 0 || fault == 's' ? REAL(call) arguments \
+                                          : (errno = fault == 'i' ? EINTR : EIO, -1); \
     }
 
 #define FDS 1024
 
-static char inherited[FDS];   /* by descriptor: it was open at the start */
 static char unconfirmed[FDS]; /* by descriptor: it has been written to since the last fsync */
-
-#define WAIT(type, call, parameters, result) type call parameters { return result; }
 
 __attribute__((constructor)) static void begin(void)
 {
     /* The shell commands of the program run as they are. */
     unsetenv("LD_PRELOAD");
-    for (int fd = 0; fd < FDS; fd++)
-        inherited[fd] = fcntl(fd, F_GETFD) >= 0;
+    closefrom(3);
 }
 
 /* The first letter of the kind if this call is to go wrong, else 0. */
@@ -82,8 +78,8 @@ static const char *path_of(int fd)
 __attribute__((destructor)) static void report_held(void)
 {
     char line[4200];
-    for (int fd = 0; fd < FDS; fd++) {
-        const char *const path = inherited[fd] ? "" : path_of(fd);
+    for (int fd = 3; fd < FDS; fd++) {
+        const char *const path = path_of(fd);
         if (path[0] != '\0' && strncmp(path, "/var/log/", 9) != 0 &&
             strncmp(path, "socket:", 7) != 0)
             fprintf(stderr, "held: %s\n", path);
@@ -102,24 +98,23 @@ static int wrote(int fd)
     return fd;
 }
 
-MOVE(read, (int fd, void *data, size_t size), (fd, data, size), "read", EIO)
-MOVE(pread, (int fd, void *data, size_t size, off_t at), (fd, data, size, at), "pread", EIO)
-MOVE(write, (int fd, const void *data, size_t size), (wrote(fd), data, size), "write", ENOSPC)
+MOVE(read, (int fd, void *data, size_t size), (fd, data, size))
+MOVE(pread, (int fd, void *data, size_t size, off_t at), (fd, data, size, at))
+MOVE(write, (int fd, const void *data, size_t size), (wrote(fd), data, size))
 
 CALL(void *, mmap, (void *place, size_t size, int access, int flags, int fd, off_t at),
-     (place, size, access, flags, fd, at), "mmap", path_of(fd), ENOMEM, MAP_FAILED)
-CALL(off_t, lseek, (int fd, off_t at, int from), (fd, at, from), "lseek", path_of(fd), EIO, -1)
-CALL(int, fstat, (int fd, struct stat *st), (fd, st), "fstat", path_of(fd), EIO, -1)
-CALL(int, ftruncate, (int fd, off_t size), (fd, size), "ftruncate", path_of(fd), EIO, -1)
-CALL(int, unlink, (const char *path), (path), "unlink", path, EIO, -1)
-CALL(int, rename, (const char *from, const char *to), (from, to), "rename", to, ENOSPC, -1)
-CALL(DIR *, opendir, (const char *path), (path), "opendir", path, EMFILE, NULL)
-CALL(FILE *, popen, (const char *command, const char *mode), (command, mode), "spawn", command,
-     EAGAIN, NULL)
+     (place, size, access, flags, fd, at), path_of(fd), MAP_FAILED)
+CALL(off_t, lseek, (int fd, off_t at, int from), (fd, at, from), path_of(fd), -1)
+CALL(int, fstat, (int fd, struct stat *st), (fd, st), path_of(fd), -1)
+CALL(int, ftruncate, (int fd, off_t size), (fd, size), path_of(fd), -1)
+CALL(int, unlink, (const char *path), (path), path, -1)
+CALL(int, rename, (const char *from, const char *to), (from, to), to, -1)
+CALL(DIR *, opendir, (const char *path), (path), path, NULL)
+CALL(FILE *, popen, (const char *command, const char *mode), (command, mode), command, NULL)
 CALL(int, posix_spawn,
      (pid_t * pid, const char *path, const posix_spawn_file_actions_t *actions,
       const posix_spawnattr_t *attributes, char *const argv[], char *const envp[]),
-     (pid, path, actions, attributes, argv, envp), "spawn", argv[2], 0, EAGAIN)
+     (pid, path, actions, attributes, argv, envp), argv[2], EAGAIN)
 
 int open(const char *path, int flags, ...)
 {
@@ -127,10 +122,7 @@ int open(const char *path, int flags, ...)
     va_start(args, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
     va_end(args);
-    if (!strike("open", path))
-        return REAL(open)(path, flags, mode);
-    errno = EMFILE;
-    return -1;
+    return strike("open", path) ? (errno = EIO, -1) : REAL(open)(path, flags, mode);
 }
 
 int fsync(int fd)
@@ -154,8 +146,7 @@ int close(int fd)
     return fault ? -1 : result;
 }
 
-WAIT(unsigned int, sleep, (unsigned int seconds), seconds * 0)
-WAIT(int, usleep, (useconds_t us), (int)us * 0)
-WAIT(int, select, (int n, fd_set *in, fd_set *out, fd_set *bad, struct timeval *limit),
-     n *(in == out && out == bad && limit == NULL))
-WAIT(time_t, time, (time_t * now), now == NULL)
+unsigned int sleep(unsigned int seconds) { return 0; }
+int usleep(useconds_t us) { return 0; }
+int select(int n, fd_set *in, fd_set *out, fd_set *bad, struct timeval *limit) { return 0; }
+time_t time(time_t *now) { return 0; }
