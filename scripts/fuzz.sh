@@ -35,7 +35,6 @@ for target in "${targets[@]}"; do
     corpus=build/fuzz/corpus/$target
     options=(-print_final_stats=1 -close_fd_mask=3 -timeout=10 -rss_limit_mb=2048
         "-artifact_prefix=$PWD/build/fuzz/artifacts/$target-")
-    [[ ! -f fuzz/$target.dict ]] || options+=("-dict=fuzz/$target.dict")
     if ((seconds)); then
         options+=("-max_total_time=$seconds")
     else
