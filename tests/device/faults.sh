@@ -40,10 +40,7 @@ build_right() { cmp update.img made.img; }
 
 apply=('246|242|251|252|253' img_deploy -u update.img -m 2)
 apply_before() {
-    rm -rf /opt/upgddir /mntker
-    cp -r old /opt/upgddir
-    : >/dev/mmcblk0p1
-    echo fw_version=V1 >$conf
+    service_before
     echo 2 >/usr/local/upgdflag
 }
 apply_failed() {
@@ -58,7 +55,12 @@ apply_right() {
 }
 
 service=(3 fault_driver service "$work/update.img")
-service_before() { apply_before; }
+service_before() {
+    rm -rf /opt/upgddir /mntker
+    cp -r old /opt/upgddir
+    : >/dev/mmcblk0p1
+    echo fw_version=V1 >$conf
+}
 service_failed() { [[ $(<$conf) == fw_version=V1 ]] || echo 'the version'; }
 service_right() {
     diff -r --no-dereference tree /opt/upgddir/tree

@@ -73,21 +73,19 @@ static const char *path_of(int fd)
     return path;
 }
 
-/* Says what the program still holds when it ends, beside the log, the socket to its daemon, and the
- * progress block: descriptors, and mappings of files other than those of the C library. */
+/* Says what the program still holds when it ends, beside the log and the socket to its daemon:
+ * descriptors, and mappings of files other than those of the C library. */
 __attribute__((destructor)) static void report_held(void)
 {
-    char line[4200];
     for (int fd = 3; fd < FDS; fd++) {
         const char *const path = path_of(fd);
-        if (path[0] != '\0' && strncmp(path, "/var/log/", 9) != 0 &&
-            strncmp(path, "socket:", 7) != 0)
+        if (path[0] != '\0' && strstr(path, "/var/log/") == NULL && strstr(path, "socket:") == NULL)
             fprintf(stderr, "held: %s\n", path);
     }
+    char line[4200];
     FILE *const maps = fopen("/proc/self/maps", "re");
     while (fgets(line, sizeof line, maps) != NULL)
-        if (strstr(line, " r--s ") != NULL && strstr(line, "/SYSV") == NULL &&
-            strstr(line, "/usr/lib/") == NULL)
+        if (strstr(line, " r--s ") != NULL && strstr(line, "/usr/lib/") == NULL)
             fprintf(stderr, "held: %s", line);
     fclose(maps);
 }
