@@ -1,5 +1,6 @@
 // Catches, in the stand-in for the platform layer: a setting that costs another, or the file; a
 // command whose status, output or signals get lost; a message that is cut, lost or waited for.
+#include "device_msg.h"
 #include "platform/configuration.h"
 #include "platform/identity.h"
 #include "platform/mailbox.h"
@@ -15,6 +16,10 @@
 #include <sys/stat.h>
 
 namespace fs = std::filesystem;
+
+// Other tasks' programs have these numbers in them.
+static_assert(CMD_READ == 0 && CMD_WRITE == 1 && CMD_WRITE_ACK == 2 && CMD_READ_FILE == 221 &&
+              CMD_WRITE_FILE == 238 && CMD_UPDATE == 239 && CMD_END == 240);
 
 struct Platform : testing::Test {
     std::string dir = testing::TempDir() + "platform_XXXXXX";
