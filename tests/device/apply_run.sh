@@ -1,31 +1,46 @@
 #!/usr/bin/env bash
 # Catches: a tree that does not come back whole over the real tools; a log line of another form; a run
-# that an interrupt, a hangup or a lost reader ends in another way.
+# that an interrupt, a hangup, a kill or a lost reader ends in another way, or that the run behind it minds.
 # shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 
-read_mailbox /dev/log >log &
-reader=$!
-await 'the log reader' test -S /dev/log
+begin_log
 lay_out_tree
 run img_deploy -c ./tree -p 1 -r V3.2.1.0 update.img
 expect 'status of the build' 0 "$status"
-run img_deploy -u update.img -m 2
-expect 'status, flag and version' '0 2 V3.2.1.0' "$status $(flag) $(sysconfig get fw_version)"
-expect 'differences' '' "$(diff -r --no-dereference tree /opt/upgddir/tree 2>&1)"
-expect 'progress block' 'file_nums=8 cur_nums=8 result=1 cur_percent=100' "$(progress_block)"
+# whole_run WHEN: brings all of the tree.
+whole_run() {
+    run img_deploy -u update.img -m 2
+    expect "status, flag and version $1" '0 2 V3.2.1.0' "$status $(flag) $(sysconfig get fw_version)"
+    expect "differences $1" '' "$(diff -r --no-dereference tree /opt/upgddir/tree 2>&1
+        cmp tree/vorn-kernel/zImage /mntker/zImage 2>&1; cmp -n 5 tree/vorn-uboot/u-boot.bin /dev/mmcblk0p1)"
+    expect "progress block $1" 'file_nums=8 cur_nums=8 result=1 cur_percent=100' "$(progress_block)"
+}
+whole_run 'at first'
 # The log names no process of its own: task, function, text.
 await 'the last line of the log' grep -q 'set_update_flag: /bin/echo 2' log
-kill "$reader"
+kill "$logger"
 grep -qE '^<30>.* imgdeploy\[[0-9]+\]: 010a3c00 do_update:  run rsync ok\.$' log ||
     expect 'the platform log' 'run rsync ok' "$(tail -n 3 log)"
+
+# A run that is killed leaves the lock to its last command for a moment, and a mount and a block for good.
+for command in dd cp sync; do
+    hold_command /bin/$command
+    img_deploy -u update.img -m 2 >out 2>&1 &
+    await "a call of $command" test -e held
+    { kill -KILL $! && wait $!; } 2>/dev/null
+    expect "flag of a run killed at $command" 1 "$(flag)"
+    rm hold
+    whole_run "behind a kill at $command"
+    restore_command /bin/$command
+done
 
 # A tree of the machine's own, with links as long as they come: the service manager's units, certificates.
 long=$(printf 'l%.0s' {1..108})
 ln -s /bin/sh "/etc/$long"
 img_deploy -c /etc -p 1 etc.img >/dev/null
 run img_deploy -u etc.img -m 2
-expect 'a tree of the machine' "0 $(img_info etc.img | sed '1,/^$/d' | wc -l)" "$status $(grep -c '^(num-' err)"
+expect 'a tree of the machine' "0 $(entries etc.img | wc -l)" "$status $(grep -c '^(num-' err)"
 find /etc -type l -size -128c -printf '%P;%l\n' | awk 'length("/etc/" $0) < 128' | sort >asked
 find /opt/upgddir/etc -type l -printf '%P;%l\n' | sort >made
 expect 'links that are not those of the machine' '' "$(comm -13 asked made)"
@@ -34,7 +49,6 @@ find /opt/upgddir/etc -type f ! -path '*/sysconfig/*' -printf '%P\0' | (cd /etc 
 expect 'files of the machine' '' "$(cd /opt/upgddir/etc && sha256sum --quiet -c "$work/sums" 2>&1)"
 
 # Many directories make a run long enough to be hit while it works.
-rm -rf /opt/upgddir
 for i in {1..150}; do mkdir "tree/d$i" && echo "$i" >"tree/d$i/f"; done
 img_deploy -c ./tree long.img >/dev/null
 # hit SIGNAL STATUS FLAG

@@ -37,6 +37,16 @@ run() {
     status=$?
 }
 
+# expect_call STATUS ERROR COMMAND...: the command ends so. ERROR is what the first line of its errors begins with,
+# behind the program's name; '' if there is none.
+expect_call() {
+    local error
+    run "${@:3}"
+    error=$(sed 's/^[a-z_]*: //; q' err)
+    [[ -z $2 ]] || error=${error::${#2}}
+    expect "status and error of ${*:3}" "$1 $2" "$status $error"
+}
+
 # await WHAT COMMAND...: until the command succeeds, a minute at most.
 await() {
     local what=$1 end=$((SECONDS + 60))
@@ -57,11 +67,34 @@ restore_command() { mv "$1.real" "$1"; }
 
 # hold_command PATH: whoever calls it leaves the file `held` here, and waits as long as the file `hold` is.
 hold_command() {
+    touch hold && rm -f held
     replace_command "$1" "while [ -e $work/hold ]; do : >$work/held; sleep 0.05; done; exec \"\$0.real\" \"\$@\""
 }
 
+# overwrite FILE AT BYTES: puts BYTES, as printf(1) writes them, in the place of others.
+overwrite() { printf '%b' "$3" | dd of="$1" bs=1 seek="$2" conv=notrunc status=none; }
+
+# completed PROGRAM WORD...: what stands to choose for the last word.
+completed() {
+    COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
+    "_$1" "$1"
+    echo "${COMPREPLY[*]}"
+}
+
+# entries IMAGE: a line for each, as img_info has them.
+entries() { img_info "$1" 2>/dev/null | sed '1,/^$/d'; }
+
 flag() {
     cat /usr/local/upgdflag 2>/dev/null || echo none
+}
+
+# begin_log: what is sent to the log daemon goes to the file `log`, until $logger is killed.
+begin_log() {
+    perl -MSocket -e '$| = 1; socket(S, PF_UNIX, SOCK_DGRAM, 0); bind(S, sockaddr_un("/dev/log")) or die $!;
+        print "$m\n" while defined recv(S, $m, 9999, 0)' >log &
+    # shellcheck disable=SC2034 # for the tests
+    logger=$!
+    await 'the log' test -S /dev/log
 }
 
 # read_mailbox PATH: prints what is sent to a task's mailbox, or the log daemon's, until it is killed.
