@@ -5,10 +5,10 @@
 
 busybox=$(command -v busybox) || { skip 'all of it' 'there is no busybox' && finish; }
 lay_out_tree
-[[ $SANDBOX_PRIVILEGED == 1 ]] || { rm -r tree/vorn-kernel && skip 'the kernel' 'only root can mount its partition'; }
+[[ $SANDBOX_PRIVILEGED == 1 ]] ||
+    { rm -r tree/vorn-kernel && skip 'the kernel' 'only root can mount its partition'; }
 mkdir -p /mnt/{sda1,root} /usr/qrx310/etc/{vsp,mcucored,sysconf}
-mount -t tmpfs tmpfs /mnt/sda1
-mount -t tmpfs -o size=150m /dev/root /mnt/root
+for dir in /mnt/sda1 /mnt/root; do mount -t tmpfs -o size=150m /dev/root $dir; done
 for file in vsp/layout mcucored/conf sysconf/qrxpara; do echo $file >/usr/qrx310/etc/$file; done
 cp -r /usr/qrx310 saved
 # shellcheck disable=SC2016 # the quotes of the page
@@ -20,11 +20,13 @@ done
 hash -r
 
 run img_deploy -c ./tree -r V2 u.img
-expect 'a build' "0 $(find tree ! -type d | wc -l)" "$status $(img_info u.img | sed '1,/^$/d' | wc -l)"
+expect 'a build' "0 $(find tree ! -type d | wc -l)" "$status $(entries u.img | wc -l)"
 run img_deploy -u u.img -m 2
 expect 'a run' '0 2 V2' "$status $(flag) $(sysconfig get fw_version)"
-expect 'what it has made' '' "$(diff -r --no-dereference tree /opt/upgddir/tree; cmp -n 5 tree/vorn-uboot/u-boot.bin /dev/mmcblk0p1)"
-[[ $SANDBOX_PRIVILEGED != 1 ]] || expect 'the kernel' kernel "$(mount /dev/mmcblk0p6 /mntker 2>/dev/null; cat /mntker/zImage)"
+expect 'what it has made' '' "$(diff -r --no-dereference tree /opt/upgddir/tree
+    cmp -n 5 tree/vorn-uboot/u-boot.bin /dev/mmcblk0p1)"
+[[ $SANDBOX_PRIVILEGED != 1 ]] ||
+    expect 'the kernel' kernel "$(mount /dev/mmcblk0p6 /mntker 2>/dev/null; cat /mntker/zImage)"
 sysconfig set device_name unit7
 run upgd_service backup /mnt/sda1
 expect 'a backup' '0 /mnt/sda1/unit7_' "$status $(head -c 16 out)"

@@ -5,41 +5,36 @@
 # shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 
-mkdir -p tree/d /mnt/disk && echo x >tree/d/f
+mkdir -p tree/d && echo x >tree/d/f
 echo card >App_VPUCard.bin
 img_deploy -c ./tree -r V2 u.img >/dev/null
-verbs() {
-    upgd_service --help | sed -n 's/^  upgd_service \([a-z]*\) .*/\1/p' | tr '\n' ' '
-}
-expect 'the verbs' 'update plan backup restore disks flash watch status ' "$(verbs)"
+expect 'the verbs' 'update plan backup restore disks flash watch status ' \
+    "$(upgd_service --help | sed -n 's/^  upgd_service \([a-z]*\) .*/\1/p' | tr '\n' ' ')"
 
 # What can't be read is not taken for what is not set.
 install -d -m 755 /etc/upgd /etc/upgd/keys
 minisign -GW -p maker.pub -s maker.key >/dev/null && install -m 644 maker.pub /etc/upgd/keys/a.pub
 minisign -S -s maker.key -t 'product=x floor=V1.5' -m u.img >/dev/null
 rm -f /etc/sysconfig/device.conf
-run upgd_service plan u.img --dir "$work"
-expect 'without a configuration' "1 upgd_service: the device's configuration can't be read: mend that" "$status $(<err)"
-for setting in 'product y' 'product x' 'fw_floor V2.1' 'fw_floor V2'; do
-    # shellcheck disable=SC2086 # two words
-    sysconfig set $setting
+expect_call 1 "the device's configuration can't be read: mend that" upgd_service plan u.img --dir "$work"
+while read -r expected key value; do
+    sysconfig set "$key" "$value"
     run upgd_service plan u.img --dir "$work"
-    echo "$setting $status"
-done >gate
-expect 'the gate' 'product y 1,product x 0,fw_floor V2.1 1,fw_floor V2 0,' "$(tr '\n' , <gate)"
+    expect "the gate with $key $value" "$expected" "$status"
+done <<'END'
+1 product y
+0 product x
+1 fw_floor V2.1
+0 fw_floor V2
+END
 
 sysconfig set fw_version 'V1 of a day'
 run upgd_service restore --force u.img "$work/b"
 expect 'a restore that keeps the version' '0 x V1 of a day' "$status $(cat b/tree/d/f) $(sysconfig get fw_version)"
-run upgd_service flash vpu-mcu "$work/App_VPUCard.bin"
-expect 'a card' '0 mcu_isp' "$status $(cut -f 1 /run/sandbox/calls)"
-for call in disks 'backup /mnt/disk'; do
-    # shellcheck disable=SC2086 # words
-    upgd_service $call >out 2>err
-    echo "$call $? $(head -n 1 err)"
-done >others
-expect 'the other verbs' 'disks 0
-backup /mnt/disk 1 upgd_service: /mnt/disk: no disk is mounted there: nothing was saved' "$(sed 's/ *$//' others)"
+expect_call 0 '' upgd_service flash vpu-mcu "$work/App_VPUCard.bin"
+expect 'a card' mcu_isp "$(cut -f 1 /run/sandbox/calls)"
+expect_call 0 '' upgd_service disks
+expect_call 1 "$work: no disk is mounted there" upgd_service backup "$work"
 run upgd_service update u.img --dir "$work/b"
 expect 'the one that has to receive' '1 by do_update_upgd 0' "$status $(grep -o 'by do_update_upgd' err) $(wc -l <out)"
 

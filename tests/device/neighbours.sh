@@ -16,8 +16,9 @@ hold_command /bin/mkdir
 hold_command /usr/vorn/bin/mcu_isp
 verbs=('img_deploy -u update.img -m 2' 'upgd_service update update.img --dir /opt/to --cards simulate=0'
     'upgd_service restore unit.ubck /opt/to' 'upgd_service flash vpu-mcu App_VPUCard.bin')
-at_work=('img_deploy or a restore: 0 of 0 entries' 'a service update, a restore, or flashing'
-    'img_deploy or a restore: 0 of 0 entries' 'a service update, a restore, or flashing')
+at_work=('img_deploy or a restore: 0 of 0 entries' 'a service update, a restore, or flashing')
+refusal=': another update is at work: nothing was touched; wait for its end'
+refusals=("img_deploy$refusal 246" "upgd_service$refusal 1"{,,})
 for i in {0..3}; do
     first=${verbs[i]}
     touch hold && rm -rf held /opt/to /opt/upgddir
@@ -28,17 +29,16 @@ for i in {0..3}; do
     seconds=()
     for second in "${verbs[@]}"; do
         # shellcheck disable=SC2086 # each word is an argument
-        (timeout 20 $second >"out.${#seconds[@]}" 2>&1; echo "$?" >>"out.${#seconds[@]}") &
+        (said=$(timeout 20 $second 2>&1); echo "$said $?" >"out.${#seconds[@]}") &
         seconds+=($!)
     done
     wait "${seconds[@]}"
-    refusal='another update is at work: nothing was touched; wait for its end'
-    expect "all beside $first" "img_deploy: $refusal,246,upgd_service: $refusal,1,upgd_service: $refusal,1,upgd_service: $refusal,1" "$(cat out.[0-3] | paste -sd,)"
+    expect "all beside $first" "$(printf '%s\n' "${refusals[@]}")" "$(cat out.[0-3])"
     expect "what they have written beside $first" '' "$(cmp before /var/log/upgd_log0.txt)"
     run upgd_service plan update.img --dir /opt/to
     expect_line out 'bound to fail   /dev/mmcblk0p6: an update is at work: look again when it has ended'
     run upgd_service status
-    expect_line out "at work         ${at_work[i]}"
+    expect_line out "at work         ${at_work[i % 2]}"
     rm hold
     wait $pid
     expect "the end of $first" 0 $?
@@ -55,18 +55,17 @@ for place in 'ln -s /run/elsewhere' mkdir; do
     done
 done
 expect 'what the link leads to' '' "$(ls /run/elsewhere 2>/dev/null)"
+rmdir /run/img_deploy.lock
 
-rmdir /run/img_deploy.lock && img_deploy -u update.img -m 2 >/dev/null 2>&1
+# A parent that does not want to know of its children's ends.
+(trap '' CHLD; img_deploy -u update.img -m 2 >out 2>&1)
+expect 'a parent that ignores SIGCHLD' '0 V2' "$? $(sysconfig get fw_version)"
 
 # A run that was killed leaves the lock to its last command for a moment.
 flock /run/img_deploy.lock sleep 0.3 &
 await 'the lock' bash -c '! flock -n /run/img_deploy.lock true'
 run img_deploy -u update.img -m 2
 expect 'a lock that is let go' '0 600' "$status $(stat -c %a /run/img_deploy.lock)"
-
-# A parent that does not want to know of its children's ends.
-(trap '' CHLD; img_deploy -u update.img -m 2 >out 2>&1)
-expect 'a parent that ignores SIGCHLD' '0 V2' "$? $(sysconfig get fw_version)"
 
 # A progress block that is too small, made by anybody: told on a terminal, with the way out.
 ipcrm -M 0x600001
