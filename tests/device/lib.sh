@@ -97,12 +97,6 @@ begin_log() {
     await 'the log' test -S /dev/log
 }
 
-# read_mailbox PATH: prints what is sent to a task's mailbox, or the log daemon's, until it is killed.
-read_mailbox() {
-    exec perl -MSocket -e '$| = 1; socket(S, PF_UNIX, SOCK_DGRAM, 0); bind(S, sockaddr_un($ARGV[0])) or die $!;
-        print "$m\n" while defined recv(S, $m, 9999, 0)' "$1"
-}
-
 # What a reader in another process sees of the progress block: the four fields of every segment.
 progress_block() {
     perl -e 'shmread(shmget(0x600001, 16, 0) // die($!), $b, 0, 16) or die $!;
