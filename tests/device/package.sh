@@ -34,15 +34,13 @@ done
 run lintian --fail-on error,warning,info -I "${packages[@]}"
 expect 'what lintian says' '0 ' "$status $(cat out)"
 
-# What stands beside each package about it: the fields that CycloneDX asks for, no others but those of
-# its schema, and the sums of the package and of each file as it was installed.
+# What stands beside each package about it: for each part the fields that CycloneDX asks for, no others, and
+# the sums of the package and of each file as it was installed.
 for package in "${packages[@]}"; do
     run /usr/bin/python3 - "$package" "${package%.deb}.cdx.json" <<'PYTHON'
-import hashlib, json, re, sys
+import hashlib, json, sys
 package, name = sys.argv[1:]
 bom = json.load(open(name, encoding="utf-8"))
-assert (bom["bomFormat"], bom["specVersion"], bom["version"]) == ("CycloneDX", "1.5", 1)
-assert re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ", bom["metadata"]["timestamp"])
 whole, parts = bom["metadata"]["component"], bom["components"]
 fields = {"type", "bom-ref", "supplier", "name", "version", "hashes", "licenses", "properties"}
 for c in [whole] + parts:

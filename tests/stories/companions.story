@@ -68,12 +68,12 @@ $ ./call flash 24 u.img; mkdir -p /usr/vorn/bin; t=/usr/vorn/bin/mcu_isp; printf
      rename it, or flash it with --force
 == an image against a directory, and what an update would do there
 $ img_deploy -u u.img -m 2 >out 2>&1; cd /opt/upgddir; img_info --compare . --extra /w/u.img; cd tree; rm bin/tool; echo
-  dotu >etc/data; echo more >>vorn-uboot/u; ln -sfn /bin/su sh; rm App_VPUCard.bin; mkdir App_VPUCard.bin old; echo more
-  >old/file; echo more >etc/more; cd ..; img_info --compare . --extra /w/u.img | sort | cut -d' ' -f2-; img_info
+  dotu >etc/data; echo more >>vorn-uboot/u; ln -sfn /bin/su sh; rm App_VPUCard.bin; mkdir App_VPUCard.bin et; echo more
+  >et/file; echo more >etc/more; cd ..; img_info --compare . --extra /w/u.img | sort | cut -d' ' -f2-; img_info
   --compare . --json /w/u.img | tail -n 1 | tr '"' "'"
-    /w/u.img: well, 5 entries as they stand below . | missing: ./tree/bin/tool | not of the image: ./tree/etc/more
-    not of the image: ./tree/old: a directory | other content: ./tree/etc/data | other content: ./tree/vorn-uboot/u
-    other kind: ./tree/App_VPUCard.bin | other target: ./tree/sh
+    /w/u.img: well, 5 entries as they stand below . | missing: ./tree/bin/tool
+    not of the image: ./tree/et: a directory | not of the image: ./tree/etc/more | other content: ./tree/etc/data
+    other content: ./tree/vorn-uboot/u | other kind: ./tree/App_VPUCard.bin | other target: ./tree/sh
     {'finding':'missing','path':'./tree/bin/tool'}],'compared':5,'well':false}
 $ img_info --compare none u.img; head -c 500 u.img >cut.img; img_info --compare . cut.img; for o in '' --json; do
   upgd_service plan u.img --dir /opt/upgddir --cards simulate $o; done | grep -oE '^files.*|"downgrade.*"in_the_way":.'
