@@ -42,8 +42,15 @@ char *call::text(size_t i)
 {
     if (i >= words.size() || words[i] == "-")
         return nullptr;
-    texts.emplace_back(new char[words[i].size() + 1]);
-    return strcpy(texts.back().get(), words[i].c_str());
+    if (!texts[i])
+        make_room(i, words[i].size() + 1, words[i].c_str());
+    return texts[i].get();
+}
+
+void call::make_room(size_t i, size_t size, const char *old)
+{
+    texts[i].reset(new char[size]);
+    strcpy(texts[i].get(), old);
 }
 
 int call::number(size_t i) const
@@ -56,8 +63,6 @@ std::string read_file(const std::string &path)
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
 }
-
-// --- Results as text ---
 
 static std::string told(long number)
 {
@@ -80,19 +85,22 @@ static std::string told(int result, const int &number)
     return told(result) + " and " + told(number);
 }
 
-std::map<std::string, std::function<std::string(call &)>> &operations()
+operation_table &operations()
 {
-    static std::map<std::string, std::function<std::string(call &)>> all;
+    static operation_table all;
     return all;
+}
+
+static bool added(const char *name, std::function<std::string(call &)> operation)
+{
+    return operations().emplace(name, std::move(operation)).second;
 }
 
 // An operation by its name: a function of the call `c` that returns its result as text.
 #define OPERATION(name)                                                                            \
     static std::string play_##name(call &c);                                                       \
-    static const bool has_##name = operations().emplace(#name, play_##name).second;                \
+    static const bool has_##name = added(#name, play_##name);                                      \
     static std::string play_##name([[maybe_unused]] call &c)
-
-// --- Images ---
 
 static std::string be32(unsigned long value)
 {
@@ -133,7 +141,7 @@ OPERATION(image)
     return "";
 }
 
-// The header's numbers and texts, and NAME TYPE DATA of each entry, sorted.
+// ENTRIES in DIRECTORIES of the tree TEXT, and NAME TYPE DATA of each entry, sorted.
 OPERATION(entries)
 {
     const std::string bytes = read_file(c.words.at(1));
@@ -152,24 +160,8 @@ OPERATION(entries)
     }
     std::sort(all.begin(), all.end());
     return std::accumulate(all.begin(), all.end(),
-                           told(number(20)) + " in " + told(number(8)) + " directories of " +
+                           told(number(20)) + " in " + told(number(8)) + " of " +
                                shown(bytes.c_str() + 296));
-}
-
-// --- Operations with more than words ---
-
-OPERATION(update_all_UserFile)
-{
-    upgrade_msg_t *const msg = get_upgd_msg();
-    msg->upgrade_info = {0, 0, 0, 50, 0};
-    return told(update_all_UserFile(RECEIVER, msg), msg->upgrade_info.cur_percent);
-}
-
-OPERATION(ipc_send_card_update)
-{
-    return told(ipc_send_card_update(0x99, 2, 0x304, 0x05060708,
-                                     static_cast<unsigned int>(c.number(1)),
-                                     reinterpret_cast<unsigned char *>(c.text(2))));
 }
 
 // do_create DIRECTORY PLACE IMAGE TO_DIRECTORY VERSION
@@ -188,7 +180,7 @@ OPERATION(write_file)
     return told(result);
 }
 
-// PATH <NAME> FILES of each disk. The three lists have one layout.
+// PATH <NAME> FILES of each disk. The three lists, one behind the other, have one layout.
 OPERATION(get_udisk_all_info)
 {
     const std::unique_ptr<udisk_info_t> info(new udisk_info_t{});
@@ -196,10 +188,8 @@ OPERATION(get_udisk_all_info)
     std::string text = told(get_udisk_all_info(info.get()), info->upath_num);
     for (const udisk_list_t *disk = info->upath; disk < info->upath + info->upath_num; disk++) {
         text += std::string("\n") + disk->udisk_path + " <" + shown(disk->udisk_name) + ">";
-        for (const void *one :
-             {static_cast<const void *>(&disk->imgfile), static_cast<const void *>(&disk->backfile),
-              static_cast<const void *>(&disk->rcfgfile)}) {
-            const uimgfile_info_t *const list = static_cast<const uimgfile_info_t *>(one);
+        const auto *list = reinterpret_cast<const uimgfile_info_t *>(&disk->imgfile);
+        for (const auto *const end = list + 3; list < end; list++) {
             text += " " + told(list->uimgfile_num);
             for (int i = 0; i < list->uimgfile_num; i++)
                 text += " " + shown(list->uimgfile[i]);
@@ -211,9 +201,8 @@ OPERATION(get_udisk_all_info)
 OPERATION(check_udisk_mount_status)
 {
     char *const path = c.text(1);
-    const size_t size = path != nullptr ? strlen(path) : 0;
     const int found = check_udisk_mount_status(path);
-    return told(found) + " " + shown(path != nullptr ? std::string(path, size) : "");
+    return told(found) + " " + (path != nullptr ? shown({path, c.words.at(1).size()}) : "");
 }
 
 OPERATION(get_udisk_real_name)
@@ -227,8 +216,8 @@ OPERATION(get_udisk_real_name)
 OPERATION(copy_file_new)
 {
     upgrade_info_t info = {1, 2, 3, 4, 5};
-    const int size = static_cast<int>(c.words.at(1).size());
-    return told(copy_file_new(&info, c.text(1), c.text(2), size), info.cur_percent);
+    return told(copy_file_new(&info, c.text(1), c.text(2), static_cast<int>(strlen(c.text(1)))),
+                info.cur_percent);
 }
 
 // FILE LENGTH, or with "locked" behind it for reading alone.
@@ -272,74 +261,37 @@ static std::unique_ptr<update_header_t> header(const call &c)
     return exact;
 }
 
-OPERATION(concat_path_file)
-{
-    char path[1024];
-    return told(concat_path_file(c.text(1), c.text(2), path));
-}
-
-OPERATION(get_dirname)
-{
-    char *const text = c.text(1);
-    const std::string last = told(get_dirname(text));
-    return last + " of " + told(text);
-}
-
 OPERATION(check_type_SelfFile)
 {
     int type = -7;
     return told(check_type_SelfFile(c.text(1), &type), type);
 }
 
-OPERATION(update_LinuxFile)
-{
-    return told(update_LinuxFile(c.number(1), c.text(2)), ker_img_num);
-}
-
-// --- What a line says ---
-
 #define RETURNS(name, ...)                                                                         \
-    OPERATION(name)                                                                                \
-    {                                                                                              \
-        return __VA_ARGS__;                                                                        \
-    }                                                                                              \
-    static_assert(true, "")
+    static const bool has_##name =                                                                 \
+        added(#name, []([[maybe_unused]] call &c) -> std::string { return __VA_ARGS__; })
 #define CALL(name, ...) RETURNS(name, told(name(__VA_ARGS__)))
-#define SET(name, ...) RETURNS(name, static_cast<void>(__VA_ARGS__), "")
+#define SET(name, ...) RETURNS(name, (static_cast<void>(__VA_ARGS__), ""))
+#define LEAVES(name) RETURNS(name, (name(c.text(1)), told(c.text(1))))
 #define FILLS(name, size, old, ...)                                                                \
-    OPERATION(name)                                                                                \
-    {                                                                                              \
-        char text[size] = old;                                                                     \
-        return told(name(__VA_ARGS__, text), text);                                                \
-    }                                                                                              \
-    static_assert(true, "")
-#define LEAVES(name)                                                                               \
-    OPERATION(name)                                                                                \
-    {                                                                                              \
-        char *const text = c.text(1);                                                              \
-        name(text);                                                                                \
-        return told(text);                                                                         \
-    }                                                                                              \
-    static_assert(true, "")
+    RETURNS(name, (c.make_room(0, size, old), told(name(__VA_ARGS__, c.text(0)), c.text(0))))
 
-FILLS(do_create_backup, 256, "untouched", c.text(1));
+FILLS(do_create_backup, 256, "old", c.text(1));
 FILLS(run_command_return_string, 63, "old", c.text(1));
 FILLS(find_dir, 1024, "", c.words.at(1) == "-" ? nullptr : header(c).get());
 SET(usb, set_usb_status(c.number(1) != 0 ? TRUE : FALSE));
 SET(fail, rec.failing.assign(c.words.begin() + 1, c.words.end()));
 SET(output, rec.outputs[c.words.at(1)] = c.words.at(2));
 SET(answer, rec.answers[c.words.at(1) + " " + c.words.at(3)] = c.number(2));
-SET(send_result, rec.send_result = c.number(1));
 SET(raw, rec.raw = true);
 SET(print, fputs(c.text(1), stdout));
 SET(clock, rec.time_us = std::stoll(c.words.at(1)) * 1000000);
 SET(types, rec.types_are_told = c.number(1) != 0);
-SET(open_no_files, open_no_files());
 SET(mailbox, mailbox_open(("/run/mailbox/" + c.words.at(1)).c_str()));
 RETURNS(attach_shm, attach_shm(c.number(1), c.number(2)) != nullptr ? "attached" : "null");
 SET(block, shmget(UPGRADE_INFO_SHM_KEY, static_cast<size_t>(c.number(1)), IPC_CREAT | 0600));
 RETURNS(xreadlink, told(std::unique_ptr<char, void (*)(void *)>(xreadlink(c.text(1)), free).get()));
-RETURNS(bytes, shown(read_file(c.words.at(1))));
+RETURNS(bytes, shown(read_file(c.words.at(1)).substr(static_cast<size_t>(c.number(2)))));
 RETURNS(percent, told(get_upgd_msg()->upgrade_info.cur_percent));
 RETURNS(prefix, shown(rec.prefix));
 CALL(do_update, c.text(1), c.number(2), c.text(3));
@@ -356,11 +308,19 @@ SET(print_image_hdr, print_image_hdr(header(c).get()));
 CALL(update_one_UserFile, c.number(1), c.text(2));
 CALL(save_UserFile_patch, c.number(1), c.text(2));
 SET(set_update_card_result, set_update_card_result(c.number(1), c.number(2)));
+RETURNS(update_all_UserFile, (get_upgd_msg()->upgrade_info = {0, 0, 0, 50, 0},
+                              told(update_all_UserFile(RECEIVER, get_upgd_msg()),
+                                   get_upgd_msg()->upgrade_info.cur_percent)));
 CALL(get_update_card_result, c.number(1));
 SET(empty_UserFile_patch, empty_UserFile_patch());
 CALL(ipc_event_send_upgmsg, RECEIVER, c.words.size() > 1 ? nullptr : get_upgd_msg(), 28, 6);
 CALL(sendmsg_udisk_all_info);
 CALL(sendmsg_ack_back, c.number(1), c.number(2), c.number(3), c.text(4));
+CALL(ipc_send_card_update, 0x99, 2, 0x304, 0x05060708, static_cast<unsigned int>(c.number(1)),
+     reinterpret_cast<unsigned char *>(c.text(2)));
+RETURNS(update_LinuxFile, told(update_LinuxFile(c.number(1), c.text(2)), ker_img_num));
+CALL(concat_path_file, c.text(1), c.text(2), std::vector<char>(1024).data());
+CALL(get_dirname, c.text(1));
 LEAVES(dirname);
 LEAVES(cut_link_filename);
 LEAVES(chomp);

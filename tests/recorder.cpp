@@ -11,8 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
+#include <filesystem>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/time.h>
 #include <sys/vfs.h>
@@ -62,15 +62,6 @@ std::string shown(const std::string &text)
     return out;
 }
 
-static rlimit usual = {};
-
-void open_no_files()
-{
-    getrlimit(RLIMIT_NOFILE, &usual);
-    const rlimit none = {0, usual.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-}
-
 static std::string block_text()
 {
     return block == nullptr ? ""
@@ -86,10 +77,8 @@ static bool fails(const std::string &line)
 
 static std::string name_of(int fd)
 {
-    char path[4096] = "";
-    return readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof path - 1) > 0
-               ? path
-               : "";
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), error);
 }
 
 // Adds the line and returns whether the call is to fail.
@@ -97,9 +86,6 @@ static bool add(const std::string &line)
 {
     static std::string last_block;
     static int last_polls = 0;
-    if (usual.rlim_max != 0)
-        setrlimit(RLIMIT_NOFILE, &usual);
-    usual = {};
     if (block_text() != last_block)
         rec.lines.push_back(last_block = block_text());
     if (rec.polls != last_polls && rec.polls != 0)
@@ -111,6 +97,7 @@ static bool add(const std::string &line)
     return fails(line);
 }
 
+// An event's step, result and percent; a request's type, slot, model, number and file.
 static std::string message_text(aptid_t task, const std::string &bytes)
 {
     upgrade_msg_t event;
@@ -126,7 +113,7 @@ static std::string message_text(aptid_t task, const std::string &bytes)
     memcpy(&request, bytes.data(), sizeof request);
     memcpy(&file, bytes.data() + STAPMSG_DATA_OFFSET, sizeof file);
     card_type = file.file_type;
-    return format("request %d slot %d model 0x%x seq %d %s", file.file_type, request.kmddata.slot,
+    return format("request %d/%d/0x%x/%d %s", file.file_type, request.kmddata.slot,
                   request.kmddata.model, request.kmddata.seq, file.file_patch);
 }
 
@@ -186,9 +173,7 @@ FILE *__wrap_my_popen(const char *cmd, const char *mode)
 int __wrap_apipc_send(aptid_t task, const void *msg, unsigned int size)
 {
     rec.polls = 0;
-    return add(message_text(task, std::string(static_cast<const char *>(msg), size)))
-               ? rec.send_result
-               : 0;
+    return add(message_text(task, std::string(static_cast<const char *>(msg), size))) ? -7 : 0;
 }
 
 FILE *FILE_CALL(__wrap_, fopen)(const char *path, const char *mode)

@@ -1,5 +1,5 @@
 // What the system asks of the platform layer and of the clocks, in one list with its trace lines.
-// Commands and sessions go on to the real platform layer; logs, messages and waits end here.
+// Commands go on to the real platform layer; logs, messages and waits end here.
 #ifndef TESTS_RECORDER_H
 #define TESTS_RECORDER_H
 
@@ -11,18 +11,13 @@
 #include <vector>
 
 struct recording {
-    // In order: "log FUNCTION: TEXT", "trace FUNCTION: TEXT", "run COMMAND", "read COMMAND",
-    // "listing" of each reading of a directory, "wait 2 s", "wait 20000 us", "event
-    // STEP/RESULT/PERCENT", "request TYPE ...", "send TASK BYTES", "open FILE" of the trace log,
-    // "block ..." with the five fields of the progress block when they have changed.
-    std::vector<std::string> lines;
+    std::vector<std::string> lines;   // in order, each with its kind ahead
     std::string prefix;               // of the last trace line, without process and source line
     std::function<void()> on_line;    // called with each line
     std::vector<std::string> failing; // lines that begin so are of calls that fail
     std::map<std::string, std::string> outputs; // of commands that are read, by their beginnings
     std::map<std::string, int> answers;         // of cards: "TYPE POLL", by then
     int polls = 0;                              // since the last message
-    int send_result = -11;                      // of a message that fails
     bool raw = false;                           // messages are shown as bytes
     bool types_are_told = true;                 // in the listings of directories
     long long time_us = 1780444867089999;       // the clock: 2026-06-03 00:01:07
@@ -32,8 +27,5 @@ extern recording rec;
 
 // `text` in printable characters; "c{300}" stands for 300 times c, "\s" for a blank at the end.
 std::string shown(const std::string &text);
-
-// Until the next line the process can open no file.
-void open_no_files();
 
 #endif

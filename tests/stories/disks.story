@@ -1,6 +1,5 @@
-# Catches: a disk, label or file that is shown, left out or cut by mistake; a command, line or byte of
-# the inventory and of its messages; half of a record that is taken for a whole one.
-== an inventory with the real tools, and the messages with it (show log:, read, out found, -crc)
+# Catches: a disk, label or file shown, left out or cut by mistake; a wrong command, line or byte.
+== an inventory with the real tools, and its messages (show log:, read, out found, -crc)
 $ for d in sda1 sdc1; do mkdir -p /mnt/$d; mount -t tmpfs tmpfs /mnt/$d; done; printf '8 %s 1 2\n' '1 sda' '2 sda1'
   >stats; mount --bind stats /proc/diskstats
 $ mkdir -p /dev/disk/by-label; ln -s ../../sda1 /dev/disk/by-label/ADD
@@ -20,11 +19,11 @@ $ cd /mnt/sda1; touch b.ubck c.rcfgx d.txt "it's; a.img"; mkdir sub; touch sub/d
     : end.(upgd/update/) | = 0 and 1
     /mnt/sda1 <ADD> 1 /mnt/sda1/it's; a.img 1 /mnt/sda1/b.ubck 1 /mnt/sda1/c.rcfgx
     out found all udisk, udisk_num = 1
-show send ;; mailbox 010a3900 ;; sendmsg_udisk_all_info
+show log: start, log: end, send ;; mailbox 010a3900 ;; sendmsg_udisk_all_info  --> log: start
     send 010a3900 \0{16}\x03\0\x1D\0x%\0\0\x01\0{135}/mnt/sda1\0{7}ADD\0{29}\x01\0\0\0/mnt/sda1/it's; a.img\0{747}\x01\0\0\0/mnt/sda1/b.ubck\0{752}\x01\0\0\0/mnt/sda1/c.rcfgx\0{7843}
-    = 0
-$ umount -l /mnt/sda1 ;; show log:, log Simdc_sess_id, log Simdc_sess_send, send, -large ;;
-  sendmsg_ack_back 0x1001d 0x7fff6 -3 n{128}  --> log: start | : small label: LABEL_UDISK_HOTPLUG    \t (2)
+    log: end | = 0
+$ umount -l /mnt/sda1 ;; show log:, log Simdc_sess_id, log Simdc_sess_send, send, -large ;; sendmsg_ack_back 0x1001d
+  0x7fff6 -3 n{128}  --> log: start | : small label: LABEL_UDISK_HOTPLUG    \t (2)
     : \t\t\t  LABEL_UDISK_ALL_INFO   \t (3) | : \t\t\t  LABEL_UDISK_UBACK_CREAT    (4)
     : \t\t\t  LABEL_UDISK_UBACK_RELOAD   (5) | : \t\t\t  LABEL_UDISK_FWARE_UPDATE   (6)
     : data edit: udisk_info->event.ev= -3 | : data edit: udisk_info->event.name = n{127}
@@ -33,36 +32,30 @@ $ umount -l /mnt/sda1 ;; show log:, log Simdc_sess_id, log Simdc_sess_send, send
     = 0
 show data edit, send ;; fail "read /bin/mount" ;; sendmsg_ack_back 29 3 7 -
     log: data edit: udisk_info->event.ev= 7 | send 010a3900 \0{16}\x03\0\x1D\0x%\0{6}\x07\0{9587} | = 0
-show log: start, log: end, log Simdc_sess_id, log Simdc_sess_send, failed ;; fail "send 010a3900" ;;
-  sendmsg_udisk_all_info  --> log: start | log Simdc_sess_id: Session ID get:0x10a3900 TID:0x10a3900 (0)
-    log Simdc_sess_send: 0x10a3900 | : -1 | log: Simdc_sess_send(0x10a3900) failed... | : end | = -1
-$ rm /run/mailbox/010a3900 ;; fail "read /bin/mount" ;; sendmsg_udisk_all_info ;; fail ;; sendmsg_udisk_all_info
-    log: start | log Simdc_sess_id: Session ID get:0x0 TID:0x10a3900 (-2) | log: Simdc_sess_id(0x10a3900) failed...
-    : end | = -1 | : start | log Simdc_sess_id: Session ID get:0x0 TID:0x10a3900 (-2)
-    log: Simdc_sess_id(0x10a3900) failed... | : end | = 0
-== candidates and limits, from the outputs of commands (show passed over, no room, get udisk_label, get udisk label)
+show failed, Simdc_sess_send: -1, get:0x0 ;; fail "send 010a3900" ;; sendmsg_udisk_all_info
+    log Simdc_sess_send: -1 | log: Simdc_sess_send(0x10a3900) failed... | = -1
+$ rm /run/mailbox/010a3900 ;; fail "read /bin/mount" ;; sendmsg_udisk_all_info ;; show none ;; fail ;;
+  sendmsg_udisk_all_info  --> log Simdc_sess_id: Session ID get:0x0 TID:0x10a3900 (-2)
+    log: Simdc_sess_id(0x10a3900) failed... | = -1 | = 0
+== candidates and limits (show itself: </u/a, no room, empaty, label is null)
 $ mkdir -p /u/sub /u/bin /u/123456789012 /u/1234567890123 "/u/a;b" /u/e1 /u/e2
 output /bin/mount
   "/u/gone\n/\n/u/sub\n/u/a;b\n/no/where\nsda1\n/u/1234567890123\n/u/123456789012\n/u/bin\n/u/e1\n/u/e2\n"
 output /bin/cat "sub\nwhere\n123456789012\n1234567890123\nbin\ne1\na;b\ne2\nsda1\n"
 output "ls -l /dev/disk/by-label/ |grep sub" "\n" ;; output "ls -l /dev/disk/by-label/ |grep e1" "ADD{50}\nsecond\n"
 output "/usr/bin/find /u/sub -maxdepth 1 -name '*.img'" "/a.img\n/b{70}.img\nx\n\n/3\n/4\n/5\n/6\n/7\n/8\n/9\n"
-get_udisk_all_info  --> log: get udisk_label empaty. | : get udisk_label = UNKNOWNNAME | : </u/sub>: no room for /8
-    : </u/sub>: no room for /9
+get_udisk_all_info  --> log: get udisk_label empaty. | : </u/sub>: no room for /8 | : </u/sub>: no room for /9
     : passed over, mount path of more than 15 characters or with one that a shell takes for itself: </u/a;b>
-    : passed over, mount path of more than 15 characters or with one that a shell takes for itself: </u/1234567890123>
-    : get udisk label is null, use UsbDisk instead. | : get udisk_label = UsbDisk1
-    : get udisk label is null, use UsbDisk instead. | : get udisk_label = UsbDisk2 | : get udisk_label = AD{30}
+    : get udisk label is null, use UsbDisk instead. | : get udisk label is null, use UsbDisk instead.
     : no room for /u/e2 | = 0 and 4 | /u/sub <UNKNOWNNAME> 8 /a.img /b{61} bbbbbbbbb.img /3 /4 /5 /6 /7 0 0
     /u/123456789012 <UsbDisk1> 0 0 0 | /u/bin <UsbDisk2> 0 0 0 | /u/e1 <AD{30}> 0 0 0
 show popen read_device_info
 for /bin/mount "ls -l" "/usr/bin/find /u/bin -maxdepth 1 -name '*.u" => fail "read @" ;; get_udisk_all_info
     log: popen read_device_info | = -1 and -7 {3}
-== presence: the second component among the first twelve devices (show out path, out find)
+== presence
 output /bin/cat "1\n2\n3\n4\n5\n6\n7\n8\n9\n10\n11\n12\n13\n"
 for /mnt/1/x/y /mnt/12 /mnt/13 /mnt "" => check_udisk_mount_status "@"  --> = 1 /mnt\01\0x\0y | = 1 /mnt\012
-    = 0 /mnt\013 | = 0 /mnt | = 0  | out path=/mnt/1/x/y | out find | out path=/mnt/12 | out find | out path=/mnt/13
-    out path=/mnt | out path=
+    = 0 /mnt\013 | = 0 /mnt | = 0 
 show out ;; check_udisk_mount_status "/mnt/2\n"  --> = 1 /mnt\02\0 | out path=/mnt/2 | out stat=1, res_stat=2
     out stat=2, res_stat=2 | out find
 output /bin/cat "\n1\n" ;; check_udisk_mount_status /mnt/1 ;; check_udisk_mount_status -  --> = 0 /mnt\01 | = 0 
@@ -71,5 +64,4 @@ fail "read /bin/cat" ;; check_udisk_mount_status /mnt/1  --> = 0 /mnt/1
 == first lines of commands (show log)
 for "printf ''" "echo" "printf 'first\r\nsecond\n'" "printf %0100d 7" => run_command_return_string "@"
     = 0 "old" | = -1 "old" | = 0 "first" | = 0 "0{62}"
-fail read ;; run_command_return_string true ;; run_command_return_string -  --> log: popen read_device_info
-    = -1 "old" | = -1 "old"
+show none ;; fail read ;; run_command_return_string true ;; run_command_return_string -  --> = -1 "old" | = -1 "old"

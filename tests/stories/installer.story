@@ -1,50 +1,45 @@
-# Catches: a command, line or result of the boot and kernel installer and of the recorded version; the preparation of the
-# kernel partition once a run; names and lengths; what the target search finds, and where it ends.
-== boot loader, to the longest path that its command has room for; a command's own failure is none (show log, trace,
-  run)
-$ mkdir b; touch b/u b/$(printf 'u%.0s' $(seq 101)) b/$(printf 'u%.0s' $(seq 102))
-for b/u b/none => update_LinuxFile 7 @  --> trace:  ---------------------update uboot------------------\n
-    :  cmdstr=dd if=b/u of=/dev/mmcblk0p1 \n | log: cmdstr: dd if=b/u of=/dev/mmcblk0p1 \n\n
-    run dd if=b/u of=/dev/mmcblk0p1 | trace:  update uboot ok .\n | = 0 and 0 | = 0 and 0
+# Catches: a wrong command, line, name or length of the installer; a wrong end of the search.
+== boot loader, to the longest path of its command (show log, trace, run)
+$ mkdir b; touch b/u b/u{101} b/u{102} ;; for b/u b/none => update_LinuxFile 7 @
+    trace:  ---------------------update uboot------------------\n | :  cmdstr=dd if=b/u of=/dev/mmcblk0p1 \n
+    log: cmdstr: dd if=b/u of=/dev/mmcblk0p1 \n\n | run dd if=b/u of=/dev/mmcblk0p1 | trace:  update uboot ok .\n
+    = 0 and 0 | = 0 and 0
 show run, command too long, update faild ;; for b/u{101} b/u{102} b => update_LinuxFile 7 @
     run dd if=b/u{101} of=/dev/mmcblk0p1 | = 0 and 0 | log: command too long for <b/u{102}>. | = -5 and 0
     run dd if=b of=/dev/mmcblk0p1 | = 0 and 0
 fail "run dd " ;; update_LinuxFile 7 b/u  --> run dd if=b/u of=/dev/mmcblk0p1 | log: update faild!!: <b/u>.\n
     = -5 and 0
-== kernel files are known by their names anywhere in the path; the rest only prepares (show log, trace, run)
+== kernel files, and what only prepares (show log, trace, run)
 $ mkdir k zImage.d; touch k/zImage k/my-extlinux.conf.old k/rk3288-tyx.dtb k/readme k/rk3288-tyx.dt-Image-extlinux.con
-$ touch zImage.d/$(printf 'f%.0s' $(seq 97)) zImage.d/$(printf 'f%.0s' $(seq 98)) ;; fail "run /bin/mount"
-for k/none k/readme k/zImage => update_LinuxFile 5 @  --> trace:  filename(k/none) can not access \n | = 0 and 0
+$ touch zImage.d/f{97} zImage.d/f{98} ;; fail "run /bin/mount" ;; for k/none k/readme => update_LinuxFile 5 @
+    trace:  filename(k/none) can not access \n | = 0 and 0
     trace:  ---------------------update kernel------------------\n | run  /bin/mkdir -p /mntker
     run  /bin/rm -rf /mntker/* | run /bin/mount /dev/mmcblk0p6 /mntker/
     log: /bin/mount /dev/mmcblk0p6 /mntker/ error. \n | = -14 and 0
-    trace:  ---------------------update kernel------------------\n | run  /bin/mkdir -p /mntker
-    run  /bin/rm -rf /mntker/* | run /bin/mount /dev/mmcblk0p6 /mntker/
-    log: /bin/mount /dev/mmcblk0p6 /mntker/ error. \n | trace:       kernel-0(k/zImage) \n
-    log: cmdstr: /bin/cp k/zImage /mntker/ -rf \n\n | run /bin/cp k/zImage /mntker/ -rf | = -14 and 1
-fail ;; show run, error.
-for zImage.d/f{97} zImage.d/f{98} k/my-extlinux.conf.old k/rk3288-tyx.dtb k/rk3288-tyx.dt-Image-extlinux.con =>
-  update_LinuxFile 5 @  --> run /bin/cp zImage.d/f{97} /mntker/ -rf | = 0 and 2 | = -14 and 3
-    run /bin/cp k/my-extlinux.conf.old /mntker/ -rf | = 0 and 4 | run /bin/cp k/rk3288-tyx.dtb /mntker/ -rf
-    = 0 and 5 | = 0 and 5
+show run /bin/, kernel-0, cmdstr ;; update_LinuxFile 5 k/zImage  --> run /bin/mount /dev/mmcblk0p6 /mntker/
+    trace:       kernel-0(k/zImage) \n | log: cmdstr: /bin/cp k/zImage /mntker/ -rf \n\n
+    run /bin/cp k/zImage /mntker/ -rf | = -14 and 1
+fail ;; show run, error. ;; for zImage.d/f{97} zImage.d/f{98} k/my-extlinux.conf.old k/rk3288-tyx.dtb
+  k/rk3288-tyx.dt-Image-extlinux.con => update_LinuxFile 5 @  --> run /bin/cp zImage.d/f{97} /mntker/ -rf
+    = 0 and 2 | = -14 and 3 | run /bin/cp k/my-extlinux.conf.old /mntker/ -rf | = 0 and 4
+    run /bin/cp k/rk3288-tyx.dtb /mntker/ -rf | = 0 and 5 | = 0 and 5
 for 0 1 4 6 255 => update_LinuxFile @ k/zImage  --> = 0 and 5 {5}
 fail "run /bin/cp" ;; update_LinuxFile 5 k/zImage ;; $ ls -m /mntker  --> run /bin/cp k/zImage /mntker/ -rf
     log: /bin/cp k/zImage /mntker/ error. \n | = -14 and 6 | f{97}, | my-extlinux.conf.old, rk3288-tyx.dtb, zImage
-== once prepared; whatever is mounted is used as it stands (show mounted already, success., run)
+== whatever is mounted is used as it stands (show mounted already, success., run /bin)
 $ mkdir k; touch k/zImage k/readme ;; at run /bin/mount => $ mount -t tmpfs tmpfs /mntker
-for k/readme k/zImage => update_LinuxFile 5 @  --> run  /bin/mkdir -p /mntker | run  /bin/rm -rf /mntker/*
-    run /bin/mount /dev/mmcblk0p6 /mntker/ | trace:  /bin/mount /dev/mmcblk1p6 /mntker/ success.\n | = 0 and 0
-    trace:  /mntker is mounted already.\n | run /bin/cp k/zImage /mntker/ -rf | = 0 and 1
-$ mkdir l; echo later >l/zImage ;; update_LinuxFile 5 l/zImage ;;
-  $ cat /mntker/zImage; rm /mntker/zImage; mkdir /mntker/zImage ;; update_LinuxFile 5 k/zImage
-    run /bin/cp l/zImage /mntker/ -rf | = 0 and 2 | later | run /bin/cp k/zImage /mntker/ -rf | = 0 and 3
-== the version: the field and no more, and none that a command would take apart (show run sysconfig, version <)
+for k/readme k/zImage => update_LinuxFile 5 @  --> run /bin/mount /dev/mmcblk0p6 /mntker/
+    trace:  /bin/mount /dev/mmcblk1p6 /mntker/ success.\n | = 0 and 0 | trace:  /mntker is mounted already.\n
+    run /bin/cp k/zImage /mntker/ -rf | = 0 and 1
+$ mkdir l; echo later >l/zImage ;; update_LinuxFile 5 l/zImage ;; $ cat /mntker/zImage; rm /mntker/zImage; mkdir
+  /mntker/zImage ;; update_LinuxFile 5 k/zImage  --> run /bin/cp l/zImage /mntker/ -rf | = 0 and 2 | later
+    run /bin/cp k/zImage /mntker/ -rf | = 0 and 3
+== the version (show run sysconfig, version <)
 image a version=v{64} -- ;; update_fw_version a ;; for "V1;x" "-2  of 5" => image b "version=@" -- ;;
   do_update b 2 /b ;; $ sysconfig get fw_version || :  --> run sysconfig set fw_version v{64} | = 0
     log: version <V1;x> has no place in a command: not recorded | = 0 | v{64}
     run sysconfig set fw_version -2  of 5 | = 0 | -2 of 5
-== the target search: direct subdirectories first, by their beginnings, through no link; none is read that counts none
-  below it (show none)
+== the target search
 $ mkdir -p t/alpha/deep/nand t/bravo/.conf t/bravo/bin t/zulu t/bravo/usrlocal c/nand c/zz/nand c/nand/nand
   x/branchx/branch e/one
 $ touch t/nandfile; ln -s ../t/zulu t/nandlink; ln -s .. t/zulu/loop
@@ -57,15 +52,13 @@ types 1 ;; show listing ;; _find_dir n none ;; $ umount n/u* ;; _find_dir n none
     listing | listing | listing | listing | listing | listing | listing | = 1 | listing | listing | = 1
 _find_dir c none ;; show none  --> listing | listing | listing | = 1
 _find_dir e "" ;; _find_dir "" a  --> = 0 "e/" | = -1
-$ d=$(printf 'd%.0s' $(seq 99)); d=t/$d/$d/$d/$d/$d/$d/$d/$d/$d/$d; mkdir -p $d/aaaaaaaaaaaaaaaaaaa/x
-  $d/bbbbbbbbbbbbbbbbbbbb/x t/z/yoke
-for x yoke => _find_dir t @
-    = 0 "t/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/aaaaaaaaaaaaaaaaaaa/" | = 0 "t/z/"
-for a{19} b{20} => _find_dir "t/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/d{99}/@" y  --> = 1 | = -1
-== the places, with names that end with their field (show log)
-$ mkdir -p /nand/usr /nand/$(printf 'q%.0s' $(seq 64)) ;; image u.img place=1 dir=nand -- ;; find_dir u.img ;;
-  find_dir -  --> log: update dir is </>. | = 0 "/" | : pheader is Null. | = -1 ""
+$ d=t/d{199}/d{199}/d{199}/d{199}/d{199}; mkdir -p $d/a{19}/x $d/b{20}/x t/z/yoke ;; for x yoke => _find_dir t @
+    = 0 "t/d{199}/d{199}/d{199}/d{199}/d{199}/aaaaaaaaaaaaaaaaaaa/" | = 0 "t/z/"
+for a{19} b{20} => _find_dir "t/d{199}/d{199}/d{199}/d{199}/d{199}/@" y  --> = 1 | = -1
+== the places (show log)
+$ mkdir -p /nand/usr /nand/q{64} ;; image u.img place=1 dir=nand -- ;; find_dir u.img ;; find_dir -
+    log: update dir is </>. | = 0 "/" | : pheader is Null. | = -1 ""
 show none
 for "2 usr" "2 q{64}" "0 q" "4 q" "5 q" "0x80000000 q" => image u.img place=@1 dir=@2 version=q{64} -- ;; find_dir u.img
     = 0 "/nand/" {2} | = 0 "" {4}
-for 1 2 3 4 0 => place2dir @  --> = "/" | = "/nand" | = "//" | = "" {2}
+place2dir 3  --> = "//"

@@ -1,14 +1,11 @@
-# Catches: an option, status, word or file that a person or a script gets from the programs' command lines; output that
-# goes to the wrong stream, or into the image.
+# Catches: a wrong option, status, word or file of the programs; output in the wrong stream.
 $ mkdir -p tree/bin tree/etc/deep tree/vorn-uboot; echo tool >tree/bin/tool; ln -s ../../bin/tool tree/etc/deep/link;
   echo boot >tree/vorn-uboot/u; echo card >tree/App_VPUCard.bin; img_deploy -c ./tree -r V7 u.img >/dev/null
-== img_deploy: wrong calls (show none)
-$ for a in '' '-s some.img' '-v -m 2 -p 1 -r V2 -C any' -x -u '-c tree' '-c tree -p 3 o.img' '-p 3 o.img -c tree'
-  '-m 2x -u x' '-m reboot'; do img_deploy $a 2>err; echo $? $(head -n 1 err | sed 's,/.*/,,'); done
-    1 img_deploy: not Support | 1 img_deploy: not Support | 1 img_deploy: not Support
+== img_deploy: wrong calls
+for "" "-s some.img" "-v -C any" -x -u "-c tree" "-c tree -p 3 o.img" "-p 3 o.img -c tree" "-m 2x -u x" "-m reboot" =>
+  $ img_deploy @ 2>err; echo $? $(head -n 1 err | sed 's,/.*/,,')  --> 1 img_deploy: not Support {3}
     1 img_deploy: invalid option -- 'x' | 1 img_deploy: option requires an argument -- 'u'
-    1 Usage: img_deploy [OPTION...] eFILE]... | 1 Usage: img_deploy [OPTION...] eFILE]...
-    1 Usage: img_deploy [OPTION...] eFILE]... | 255 Invalid mode: 2x | 255 Invalid mode: reboot
+    1 Usage: img_deploy [OPTION...] eFILE]... {3} | 255 Invalid mode: 2x | 255 Invalid mode: reboot
 $ img_deploy -c tree 2>&1 >/dev/null | sed 's,/[^ ]*/img_deploy,img_deploy,'; ls; cat /usr/local/upgdflag 2>&1
     Usage: img_deploy [OPTION...] eFILE]... | Create Update File:
         img_deploy -c [DIR] [FILE] -p [1|2|3] [rootfs|nandfs|custom]... | Upgrade:
@@ -16,41 +13,35 @@ $ img_deploy -c tree 2>&1 >/dev/null | sed 's,/[^ ]*/img_deploy,img_deploy,'; ls
         img_deploy -c /nand -p 1 update.img\s |     img_deploy -c /nand -p 3 update.img  /
         img_deploy -u update.img\s | err | tree | u.img | cat: /usr/local/upgdflag: No such file or directory
     status 1
-$ for p in img_deploy img_info sysconfig upgd_service; do $p --version >out; echo $? $(grep -c "^$p [0-9]" out); done
-    0 1 | 0 1 | 0 1 | 0 1
-$ for p in img_deploy sysconfig; do $p --version >/dev/full 2>err; echo $?; done; img_deploy --version x 2>err; echo $?
-    1 | 1 | 1
-$ for p in img_info sysconfig upgd_service; do $p --help >out 2>err; echo $? $(head -c 6 out); done  --> 0 Usage:
-    0 Usage: | 0 Usage:
-== builds: the place in every notation, also what is no place
-$ for p in 1 0x3 010 4 none 2x; do img_deploy -p $p -c ./tree o.img /to ignored >/dev/null; echo $? $(od -An -tx1 -j35
-  -N1 o.img); done  --> 0 01 | 0 03 | 0 08 | 0 04 | 0 00 | 0 02
+for "img_deploy --version >/dev/full" "sysconfig --version >/dev/full" "img_deploy --version x" => $ @ 2>err
+    status 1 {3}
+== builds
+for 1 0x3 010 4 none 2x => $ img_deploy -p @ -c ./tree o.img /to ignored >/dev/null; echo $? $(od -An -tx1 -j35 -N1
+  o.img)  --> 0 01 | 0 03 | 0 08 | 0 04 | 0 00 | 0 02
 $ POSIXLY_CORRECT=1 img_deploy -c ./tree o.img -p 1 >out; echo $? $(od -An -tx1 -j35 -N1 o.img)  --> 0 01
 $ img_deploy -m 0x2 -c ./tree o.img -r V9.8 >/dev/null; od -An -tx1 -j35 -N1 o.img; tail -c +425 o.img | head -c 4;
   img_deploy -c missing o.img  -->  02 | V9.8 | status 255
 $ img_deploy -c ./tree n.img >&-; echo $?; img_deploy -c ./tree m.img >&- 2>&- <&-; echo $? $(stat -c %s u.img n.img
   m.img)  --> 0 | 0 610 610 610
-$ script -qec 'img_deploy -c missing no.img; img_deploy -m 2 -u missing.img' /dev/null </dev/null | tr -d '\r' | grep
-  '^img_deploy: '
+$ script -qec 'img_deploy -c missing no.img' /dev/null </dev/null | tr -d '\r' | grep '^img_deploy: '
     img_deploy: no.img was not built from missing: No such file or directory; mend that and build it again
-    img_deploy: missing.img was not applied: No such file or directory; mend that and apply it again
-== for a script: how it ended, in one line, and what the tree has that the image lacks, which img_info names
-$ mkdir -p t/void t/d; cd t; echo x >f; : >e; mkfifo p; n=0; for l in ../f /gone /etc/passwd/x /dev/null ../p ../e $(printf 'x%.0s' $(seq 120)); do n=$((n+1)); ln -s $l d/$n; done
-$ export IMG_DEPLOY_EXPLAIN=1; img_deploy -c ./t -p 4 o.img >/dev/null; img_deploy -c none n.img; img_deploy -u u.img -m 2 2>&1 >/dev/null | tail -n 1; img_deploy -u cut -m 2 >/dev/null
+== how a run ended, for a script
+$ mkdir -p t/void t/d; cd t; echo x >f; : >e; mkfifo p; n=0; for l in ../f /gone /etc/passwd/x /dev/null ../p ../e
+  x{120}; do n=$((n+1)); ln -s $l d/$n; done
+$ export IMG_DEPLOY_EXPLAIN=1; img_deploy -c ./t -p 4 o.img >/dev/null; img_deploy -u u.img -m 2 2>&1 >/dev/null | tail
+  -n 1; img_deploy -u cut -m 2 >/dev/null
     img_deploy: o.img was built: 2 entries, 515 bytes; left out: links over 127 characters (1), links to nowhere (2), links to devices (2), links to empty files (1), empty files (1), empty directories (1), devices (1)
-    img_deploy: n.img was not built from none: No such file or directory; mend that and build it again
     img_deploy: u.img was applied: 4 entries below /opt/upgddir/
     img_deploy: cut was not applied: No such file or directory; mend that and apply it again | status 246
-$ IMG_DEPLOY_EXPLAIN=0 img_deploy -c ./t o2.img 2>&1 >/dev/null; img_info --verify o.img; img_info --compare . --extra o.img | grep -c 'not of the image'
-    o.img: the header says the place 4, which is none of 1 to 3 | o.img: 1 finding | 9
-== runs: the later of -u, -c and -s decides; the flag file; a mode beyond all numbers
-$ for a in '-m 2 -u u.img -s missing' '-c tree -m 2 -u u.img' '-m 4294967297 -u u.img'; do img_deploy $a >out 2>err;
-  echo $? $(head -n 1 err) $(cat /usr/local/upgdflag /run/sandbox/calls); done  --> 246 1
-    0 (num-0)/opt/upgddir/tree/App_VPUCard.bin type(24), size(5) 2
-    0 (num-0)/opt/upgddir/tree/App_VPUCard.bin type(24), size(5) 2
+$ IMG_DEPLOY_EXPLAIN=0 img_deploy -c ./t o2.img 2>&1 >/dev/null; img_info --verify o.img; img_info --compare . --extra
+  o.img | grep -c 'not of the image'  --> o.img: the header says the place 4, which is none of 1 to 3
+    o.img: 1 finding | 9
+== runs: the last of -u, -c and -s decides; the flag file
+for "-m 2 -u u.img -s missing" "-c tree -m 2 -u u.img" "-m 4294967297 -u u.img" => $ img_deploy @ >out 2>&1; echo $?
+  $(cat /usr/local/upgdflag /run/sandbox/calls)  --> 246 1 | 0 2 {2}
 $ rm /usr/local/upgdflag; mkdir /usr/local/upgdflag; img_deploy -m 2 -u u.img >out 2>err; echo $? $(cat
   /usr/local/upgdflag)  --> 0 2
-== the trace log: each process begins the first file anew, and both sinks show the same
+== both sinks of the trace log
 $ for n in 0 1; do echo old >/var/log/upgd_log$n.txt; done; img_deploy -c ./tree o.img >out; tail -n +4 out | cmp -
   /var/log/upgd_log0.txt; cat /var/log/upgd_log1.txt; sed -n '3s/[0-9]\+/0/gp' /var/log/upgd_log0.txt  --> old
     [0/0/0 0:0:0.0 pid=0] [ update/dtt_update_common/               print_image_hdr/   0 ]::    Firmware Version : V0.0.0.0
@@ -60,19 +51,13 @@ $ sysconfig get a; sysconfig set a V1.0; sysconfig set device_name 'unit = 7'; s
   sysconfig get a >/dev/full  --> sysconfig: a: unknown key | V1.0 | a=V1.0 | device_name=unit = 7
     sysconfig: standard output: No space left on device | status 1
 $ sysconfig set a $(seq 9999); sysconfig get a  --> sysconfig: a: Value too large for defined data type | V1.0
-$ for a in '' 'set a' 'set' get 'get a b' 'list a' frob; do sysconfig $a 2>err; echo $? $(head -c 6 err); done
-    2 Usage: | 2 Usage: | 2 Usage: | 2 Usage: | 2 Usage: | 2 Usage: | 2 Usage:
 == img_info
-$ img_info u.img | grep -E 'Version|link|boot'; img_info --json u.img | grep -c '"type":'; img_info --verify u.img;
-  img_info --verify - <u.img; yes | timeout 60 img_info -  --> Version           V7
-    boot loader            5  tree/vorn-uboot/u | link                   0  tree/etc/deep/link -> ../../bin/tool | 4
-    u.img: well, 4 entries | standard input: well, 4 entries | img_info: standard input: is no update image
-    status 2
-$ img_info --extract new u.img; diff -r --no-dereference tree new/tree; img_info --extract new u.img; diff -r
-  --no-dereference tree new/tree; img_info --extract part u.img tree/bin; img_info --extract part u.img tree/b; find
-  part -type f  --> img_info: u.img: left out: tree/App_VPUCard.bin: File exists
-    img_info: u.img: left out: tree/vorn-uboot/u: File exists
-    img_info: u.img: left out: tree/etc/deep/link: File exists
+$ img_info u.img | grep -E 'Version|link|boot'; img_info --verify u.img; img_info --verify - <u.img; yes | timeout 60
+  img_info -  --> Version           V7 | boot loader            5  tree/vorn-uboot/u
+    link                   0  tree/etc/deep/link -> ../../bin/tool | u.img: well, 4 entries
+    standard input: well, 4 entries | img_info: standard input: is no update image | status 2
+$ img_info --extract new u.img; img_info --extract new u.img tree/bin; diff -r --no-dereference tree new/tree; img_info
+  --extract part u.img tree/bin; img_info --extract part u.img tree/b; find part -type f
     img_info: u.img: left out: tree/bin/tool: File exists | img_info: u.img: holds nothing of these names
     part/tree/bin/tool
 $ { head -c 488 u.img; printf '../x\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0\0\1y'; } >evil.img; img_info --extract
@@ -84,15 +69,13 @@ $ { head -c 488 u.img; printf '../x\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0\0\
     evil.img: the header says 610 bytes, the file has 521
     evil.img: the header says the CRC 5cd33ad7, the body has 0b2ebc89
     evil.img: entry 0 at offset 488, ../x: its name leads out of the directory
-    evil.img: the header counts 4 entries, the body has 3
-    evil.img: 4 findings
+    evil.img: the header counts 4 entries, the body has 3 | evil.img: 4 findings
     evil.img: can't stand there: ../x: its name leads out of the directory
-$ head -c 500 u.img >cut; : >empty; head -c 488 /dev/zero >none; for f in missing /tmp empty none; do img_info $f; echo
-  $?; upgd_service update $f; echo $?; done; upgd_service update cut
-    img_info: missing: No such file or directory | 2 | upgd_service: missing: No such file or directory | 1
-    img_info: /tmp: is no plain file | 2 | upgd_service: /tmp: is no plain file | 1 | img_info: empty: is empty | 2
-    upgd_service: empty: is empty | 1 | img_info: none: is no update image | 2
-    upgd_service: none: is no update image | 1
+$ head -c 500 u.img >cut; : >empty; head -c 488 /dev/zero >none; upgd_service update none; upgd_service update cut
+    upgd_service: none: is no update image
     upgd_service: cut: has another length than its header says: it is cut off, or was never finished | status 1
-$ for a in 'img_info' 'img_info a b' 'img_info --extract d -'; do $a 2>err; echo $? $(grep -o -m 1 ^Usage: err); done
-    2 Usage: | 2 Usage: | 2 Usage:
+for /tmp empty => $ img_info @  --> img_info: /tmp: is no plain file | status 2 | img_info: empty: is empty
+    status 2
+for sysconfig "sysconfig set a" "sysconfig set" "sysconfig get" "sysconfig get a b" "sysconfig list a" "sysconfig frob"
+  img_info "img_info a b" "img_info --extract d -" => $ @ 2>err; echo $? $(grep -o -m 1 ^Usage: err)
+    2 Usage: {10}

@@ -1,12 +1,10 @@
-# Catches: a step beside a text in joining, cutting and naming; a trace line's form, its files at a change of day; the
-# words of the header report; the flag file's states and a flag that can't be removed.
+# Catches: a step beside a text; a wrong form of trace lines, header report or flag file.
 == paths (show trace, run)
 for "/opt/ a" "/opt /a" "/ //a" "- a" "/a x{1020}" "/a x{1021}" => concat_path_file @  --> = "/opt/a" {2}
     = "/a" {2} | = "/a/x{1020}" | = ""
 concat_path_file "" a ;; concat_path_file a ""  --> = "/a" | = "a/"
-for a/b a/b// ab /x /// "" . a/.b - => get_dirname "@" ;; dirname "@"  --> = "b" of "a/b" | = "a" | = "b" of "a/b"
-    = "a/b/" | = "ab" of "ab" | = "ab" | = "x" of "/x" | = "" | = "" of "" | = "//" | = "" of "" | = ""
-    = "." of "." | = "." | = ".b" of "a/.b" | = "a" | = null of null | = null
+for a/b// ab /x /// "" . a/.b - => get_dirname "@" ;; dirname "@"  --> = "b" | = "a/b/" | = "ab" | = "ab" | = "x"
+    = "" | = "" | = "//" | = "" | = "" | = "." | = "." | = ".b" | = "a" | = null | = null
 for "a;b/l;../x" ab - => cut_link_filename "@"  --> = "a;b/l" | = "ab" | = null
 for ab/ "" /ab a/b - => last_char_is "@"  --> = "/" | = null {4}
 for /nand/x a/b/c ../a/x ././d/x ./.d/x a/ ./.d a => first_char_is @  --> = "nand/x" | = "b/c" | = "a/x" | = "d/x"
@@ -14,17 +12,16 @@ for /nand/x a/b/c ../a/x ././d/x ./.d/x a/ ./.d a => first_char_is @  --> = "nan
 for "a\nb\r\n" "a\n\n" "a\rb" => chomp "@"  --> = "a\nb" | = "a\n" | = "a"
 for /{497} /{498} => _mkdir @  --> run /bin/mkdir -p /{497} | = 0 | trace: path too long for a directory: /{498}\n
     = 0
-== a trace line: time, source and operation; two files take turns; without one each line tries again (show trace, open)
+== trace lines, in two files by turns (show trace, open)
 set_update_card_result 1 2 ;; prefix  --> open /var/log/upgd_log0.txt w+ | trace: set card(1) update result : 2\n
     = [2026/06/03 00:01:07.089 ] [ update/dtt_update/        set_update_card_result
 clock 1780531200 ;; set_update_card_result 1 0 ;; set_update_card_result 2 0
     trace: set card(1) update result : 0\n | open /var/log/upgd_log1.txt w+ | trace: set card(2) update result : 0\n
 clock 1780617600 ;; set_update_card_result 3 0 ;; fail open ;; set_update_card_result 4 0 ;; set_update_card_result 5 0
     trace: set card(3) update result : 0\n | open /var/log/upgd_log0.txt w+ | open /var/log/upgd_log0.txt w+
-== the header report's words; fields without an end (show Update Place, Image Type, Firmware Version, Update Dir,
-  -trace)
+== the header report; fields without an end (show Firmware Version, Update Dir, -trace)
 image i version=v{64} dir=u{64} -- ;; print_image_hdr i  --> log:    Firmware Version : v{64}
-    :    Update Place     : /usr/nand | :    Update Dir       : u{64} | :    Image Type       : (Uncompressed)
+    :    Update Dir       : u{64}
 show Update Place, Image Type, -trace
 for "1 0" "3 1" "0 2" "4 3" "4294967295 4294967295" => image i place=@1 comp=@2 dest=d{256} -- ;; print_image_hdr i
     log:    Update Place     : / | :    Image Type       : (Uncompressed) | log:    Update Place     : d{64}
@@ -32,31 +29,28 @@ for "1 0" "3 1" "0 2" "4 3" "4294967295 4294967295" => image i place=@1 comp=@2 
     :    Image Type       : (BZIP2 Compressed) | log:    Update Place     :\s
     :    Image Type       : (Unknown Compression) {2}
 place2str 3  --> = "costom"
-== the flag file, from any state to started and then to done (show log, trace, run, syncfs)
-for 1 2 => set_update_flag flag @ ;; $ cat flag  --> trace:  call  fun  set_update_flag \n | : run cmd =  .\n
-    log: /bin/touch  flag | run /bin/touch  flag | trace: /bin/touch  flag \n | log: /bin/echo 1 > flag
-    run /bin/echo 1 > flag | syncfs /w/flag | = 0 | 1 | trace:  call  fun  set_update_flag \n | : run cmd =  .\n
-    log: /bin/echo 2 > flag | run /bin/echo 2 > flag | syncfs /w/flag | = 0 | 2
-show run, trace: upgrade, trace: run ;; set_update_flag flag 1 ;; $ cat flag  --> trace: run cmd =  .\n
-    : upgrade NG, rm temp file .\n | : run cmd = /bin/rm -rf flag .\n | run /bin/rm -rf flag
-    trace: run cmd = /bin/rm -rf flag .\n | run /bin/touch  flag | run /bin/echo 1 > flag | = 0 | 1
+== the flag file (show log, trace, run, syncfs)
+set_update_flag flag 1 ;; $ cat flag ;; show run, trace: upgrade, trace: run, syncfs ;; set_update_flag flag 2 ;;
+  $ cat flag  --> trace:  call  fun  set_update_flag \n | : run cmd =  .\n | log: /bin/touch  flag
+    run /bin/touch  flag | trace: /bin/touch  flag \n | log: /bin/echo 1 > flag | run /bin/echo 1 > flag
+    syncfs /w/flag | = 0 | 1 | trace: run cmd =  .\n | run /bin/echo 2 > flag | syncfs /w/flag | = 0 | 2
+set_update_flag flag 1 ;; $ cat flag  --> trace: run cmd =  .\n | : upgrade NG, rm temp file .\n
+    : run cmd = /bin/rm -rf flag .\n | run /bin/rm -rf flag | trace: run cmd = /bin/rm -rf flag .\n
+    run /bin/touch  flag | run /bin/echo 1 > flag | syncfs /w/flag | = 0 | 1
 show run, trace: update ;; $ rm flag ;; set_update_flag flag 2 ;; $ cat flag  --> run /bin/touch  flag
     run /bin/echo 2 > flag | = 0 | 2
 fail "run /bin/rm" ;; set_update_flag flag 1  --> run /bin/rm -rf flag | run /bin/rm -rf flag | run /bin/rm -rf flag
     run /bin/echo 1 > flag | = 0
 for p{113} p{114} => set_update_flag @ 1  --> run /bin/touch  p{113} | run /bin/echo 1 > p{113} | = 0
     trace: update flag path too long: p{114}\n | = -1
-== a setting: after all that it tells of, whole under another name, then by its own (show sync, fsync, rename)
-configuration_set a 1 ;; fail fsync ;; configuration_set a 2 ;; fail "fsync /etc/sysconfig" ;; configuration_set b 1
-    sync | fsync /etc/sysconfig/device.conf.new | rename /etc/sysconfig/device.conf.new /etc/sysconfig/device.conf
-    fsync /etc/sysconfig | = 0 | sync | fsync /etc/sysconfig/device.conf.new | = -5 | sync
+== a setting (show sync, fsync, rename)
+configuration_set a 1 ;; fail fsync ;; configuration_set a 2  --> sync | fsync /etc/sysconfig/device.conf.new
+    rename /etc/sysconfig/device.conf.new /etc/sysconfig/device.conf | fsync /etc/sysconfig | = 0 | sync
     fsync /etc/sysconfig/device.conf.new | = -5
 $ cat /etc/sysconfig/device.conf; ls /etc/sysconfig  --> a=1 | device.conf | device.conf.lock
-== copies that count their progress; what stands behind the new data stays (show trace)
-$ echo longer than >f ;; for "x none/f" "short f" "xy /dev/full" => copy_file_new @
-    trace: unable to open `none/f'\n | = -1 and 4 | trace bb_full_write_new: \r\n
-    : update_info->cur_percent is  0% \r | : update_info->cur_percent is  100% \r | : \r\n | = 0 and 100
-    trace bb_full_write_new: \r\n | : update_info->cur_percent is  0% \r
-    trace: bb_full_write failed `/dev/full' size= 2\n | = -1 and 0
-copy_file_new "" g ;; $ cat f g  --> trace bb_full_write_new: \r\n | : update_info->cur_percent is  0% \r | : \r\n
-    = 0 and 100 | shortr than
+== copies that count their progress (show trace)
+$ echo longer than >f ;; for "x none/f" "short f" => copy_file_new @  --> trace: unable to open `none/f'\n
+    = -1 and 4 | trace bb_full_write_new: \r\n | : update_info->cur_percent is  0% \r
+    : update_info->cur_percent is  100% \r | : \r\n | = 0 and 100
+show failed ;; copy_file_new xy /dev/full ;; copy_file_new "" g ;; $ cat f g
+    trace: bb_full_write failed `/dev/full' size= 2\n | = -1 and 0 | = 0 and 100 | shortr than
