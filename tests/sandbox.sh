@@ -1,22 +1,19 @@
 #!/usr/bin/env bash
 # Runs a command in a sandbox that looks like the device to the update tool: the fixed paths it
-# writes, the partitions it flashes and the programs it calls are all there, and none of it outlives
-# the command.
-#
-# Everything is built in a private mount namespace on a tmpfs, so there is nothing to clean up: it
-# goes when the last process in the namespace goes.
+# writes, the partitions it flashes and the programs it calls. All of it stands in a private mount
+# namespace on a tmpfs, and goes with the last process in there.
 set -uo pipefail
 shopt -s nullglob
 
 # Without a choice, the programs of the release build are on the path.
 build=$(realpath -m "$(dirname "${BASH_SOURCE[0]}")/../build/release")
-caller_path=${SANDBOX_PATH-$build/update/img_deploy:$build/platform:$build/companions/img_info:$build/companions/upgd_service}
+printf -v programs ":$build/%s" update/img_deploy platform companions/{img_info,upgd_service}
+caller_path=${SANDBOX_PATH-${programs#:}}
 export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
 path=({/usr/local,/usr,}/{s,}bin)
 recorders=({/usr/local,/usr,}/{s,}bin/{reboot,killall,mcu_isp,kmd_test} /usr/vorn/bin/{mcu_isp,kmd_test})
 
-# The tmpfs needs a place to be mounted on in which no project can live and that the sandbox does
-# not show.
+# Where the tmpfs is mounted: no project can live there, and the sandbox does not show it.
 root=/proc/fs
 
 # With CI=true nothing may be left out.
@@ -26,19 +23,18 @@ unavailable() {
     exit 77
 }
 
-# --- inside the new namespaces ----------------------------------------------
+# --- inside the new namespaces ---
 
 # Shows a directory of the machine, with changes kept apart; unwritable if no overlay can be had.
 show() {
     local dir=$1 layer=$root/layers$1 place
     mkdir -p "$layer/upper" "$layer/work" "$root$dir"
-    # A user namespace has no rights over directories of the machine, except where the upper layer
-    # already holds a directory of its own in their place.
+    # A user namespace has no rights over the machine's directories, but over those of the upper layer.
     for place in /etc/sysconfig /usr/local "${path[@]}"; do
         [[ ! -d $place || $place != "$dir"/* ]] || mkdir -p "$layer/upper${place#"$dir"}"
     done
     [[ $dir != /usr ]] || mkdir -p "$layer/upper/vorn/bin" # the flashing tools' own place
-    # "." spares quoting the separators of the option list in the path.
+    # "." needs no quotes in the list of options.
     (cd "$dir" && mount -t overlay overlay "$root$dir" -o \
         "lowerdir=.,upperdir=$layer/upper,workdir=$layer/work$overlay_options") ||
         { mount --rbind "$dir" "$root$dir" && mount -o remount,bind,ro "$root$dir"; }
@@ -49,7 +45,7 @@ make_dev() {
     mount -t tmpfs -o mode=755 tmpfs dev
     mkdir dev/pts dev/shm
     cp -a /dev/fd /dev/std{in,out,err} "${nodes[@]/#//dev/}" /dev/loop* dev || :
-    # Sandboxes beside this one may use all that there are now; the kernel makes more as they are asked for.
+    # Sandboxes beside this one may use all of them; the kernel makes more as they are asked for.
     if ((privileged)); then
         for node in {0..63}; do [[ -e dev/loop$node ]] || mknod "dev/loop$node" b 7 "$node"; done
     fi
@@ -71,10 +67,8 @@ make_recorders() {
     tee "${recorders[@]}" >/dev/null <<'RECORDER'
 #!/bin/sh
 set -- "${0##*/}" "$@"
-(IFS='	' && printf '%s\n' "$*") >>/run/sandbox/calls
-status=0
-[ ! -f "/run/sandbox/status.$1" ] || read -r status <"/run/sandbox/status.$1"
-exit "$status"
+IFS='	'
+printf '%s\n' "$*" >>/run/sandbox/calls
 RECORDER
     chmod 755 "${recorders[@]}"
 }
@@ -114,8 +108,8 @@ set_up() {
     make_recorders
 }
 
-# The first process of the namespace. The command is its child, because the kernel keeps signals
-# without a handler away from the first process itself.
+# The first process of the namespace, from which the kernel keeps signals without a handler away: the
+# command is its child.
 inside() {
     local privileged=$1 project=$2 directory=$3 reason status
     shift 3
@@ -135,10 +129,10 @@ inside() {
     exit
 }
 
-# --- on the machine ---------------------------------------------------------
+# --- on the machine ---
 
-# unshare does not heed these signals, so its child is killed instead: unshare returns when that and
-# with it everything in the namespace is dead.
+# unshare does not heed these signals, and returns when its child, and with it everything in the
+# namespace, is dead.
 # shellcheck disable=SC2317 # called by the trap
 stop() {
     local first=''
@@ -157,10 +151,8 @@ outside() {
     reason=$("${launcher[@]}" true 2>&1) || unavailable "${reason##*$'\n'}"
     script=$(realpath "${BASH_SOURCE[0]}")
 
-    # In the background, as the shell would heed signals only after a command in the foreground; but
-    # with the input and the signals of the foreground. If this shell is killed, the death signal
-    # takes the sandbox along. The errors take a detour, as unshare complains when its child was
-    # killed.
+    # The shell heeds signals beside a command in the background alone. If it is killed, the death
+    # signal takes the sandbox along. The errors take a detour around unshare's own of a killed child.
     "${launcher[@]}" "$BASH" "$script" --inside "$privileged" "${script%/*/*}" "$(pwd -P)" "$@" \
         <&0 9>&2 2>/dev/null &
     child=$!
