@@ -62,13 +62,6 @@ std::string shown(const std::string &text)
     return out;
 }
 
-static std::string block_text()
-{
-    return block == nullptr ? ""
-                            : format("block %d %d %d %d %d", block->file_nums, block->cur_nums,
-                                     block->result, block->cur_percent, block->failed_nums);
-}
-
 static bool fails(const std::string &line)
 {
     return std::any_of(rec.failing.begin(), rec.failing.end(),
@@ -86,8 +79,12 @@ static bool add(const std::string &line)
 {
     static std::string last_block;
     static int last_polls = 0;
-    if (block_text() != last_block)
-        rec.lines.push_back(last_block = block_text());
+    if (block != nullptr) {
+        const std::string now = format("block %d %d %d %d %d", block->file_nums, block->cur_nums,
+                                       block->result, block->cur_percent, block->failed_nums);
+        if (now != last_block)
+            rec.lines.push_back(last_block = now);
+    }
     if (rec.polls != last_polls && rec.polls != 0)
         rec.lines.push_back("polls " + std::to_string(rec.polls));
     last_polls = rec.polls;

@@ -11,7 +11,7 @@
 #include <vector>
 
 struct recording {
-    std::vector<std::string> lines;   // in order, each with its kind ahead
+    std::vector<std::string> lines;   // in order
     std::string prefix;               // of the last trace line, without process and source line
     std::function<void()> on_line;    // called with each line
     std::vector<std::string> failing; // lines that begin so are of calls that fail

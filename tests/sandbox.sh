@@ -5,7 +5,7 @@
 set -uo pipefail
 shopt -s nullglob
 
-# Without a choice, the programs of the release build are on the path.
+# By default the programs of the release build are on the path.
 build=$(realpath -m "$(dirname "${BASH_SOURCE[0]}")/../build/release")
 printf -v programs ":$build/%s" update/img_deploy platform companions/{img_info,upgd_service}
 caller_path=${SANDBOX_PATH-${programs#:}}

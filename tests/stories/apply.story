@@ -1,4 +1,4 @@
-# Catches: a wrong line, command, wait, block or order of a run; a wrong refusal.
+# Catches: a wrong line, command, block, order or refusal of a run.
 == a run in all its lines (show log, trace, run, wait, block, -trace print_image_hdr)
 apply nand/a 200 ABC "nand/d/l;../a" 4 "" nand/e 1 ""  --> trace: in fun do_update  ! \n | log:  start
     trace get_upgrade_info: upgrade_info_t-4 size is 16Bytes \n | log attach_shm:   start. | block 0 0 0 0 0
@@ -37,9 +37,8 @@ fail shmat ;; image u.img -- ;; do_update u.img 1 /b ;; free_upgrade_info ;; fre
 show none ;; $ ipcrm -M 0x600001 ;; block 15 ;; fail ;; do_update u.img 1 /b ;; $ awk '/6291457/ { print $4 }'
   /proc/sysvipc/shm  --> = -10 | 15
 == refusals never touch the directory (show update_header error, update error, wait, reboot, log:  end, block)
-image u.img -- a 0 x ;; image magic magic=0x66190527 --
-$ head -c 487 u.img >short; head -c 495 u.img >less; { cat u.img; echo; } >more; mkfifo pipe; mkdir dir; cp u.img huge;
-  truncate -s 4294967792 huge
+image u.img -- a 0 x ;; image magic magic=0x66190527 -- ;; $ head -c 487 u.img >short; head -c 495 u.img >less; { cat
+  u.img; echo; } >more; mkfifo pipe; mkdir dir; cp u.img huge; truncate -s 4294967792 huge
 do_update short 1 /b  --> block 0 0 0 0 0 | block 0 0 -1 0 0 | log: fread update_header error.
     trace: fread update_header error.\n | block 0 0 2 0 0 | trace: result = 2, update error !! \n
     log:  result = 2, update error !! | wait 20000 us | log:  mode = 1; reboot ! | wait 6 s | run reboot -f

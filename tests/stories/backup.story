@@ -1,7 +1,6 @@
-# Catches: a wrong size, limit, step or command of a backup; what it saves, brings back and leaves.
-$ sysconfig set device_name unit7; mkdir -p /mnt/u
-output "du -sk" "50\n" ;; output "/bin/date" "2026\n" ;; output " df |grep /d" "100050\n" ;; output " df |grep /m"
-  "100050\n"
+# Catches: a wrong size, limit, step, command or content of a backup.
+$ sysconfig set device_name unit7; mkdir -p /mnt/u ;; output "du -sk" "50\n" ;; output "/bin/date" "2026\n" ;;
+  output " df |grep /d" "100050\n" ;; output " df |grep /m" "100050\n"
 == a backup in all its lines, and its way back (show log:, run, read, fsync)
 $ cd /usr; mkdir -p qrx310/etc/vsp/deep qrx310/etc/mcucored qrx310/etc/sysconf; cd qrx310/etc; printf l
   >vsp/deep/layout; printf c >mcucored/conf; ln -s conf mcucored/link; printf p >sysconf/qrxpara; printf o >other

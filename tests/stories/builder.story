@@ -1,4 +1,4 @@
-# Catches: a wrong byte of an image; an item stored, typed, named or left out by mistake.
+# Catches: a wrong byte; an item stored, typed, named or left out by mistake.
 == all bytes; counts begin anew; texts are cut (show log crc32_img_body)
 $ mkdir -p nand; printf ABC >nand/a ;; do_create ./nand 2 i ;; bytes i  --> log crc32_img_body:  start | :  mmap
     :  linuxcrc32 | :  munmap | :  end | = 0
@@ -14,7 +14,7 @@ do_create ./nand 1 i - V2  --> = 0
 $ grep -E '^[0-9a-f]{6}  ' "$STORIES"/../../docs/image_format.md | cut -c1-56 | while read at bytes; do [ "$(od -An -tx1
   -j0x$at -N$(echo $bytes | wc -w) i | xargs)" = "$bytes" ] && echo as shown || echo not $at $bytes; done | uniq -c
          11 as shown
-== types by name and directory; the top directory has no name (show out)
+== types by name and directory (show out)
 $ mkdir -p nand/vorn-kernel/s nand/x/vorn-uboot nand/.h; cd nand; for f in vorn-kernel/zImage vorn-kernel/s/zImage
   x/vorn-uboot/u x/vorn-uboot/App_VPUCard.bin golden_vpu.bin .h/Golden_Vpu.bin vorn-kernel/zz; do printf x >$f; done
 do_create ./nand 2 i ;; entries i  --> = 0 | = 7 in 5 of nand | nand/.h/Golden_Vpu.bin 30 x
@@ -39,9 +39,9 @@ xreadlink none ;; for 79 80 81 160 161 => $ ln -s t{@} l@ ;; xreadlink l@  --> =
     = "t{81}" | = "t{160}" | = "t{161}"
 == names for every kind of top directory
 $ mkdir -p nand/bin; cd nand; printf x >bin/x; ln -s bin/x .l
-for nand nand// ./nand/ /w/nand ../w/nand => do_create @ 2 i ;; entries i  --> = 0 | = 2 in 1 of nand | .l;bin/x 4 
+for nand nand// ./nand/ ../w/nand => do_create @ 2 i ;; entries i  --> = 0 | = 2 in 1 of nand | .l;bin/x 4 
     bin/x 0 x | = 0 | = 2 in 1 of nand | /.l;bin/x 4  | /bin/x 0 x | = 0 | = 2 in 1 of nand | nand/.l;bin/x 4 
-    nand/bin/x 0 x | = 0 | = 2 in 1 of nand | w/nand/.l;bin/x 4  | w/nand/bin/x 0 x {2}
+    nand/bin/x 0 x | = 0 | = 2 in 1 of nand | w/nand/.l;bin/x 4  | w/nand/bin/x 0 x
 $ rm i; mv nand/* nand/.l .; printf z >'bin/y;z'; ln -s 'bin/y;z' .m ;; do_create . 3 /i /to ;; entries /i  --> = 0
     = 4 in 2 of . | .l;bin/x 4  | .m;bin/y;z 4  | bin/x 0 x | bin/y;z 0 z
 == an entry by itself

@@ -1,6 +1,6 @@
-# Catches: a request, step, code, share or time of another card; a wrong order, wait, byte or command.
+# Catches: another card's request, code or share; a wrong order, wait or byte.
 usb 1
-== each firmware alone: no answer; a failure at half the time (show event, request, polls, no mcu fpga)
+== each firmware alone (show event, request, polls, no mcu fpga)
 update_all_UserFile  --> trace: no mcu fpga\n | = 0 and 950
 for 25 28 26 29 27 30 22 23 24 => empty_UserFile_patch ;; save_UserFile_patch @ /f ;; update_all_UserFile  --> = 0
     event 3/0/50 | request 25/2/0x100/0 /f | polls 6000 | event 3/11/950 | = -1 and 950 | = 0 | event 4/0/50
@@ -14,7 +14,7 @@ for 25 28 26 29 27 30 22 23 24 => empty_UserFile_patch ;; save_UserFile_patch @ 
     event 11/16/950 | = -1 and 950
 show event ;; empty_UserFile_patch ;; save_UserFile_patch 27 /f ;; answer 27 -2 6000 ;; update_all_UserFile  --> = 0
     event 9/0/50 | event 9/15/500 | = -1 and 500
-== a good answer at the last poll, behind another (show polls, trace: update)
+== a good answer at the last poll (show polls, trace: update)
 save_UserFile_patch 25 /f{1021} ;; answer 25 1 1 ;; answer 25 0 6000 ;; update_all_UserFile  --> = 0
     trace: update /f{1021}\n | polls 1 | polls 6000 | trace: update /f{1021} ok\n | = 0 and 950
 empty_UserFile_patch ;; save_UserFile_patch 22 /f ;; fail request ;; update_all_UserFile  --> = 0 | = -7 and 50
@@ -30,12 +30,11 @@ at event 3 => usb 0 ;; update_all_UserFile  --> event 3/0/50 | event 3/3/500 | t
     = -1 and 500
 set_update_card_result 25 1 ;; answer 25 0 9 ;; usb 1 ;; at event 3 => usb 0 ;; update_all_UserFile ;; usb 1
     event 3/0/50 | event 3/3/500 | trace: UPGD_ERROR_NODISK\n | = -1 and 500
-== the table (show get a user file, file type, file name, set card)
-save_UserFile_patch 28 /a ;; show set card  --> trace:     get a user file \n | :     file type is 28 \n
+== the table (show get a user file, file type, file name)
+save_UserFile_patch 28 /a ;; show none  --> trace:     get a user file \n | :     file type is 28 \n
     :     file name is /a \n | = 0
 for "28 /b{1022}" "28 /b{1023}" "0 /x" "31 /x" "-1 /x" => save_UserFile_patch @  --> = 0 | = -1 {4}
-for "24 0" "99 7" => set_update_card_result @  --> trace: set card(24) update result : 0\n
-    trace: set card(99) update result : 7\n
+for "24 0" "99 7" => set_update_card_result @
 for 24 99 28 => get_update_card_result @  --> = 0 | = -1 {2}
 show request ;; update_all_UserFile ;; empty_UserFile_patch ;; get_update_card_result 24 ;; update_all_UserFile
     request 28/2/0x1ff/0 /b{1022} | = -1 and 950 | = -1 | = 0 and 950

@@ -1,8 +1,8 @@
-# Catches: an image without its body, or with another one; temporary files that stay.
+# Catches: an image without its body; temporary files that stay.
 $ head -c 488 /dev/urandom >head; head -c 1000000 /dev/urandom >body; cat head body >whole
 $ printf '#!/bin/sh\np=${0##*/}; if [ -f /w/$p ]; then . /w/$p; else exec /bin/$p "$@"; fi' | tee /usr/local/sbin/gzip
   >/usr/local/sbin/gunzip; chmod +x /usr/local/sbin/g*zip
-== there and back, over leftovers (show log, trace, run, fsync, out, err)
+== there and back, over leftovers (show log, trace, run, fsync, out)
 $ echo 'for f; do :; done; stat -c %a "$f"; exec /bin/gzip "$@"' >gzip
 $ { cat head; printf body; } >i; cat whole whole >/tmp/tmppfile; echo left >/tmp/tmppfile.gz ;; gzip_dirs_and_files i 4
     run rm /tmp/tmppfile.gz -rf | run gzip /tmp/tmppfile | trace combine_file:  tmp_len = 33,

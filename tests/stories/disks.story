@@ -1,5 +1,5 @@
-# Catches: a disk, label or file shown, left out or cut by mistake; a wrong command, line or byte.
-== an inventory with the real tools, and its messages (show log:, read, out found, -crc)
+# Catches: a disk or file shown or left out by mistake; a wrong line or byte.
+== an inventory and its messages (show log:, read, out found)
 $ for d in sda1 sdc1; do mkdir -p /mnt/$d; mount -t tmpfs tmpfs /mnt/$d; done; printf '8 %s 1 2\n' '1 sda' '2 sda1'
   >stats; mount --bind stats /proc/diskstats
 $ mkdir -p /dev/disk/by-label; ln -s ../../sda1 /dev/disk/by-label/ADD
@@ -38,8 +38,7 @@ $ rm /run/mailbox/010a3900 ;; fail "read /bin/mount" ;; sendmsg_udisk_all_info ;
   sendmsg_udisk_all_info  --> log Simdc_sess_id: Session ID get:0x0 TID:0x10a3900 (-2)
     log: Simdc_sess_id(0x10a3900) failed... | = -1 | = 0
 == candidates and limits (show itself: </u/a, no room, empaty, label is null)
-$ mkdir -p /u/sub /u/bin /u/123456789012 /u/1234567890123 "/u/a;b" /u/e1 /u/e2
-output /bin/mount
+$ mkdir -p /u/sub /u/bin /u/123456789012 /u/1234567890123 "/u/a;b" /u/e1 /u/e2 ;; output /bin/mount
   "/u/gone\n/\n/u/sub\n/u/a;b\n/no/where\nsda1\n/u/1234567890123\n/u/123456789012\n/u/bin\n/u/e1\n/u/e2\n"
 output /bin/cat "sub\nwhere\n123456789012\n1234567890123\nbin\ne1\na;b\ne2\nsda1\n"
 output "ls -l /dev/disk/by-label/ |grep sub" "\n" ;; output "ls -l /dev/disk/by-label/ |grep e1" "ADD{50}\nsecond\n"

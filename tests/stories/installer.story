@@ -1,4 +1,4 @@
-# Catches: a wrong command, line, name or length of the installer; a wrong end of the search.
+# Catches: a wrong command, line or length; a wrong end of the search.
 == boot loader, to the longest path of its command (show log, trace, run)
 $ mkdir b; touch b/u b/u{101} b/u{102} ;; for b/u b/none => update_LinuxFile 7 @
     trace:  ---------------------update uboot------------------\n | :  cmdstr=dd if=b/u of=/dev/mmcblk0p1 \n
@@ -26,7 +26,7 @@ fail ;; show run, error. ;; for zImage.d/f{97} zImage.d/f{98} k/my-extlinux.conf
 for 0 1 4 6 255 => update_LinuxFile @ k/zImage  --> = 0 and 5 {5}
 fail "run /bin/cp" ;; update_LinuxFile 5 k/zImage ;; $ ls -m /mntker  --> run /bin/cp k/zImage /mntker/ -rf
     log: /bin/cp k/zImage /mntker/ error. \n | = -14 and 6 | f{97}, | my-extlinux.conf.old, rk3288-tyx.dtb, zImage
-== whatever is mounted is used as it stands (show mounted already, success., run /bin)
+== whatever is mounted is used (show mounted already, success., run /bin)
 $ mkdir k; touch k/zImage k/readme ;; at run /bin/mount => $ mount -t tmpfs tmpfs /mntker
 for k/readme k/zImage => update_LinuxFile 5 @  --> run /bin/mount /dev/mmcblk0p6 /mntker/
     trace:  /bin/mount /dev/mmcblk1p6 /mntker/ success.\n | = 0 and 0 | trace:  /mntker is mounted already.\n

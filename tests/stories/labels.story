@@ -1,4 +1,4 @@
-# Catches: a label that is not decoded, or is by mistake, or is cut within a character.
+# Catches: a label decoded or cut by mistake.
 == labels (show out)
 get_udisk_real_name "\\x41\xB0"  --> = 1 0 "A" | out check_is_gbk:5 | out 5c 78 34 31 b0 ~~
     out --get_udisk_real_name:\\x41\xB0 | out 1 hex_temp[0]=41 | out 2 hex_temp[1]=b0 | out 2 hex_temp[2]=00

@@ -1,4 +1,4 @@
-# Catches: a wrong line, event, code or order of a service run; a failure that goes on.
+# Catches: a wrong line, event, code or order; a failure that goes on.
 usb 1
 == a run in its own lines (show log: (num-0), log:  start, log:  end, run /bin/sync, run sysconfig, run reboot, wait,
   event, request, in fun, UPGD_SUCCESS, umount kernel, unpress, update user file, trace: end)
@@ -37,9 +37,9 @@ for end good none => usb 0 ;; do_update_upgrade @ 2 /b ;; percent  --> event 2/0
     trace: UPGD_ERROR_NODISK\n | = -1 | = 0 {2} | event 2/0/0 | = 0 | = 1000
 usb 1 ;; $ rm -rf /b ;; at (num-0) => usb 0 ;; do_update_upgrade good 2 /b  --> event 2/0/0 | event 2/3/0
     trace: UPGD_ERROR_NODISK\n | run /bin/sync; /bin/umount /mntker/ | = -1
-== the entry points (show log:, wait, event, run reboot, -<do_update>)
+== the entry points (show log:, wait, event, run reboot)
 image u.img -- a 0 x ;; $ echo >short ;; do_update_upgd missing /b ;; usb 0 ;; show event, null ;;
-  do_update_upgd - /b ;; usb 1 ;; show log:, event, wait, -<do_update>  --> log: start
+  do_update_upgd - /b ;; usb 1 ;; show log:, event, wait  --> log: start
     : 'missing' can't open. please check path. | wait 2 s | event 0/4/0 | log: end | = -1
     : '(null)' can't open. please check path. | event 0/3/0 | = -1
 for missing u.img => do_update_backup @ /b  --> log: start | : 'missing' can't open. please check path. | : end

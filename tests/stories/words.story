@@ -1,8 +1,7 @@
-# Catches: a step beside a text; a wrong form of trace lines, header report or flag file.
+# Catches: a step beside a text; a wrong form of a line or file.
 == paths (show trace, run)
 for "/opt/ a" "/opt /a" "/ //a" "- a" "/a x{1020}" "/a x{1021}" => concat_path_file @  --> = "/opt/a" {2}
     = "/a" {2} | = "/a/x{1020}" | = ""
-concat_path_file "" a ;; concat_path_file a ""  --> = "/a" | = "a/"
 for a/b// ab /x /// "" . a/.b - => get_dirname "@" ;; dirname "@"  --> = "b" | = "a/b/" | = "ab" | = "ab" | = "x"
     = "" | = "" | = "//" | = "" | = "" | = "." | = "." | = ".b" | = "a" | = null | = null
 for "a;b/l;../x" ab - => cut_link_filename "@"  --> = "a;b/l" | = "ab" | = null
@@ -19,7 +18,7 @@ clock 1780531200 ;; set_update_card_result 1 0 ;; set_update_card_result 2 0
     trace: set card(1) update result : 0\n | open /var/log/upgd_log1.txt w+ | trace: set card(2) update result : 0\n
 clock 1780617600 ;; set_update_card_result 3 0 ;; fail open ;; set_update_card_result 4 0 ;; set_update_card_result 5 0
     trace: set card(3) update result : 0\n | open /var/log/upgd_log0.txt w+ | open /var/log/upgd_log0.txt w+
-== the header report; fields without an end (show Firmware Version, Update Dir, -trace)
+== the header report (show Firmware Version, Update Dir, -trace)
 image i version=v{64} dir=u{64} -- ;; print_image_hdr i  --> log:    Firmware Version : v{64}
     :    Update Dir       : u{64}
 show Update Place, Image Type, -trace
