@@ -36,6 +36,9 @@ static const std::string REPORT = "/run/sandbox/report",
 // Between a command and its results on the same line, and between the lines of a command.
 static const std::string ARROW = "  --> ", MORE = "\n  ";
 
+// Ahead of the values of a `for` at the end of a result, which only a difference shows.
+static const char VALUE = '\1';
+
 // The root of a part: the mounts of the sandbox's, partitions of its own, and else nothing. What it
 // changes in the mounts goes ahead of it.
 static const std::string MAKE_ROOT = R"(set -e
@@ -226,10 +229,11 @@ static void repeat(const std::string &values, const std::string &commands)
             perform(command);
         }
         count = result == before ? count + 1 : 1;
-        if (count == 1)
-            all.insert(all.end(), result.begin(), result.end());
-        else if (!result.empty())
-            all.back() = result.back() + " {" + std::to_string(count) + "}";
+        for (const std::string &line : result)
+            if (count == 1)
+                all.push_back(line + VALUE + shown(value));
+        if (count > 1 && !result.empty())
+            all.back() = result.back() + " {" + std::to_string(count) + "}" + VALUE + shown(value);
         before = result;
     }
     result = all;
@@ -337,6 +341,23 @@ static std::string filled(const std::string &text)
     return out + line + "\n";
 }
 
+// Shows where `got`, whose lines have their values, is not what was expected.
+static int show_difference(const std::string &expected, const std::string &plain, const lines &got)
+{
+    std::ofstream("/tmp/expected") << expected;
+    std::ofstream("/tmp/got") << plain;
+    FILE *const stream = popen("diff -U 4 -F '^== ' /tmp/expected /tmp/got", "r");
+    char text[9000];
+    for (size_t at = 0; fgets(text, sizeof text, stream) != nullptr;) {
+        std::string line = text;
+        if (sscanf(text, "@@ %*s +%zu", &at) != 1 && at > 0 && text[0] != '-')
+            if (const size_t end = got.at(at++ - 1).find(VALUE); end != line.npos)
+                line.insert(1, "[" + got[at - 2].substr(end + 1) + "]");
+        fputs(line.c_str(), stdout);
+    }
+    return WEXITSTATUS(pclose(stream));
+}
+
 int main(int argc, char **argv)
 {
     setenv("TZ", "UTC", 1);
@@ -359,9 +380,10 @@ int main(int argc, char **argv)
         const std::string text = play(*part);
         got += got.empty() ? text : text.substr(std::min(text.find("\n== "), text.size()));
     }
+    const std::string plain = std::regex_replace(got, std::regex("\1[^\n]*"), "");
     if (argc > 2)
-        return fputs(filled(got).c_str(), stdout) < 0 ? 1 : 0;
-    std::ofstream("/tmp/expected") << spread(story);
-    std::ofstream("/tmp/got") << spread(got + "\n");
-    return parts.size() > 1 ? WEXITSTATUS(system("diff -U 4 -F '^== ' /tmp/expected /tmp/got")) : 1;
+        return fputs(filled(plain).c_str(), stdout) < 0 ? 1 : 0;
+    const int differs =
+        show_difference(spread(story), spread(plain + "\n"), split(spread(got), "\n"));
+    return parts.size() > 1 ? differs : 1;
 }
