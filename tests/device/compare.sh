@@ -39,7 +39,7 @@ await 'the end of its mount' is_let_go
 begin_look
 cp /var/log/upgd_log0.txt before
 img_deploy -u u.img -m 2 >/dev/null 2>&1 &
-sleep 0.3
+sleep 1.5 # longer than a run waits for another one
 expect 'a run beside a look' '' "$(cmp before /var/log/upgd_log0.txt)"
 rm hold
 wait $!

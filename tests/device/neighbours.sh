@@ -25,11 +25,14 @@ for i in {0..3}; do
     $first >first_out 2>&1 &
     pid=$!
     await "the command of $first" test -e held
+    # Beside its streams it gets the lock alone; the shell has its own script open.
+    expect "what the command of $first inherits" /run/img_deploy.lock "$(sed -n 's,.* -> \(/.*\),\1,p' held |
+        grep -vE '^/dev/null$|/(first_out|held|mkdir|mcu_isp|memfd:commands .*)$')"
     cp /var/log/upgd_log0.txt before
     seconds=()
     for second in "${verbs[@]}"; do
         # shellcheck disable=SC2086 # each word is an argument
-        (said=$(timeout 20 $second 2>&1); echo "$said $?" >"out.${#seconds[@]}") &
+        (said=$(timeout 20 $second 2>&1 >/dev/null); echo "$said $?" >"out.${#seconds[@]}") &
         seconds+=($!)
     done
     wait "${seconds[@]}"
@@ -39,6 +42,8 @@ for i in {0..3}; do
     expect_line out 'bound to fail   /dev/mmcblk0p6: an update is at work: look again when it has ended'
     run upgd_service status
     expect_line out "at work         ${at_work[i % 2]}"
+    [[ $SANDBOX_PRIVILEGED != 1 ]] || run setpriv --reuid 1 --clear-groups upgd_service status
+    expect "what somebody else sees of $first" 0 "$(grep -c 'at work  *none' out)"
     rm hold
     wait $pid
     expect "the end of $first" 0 $?
@@ -56,6 +61,16 @@ for place in 'ln -s /run/elsewhere' mkdir; do
 done
 expect 'what the link leads to' '' "$(ls /run/elsewhere 2>/dev/null)"
 rmdir /run/img_deploy.lock
+
+# What a command of a run has left in the background keeps no lock, and a look is no run to anybody.
+# shellcheck disable=SC2016 # the script's own variable
+replace_command /bin/sync 'sleep 60 >/dev/null 2>&1 & exec "$0.real"'
+img_deploy -u update.img -m 2 >/dev/null 2>&1
+expect 'the lock behind a run' 0 "$(flock -n /run/img_deploy.lock true; echo $?)"
+restore_command /bin/sync
+[[ $SANDBOX_PRIVILEGED != 1 ]] ||
+    run flock -s /run/img_deploy.lock setpriv --reuid 1 --clear-groups upgd_service status
+expect 'a look that somebody else sees' 0 "$(grep -c 'at work  *img_deploy' out)"
 
 # A parent that does not want to know of its children's ends.
 (trap '' CHLD; img_deploy -u update.img -m 2 >out 2>&1)

@@ -63,6 +63,9 @@ $ stat -c %s full/i; od -An -tx1 -j12 -N4 full/i; truncate -s 2147483159 nand/f 
 do_create ./nand 2 i ;; $ stat -c %s i; umount full; rm nand/f
     trace write_file: image is incomplete at `./nand/f': File too large\n | = -1 "File too large" | 488
 fail "close /w/i" ;; do_create ./nand 2 i ;; fail  --> = -1 "Input/output error"
+fail "close /w/nand/f" ;; $ echo x >nand/f ;; do_create ./nand 2 i ;; fail
+    trace write_file: unable to close `./nand/f'\n | : image is incomplete at `./nand/f': Input/output error\n
+    = -1 "Input/output error"
 at map => $ truncate -s 1 nand/f ;; $ echo longer >nand/f ;; do_create ./nand 2 i
     trace write_file: image is incomplete at `./nand/f': Input/output error\n | = -1 "Input/output error"
 for l{1023} l{1024} => write_file i 4 nand/f @  --> = 0 | = -1

@@ -37,14 +37,16 @@ show failed, Simdc_sess_send: -1, get:0x0 ;; fail "send 010a3900" ;; sendmsg_udi
 $ rm /run/mailbox/010a3900 ;; fail "read /bin/mount" ;; sendmsg_udisk_all_info ;; show none ;; fail ;;
   sendmsg_udisk_all_info  --> log Simdc_sess_id: Session ID get:0x0 TID:0x10a3900 (-2)
     log: Simdc_sess_id(0x10a3900) failed... | = -1 | = 0
-== candidates and limits (show itself: </u/a, no room, empaty, label is null)
-$ mkdir -p /u/sub /u/bin /u/123456789012 /u/1234567890123 "/u/a;b" /u/e1 /u/e2 ;; output /bin/mount
-  "/u/gone\n/\n/u/sub\n/u/a;b\n/no/where\nsda1\n/u/1234567890123\n/u/123456789012\n/u/bin\n/u/e1\n/u/e2\n"
-output /bin/cat "sub\nwhere\n123456789012\n1234567890123\nbin\ne1\na;b\ne2\nsda1\n"
+== candidates and limits (show itself, no room, empaty, label is null)
+$ mkdir -p /u/sub /u/bin /u/123456789012 /u/1234567890123 "/u/a;b" /u/-n /u/e1 /u/e2 ;; output /bin/mount
+  "/u/gone\n/\n/u/sub\n/u/a;b\n/u/-n\n/no/where\nsda1\n/u/1234567890123\n/u/123456789012\n/u/bin\n/u/e1\n/u/e2\n"
+output /bin/cat "sub\nwhere\n-n\n123456789012\n1234567890123\nbin\ne1\na;b\ne2\nsda1\n"
 output "ls -l /dev/disk/by-label/ |grep sub" "\n" ;; output "ls -l /dev/disk/by-label/ |grep e1" "ADD{50}\nsecond\n"
 output "/usr/bin/find /u/sub -maxdepth 1 -name '*.img'" "/a.img\n/b{70}.img\nx\n\n/3\n/4\n/5\n/6\n/7\n/8\n/9\n"
 get_udisk_all_info  --> log: get udisk_label empaty. | : </u/sub>: no room for /8 | : </u/sub>: no room for /9
     : passed over, mount path of more than 15 characters or with one that a shell takes for itself: </u/a;b>
+    : passed over, mount path of more than 15 characters or with one that a shell takes for itself: </u/-n>
+    : passed over, mount path of more than 15 characters or with one that a shell takes for itself: </u/1234567890123>
     : get udisk label is null, use UsbDisk instead. | : get udisk label is null, use UsbDisk instead.
     : no room for /u/e2 | = 0 and 4 | /u/sub <UNKNOWNNAME> 8 /a.img /b{61} bbbbbbbbb.img /3 /4 /5 /6 /7 0 0
     /u/123456789012 <UsbDisk1> 0 0 0 | /u/bin <UsbDisk2> 0 0 0 | /u/e1 <AD{30}> 0 0 0

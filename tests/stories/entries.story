@@ -62,10 +62,11 @@ apply d 1 "" "in;d" 4 "" in/x 0 x "in;../w" 4 "" in/y 0 y ;; tree /b ;; $ ls  --
 $ mkdir /own /b; ln -s /own /b/nand; ln -s ../own /b/too
 apply nand/x 0 x "l;nand" 4 "" too/n/y 0 y ;; tree /b ;; tree /own ;; do_update u.img 2 b ;; $ find b -type f | sort
     = 0 | l -> nand | nand -> /own | too -> ../own | n/y = y | x = x | = 0 | b/b/l | b/b/nand/x | b/b/too/n/y
-$ rm -r /b /own/*; mkdir /b; ln -s /own /b/nand; ln -s slot /b/cur; ln -s loop /b/loop ;; show none
-for "nand/d/f 0 nand/cur;d 4 nand/cur/g 0" "a 0 b 0 nand/../x 0" "a 0 slot;/w 4 cur/x 0" "l;a 4 b 0 loop/x 0" =>
-  apply @1 @2 "" @3 @4 "" @5 @6 x ;; tree /own  --> = 0 | cur -> d | d/f =\s | d/g = x | = -4 | cur -> d | d/f =\s
-    d/g = x {3}
+$ rm -r /b /own/*; mkdir /b; ln -s /own /b/nand; ln -s slot /b/cur; ln -s /b/slot /b/abs; ln -s loop /b/loop
+show none
+for "nand/d/f 0 nand/cur;d 4 nand/cur/g 0" "a 0 b 0 nand/../x 0" "a 0 slot;/w 4 cur/x 0" "a 0 slot;/w 4 abs/x 0"
+  "l;a 4 b 0 loop/x 0" => apply @1 @2 "" @3 @4 "" @5 @6 x ;; tree /own  --> = 0 | cur -> d | d/f =\s | d/g = x | = -4 | cur -> d | d/f =\s
+    d/g = x {4}
 == what a command has not made (show not)
 for "run /bin/mkdir -p /b/" "run cd" => $ rm -rf /b; mkdir /b ;; fail "@" ;; apply a 0 x "l;a" 4 "" d/b 0 x ;; tree /b
     = -4 | a = x | l -> a | = 0 | a = x | d/b = x | l =\s
@@ -82,10 +83,10 @@ image u.img -- card 22 c u 7 u k/zImage 5 k z 0 z ;; for run_dd "run dd" "run /b
 == all file systems are synced (show log: copy_file, unable to close, begin, syncfs, sync, successful, rsync, run
   /bin/sync)
 $ mkdir -p /b/m /b/n; mount -t tmpfs tmpfs /b/m; mount -t tmpfs tmpfs /b/n
-apply m/a 0 x b 0 x m/c/d 0 x ;; fail syncfs ;; apply ;; fail "close /b/b" ;; apply  --> begin /b/m/a | begin /b/b
-    begin /b/m/c/d | syncfs /b | syncfs /b/m | sync | trace: result = 1, update successful !! \n | run /bin/sync
-    log:  run rsync ok. | = 0 | begin /b/m/a | begin /b/b | begin /b/m/c/d | syncfs /b
-    log: copy_file ----------  /b --------- failed. | = -4 | begin /b/m/a | begin /b/b
+apply m/c/d 0 x b 0 x m/a 0 x ;; fail syncfs ;; apply ;; fail "close /b/b" ;; apply  --> begin /b/m/c/d | begin /b/b
+    begin /b/m/a | syncfs /b | syncfs /b/m/c | sync | trace: result = 1, update successful !! \n | run /bin/sync
+    log:  run rsync ok. | = 0 | begin /b/m/c/d | begin /b/b | begin /b/m/a | syncfs /b
+    log: copy_file ----------  /b --------- failed. | = -4 | begin /b/m/c/d | begin /b/b
     trace copy_file: unable to close `/b/b'\n | log: copy_file ----------  /b/b --------- failed. | = -4
 == output ahead of an entry
 at start creat img => print before ;; at (num-0) => $ cat /run/sandbox/out ;; apply a 0 x  --> before | = 0

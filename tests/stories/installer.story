@@ -51,6 +51,7 @@ $ mkdir -p n/a n/uncounted n/uncounted2 n/z/x; for d in n/u*; do mount -t tmpfs 
 types 1 ;; show listing ;; _find_dir n none ;; $ umount n/u* ;; _find_dir n none  --> listing | listing | listing
     listing | listing | listing | listing | listing | listing | listing | = 1 | listing | listing | = 1
 _find_dir c none ;; show none  --> listing | listing | listing | = 1
+$ mkdir -p v/a v/z/nand v/zz ;; at listing => $ rmdir v/a v/zz ;; _find_dir v nand  --> = 0 "v/z/"
 _find_dir e "" ;; _find_dir "" a  --> = 0 "e/" | = -1
 $ d=t/d{199}/d{199}/d{199}/d{199}/d{199}; mkdir -p $d/a{19}/x $d/b{20}/x t/z/yoke ;; for x yoke => _find_dir t @
     = 0 "t/d{199}/d{199}/d{199}/d{199}/d{199}/aaaaaaaaaaaaaaaaaaa/" | = 0 "t/z/"
@@ -59,6 +60,6 @@ for a{19} b{20} => _find_dir "t/d{199}/d{199}/d{199}/d{199}/d{199}/@" y  --> = 1
 $ mkdir -p /nand/usr /nand/q{64} ;; image u.img place=1 dir=nand -- ;; find_dir u.img ;; find_dir -
     log: update dir is </>. | = 0 "/" | : pheader is Null. | = -1 ""
 show none
-for "2 usr" "2 q{64}" "0 q" "4 q" "5 q" "0x80000000 q" => image u.img place=@1 dir=@2 version=q{64} -- ;; find_dir u.img
-    = 0 "/nand/" {2} | = 0 "" {4}
+for "2 none" "2 usr" "2 q{64}" "0 q" "4 q" "5 q" "0x80000000 q" => image u.img place=@1 dir=@2 version=q{64} -- ;;
+  find_dir u.img  --> = 0 "/nand" | = 0 "/nand/" {2} | = 0 "" {4}
 place2dir 3  --> = "//"
