@@ -25,9 +25,8 @@ for i in {0..3}; do
     $first >first_out 2>&1 &
     pid=$!
     await "the command of $first" test -e held
-    # Beside its streams it gets the lock alone; the shell has its own script open.
-    expect "what the command of $first inherits" /run/img_deploy.lock "$(sed -n 's,.* -> \(/.*\),\1,p' held |
-        grep -vE '^/dev/null$|/(first_out|held|mkdir|mcu_isp|memfd:commands .*)$')"
+    expect "what the command of $first inherits of the run's files" /run/img_deploy.lock \
+        "$(sed 's/.* -> //' held | grep -E '^/(opt|run|var)/|\.(img|ubck|bin)$')"
     cp /var/log/upgd_log0.txt before
     seconds=()
     for second in "${verbs[@]}"; do
