@@ -1,0 +1,57 @@
+#!/bin/sh
+# For companions.story, under the name of a function. The image is u.img.
+# shellcheck disable=SC2046 # results are words of a line
+
+# begin: an image, a device with settings, and a disk on /mnt/sda1.
+begin() {
+    mkdir -p tree/bin tree/etc tree/vorn-uboot
+    echo boot >tree/vorn-uboot/u
+    echo tool >tree/bin/tool
+    echo data >tree/etc/data
+    echo card >tree/App_VPUCard.bin
+    ln -s /bin/sh tree/sh
+    img_deploy -c ./tree -r V7 u.img >/dev/null
+    cd /usr || exit
+    mkdir -p qrx310/etc/vsp qrx310/etc/mcucored qrx310/etc/sysconf /mnt/sda1 /mnt/root
+    echo s | tee qrx310/etc/vsp/s >qrx310/etc/sysconf/qrxpara
+    sysconfig set device_name unit7
+    for name in sda1 root; do
+        mount -t tmpfs -o size=150m /dev/root /mnt/$name
+    done
+}
+
+# call VERB...: tells how it ends, and the first line of its errors.
+call() {
+    upgd_service "$@" >out 2>err
+    echo $? $(sed 's/^upgd_service: //; q' err)
+}
+
+update() { call update --dir to --cards simulate=0 "$@"; }
+
+# replace COMMAND SCRIPT: a shell script stands over it, and the command itself in /w.
+replace() {
+    place=$(command -v "$1")
+    cp "$place" /w
+    printf '#!/bin/sh\n%s\n' "$2" >script
+    chmod +x script
+    mount --bind script "$place"
+}
+
+# backup_by SCRIPT: a backup whose cp(1) is the script.
+backup_by() {
+    replace cp "$1"
+    call backup /mnt/sda1 | sed 's/[^ ]*ubck: //'
+    umount /bin/cp
+}
+
+# alter: a finding of each kind in the directory.
+alter() {
+    rm bin/tool App_VPUCard.bin
+    echo dotu >etc/data
+    echo more | tee -a vorn-uboot/u >etc/more
+    ln -sfn /bin/su sh
+    mkdir App_VPUCard.bin et
+    echo more >et/file
+}
+
+"${0##*/}" "$@"
