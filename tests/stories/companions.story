@@ -2,13 +2,12 @@
 # copy that failed without a word; a card's tool that is called in another way.
 $ for f in begin call update replace backup_by alter; do install $STORIES/companions.sh /usr/local/bin/$f; done; begin
 == calls that are none, and streams (show none)
-for "" "frob u.img" update "plan u.img --force" "update --dir= u.img" "restore u.img / x" "update u.img --cards=fail=21"
-  "flash 31 f" => $ call @; sed -n '2s/ \[.*//p' err  --> 2 a verb is missing | 2 'frob' is no verb
-    2 update: too few words | Usage: upgd_service update IMAGE | 2 plan: unrecognized option '--force'
-    Usage: upgd_service plan IMAGE | 2 update: --dir needs a directory | Usage: upgd_service update IMAGE
-    2 restore: 'x' is a word too many | Usage: upgd_service restore FILE
-    2 update: 'fail=21' is no choice for --cards | Usage: upgd_service update IMAGE
-    2 flash: '31' is no type of card file | Usage: upgd_service flash TYPE FILE
+for "" "frob u.img" update "plan u.img --force" "update --dir= u.img" "restore u.img / x" "update u.img
+  --cards=fail=21" => $ call @  --> 2 a verb is missing | 2 'frob' is no verb | 2 update: too few words
+    2 plan: unrecognized option '--force' | 2 update: --dir needs a directory | 2 restore: 'x' is a word too many
+    2 update: 'fail=21' is no choice for --cards
+$ call flash 31 f; sed -n '2p; $p' err  --> 2 flash: '31' is no type of card file
+    Usage: upgd_service flash TYPE FILE [--force] |   30 VPU golden
 for "upgd_service disks" "upgd_service --help" "img_info --version" => $ @ >/dev/full; echo $?; @ >&- 2>&- <&-; echo $?
     upgd_service: standard output: No space left on device | 1 | 0 {2}
     img_info: standard output: No space left on device | 2 | 0

@@ -50,9 +50,8 @@ $ cd /etc/upgd/keys; mv maker.pub maker.old; cp maker.old .maker.pub; cd /w; try
 for "o+w keys" "g+w keys" "g+w keys/other.pub" "g+w ." => $ chmod @1 /etc/upgd/@2; try; chmod go-w /etc/upgd/@2
     1 /etc/upgd/keys: can be written to by others {2} | 1 /etc/upgd/keys/other.pub: can be written to by others
     1 /etc/upgd/keys: can be written to by others
-for "cat other.pub; echo more" "sed 's/$/\r/' other.pub" => $ { @; } >/etc/upgd/keys/next.pub; try
+$ (cat other.pub; echo more) >/etc/upgd/keys/next.pub; try
     1 /etc/upgd/keys/next.pub: is no public key, or is cut short
-    1 /etc/upgd/keys/next.pub: has line ends of another system
 $ ln -sf /w/other.pub /etc/upgd/keys/next.pub; try; rm /etc/upgd/keys/next.pub
     1 /etc/upgd/keys/next.pub: is a link
 $ cp other.pub /etc/upgd/keys/next.pub; try | sed 's/[a-z]*.pub/K/'; rm /etc/upgd/keys/next.pub
@@ -80,8 +79,10 @@ $ mkdir -p /usr/vorn/bin /opt/to/tree/tool; cp /bin/mcu_isp /usr/vorn/bin; sysco
 $ upgd_service update u.img --dir /opt/to --force 2>&1 >out | sed -n 1p; upgd_service disks >out; sysconfig list
     upgd_service: /opt/to/tree/tool: a directory stands there | product=x | fw_version=V1
     fw_floor_pending=V1 V1.10
-$ rmdir /opt/to/tree/tool; upgd_service update u.img --dir /opt/to >out; sysconfig list  --> product=x
-    fw_version=V1.10 | fw_floor_pending= | fw_floor=V1
+$ sysconfig set fw_version V1.10; upgd_service disks >out; sysconfig list  --> product=x | fw_version=V1.10
+    fw_floor_pending= | fw_floor=V1
+$ sysconfig set fw_floor V0; rmdir /opt/to/tree/tool; upgd_service update u.img --dir /opt/to >out; sysconfig
+  get fw_floor  --> V1
 == settings, which need no signature if there is nothing else, and nothing on the way (show none)
 for "vsp/a mcucored/b sysconf/qrxpara/c" vsp/vorn-kernel/zImage sysconf/other => $ pack @; bring_back  --> 0 3
     1 s.ubck.minisig: No such file or directory 0 {2}
