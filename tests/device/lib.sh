@@ -84,9 +84,7 @@ completed() {
 # entries IMAGE: a line for each, as img_info has them.
 entries() { img_info "$1" 2>/dev/null | sed '1,/^$/d'; }
 
-flag() {
-    cat /usr/local/upgdflag 2>/dev/null || echo none
-}
+flag() { cat /usr/local/upgdflag 2>/dev/null || echo none; }
 
 # begin_log: what is sent to the log daemon goes to the file `log`, until $logger is killed.
 begin_log() {
