@@ -17,6 +17,7 @@ for program in "${programs[@]}"; do
     run ls "/usr/bin/$program" "/usr/share/bash-completion/completions/$program" "/usr/share/man/man1/$program.1.gz"
     expect "what is installed of $program" '' "$(<err)"
 done
+expect_line <(dpkg -L img-deploy) /usr/share/man/man5/update-image.5.gz
 run lintian --fail-on error,warning,info -I "${packages[@]}"
 expect 'what lintian says' '0 ' "$status $(cat out)"
 
