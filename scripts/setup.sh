@@ -8,7 +8,7 @@ step='look for packages'
 native=$(dpkg --print-architecture)
 packages=(g++ cmake ninja-build libgtest-dev e2fsprogs util-linux dpkg-dev file pkgconf
     libsodium-dev)
-[[ ${1:-} != --test ]] || packages+=(busybox faketime lintian mandoc minisign python3-jsonschema squashfs-tools)
+[[ ${1:-} != --test ]] || packages+=(busybox faketime lintian minisign python3-jsonschema squashfs-tools)
 [[ ${1:-},$native != --test,amd64 ]] || packages+=(user-mode-linux dmsetup f2fs-tools kmod mtools python3)
 [[ ${1:-} != --lint ]] || packages+=(clang-format clang-tidy cppcheck mandoc shellcheck)
 [[ ${1:-} != --device ]] || packages+=(busybox g++-arm-linux-gnueabihf googletest python3-jsonschema qemu-user {libsodium-dev,libstdc++6}:armhf)
