@@ -68,7 +68,9 @@ restore_command() { mv "$1.real" "$1"; }
 # hold_command PATH: whoever calls it leaves what it has open in the file `held` here, and waits as long as the file `hold` is.
 hold_command() {
     touch hold && rm -f held
-    replace_command "$1" "while [ -e $work/hold ]; do ls -l /proc/\$\$/fd >$work/held; sleep 0.05; done; exec \"\$0.real\" \"\$@\""
+    replace_command "$1" "while [ -e $work/hold ]; do
+        [ -e $work/held ] || { ls -l /proc/\$\$/fd >$work/open; mv $work/open $work/held; }; sleep 0.05
+    done; exec \"\$0.real\" \"\$@\""
 }
 
 # overwrite FILE AT BYTES: puts BYTES, as printf(1) writes them, in the place of others.
