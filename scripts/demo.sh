@@ -194,7 +194,7 @@ show() {
     cd "$scratch"
     unset SANDBOX_PATH
     step='run it in the sandbox'
-    if "$root/tests/sandbox.sh" --check; then
+    if "$root/tests/sandbox.sh" true; then
         "$root/tests/sandbox.sh" "$BASH" "$root/scripts/demo.sh" --in-sandbox
     else
         # The tool keeps its trace log in a fixed place; what stands there is put back.

@@ -5,16 +5,15 @@
 set -uo pipefail
 shopt -s nullglob
 
-# By default the programs of the release build are on the path.
-build=$(realpath -m "$(dirname "${BASH_SOURCE[0]}")/../build/release")
-printf -v programs ":$build/%s" update/img_deploy platform companions/{img_info,upgd_service}
+script=$(realpath "$0")
+project=${script%/*/*}
+printf -v programs ":$project/build/release/%s" update/img_deploy platform companions/{img_info,upgd_service}
 caller_path=${SANDBOX_PATH-${programs#:}}
 export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
 path=({/usr/local,/usr,}/{s,}bin)
 recorders=({/usr/local,/usr,}/{s,}bin/{reboot,killall,mcu_isp,kmd_test} /usr/vorn/bin/{mcu_isp,kmd_test})
 
-# Where the tmpfs is mounted: no project can live there, and the sandbox does not show it.
-root=/proc/fs
+root=/proc/fs # no project can live there, and the sandbox does not show it
 
 # With CI=true nothing may be left out.
 unavailable() {
@@ -22,8 +21,6 @@ unavailable() {
     [[ ${CI:-} != true ]] || exit 1
     exit 77
 }
-
-# --- inside the new namespaces ---
 
 # Shows a directory of the machine, with changes kept apart; unwritable if no overlay can be had.
 show() {
@@ -45,10 +42,10 @@ make_dev() {
     mount -t tmpfs -o mode=755 tmpfs dev
     mkdir dev/pts dev/shm
     cp -a /dev/fd /dev/std{in,out,err} "${nodes[@]/#//dev/}" /dev/loop* dev || :
-    # Sandboxes beside this one may use all of them; the kernel makes more as they are asked for.
-    if ((privileged)); then
-        for node in {0..63}; do [[ -e dev/loop$node ]] || mknod "dev/loop$node" b 7 "$node"; done
-    fi
+    # Sandboxes beside this one may use all; the kernel makes more as they are asked for.
+    for node in {0..63}; do
+        ((!privileged)) || [[ -e dev/loop$node ]] || mknod "dev/loop$node" b 7 "$node"
+    done
     for node in "${nodes[@]}"; do # if nodes cannot be made
         [[ -c dev/$node ]] || { : >"dev/$node" && mount --bind "/dev/$node" "dev/$node"; }
     done
@@ -60,7 +57,7 @@ make_dev() {
     mkfs.ext4 -q -F dev/mmcblk0p6 16M
 }
 
-# Stand-ins that only write down how they were called.
+# Stand-ins that write down how they were called.
 make_recorders() {
     (umask 0 && : >/run/sandbox/calls)
     rm -f "${recorders[@]}" # these can be links to programs that must stay
@@ -108,11 +105,11 @@ set_up() {
     make_recorders
 }
 
-# The first process of the namespace, from which the kernel keeps signals without a handler away: the
-# command is its child.
+# The kernel keeps signals without a handler away from the first process: the command is its child.
 inside() {
-    local privileged=$1 project=$2 directory=$3 reason status
-    shift 3
+    local privileged=$1 directory reason status
+    directory=$(pwd -P)
+    shift
     (($$ == 1)) || unavailable 'not the first process of a namespace'
     exec 2>&9 9>&-
     reason=$(set -e; set_up 2>&1) # in a condition, set -e would be without effect
@@ -129,10 +126,7 @@ inside() {
     exit
 }
 
-# --- on the machine ---
-
-# unshare does not heed these signals, and returns when its child, and with it everything in the
-# namespace, is dead.
+# unshare does not heed signals, but returns when its child is dead, and with it all in the namespace.
 # shellcheck disable=SC2317 # called by the trap
 stop() {
     local first=''
@@ -141,29 +135,19 @@ stop() {
     wait "$child"
 } 2>/dev/null
 
-outside() {
-    local script reason privileged=1
-    local launcher=(setpriv --pdeathsig KILL env "--default-signal=INT,QUIT"
-        unshare --mount --ipc --uts --pid --fork --kill-child --propagation private)
-    # Root of a user namespace is not root enough for the kernel's file systems.
-    [[ $EUID,$(</proc/self/uid_map) =~ ^0,\ *0\ +0\ +4294967295$ ]] ||
-        { privileged=0 && launcher+=(--user --map-root-user); }
-    reason=$("${launcher[@]}" true 2>&1) || unavailable "${reason##*$'\n'}"
-    script=$(realpath "${BASH_SOURCE[0]}")
+[[ ${1:-} != --inside ]] || inside "${@:2}"
+[[ ${1:--} != -* ]] || { echo 'usage: sandbox.sh COMMAND [ARG...]' >&2; exit 2; }
+privileged=1
+launcher=(setpriv --pdeathsig KILL env "--default-signal=INT,QUIT"
+    unshare --mount --ipc --uts --pid --fork --kill-child --propagation private)
+# Root of a user namespace is not root enough for the kernel's file systems.
+[[ $EUID,$(</proc/self/uid_map) =~ ^0,\ *0\ +0\ +4294967295$ ]] ||
+    { privileged=0 && launcher+=(--user --map-root-user); }
+reason=$("${launcher[@]}" true 2>&1) || unavailable "${reason##*$'\n'}"
 
-    # The shell heeds signals beside a command in the background alone. If it is killed, the death
-    # signal takes the sandbox along. The errors take a detour around unshare's own of a killed child.
-    "${launcher[@]}" "$BASH" "$script" --inside "$privileged" "${script%/*/*}" "$(pwd -P)" "$@" \
-        <&0 9>&2 2>/dev/null &
-    child=$!
-    trap stop HUP INT QUIT TERM
-    wait "$child" # a trap ends it with 128 + the signal
-    exit
-}
-
-case ${1:-} in
-    --inside) shift; inside "$@" ;;
-    --check) outside true ;;
-    '' | -*) printf 'usage: sandbox.sh COMMAND [ARG...]\n       sandbox.sh --check\n' >&2; exit 2 ;;
-    *) outside "$@" ;;
-esac
+# The shell heeds signals beside a command in the background alone. If it is killed, the death signal
+# takes the sandbox along. The errors take a detour around unshare's own of a killed child.
+"${launcher[@]}" "$BASH" "$script" --inside $privileged "$@" <&0 9>&2 2>/dev/null &
+child=$!
+trap stop HUP INT QUIT TERM
+wait "$child" # a trap ends it with 128 + the signal
