@@ -51,8 +51,8 @@ std::string shown(const std::string &text)
         std::string one(1, c);
         if (names.count(c) != 0)
             one = names.at(c);
-        else if (static_cast<unsigned char>(c - ' ') > 94)
-            one = format("\\x%02X", static_cast<unsigned char>(c));
+        else if (c < ' ' || c > '~')
+            one = format("\\x%02hhX", c);
         if (count < 30 && !(c == '\0' && count > 3))
             count = 1;
         out += one + (count > 1 ? "{" + std::to_string(count) + "}" : "");
@@ -118,12 +118,12 @@ static std::string message_text(aptid_t task, const std::string &bytes)
 static ssize_t take_trace(void *, const char *data, size_t size)
 {
     const std::string text(data, size);
-    const size_t end = std::min(text.find("]:: "), text.size() - 4);
+    const size_t end = std::min(text.find("]:: "), size - 4);
     const size_t func = text.find_first_not_of(' ', std::min(text.rfind('/', end), end) - 30);
     rec.prefix = text.substr(0, text.find("pid=")) + text.substr(text.find("] ["), end - 6);
     rec.prefix.resize(rec.prefix.rfind('/'));
     add("trace " + text.substr(func, text.find('/', func) - func) + ": " + text.substr(end + 4));
-    return static_cast<ssize_t>(size);
+    return size;
 }
 
 extern "C" {
@@ -145,8 +145,8 @@ int __wrap_aplog_printf(int level, const char *module, const char *func, const c
     va_start(args, text);
     vsnprintf(line, sizeof line, text, args);
     va_end(args);
-    const bool usual_tag = level == 0 && strcmp(module, "imgdeploy") == 0;
-    add((usual_tag ? "log " : "log of another module ") + std::string(func) + ": " + line);
+    const bool usual = level == 0 && strcmp(module, "imgdeploy") == 0;
+    add((usual ? "log " : "log of another module ") + std::string(func) + ": " + line);
     return 0;
 }
 
@@ -261,14 +261,14 @@ void *__wrap_shmat(int id, const void *address, int flags)
 
 int __wrap_gettimeofday(timeval *now, void *)
 {
-    *now = {static_cast<time_t>(rec.time_us / 1000000),
-            static_cast<suseconds_t>(rec.time_us % 1000000)};
+    now->tv_sec = rec.time_us / 1000000;
+    now->tv_usec = rec.time_us % 1000000;
     return 0;
 }
 
 time_t __wrap_time(time_t *)
 {
-    return static_cast<time_t>(rec.time_us / 1000000);
+    return rec.time_us / 1000000;
 }
 
 unsigned int __wrap_sleep(unsigned int seconds)
