@@ -1,17 +1,14 @@
 #!/usr/bin/env bash
 # power_cuts.sh CUTS STATES [SEED]: what a power cut leaves of an update, a backup and a restore.
 #
-# The device is a virtual machine (machine.sh). CUTS runs are cut at a random moment, looked at
-# (look.py), and followed by one that has to end well. Other runs have the writes to their disk
-# logged, and STATES states are made of the logs as a disk with a cache leaves them (states.py). Every
-# second cut and log is of a board whose own `sysconfig` syncs nothing, every second log of one with a
-# neighbour that syncs without end. How a state comes to be stands in docs/architecture.md. With
-# KEEP=DIR logs and disks stay there.
+# CUTS runs of a virtual machine (machine.sh) are cut at a random moment, looked at (look.py), and
+# followed by one that has to end well. STATES states are made of the logged writes of others
+# (states.py). How stands in docs/architecture.md. With KEEP=DIR logs and disks stay there.
 set -uo pipefail
 export PATH=${SANDBOX_PATH:+$SANDBOX_PATH:}$PATH:/usr/local/bin:/usr/sbin:/sbin
 
-# The logged runs: the root partition's file system, how it is mounted, and what is done. What has
-# been written waits for its turn much longer than the names of the files.
+# The logged runs: the root partition's file system, how it is mounted, and what is done. Data waits
+# for its turn much longer than the names of the files.
 logs=(
     'ext4 commit=1 V2,backup,restore'
     'ext4 commit=1 update,backup,restore'
@@ -21,7 +18,7 @@ logs=(
 
 clean_up() {
     local file
-    for file in "$work"{,/*,/*/*}/machine/pid; do
+    for file in {,cuts?/}*/machine/pid; do
         [[ ! -f $file ]] || kill -KILL -- "-$(<"$file")"
     done
     [[ -n ${KEEP:-} ]] || rm -rf "$work"
@@ -33,21 +30,22 @@ skip() {
 }
 
 fault() {
-    printf 'FAILED: %s%s\n' "${BARE:+bare sysconfig, }" "$1" | tee -a "$work/faults"
+    printf 'FAILED: %s%s\n' "${BARE:+bare sysconfig, }" "$1" | tee -a faults
 }
 
-# start DISK JOB [LOG]: its console can be read from $console.
+# start DISK JOB [LOG]
 start() {
-    exec {console}< <(TMPDIR=$work MACHINE=$dir exec "$here/machine.sh" "$@")
+    disk=$1
+    exec {console}< <(exec "$here/machine.sh" "$@")
     machine=$!
-    : >"$dir/console"
+    : >"$disk/console"
 }
 
-# follow TEXT: reads on to a line with the text; fails if the machine ends or is silent for a minute.
+# follow TEXT: to a line with it; fails if the machine ends or is silent for a minute.
 follow() {
     local line
     while IFS= read -r -t 60 -u "$console" line; do
-        printf '%s\n' "$line" >>"$dir/console"
+        printf '%s\n' "$line" >>"$disk/console"
         [[ $line != *"$1"* ]] || return 0
     done
     return 1
@@ -55,23 +53,21 @@ follow() {
 
 # It has made a process group for itself and all that it runs; the last of them may still write.
 cut_power() {
-    local tries
     kill -KILL -- "-$machine"
     wait "$machine"
-    for ((tries = 0; tries < 500; tries++)); do
+    for _ in {1..500}; do
         kill -0 -- "-$machine" || break
         sleep 0.01
     done
     exec {console}<&-
-    rm -rf "$dir/machine"
+    rm -rf "$disk/machine"
 } 2>/dev/null
 
-# run_through WHAT DISK JOB [LOG]: a run of the machine in which each step of the job ends well.
-run_through() {
+# finish WHAT JOB: each step of a job that was started ends well.
+finish() {
     local name
-    start "${@:2}"
-    for name in ${3//,/ }; do
-        follow "machine: $name ended with 0" || { fault "$1: $name: $(tail -n 5 "$dir/console")"; break; }
+    for name in ${2//,/ }; do
+        follow "machine: $name ended with 0" || { fault "$1: $name: $(tail -n 5 "$disk/console")"; break; }
     done
     follow 'machine: off' || fault "$1: the machine did not stop"
     cut_power
@@ -79,48 +75,45 @@ run_through() {
 
 # outlive DISK KIND WHAT JOB: the job that was cut ends well when it is done again.
 outlive() {
-    local dir=$1.dir commas=${4//[!,]/}
-    mkdir "$dir"
-    run_through "the run after $3" "$1" "$4"
-    [[ $FILES != ext4 ]] || look "$2" "$4" $((${#commas} + 1)) "$1" "the run after $3"
-    rm -rf "$dir" "$1"
+    start "$1" "$4"
+    finish "the run after $3" "$4"
+    [[ $FILES != ext4 ]] || look "$2" "$1" "the run after $3" "$4" 9 # all of its steps
+    rm -rf "$1"
 }
 
-# look KIND JOB DONE DISK WHAT
+# look KIND DISK WHAT JOB DONE
 look() {
-    "$here/look.py" "$work" "$1" "$FILES" "${@:2}" || fault "$1: could not be looked at"
+    "$here/look.py" "$1" "$FILES" "${@:2}" | tee -a faults || fault "$1: could not be looked at"
 }
 
-# The trees of both versions, the settings that are saved and those that stand there when they are
-# brought back, and the root directory of the device.
+# The trees of both versions, settings to save and others to bring them back over, and the device's
+# root directory.
 lay_out() {
-    local device=$work/device version i
-    mkdir -p saved changed \
-        "$device"/{etc/{sysconfig,alternatives,upgd/keys},usr/{bin,sbin,lib,lib64,share,local/bin}} \
-        "$device"/{proc,dev,run,tmp,images,srv,opt,var/log,mnt/{sda1,state}} \
-        "$device"/usr/qrx310/etc/{mcucored,vsp,sysconf/qrxpara}
-    ln -s usr/bin usr/sbin usr/lib usr/lib64 "$device"
-    cp "$(command -v img_deploy)" "$(command -v sysconfig)" "$(command -v upgd_service)" \
-        "$device/usr/local/bin"
-    minisign -GW -p "$device/etc/upgd/keys/key.pub" -s key >/dev/null || skip 'no keys can be made'
+    local version i
+    mkdir -p saved changed V{1,2}/tree/{etc,bin,vorn-kernel,vorn-uboot} \
+        device/{proc,dev,run,tmp,images,srv,opt,var/log,mnt/{sda1,state},etc/{sysconfig,alternatives}} \
+        device/usr/{{,local/}bin,sbin,lib,lib64,share,qrx310/etc/{mcucored,vsp,sysconf/qrxpara}} \
+        device/etc/upgd/keys
+    ln -s usr/{bin,sbin,lib,lib64} device
+    cp "$(command -v img_deploy)" "$(command -v sysconfig)" "$(command -v upgd_service)" device/usr/local/bin
+    minisign -GW -p device/etc/upgd/keys/key.pub -s key >/dev/null || skip 'no keys can be made'
     for i in {1..20}; do
         seq "$i" $((i * 700)) >"saved/settings$i"
         seq "$i" $((i * 900)) >"changed/settings$i"
     done
-    cp saved/* "$device/usr/qrx310/etc/vsp"
+    cp saved/* device/usr/qrx310/etc/vsp
     for version in V1 V2; do
-        mkdir -p $version/tree/{etc,bin,vorn-kernel,vorn-uboot}
         for i in {1..150}; do
             printf "$version file $i %*s" $((i * 997 % 9000)) end >"$version/tree/etc/file$i"
         done
         for i in {1..5}; do ln -s "../etc/file$i${version#V}" "$version/tree/bin/link$i"; done
-        echo "$version alone" >"$version/tree/etc/$version"
+        echo "$version alone" >$version/tree/etc/$version
         head -c 3000000 /dev/urandom >$version/tree/etc/data
         head -c 1000000 /dev/urandom >$version/tree/vorn-kernel/zImage
         head -c 500000 /dev/urandom >$version/tree/vorn-uboot/u-boot.bin
     done
-    { printf '%s\n' device_name=board product=board && seq -f 'key%g=value' 100; } >conf
-    { cat conf && printf '%s\n' fw_version=V0 fw_floor=V1; } >"$device/etc/sysconfig/device.conf"
+    printf '%s\n' device_name=board product=board key{1..100}=value >conf
+    printf '%s\n' fw_version=V0 fw_floor=V1 | cat conf - >device/etc/sysconfig/device.conf
     # So slow that the kernel writes its file, but not yet those of file systems that commit later.
     cat >sysconfig <<'TOOL'
 #!/bin/sh
@@ -132,7 +125,7 @@ TOOL
 
 # The disk of a device with V1, saved settings, and others in their place.
 make_disk() {
-    local disk=$work/$FILES
+    local job=buildV1,buildV2,sign,V1,backup,change disk=$FILES
     mkdir "$disk"
     truncate -s 2M "$disk/boot"
     truncate -s 16M "$disk/kernel"
@@ -144,53 +137,53 @@ make_disk() {
     esac >making 2>&1 || fault "no $FILES: $(<making)"
     mke2fs -q -t ext4 -b 4096 -E root_owner=0:0 "$disk/kernel"
     mformat -i "$disk/usb" -T 262144 ::
-    start "$disk" buildV1,buildV2,sign,V1,backup,change
-    follow 'machine: up' || skip "the machine does not start: $(tail -n 1 "$dir/console")"
-    { follow 'machine: change ended with 0' && follow 'machine: off'; } ||
-        { fault "ahead of all cuts: $(tail -n 5 "$dir/console")" && exit 1; }
-    cut_power
+    start "$disk" $job
+    follow 'machine: up' || skip "the machine does not start: $(tail -n 1 "$disk/console")"
+    finish 'ahead of all cuts' $job
+    [[ ! -s faults ]] || exit 1
 }
 
 # cut_runs FIRST: every second cut of all.
 cut_runs() {
-    local cut disk moment job ended pause dir=$work/cuts$1 jobs=(V2 update restore)
+    local cut disk moment job ended pause what dir=cuts$1 jobs=(V2 update restore)
     mkdir "$dir"
     RANDOM=$((seed + $1))
     for ((cut = $1; cut < cuts; cut += 2)); do
         disk=$dir/disk ended=0 job=${jobs[cut % 3]}
-        cp -r --sparse=always "$work/$FILES" "$disk"
-        BARE=$((cut & 2)) BARE=${BARE#0} # both have as many of the slow ones
-        export BARE
+        cp -r --sparse=always "$FILES" "$disk"
+        export BARE=${bare[cut / 2 % 2]} # both have as many of the slow ones
         case $((RANDOM % 4)),$job in
             [01],V2) moment="(num-$((RANDOM % entries)))" ;;
             2,V2) moment=${BARE:+sysconfig: done} moment=${moment:-update successful} ;;
             3,*) moment="$job ended with 0" ended=1 ;;
             *) moment="$job begins" ;;
         esac
+        what="cut $cut, at '$moment'"
         start "$disk" "$job"
-        follow "$moment" || fault "cut $cut: no '$moment': $(tail -n 5 "$dir/console")"
+        follow "$moment" || fault "$what: not seen: $(tail -n 5 "$disk/console")"
         # The service says nothing while it unpacks.
         pause=$((RANDOM % 200)) && [[ $moment != *begins ]] || pause=$((RANDOM % 3000))
-        ((ended)) || sleep "$((pause / 1000)).$(printf %03d $((pause % 1000)))"
-        ! grep -q "$job ended with 0" "$dir/console" || ended=1
+        ((ended)) || sleep "${pause}e-3"
+        ! grep -q "$job ended with 0" "$disk/console" || ended=1
         cut_power
         cp -r --sparse=always "$disk" "$disk.cut"
-        look "cuts of $job" "$job" $ended "$disk.cut" "cut $cut, at '$moment'"
+        look "cuts of $job" "$disk.cut" "$what" "$job" $ended
         rm -rf "$disk.cut"
-        outlive "$disk" "cuts of $job" "cut $cut, at '$moment'" "$job"
+        outlive "$disk" "cuts of $job" "$what" "$job"
     done
 }
 
-# replay KIND JOB COUNT NUMBER: looks at so many states of that logged run.
+# replay KIND JOB COUNT LOG: so many states of a logged run.
 replay() {
-    local first end=$3 state log=$work/log$4
+    local first state log=$4
     rm -rf logged
     cp -r --sparse=always "$FILES" logged
     truncate -s 1G "$log"
-    run_through 'the logged run' logged "$2" "$log"
+    start logged "$2" "$log"
+    finish 'the logged run' "$2"
     for first in 0 1; do
-        "$here/states.py" "$work" "$1" "$FILES" "$2" "$log" "$seed" $first 2 "$end" ||
-            fault "$1: states could not be looked at" &
+        "$here/states.py" "$1" "$FILES" "$2" "$log" "$seed" $first "$3" 2 |
+            tee -a faults || fault "$1: states could not be looked at" &
     done
     wait
     for state in "$log".*00 "$log.0"; do
@@ -198,15 +191,15 @@ replay() {
     done
 }
 
-# tally: how the looks went, by kind; no kind may lack any.
+# tally LOOKS: how they went, by kind; none may lack.
 tally() {
     awk -F '\t' '{ n[$1]++; f[$1] += $2; if ($3 > m[$1] + 0) m[$1] = $3 }
         END { for (k in n) printf "%-48s %6d looks, %d with a false version, %d damaged at most\n",
-            k ":", n[k], f[k], m[k] }' "$work/looks" | sort
-    (($(wc -l <"$work/looks") >= $1)) || fault 'looks are missing'
+            k ":", n[k], f[k], m[k] }' looks | sort
+    (($(wc -l <looks) >= $1)) || fault 'looks are missing'
 }
 
-cuts=${1:-20} states=${2:-300} seed=${3:-$RANDOM}
+cuts=${1:-20} states=$((${2:-300} / ${#logs[@]})) seed=${3:-$RANDOM}
 here=$(dirname "$(realpath "${BASH_SOURCE[0]}")")
 echo "seed $seed"
 for tool in linux.uml dmsetup modprobe mke2fs debugfs mformat sload.f2fs minisign python3 img_info \
@@ -218,8 +211,8 @@ done
 work=${KEEP:-$(mktemp -d)} && mkdir -p "$work" || exit
 trap clean_up EXIT
 cd "$work" || exit
-dir=$work
-export WORK=$work FILES OPTIONS BARE='' BUSY
+export FILES OPTIONS BARE BUSY
+bare=('' bare) busy=('' busy) # the first as often as the second
 : >faults
 lay_out
 entries=$(find V2/tree -type f | wc -l)
@@ -228,17 +221,15 @@ for i in "${!logs[@]}"; do
     BARE='' BUSY=''
     [[ -d $FILES ]] || make_disk
     # All cuts are of the first disk.
-    if ((cuts)); then
+    if ((i == 0 && cuts)); then
         cut_runs 0 &
         cut_runs 1 &
         wait
-        looked=$((2 * cuts)) cuts=0
     fi
-    BARE=$(((seed + i) % 2)) BARE=${BARE#0}
-    BUSY=$((((seed + 1) / 2 + i) % 2)) BUSY=${BUSY#0}
-    replay "$FILES $OPTIONS, $job${BARE:+, bare}${BUSY:+, busy}" "$job" $((states / ${#logs[@]})) "$i"
+    BARE=${bare[(seed + i) % 2]} BUSY=${busy[((seed + 1) / 2 + i) % 2]}
+    replay "$FILES $OPTIONS, $job${BARE:+, bare}${BUSY:+, busy}" "$job" $states "log$i"
     [[ -z ${STOP:-} || ! -s faults ]] || exit 1 # whoever has planted a fault waits for one
 done
-tally $((${looked:-0} + states / ${#logs[@]} * ${#logs[@]}))
+tally $((2 * cuts + states * ${#logs[@]}))
 [[ ! -s faults ]] || exit 1
 echo 'all well'

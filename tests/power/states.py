@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""states.py WORK KIND FILES JOB LOG SEED FIRST STEP END: what a power cut during a logged run of JOB
+"""states.py KIND FILES JOB LOG SEED FIRST END STEP: what a power cut during a logged run of JOB
 may have left on the disk. Looks at the states FIRST, FIRST + STEP, ... below END of the log. Each
 depends on log, seed and number alone; where KEEP is set its disk stays there."""
 import os
@@ -8,6 +8,7 @@ import shutil
 import struct
 import subprocess
 import sys
+from collections import namedtuple
 from pathlib import Path
 
 from look import Looker
@@ -15,6 +16,7 @@ from look import Looker
 SECTOR = 512
 PARTS = ('boot', 'kernel', 'root', 'usb')
 FLUSH, FUA, DISCARD, MARK = 1, 2, 4, 8  # flags of an entry
+Entry = namedtuple('Entry', 'part offset length flags at')  # its data stands there in the log
 
 
 class Log:
@@ -25,25 +27,24 @@ class Log:
         self.file, self.ordered, self.entries, self.flushed = open(path, 'rb'), ordered, [], [0]
         sizes = [(disk / part).stat().st_size // SECTOR for part in PARTS]
         count = struct.unpack('<QQQ', self.file.read(24))[2]
-        at, flushed = SECTOR, 0
+        at = SECTOR
         for i in range(count):
             self.file.seek(at)
-            sector, length, flags, size = struct.unpack('<QQQQ', self.file.read(32))
+            sector, length, flags, _ = struct.unpack('<QQQQ', self.file.read(32))
             part = 0
             while part < 3 and sector >= sizes[part]:
                 sector, part = sector - sizes[part], part + 1
-            at += SECTOR
-            self.entries.append((part, sector * SECTOR, length * SECTOR, flags, at))
-            at += 0 if flags & DISCARD else length * SECTOR
+            length = 0 if flags & DISCARD else length * SECTOR
+            self.entries.append(Entry(part, sector * SECTOR, length, flags, at + SECTOR))
+            at += SECTOR + length
             # A flush is done ahead of the data that may come with it.
-            flushed = i if flags & FLUSH else flushed
-            self.flushed.append(flushed)
+            self.flushed.append(i if flags & FLUSH else self.flushed[-1])
         # The last one says that the log has ended.
-        self.marks = [i + 1 for i, entry in enumerate(self.entries) if entry[3] & MARK][:-1]
+        self.marks = [i + 1 for i, entry in enumerate(self.entries) if entry.flags & MARK][:-1]
 
     def state(self, seed, number):
-        """Where the run was cut, up to which entry all are on the medium, which of those behind it,
-        and how many bytes of the last of these."""
+        """Where the run was cut, up to which entry all are on the medium, and which of those behind it,
+        with how many bytes of each."""
         rng = random.Random(f'{seed} {number}')
         # What is short in the log, as the recording of a version, is looked at as often as a tree.
         flush = rng.choice(sorted(set(self.flushed)))
@@ -51,85 +52,74 @@ class Log:
                           rng.choice([i for i, last in enumerate(self.flushed) if last == flush])))
         safe = cut if self.ordered else self.flushed[cut]
         share = rng.choice((0, 0.1, 0.5, 0.9, 1))
-        kept = [i for i in range(safe, cut) if self.entries[i][3] & FUA or rng.random() < share]
+        kept = [i for i in range(safe, cut) if self.entries[i].flags & FUA or rng.random() < share]
         if self.ordered and cut and rng.random() < 0.5:
             safe, kept = cut - 1, [cut - 1]
-        length = self.entries[kept[-1]][2] if kept else 0
+        kept = {i: self.entries[i].length for i in kept}
+        last = max(kept, default=0)
         # A file system counts on its superblock being written as a whole, and a FUA write that is
         # not the last of all is done.
-        if length > SECTOR and self.entries[kept[-1]][1] and rng.random() < 0.5 and (
-                kept[-1] == cut - 1 or not self.entries[kept[-1]][3] & FUA):
-            length = rng.randrange(SECTOR, length, SECTOR)
-        return cut, safe, kept, length
+        if kept and kept[last] > SECTOR and self.entries[last].offset and rng.random() < 0.5 and (
+                last == cut - 1 or not self.entries[last].flags & FUA):
+            kept[last] = rng.randrange(SECTOR, kept[last], SECTOR)
+        return cut, safe, kept
 
     def write(self, disk, i, length):
-        part, offset, _, flags, at = self.entries[i]
-        if length and not flags & DISCARD:
-            self.file.seek(at)
-            disk[part].seek(offset)
-            disk[part].write(self.file.read(length))
-            disk[part].flush()
+        entry = self.entries[i]
+        self.file.seek(entry.at)
+        with open(disk / PARTS[entry.part], 'r+b') as part:
+            part.seek(entry.offset)
+            part.write(self.file.read(length))
+
+    def keys(self, safe, kept):
+        """What tells the states of each partition from each other."""
+        return {name: (sum(1 for entry in self.entries[:safe] if entry.part == part and entry.length),
+                       tuple(write for write in kept.items() if self.entries[write[0]].part == part))
+                for part, name in enumerate(PARTS)}
 
 
-def open_disk(path):
-    return [open(path / part, 'r+b') for part in PARTS]
+def copy(disk, to):
+    subprocess.run(['cp', '-r', '--sparse=always', disk, to], check=True)
 
 
-def keys_of(log, cut, safe, kept, length):
-    """What tells the states of one partition from each other."""
-    keys = {}
-    for part, name in enumerate(PARTS):
-        mine = tuple(i for i in kept if log.entries[i][0] == part)
-        before = sum(1 for entry in log.entries[:safe] if entry[0] == part and entry[2])
-        keys[name] = (before, mine, length if mine and mine[-1] == kept[-1] else 0)
-    return keys
-
-
-def show(work, files, states):
+def show(files, states):
     """Has a machine tell what its kernel finds on root partitions that no tool can read."""
-    host = Path(f'{states[0]}.host')
-    shutil.copytree(work / files, host)
-    job = ','.join('/' + str(state.relative_to(work)) for state in states)
-    with open(host / 'console', 'wb') as console:
-        subprocess.run([Path(__file__).with_name('machine.sh'), host, job], stdout=console, timeout=300,
-                       check=False)
+    host = f'{states[0]}.host'
+    copy(files, host)
+    with open(f'{host}/console', 'wb') as console:
+        subprocess.run([Path(__file__).with_name('machine.sh'), host, ','.join(map(str, states))],
+                       stdout=console, timeout=300, check=False)
     if 'KEEP' not in os.environ:
         shutil.rmtree(host)
 
 
 def main():
-    work, kind, files, job, path, seed = Path(sys.argv[1]), *sys.argv[2:7]
-    first, step, end = map(int, sys.argv[7:])
-    looker = Looker(work, kind, files)
-    log = Log(path, work / files, 'barrier=0' in os.environ['OPTIONS'])
-    base = Path(f'{path}.base{first}')
-    subprocess.run(['cp', '-r', '--sparse=always', work / files, base], check=True)
-    disk, done, batch = open_disk(base), 0, []
-    chosen = sorted((log.state(seed, number)[1], number) for number in range(first, end, step))
-    for safe, number in chosen:
-        cut, safe, kept, length = log.state(seed, number)
-        for i in range(done, safe):
-            log.write(disk, i, log.entries[i][2])
-        done = safe
-        state = Path(f'{path}.{number}')
-        subprocess.run(['cp', '-r', '--sparse=always', base, state], check=True)
-        files_of_state = open_disk(state)
-        for i in kept:
-            log.write(files_of_state, i, length if i == kept[-1] else log.entries[i][2])
-        for file in files_of_state:
-            file.close()
-        what = f'state {number} of seed {seed}, entry {cut} of {len(log.entries)}'
-        reported = sum(1 for mark in log.marks if mark <= cut)
-        batch.append((state, what, job, reported, keys_of(log, cut, safe, kept, length)))
-        if files == 'ext4' or len(batch) == 25 or number == chosen[-1][1]:
-            if files != 'ext4':
-                show(work, files, [entry[0] for entry in batch])
-            for entry in batch:
-                looker.look(*entry)
-                # Each five hundredth is left for the next run to start from.
-                if int(entry[0].suffix[1:]) % 500 and 'KEEP' not in os.environ:
-                    shutil.rmtree(entry[0])
-            batch = []
+    kind, files, job, path, seed = sys.argv[1:6]
+    looker = Looker(kind, files)
+    log = Log(path, Path(files), 'barrier=0' in os.environ['OPTIONS'])
+    base, written = Path(f'{path}.base{sys.argv[6]}'), 0
+    copy(files, base)
+    chosen = sorted(range(*map(int, sys.argv[6:])), key=lambda number: log.state(seed, number)[1])
+    size = 25 if files == 'f2fs' else 1
+    while chosen:
+        batch = [(number, Path(f'{path}.{number}'), *log.state(seed, number)) for number in chosen[:size]]
+        for _, state, _, safe, kept in batch:
+            for i in range(written, safe):
+                log.write(base, i, log.entries[i].length)
+            written = safe
+            copy(base, state)
+            for i, length in kept.items():
+                log.write(state, i, length)
+        if files == 'f2fs':
+            show(files, [state for _, state, *_ in batch])
+        for number, state, cut, safe, kept in batch:
+            what = f'state {number} of seed {seed}, entry {cut} of {len(log.entries)}'
+            reported = sum(1 for mark in log.marks if mark <= cut)
+            looker.look(state, what, job, reported, log.keys(safe, kept))
+            # Each five hundredth is left for the next run to start from.
+            if number % 500 and 'KEEP' not in os.environ:
+                shutil.rmtree(state)
+        del chosen[:size]
     shutil.rmtree(base)
 
 
