@@ -50,7 +50,7 @@ interrupt() {
 }
 begin_update u.img 30
 interrupt
-kill -INT $!
+kill -TERM $!
 end_update 'after two interrupts' '130 interrupted twice: ended at once'
 expect 'mailboxes that are left' '' "$(ls /run/mailbox)"
 begin_update u.img 1
@@ -80,15 +80,18 @@ expect 'cards that were asked' '22 -2,24 0,25 0' \
 { upgd_service update u.img --dir /opt/upgddir --cards simulate=1 && echo well >ended; } | head -n 1 >out
 expect 'a run whose reader has gone' 'well ' "$(<ended) $(ls /run/mailbox)"
 
-mkdir -p /mnt/sda1 && mount -t tmpfs tmpfs /mnt/sda1
-cp u.img /mnt/sda1/
+# The disk with the image leaves, and the one whose name it begins like stays.
+mkdir -p /mnt/sda1 /mnt/sda10
+mount -t tmpfs tmpfs /mnt/sda10 && mount -t tmpfs tmpfs /mnt/sda1
+cp u.img /mnt/sda10/
 gone='the disk is gone: what was written stays, and the version that is recorded as well'
-for leave in ': >stats' 'umount -l /mnt/sda1'; do
-    echo '8 1 sda1 1 2 3' >stats
+for leave in 'echo 8 1 sda1 1 2 3 >stats' 'umount -l /mnt/sda10'; do
+    printf '8 %s 1 2 3\n' '1 sda1' '10 sda10' >stats
     mount --bind stats /proc/diskstats || break
-    begin_update /mnt/sda1/u.img 1
+    begin_update /mnt/sda10/u.img 1
     eval "$leave"
-    end_update "a disk that leaves: $leave" "1 /mnt/sda1/u.img: $gone; put the disk in again, and apply the image again"
+    end_update "a disk that leaves: $leave" \
+        "1 /mnt/sda10/u.img: $gone; put the disk in again, and apply the image again"
     umount /proc/diskstats
 done
 

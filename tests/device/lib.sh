@@ -65,11 +65,13 @@ replace_command() {
 }
 restore_command() { mv "$1.real" "$1"; }
 
-# hold_command PATH: whoever calls it leaves what it has open in the file `held` here, and waits as long as the file `hold` is.
+# hold_command PATH: whoever calls it leaves what it has open in the file `held` here, and waits as long as the
+# file `hold` is there.
 hold_command() {
     touch hold && rm -f held
     replace_command "$1" "while [ -e $work/hold ]; do
-        [ -e $work/held ] || { ls -l /proc/\$\$/fd >$work/open; mv $work/open $work/held; }; sleep 0.05
+        [ -e $work/held ] || { ls -l /proc/\$\$/fd >$work/open; mv $work/open $work/held; }
+        sleep 0.05
     done; exec \"\$0.real\" \"\$@\""
 }
 

@@ -77,6 +77,10 @@ $ upgd_service plan u.img --dir to --cards simulate | grep ^card  --> card      
 $ mkdir -p t/.d /opt/upgddir/x; echo one >t/f; echo two >t/.d/f; img_deploy -c t t.img >out
 $ img_deploy -u t.img -m 2 >out 2>&1; img_info --compare /opt/upgddir --extra t.img
     t.img: not of the image: /opt/upgddir/x: a directory | status 1
+== room is what a run takes at its fullest
+$ mkdir -p r/s to/r/s; truncate -s 300000 r/a; echo x >r/s/b; img_deploy -c ./r r.img >out
+$ head -c 200000 /dev/urandom >to/r/s/b; upgd_service plan r.img --dir to | sed -n 's/, .*//; s/^room  *//p'
+    /: 296 KiB more at the fullest
 == what is bound to fail is told entry by entry, and nothing is touched
 $ mkdir -p to/tree/bin/tool; echo file >to/tree/etc; call plan u.img --dir to --cards simulate; grep -E
   '^(files|bound)' out | sort  --> 1 | bound to fail   /w/to/tree/bin/tool: a directory stands there
