@@ -124,6 +124,8 @@ expect 'the status behind it' \
     "$(upgd_service status | tr -s ' ' | sed 's/: [0-9] of/: N of/' | paste -sd,)"
 expect 'the status in JSON' 'at_work,last_run,fw_version,product,fw_floor,keys,next' \
     "$(upgd_service status --json | /usr/bin/python3 -c 'import json, sys; print(*json.load(sys.stdin), sep=",")')"
+run flock /run/img_deploy.lock upgd_service status
+expect_line out 'at work         a service update, a restore, or flashing' # and not what was killed
 
 # A restore that is held at a command passes a lost terminal over, finishes after one interrupt, and leaves
 # the version as it is. What outlives it holds its lock.

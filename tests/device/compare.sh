@@ -91,4 +91,6 @@ expect_line err 'upgd_service: /dev/mmcblk0p6:zImage: not on its partition: what
 expect 'what cp has said' 1 "$(grep -c 'a command said: .*No space left on device' err)"
 mount /dev/mmcblk0p6 kernel && rm kernel/fill && umount kernel
 expect_call 0 '' "${fresh[@]}"
+dd if=/dev/zero of=/dev/mmcblk0p6 bs=1k count=64 conv=notrunc status=none
+expect_call 1 "/dev/mmcblk0p6: the kernel partition can't be mounted" "${fresh[@]}"
 finish

@@ -35,7 +35,7 @@ for i in {0..3}; do
     pid=$!
     await "the command of $first" test -e held
     expect "what the command of $first inherits of the run's files" /run/img_deploy.lock \
-        "$(sed 's/.* -> //' held | grep -E '^/(opt|run|var)/|\.(img|ubck|bin)$')"
+        "$(sed -nE 's/.* [3-9] -> //p' held | grep -E '^/(opt|run|var)/|\.(img|ubck|bin)$|out$')"
     cp /var/log/upgd_log0.txt before
     seconds=()
     for second in "${verbs[@]}"; do
