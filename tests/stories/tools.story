@@ -1,6 +1,6 @@
 # Catches: a wrong option, status or word; output in the wrong stream.
 $ mkdir -p tree/bin tree/etc/deep tree/vorn-uboot; echo tool >tree/bin/tool; ln -s ../../bin/tool tree/etc/deep/link;
-  echo boot >tree/vorn-uboot/u; echo card >tree/App_VPUCard.bin; img_deploy -c ./tree -r V7 u.img >/dev/null
+  echo boot >tree/vorn-uboot/u; echo card >tree/App_VPUCard.bin; img_deploy -c ./tree -r V7 -v u.img >/dev/null
 == img_deploy: wrong calls
 for "" "-s some.img" "-v -C any" -x -u "-c tree" "-c tree -p 3 o.img" "-p 3 o.img -c tree" "-m 2x -u x" "-m reboot" =>
   $ img_deploy @ 2>err; echo $? $(head -n 1 err | sed 's,/.*/,,')  --> 1 img_deploy: not Support {3}
