@@ -19,7 +19,7 @@ $ cd /mnt/sda1; touch b.ubck c.rcfgx d.txt "it's; a.img"; mkdir sub; touch sub/d
     : end.(upgd/update/) | = 0 and 1
     /mnt/sda1 <ADD> 1 /mnt/sda1/it's; a.img 1 /mnt/sda1/b.ubck 1 /mnt/sda1/c.rcfgx
     out found all udisk, udisk_num = 1
-show log: start, log: end, send ;; mailbox 010a3900 ;; sendmsg_udisk_all_info  --> log: start
+show log: start, log: end, data edit, send ;; mailbox 010a3900 ;; sendmsg_udisk_all_info  --> log: start
     send 010a3900 \0{16}\x03\0\x1D\0x%\0\0\x01\0{135}/mnt/sda1\0{7}ADD\0{29}\x01\0\0\0/mnt/sda1/it's; a.img\0{747}\x01\0\0\0/mnt/sda1/b.ubck\0{752}\x01\0\0\0/mnt/sda1/c.rcfgx\0{7843}
     log: end | = 0
 $ umount -l /mnt/sda1 ;; show log:, log Simdc_sess_id, log Simdc_sess_send, send, -large ;; sendmsg_ack_back 0x1001d
