@@ -6,6 +6,7 @@
 #include "platform/platform.h"
 #include "update_service.h"
 
+#include <cctype>
 #include <cstring>
 #include <dirent.h>
 #include <map>
@@ -24,6 +25,10 @@ static bool is_good(std::string cmd)
           " -maxdepth 1 -name '*.", "img'", "ubck'", "rcfgx'"})
         if (cmd.find(text) != std::string::npos)
             cmd.erase(cmd.find(text), text.size());
+    for (size_t at = 0; (at = cmd.find('$', at)) != cmd.npos; at++)
+        if (at + 1 < cmd.size() && (isalnum(static_cast<unsigned char>(cmd[at + 1])) != 0 ||
+                                    strchr("_{([@*#?$!-", cmd[at + 1]) != nullptr))
+            return false;
     return cmd.find_first_of("-~#") != 0 &&
            cmd.find_first_of("|&;<>()'\"\\` \t\n") == std::string::npos;
 }

@@ -94,6 +94,7 @@ TEST_F(Platform, AWriterWaitsForTheOneThatHasTheLock)
 TEST(Shell, RunsALineAndReturnsItsWaitStatus)
 {
     EXPECT_EQ(WEXITSTATUS(my_system("true | false && exit 0; exit 7")), 7);
+    EXPECT_EQ(WTERMSIG(my_system("kill -TERM $$")), SIGTERM);
     EXPECT_EQ(my_system("exec grep -q 'SigBlk:.*[1-9a-f]' /proc/self/status"), 256)
         << "has a signal blocked";
     signal(SIGCHLD, SIG_IGN); // as a parent may hand it on
