@@ -8,7 +8,7 @@
 #include <vector>
 
 // What `print` prints of the text, whose bytes stand at the end of their memory.
-template <typename Print> static std::string printed(Print print, const std::string &text)
+static std::string printed(void (*print)(FILE *, const char *, size_t), const std::string &text)
 {
     const std::vector<char> exact(text.begin(), text.end());
     testing::internal::CaptureStdout();
@@ -37,13 +37,11 @@ TEST(Text, IsShownAndWrittenAsJsonByItsCharacters)
         {"\xf0\x8f\xbf\xbf\xf4\x90\x80\x80", R"(\xf0\x8f\xbf\xbf\xf4\x90\x80\x80)", ""},
         {"\xf5\x80\x80\x80", R"(\xf5\x80\x80\x80)", ""},
     };
-    using print_text = void (*)(FILE *, const char *, size_t);
     for (const auto &[text, shown, json] : rows) {
         std::string numbers = shown.empty() ? text : shown;
         EXPECT_EQ(printed(print_shown, text), numbers);
         for (size_t at = 0; (at = numbers.find("\\x", at)) != numbers.npos;)
             numbers.replace(at, 2, "\\u00");
-        EXPECT_EQ(printed(static_cast<print_text>(print_json_text), text),
-                  '"' + (json.empty() ? numbers : json) + '"');
+        EXPECT_EQ(printed(print_json_text, text), '"' + (json.empty() ? numbers : json) + '"');
     }
 }
