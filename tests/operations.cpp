@@ -2,6 +2,7 @@
 #include "tests/operations.h"
 
 #include "platform/configuration.h"
+#include "platform/identity.h"
 #include "platform/mailbox.h"
 #include "tests/recorder.h"
 #include "update/dtt_create/card_file_names.h"
@@ -301,6 +302,7 @@ CALL(do_update_backup, c.text(1), c.text(2));
 CALL(do_update_runcmd, c.text(1), c.number(2), nullptr);
 CALL(kill_task);
 CALL(configuration_set, CONFIGURATION_PATH, c.text(1), c.text(2));
+CALL(configured_card_bit, CONFIGURATION_PATH);
 CALL(set_update_flag, c.text(1), c.number(2));
 SET(free_upgrade_info, free_upgrade_info(c.words.size() > 1 ? nullptr : get_upgrade_info()));
 CALL(update_fw_version, header(c).get());

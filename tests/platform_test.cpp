@@ -1,95 +1,12 @@
-// Catches, in the stand-in for the platform layer: a setting that costs another, or the file; a
-// command whose status, output or signals get lost; a message that is cut, lost or waited for.
-#include "device_msg.h"
-#include "platform/configuration.h"
-#include "platform/identity.h"
+// Catches, in the stand-in for the platform layer: a command whose status, output or signals get
+// lost; a message that is cut, lost or waited for.
 #include "platform/mailbox.h"
 
 #include <csignal>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <future>
 #include <gtest/gtest.h>
-#include <sys/file.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-
-namespace fs = std::filesystem;
-
-// Other tasks' programs have these numbers in them.
-static_assert(CMD_READ == 0 && CMD_WRITE == 1 && CMD_WRITE_ACK == 2 && CMD_READ_FILE == 221 &&
-              CMD_WRITE_FILE == 238 && CMD_UPDATE == 239 && CMD_END == 240);
-
-struct Platform : testing::Test {
-    std::string dir = testing::TempDir() + "platform_XXXXXX";
-    std::string conf = mkdtemp(dir.data()) + std::string("/conf/device.conf");
-
-    ~Platform() override
-    {
-        fs::remove_all(dir);
-    }
-
-    int set(const std::string &key, const std::string &value) const
-    {
-        return configuration_set(conf.c_str(), key.c_str(), value.c_str());
-    }
-
-    std::string text() const
-    {
-        std::ifstream in(conf);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-};
-
-TEST_F(Platform, ASettingKeepsEveryOtherByteOfTheFile)
-{
-    umask(077);
-    EXPECT_EQ(set("x", "1"), 0);
-    umask(022);
-    EXPECT_EQ(fs::status(conf).permissions(), fs::perms(0644));
-    EXPECT_EQ(fs::status(dir + "/conf").permissions(), fs::perms(0755));
-    const std::string longest(CONFIGURATION_VALUE_SIZE - 1, 'x');
-    const std::string rows[][4] = {
-        {"", "x.y-Z_9", " = b c= ", "x.y-Z_9= = b c= \n"},
-        {"# a=0\n\na=1\n\nb=2", "a", longest, "# a=0\n\na=" + longest + "\n\nb=2"},
-        {"aa=1\na=1\na=2\n", "a", "3", "aa=1\na=3\na=2\n"},
-        {"a = 1\nb\n=c", "b", "", "a = 1\nb\n=c\nb=\n"},
-    };
-    for (const auto &[before, key, value, after] : rows) {
-        std::ofstream(conf) << before;
-        EXPECT_EQ(set(key, value), 0) << before;
-        EXPECT_EQ(text(), after);
-        char got[CONFIGURATION_VALUE_SIZE];
-        EXPECT_EQ(configuration_get(conf.c_str(), key.c_str(), got, sizeof got), 0);
-        EXPECT_EQ(got, value) << before;
-    }
-    for (const char *key : {"", "a b", "a=b", "\xc3\xa4"})
-        EXPECT_EQ(set(key, "2"), -EINVAL) << key;
-    EXPECT_EQ(set("a", "2\nb=3"), -EINVAL);
-    EXPECT_EQ(set("a", longest + "x"), -EOVERFLOW);
-    std::ofstream(conf) << "# head\na=1\nb c=2\nd= = \nd=3";
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(configuration_list(conf.c_str(), stdout), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "a=1\nd= = \nd=3\n");
-    for (const char *bit : {"256", "-2", "2 ", ""}) {
-        std::ofstream(conf) << "card_bit=" << bit;
-        EXPECT_EQ(configured_card_bit(conf.c_str()), 1) << bit << " is no byte";
-    }
-}
-
-TEST_F(Platform, AWriterWaitsForTheOneThatHasTheLock)
-{
-    EXPECT_EQ(set("a", "1"), 0);
-    const int lock = open((conf + ".lock").c_str(), O_RDONLY | O_CLOEXEC);
-    EXPECT_EQ(flock(lock, LOCK_SH), 0);
-    std::future<int> other = std::async(std::launch::async, &Platform::set, this, "b", "2");
-    EXPECT_EQ(other.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
-    std::ofstream(conf) << "c=3\n";
-    close(lock);
-    EXPECT_EQ(other.get(), 0);
-    EXPECT_EQ(text(), "c=3\nb=2\n");
-}
 
 TEST(Shell, RunsALineAndReturnsItsWaitStatus)
 {
@@ -118,9 +35,10 @@ TEST(ShellDeathTest, AnInterruptMeansToTheRunWhatItMeansWithoutACommand)
                 testing::ExitedWithCode(9), "");
 }
 
-TEST_F(Platform, MailboxTakesWholeMessagesAndNeverHoldsTheSenderUp)
+TEST(Mailbox, TakesWholeMessagesAndNeverHoldsTheSenderUp)
 {
-    const std::string path = dir + "/box";
+    std::string dir = testing::TempDir() + "mailbox_XXXXXX";
+    const std::string path = mkdtemp(dir.data()) + std::string("/box");
     const auto send = [](const std::string &to, const std::string &message) {
         return mailbox_send(to.c_str(), message.data(), message.size());
     };
@@ -143,6 +61,7 @@ TEST_F(Platform, MailboxTakesWholeMessagesAndNeverHoldsTheSenderUp)
     EXPECT_EQ(mailbox_open((dir + "/file").c_str()), -EADDRINUSE) << "is no socket";
     close(other);
     close(box);
+    std::filesystem::remove_all(dir);
 }
 
 TEST(Message, IsSentOrReleasedOnce)
