@@ -33,7 +33,6 @@
 #include <fstream>
 #include <iterator>
 #include <numeric>
-#include <sys/ipc.h>
 #include <sys/shm.h>
 #include <unistd.h>
 
@@ -86,15 +85,11 @@ static std::string told(int result, const int &number)
     return told(result) + " and " + told(number);
 }
 
-operation_table &operations()
-{
-    static operation_table all;
-    return all;
-}
+operation_table operations; // ahead of all that is added
 
 static bool added(const char *name, std::function<std::string(call &)> operation)
 {
-    return operations().emplace(name, std::move(operation)).second;
+    return operations.emplace(name, std::move(operation)).second;
 }
 
 // An operation by its name: a function of the call `c` that returns its result as text.
@@ -117,16 +112,17 @@ OPERATION(image)
     size_t i = 2;
     std::map<std::string, std::string> fields = {
         {"magic", "0x27051966"}, {"place", "2"}, {"dir", "nand"}, {"version", "V1.0.0.0"}};
-    for (; c.words.at(i) != "--"; i++)
-        fields[c.words[i].substr(0, c.words[i].find('='))] =
-            c.words[i].substr(c.words[i].find('=') + 1);
+    for (; c.words.at(i) != "--"; i++) {
+        const size_t equals = c.words[i].find('=');
+        fields[c.words[i].substr(0, equals)] = c.words[i].substr(equals + 1);
+    }
     for (i++; i + 2 < c.words.size(); i += 3) {
-        const bool raw = c.words[i + 1] == "raw";
-        const char type[] = {'\0', static_cast<char>(c.number(i + 1))};
         body += c.words[i];
-        if (!raw)
-            body += std::string(type, 2) + be32(c.words[i + 2].size()) + c.words[i + 2];
-        count += raw ? 0 : 1;
+        if (c.words[i + 1] == "raw")
+            continue;
+        const char type[] = {'\0', static_cast<char>(c.number(i + 1))};
+        body += std::string(type, 2) + be32(c.words[i + 2].size()) + c.words[i + 2];
+        count++;
     }
     fields.emplace("count", told(count));
     fields["size"] = told(static_cast<long>(488 + body.size()));
@@ -238,8 +234,8 @@ OPERATION(open_gunzip_file)
         c.words.size() > 3 ? fmemopen(bytes.data(), bytes.size(), "rb") : fopen(c.text(1), "rbe");
     FILE *const stream = open_gunzip_file(infile, std::stoul(c.words.at(2)));
     fclose(infile);
-    if (reinterpret_cast<uintptr_t>(stream) <= 2)
-        return told(static_cast<long>(reinterpret_cast<uintptr_t>(stream)));
+    if (const auto error = reinterpret_cast<uintptr_t>(stream); error <= 2)
+        return told(static_cast<long>(error));
     std::string text(1000, '\0');
     text.resize(fread(text.data(), 1, text.size(), stream));
     fclose(stream);

@@ -23,7 +23,7 @@ struct call {
 
 // Each gives its result as text, or nothing to tell.
 using operation_table = std::map<std::string, std::function<std::string(call &)>>;
-operation_table &operations();
+extern operation_table operations;
 
 std::string read_file(const std::string &path);
 

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <filesystem>
+#include <regex>
 #include <sys/mman.h>
 #include <sys/select.h>
 #include <sys/time.h>
@@ -117,12 +118,12 @@ static std::string message_text(aptid_t task, const std::string &bytes)
 // A trace line is one flush of the log file's stream.
 static ssize_t take_trace(void *, const char *data, size_t size)
 {
+    static const std::regex form(R"((\S+ \S+ )pid=\d+(\] \[ +\S+/ *(\w+))/ *\d+ \]:: )");
     const std::string text(data, size);
-    const size_t end = std::min(text.find("]:: "), size - 4);
-    const size_t func = text.find_first_not_of(' ', std::min(text.rfind('/', end), end) - 30);
-    rec.prefix = text.substr(0, text.find("pid=")) + text.substr(text.find("] ["), end - 6);
-    rec.prefix.resize(rec.prefix.rfind('/'));
-    add("trace " + text.substr(func, text.find('/', func) - func) + ": " + text.substr(end + 4));
+    std::smatch found;
+    std::regex_search(text, found, form);
+    rec.prefix = found.str(1) + found.str(2);
+    add("trace " + found.str(3) + ": " + found.suffix().str());
     return size;
 }
 
@@ -241,7 +242,7 @@ int __wrap_rename(const char *from, const char *to)
 // A disk over a network tells of a failure only now.
 int __wrap_close(int fd)
 {
-    const bool bad = !rec.failing.empty() && fails("close " + name_of(fd));
+    const bool bad = fails("close " + name_of(fd));
     return __real_close(fd) != 0 || bad ? (errno = EIO, -1) : 0;
 }
 

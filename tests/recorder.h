@@ -3,8 +3,6 @@
 #ifndef TESTS_RECORDER_H
 #define TESTS_RECORDER_H
 
-#include "upgrade_info.h"
-
 #include <functional>
 #include <map>
 #include <string>

@@ -24,10 +24,9 @@ static std::regex patterns[2]; // of the lines that are shown, and of those that
 static std::vector<std::pair<std::string, std::string>> hooks; // a line, and the command at it
 static size_t console_seen[2];
 
-// Tells find(1) to print "FILE = CONTENT", "LINK -> TARGET" and "EMPTY/".
-static const std::string TREE =
-    "-type f -printf '%P = ' -exec cat {} ';' -printf '\\n' -o -type l -printf '%P -> %l\\n' "
-    "-o -type d -empty -printf '%P/\\n'";
+// Prints "FILE = CONTENT", "LINK -> TARGET" and "EMPTY/".
+static const std::string TREE = R"( && find . -mindepth 1 -type f -printf '%P = ' -exec cat {} \; \
+    -printf '\n' -o -type l -printf '%P -> %l\n' -o -type d -empty -printf '%P/\n' | sort)";
 
 // What comes of the commands, what goes to standard output, and what to standard error.
 static const std::string REPORT = "/run/sandbox/report",
@@ -193,8 +192,8 @@ static long held()
 static void call_operation(const std::string &command)
 {
     call c = {words_of(repeated(command)), {}};
-    const auto found = operations().find(c.words.at(0));
-    if (found == operations().end())
+    const auto found = operations.find(c.words.at(0));
+    if (found == operations.end())
         return result.push_back("no such operation");
     const std::string outer = operation;
     operation = found->first;
@@ -254,7 +253,7 @@ static void perform(const std::string &command)
     } else if (take_away(&rest, "$ ")) {
         run_script(repeated(rest));
     } else if (take_away(&rest, "tree ")) {
-        run_script("cd " + rest + " && find . -mindepth 1 " + TREE + " | sort");
+        run_script("cd " + rest + TREE);
     } else if (take_away(&rest, "show ")) {
         show(rest);
     } else if (take_away(&rest, "apply")) {
