@@ -92,10 +92,13 @@ static bool added(const char *name, std::function<std::string(call &)> operation
     return operations.emplace(name, std::move(operation)).second;
 }
 
-// An operation by its name: a function of the call `c` that returns its result as text.
+// An operation by its name: what the call `c` comes to as text, or a function that returns it.
+#define RETURNS(name, ...)                                                                         \
+    static const bool has_##name =                                                                 \
+        added(#name, []([[maybe_unused]] call &c) -> std::string { return __VA_ARGS__; })
 #define OPERATION(name)                                                                            \
     static std::string play_##name(call &c);                                                       \
-    static const bool has_##name = added(#name, play_##name);                                      \
+    RETURNS(name, play_##name(c));                                                                 \
     static std::string play_##name([[maybe_unused]] call &c)
 
 static std::string be32(unsigned long value)
@@ -264,9 +267,6 @@ OPERATION(check_type_SelfFile)
     return told(check_type_SelfFile(c.text(1), &type), type);
 }
 
-#define RETURNS(name, ...)                                                                         \
-    static const bool has_##name =                                                                 \
-        added(#name, []([[maybe_unused]] call &c) -> std::string { return __VA_ARGS__; })
 #define CALL(name, ...) RETURNS(name, told(name(__VA_ARGS__)))
 #define SET(name, ...) RETURNS(name, (static_cast<void>(__VA_ARGS__), ""))
 #define LEAVES(name) RETURNS(name, (name(c.text(1)), told(c.text(1))))

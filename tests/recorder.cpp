@@ -43,15 +43,14 @@ static std::string format(const char *text, ...)
 
 std::string shown(const std::string &text)
 {
-    static const std::map<char, std::string> names = {{'\n', "\\n"}, {'\r', "\\r"},  {'\t', "\\t"},
-                                                      {'\0', "\\0"}, {'\\', "\\\\"}, {'"', "\\\""}};
+    static const std::string named("\n\r\t\0\\\"", 6);
     std::string out;
     for (size_t at = 0, count; at < text.size(); at += count) {
         const char c = text[at];
         count = std::min(text.find_first_not_of(c, at), text.size()) - at;
         std::string one(1, c);
-        if (names.count(c) != 0)
-            one = names.at(c);
+        if (const size_t name = named.find(c); name != named.npos)
+            one = {'\\', "nrt0\\\""[name]};
         else if (c < ' ' || c > '~')
             one = format("\\x%02hhX", c);
         if (count < 30 && !(c == '\0' && count > 3))

@@ -44,8 +44,7 @@ static const std::string MAKE_ROOT = R"(set -e
     rm -rf /etc/sysconfig /usr/qrx310 /usr/vorn /usr/local/upgdflag /usr/local/sbin/g*zip /dev/disk
     mount -t tmpfs tmpfs /sandbox
     cd /sandbox
-    mkdir -p -m 1777 tmp
-    mkdir -p w opt mntker var/log old
+    mkdir -p tmp w opt mntker var/log old
     for link in /*; do [ ! -L "$link" ] || cp -P "$link" .; done
     awk '$5 !~ "^/(sandbox)?$" { print $5 }' /proc/self/mountinfo | sort | while read -r place; do
         place=$(printf %b "$place")
@@ -178,14 +177,12 @@ static void run_script(const std::string &script)
 // Descriptors that are open, less sockets, and mappings of files: what an operation adds is lost.
 static long held()
 {
-    std::ifstream maps("/proc/self/maps");
     long count = 0;
-    for (std::string line; std::getline(maps, line);)
+    for (const std::string &line : split(read_file("/proc/self/maps"), "\n"))
         count += line.find(" r--s ") != line.npos && line.find("/lib/") == line.npos ? 1 : 0;
-    for (const fs::directory_entry &item : fs::directory_iterator("/proc/self/fd")) {
-        std::error_code error;
+    std::error_code error;
+    for (const fs::directory_entry &item : fs::directory_iterator("/proc/self/fd"))
         count += fs::read_symlink(item, error).string().rfind("socket:", 0) != 0 ? 1 : 0;
-    }
     return count;
 }
 
