@@ -28,7 +28,6 @@ copy=$(mktemp -d)
 trap 'rm -rf "$copy"' EXIT
 git archive HEAD | tar -x -C "$copy"
 cd "$copy"
-export STOP=1
 
 common=update/dtt_update_common
 backup=update/dtt_create/settings_backup.cpp

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""look.py KIND FILES DISK WHAT JOB DONE: what is on the disk of a device that has lost its power, and
+"""look.py KIND DISK WHAT JOB DONE: what is on the disk of a device that has lost its power, and
 whether that may be. JOB is what it was to do, DONE how many steps it has reported."""
 import hashlib
 import re
@@ -22,14 +22,12 @@ INVARIANTS = (
     ('more than one file is damaged', lambda s: len(s.damaged) < 2),
     ('the version is ahead of what it tells of', lambda s: s.version != 'V2' or not s.lacks['V2']),
     ('the floor is ahead of the version', lambda s: s.floor != 'V2' or s.version == 'V2'),
-    ('the flag file is none', lambda s: s.flag in ('none', '', '1', '2')),
+    ('the flag file is none', lambda s: s.flag in ('', '1', '2')),
     ('a mix that no flag tells of', lambda s: 'update' in s.job or s.version == 'V2'
      or not s.lacks['V1'] or s.flag == '1'),
-    ('nobody has updated it, but it is another', lambda s: UPDATES & set(s.job) or not s.lacks['V1']),
     ('the tool has reported success without it', lambda s: 'V2' not in s.done
      or s.flag == '2' and s.version == 'V2'),
-    ('the service has reported success without it', lambda s: 'update' not in s.done
-     or s.floor == 'V2' and s.version == 'V2'),
+    ('the service has reported success without it', lambda s: 'update' not in s.done or s.floor == 'V2'),
     ('a backup is neither whole nor short', lambda s: s.backup in ('none', 'whole', 'short')),
     ('a backup was reported and is not whole', lambda s: 'backup' not in s.done or s.backup == 'whole'),
     ('other settings without a restore', lambda s: 'restore' in s.job or s.settings == 'changed'),
@@ -64,70 +62,50 @@ def check(disk, part):
     return [result.stdout for result, most in results if result.returncode > most]
 
 
-class Looker:
-    """Knows what may be there, and the partitions that it has seen already."""
+def kind_of_backup(found):
+    """One that was cut earlier may stand beside a whole one."""
+    kinds = []
+    for file in found.glob('*.ubck'):
+        result = run('img_info', '--verify', file)
+        cut = re.search(': is empty|: is too short|bytes, the file has', result.stdout)
+        kinds.append('whole' if result.returncode == 0 else 'short' if cut else result.stdout)
+    return min(kinds, key=lambda kind: (kind != 'whole', kind == 'short'), default='none')
 
-    def __init__(self, kind, files):
-        self.kind, self.files, self.seen = kind, files, {}
+
+class Looker:
+    """Knows what may be there."""
+
+    def __init__(self, kind):
+        self.kind = kind
         self.settings = {name: sums(Path(name)) for name in ('changed', 'saved')}
         self.trees = {name: sums(Path(name)) | {(part, digest(read(Path(name, path))))
                                                 for part, path in IMAGES.items()} for name in ('V1', 'V2')}
         self.conf = Path('conf').read_text(encoding='ascii').splitlines()
 
-    def root(self, disk):
-        found = disk / 'found'  # filled by a machine if no tool can
-        broken = [] if found.is_dir() else ['it could not be mounted']
-        if self.files == 'ext4':
-            broken = check(disk, 'root')
+    def look(self, disk, what, job, done):
+        """Tells what may not be, and notes what was seen in the file of all looks."""
+        found, broken = disk / 'found', check(disk, 'kernel')
+        if not found.is_dir():  # a machine fills it if no tool can
+            broken += check(disk, 'root')
             (found / 'etc').mkdir(parents=True)
             run('debugfs', disk / 'root', text=f'rdump opt usr {found}\nrdump etc/sysconfig {found}/etc\n')
-        flag = found / 'usr/local/upgdflag'
-        result = (broken, sums(found / 'opt/upgddir'), sums(found / 'usr/qrx310/etc/vsp'),
-                  flag.read_text(errors='replace').strip() if flag.exists() else 'none',
-                  read(found / 'etc/sysconfig/device.conf').decode(errors='replace').splitlines())
-        shutil.rmtree(found, ignore_errors=True)
-        return result
-
-    def kernel(self, disk):
-        broken = check(disk, 'kernel')
-        image = subprocess.run(('debugfs', '-R', 'cat zImage', disk / 'kernel'), capture_output=True, check=False)
-        return broken, {('kernel', digest(image.stdout))}
-
-    def boot(self, disk):
-        size = len(read(Path('V1', IMAGES['boot'])))
-        return {('boot', digest(read(disk / 'boot')[:size]))}
-
-    def usb(self, disk):
-        copies, kinds = disk / 'copies', []
-        copies.mkdir()
-        run('mcopy', '-i', disk / 'usb', '::*.ubck', copies)
-        for file in copies.iterdir():
-            result = run('img_info', '--verify', file)
-            cut = re.search(': is empty|: is too short|bytes, the file has', result.stdout)
-            kinds.append('whole' if result.returncode == 0 else 'short' if cut else result.stdout)
-        shutil.rmtree(copies)
-        # One that was cut earlier may stand beside a whole one.
-        return min(kinds, key=lambda kind: (kind != 'whole', kind == 'short'), default='none')
-
-    def part(self, name, disk, key):
-        """What a partition holds. The key tells the writes that it has had."""
-        if (name, key) not in self.seen:
-            self.seen[name, key] = getattr(self, name)(disk)
-        return self.seen[name, key]
-
-    def look(self, disk, what, job, done, keys=None):
-        """Tells what may not be, and notes what was seen in the file of all looks."""
-        (broken, tree, settings, flag, conf), (kernel_broken, kernel), boot, backup = (
-            self.part(name, Path(disk), (keys or {}).get(name)) for name in ('root', 'kernel', 'boot', 'usb'))
+        run('debugfs', '-R', f'dump zImage {found}/zImage', disk / 'kernel')
+        run('mcopy', '-i', disk / 'usb', '::*.ubck', found)
+        boot = read(disk / 'boot')[:len(read(Path('V1', IMAGES['boot'])))]
+        tree, settings = sums(found / 'opt/upgddir'), sums(found / 'usr/qrx310/etc/vsp')
+        conf = read(found / 'etc/sysconfig/device.conf').decode(errors='replace').splitlines()
         value = dict(line.split('=', 1) for line in conf if '=' in line)
-        held, right = tree | boot | kernel, set().union(*self.trees.values(), *self.settings.values())
+        held = tree | {('boot', digest(boot)), ('kernel', digest(read(found / 'zImage')))}
+        right = set().union(*self.trees.values(), *self.settings.values())
         s = SimpleNamespace(
-            job=job.split(','), done=job.split(',')[:int(done)], broken=broken + kernel_broken,
-            version=value.get('fw_version'), floor=value.get('fw_floor'), flag=flag, backup=backup,
+            job=job.split(','), done=job.split(',')[:int(done)], broken=broken,
+            version=value.get('fw_version'), floor=value.get('fw_floor'),
+            flag=read(found / 'usr/local/upgdflag').decode(errors='replace').strip(), backup=kind_of_backup(found),
             lacks={name: sorted(path for path, _ in its - held)[:5] for name, its in self.trees.items()},
             settings=next((name for name, its in self.settings.items() if its == settings), 'a mix'),
             kept=[line for line in conf if not line.startswith('fw_')] == self.conf,
             damaged=sorted(file for file in (tree | settings) - right if file[1] != BEGUN))
+        shutil.rmtree(found)
         with open('looks', 'a', encoding='ascii') as looks:
             false = s.version == 'V2' and bool(s.lacks['V2'])
             looks.write(f'{self.kind}\t{false:d}\t{len(s.damaged)}\n')
@@ -137,4 +115,4 @@ class Looker:
 
 
 if __name__ == '__main__':
-    Looker(*sys.argv[1:3]).look(*sys.argv[3:])
+    Looker(sys.argv[1]).look(Path(sys.argv[2]), *sys.argv[3:])

@@ -20,16 +20,14 @@ fi
 
 # One disk under all partitions, whose writes are logged.
 log_writes() {
-    local i size start=0 table='' slices=()
+    local i size start=0 table='' slices=''
     for i in "${!parts[@]}"; do
         size=$(blockdev --getsz "${disks[i]}")
-        table+="$start $size linear ${disks[i]} 0"$'\n'
-        slices+=("0 $size linear /dev/dm-1 $start")
+        table+=",$start $size linear ${disks[i]} 0"
+        slices+=";${parts[i]},,,rw,0 $size linear /dev/dm-1 $start"
         start=$((start + size))
     done
-    dmsetup create disk <<<"$table"
-    dmsetup create log --table "0 $start log-writes /dev/dm-0 /dev/ubde"
-    for i in "${!parts[@]}"; do dmsetup create "${parts[i]}" --table "${slices[i]}"; done
+    dmsetup create --concise "disk,,,rw$table;log,,,rw,0 $start log-writes /dev/dm-0 /dev/ubde$slices"
     disks=(/dev/dm-{2,3,4,5})
 } >/dev/null
 
@@ -49,8 +47,8 @@ set_up() {
     [[ -z $BARE ]] || mount --bind /mnt/images/sysconfig /mnt/usr/local/bin/sysconfig
     mount -t tmpfs tmpfs /mnt/tmp
     mount -t vfat /dev/sda1 /mnt/mnt/sda1
-    [[ -z $BUSY ]] || exec perl -MIO::Handle -e 'open F, ">", "/mnt/srv/notes";
-        while (1) { print F "note\n"; F->flush; F->sync; select undef, undef, undef, 0.02 }' &
+    [[ -z $BUSY ]] || exec perl -MFcntl -e 'sysopen F, "/mnt/srv/notes", O_CREAT | O_WRONLY | O_SYNC;
+        select undef, undef, undef, 0.02 while syswrite F, "note\n"' &
 }
 
 # Shows outside what the kernel finds on a root partition that is a file there.

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""states.py KIND FILES JOB LOG SEED FIRST END STEP: what a power cut during a logged run of JOB
+"""states.py KIND JOB LOG SEED FIRST END STEP: what a power cut during a logged run of JOB
 may have left on the disk. Looks at the states FIRST, FIRST + STEP, ... below END of the log. Each
 depends on log, seed and number alone; where KEEP is set its disk stays there."""
 import os
@@ -15,7 +15,7 @@ from look import Looker
 
 SECTOR = 512
 PARTS = ('boot', 'kernel', 'root', 'usb')
-FLUSH, FUA, DISCARD, MARK = 1, 2, 4, 8  # flags of an entry
+FLUSH, FUA, MARK = 1, 2, 8  # flags of an entry
 Entry = namedtuple('Entry', 'part offset length flags at')  # its data stands there in the log
 
 
@@ -34,9 +34,8 @@ class Log:
             part = 0
             while part < 3 and sector >= sizes[part]:
                 sector, part = sector - sizes[part], part + 1
-            length = 0 if flags & DISCARD else length * SECTOR
-            self.entries.append(Entry(part, sector * SECTOR, length, flags, at + SECTOR))
-            at += SECTOR + length
+            self.entries.append(Entry(part, sector * SECTOR, length * SECTOR, flags, at + SECTOR))
+            at += SECTOR + length * SECTOR
             # A flush is done ahead of the data that may come with it.
             self.flushed.append(i if flags & FLUSH else self.flushed[-1])
         # The last one says that the log has ended.
@@ -71,15 +70,9 @@ class Log:
             part.seek(entry.offset)
             part.write(self.file.read(length))
 
-    def keys(self, safe, kept):
-        """What tells the states of each partition from each other."""
-        return {name: (sum(1 for entry in self.entries[:safe] if entry.part == part and entry.length),
-                       tuple(write for write in kept.items() if self.entries[write[0]].part == part))
-                for part, name in enumerate(PARTS)}
-
 
 def copy(disk, to):
-    subprocess.run(['cp', '-r', '--sparse=always', disk, to], check=True)
+    subprocess.run(['cp', '-r', disk, to], check=True)
 
 
 def show(files, states):
@@ -89,17 +82,16 @@ def show(files, states):
     with open(f'{host}/console', 'wb') as console:
         subprocess.run([Path(__file__).with_name('machine.sh'), host, ','.join(map(str, states))],
                        stdout=console, timeout=300, check=False)
-    if 'KEEP' not in os.environ:
-        shutil.rmtree(host)
+    shutil.rmtree(host)
 
 
 def main():
-    kind, files, job, path, seed = sys.argv[1:6]
-    looker = Looker(kind, files)
+    files, (kind, job, path, seed) = os.environ['FILES'], sys.argv[1:5]
+    looker = Looker(kind)
     log = Log(path, Path(files), 'barrier=0' in os.environ['OPTIONS'])
-    base, written = Path(f'{path}.base{sys.argv[6]}'), 0
+    base, written = Path(f'{path}.base{sys.argv[5]}'), 0
     copy(files, base)
-    chosen = sorted(range(*map(int, sys.argv[6:])), key=lambda number: log.state(seed, number)[1])
+    chosen = sorted(range(*map(int, sys.argv[5:])), key=lambda number: log.state(seed, number)[1])
     size = 25 if files == 'f2fs' else 1
     while chosen:
         batch = [(number, Path(f'{path}.{number}'), *log.state(seed, number)) for number in chosen[:size]]
@@ -112,10 +104,10 @@ def main():
                 log.write(state, i, length)
         if files == 'f2fs':
             show(files, [state for _, state, *_ in batch])
-        for number, state, cut, safe, kept in batch:
+        for number, state, cut, *_ in batch:
             what = f'state {number} of seed {seed}, entry {cut} of {len(log.entries)}'
             reported = sum(1 for mark in log.marks if mark <= cut)
-            looker.look(state, what, job, reported, log.keys(safe, kept))
+            looker.look(state, what, job, reported)
             # Each five hundredth is left for the next run to start from.
             if number % 500 and 'KEEP' not in os.environ:
                 shutil.rmtree(state)
