@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """look.py KIND DISK WHAT JOB DONE: what is on the disk of a device that has lost its power, and
-whether that may be. JOB is what it was to do, DONE how many steps it has reported."""
+whether that may be. JOB is what it was to do, which brings V2 over V1 unless it is a restore
+alone, DONE how many steps it has reported."""
 import hashlib
 import re
 import shutil
@@ -9,7 +10,6 @@ import sys
 from pathlib import Path
 from types import SimpleNamespace
 
-UPDATES = {'V2', 'update'}  # by the tool and by the service; both bring V2 over V1
 IMAGES = {'boot': 'tree/vorn-uboot/u-boot.bin', 'kernel': 'tree/vorn-kernel/zImage'}
 # A file of zeros, whose size was ahead of its data. On a busy machine that may be many.
 BEGUN = 'begun'
@@ -18,7 +18,7 @@ BEGUN = 'begun'
 INVARIANTS = (
     ('a file system is not whole', lambda s: not s.broken),
     ('the configuration is neither old nor new', lambda s: s.kept and s.floor in ('V1', 'V2')
-     and (s.version == 'V1' or s.version == 'V2' and UPDATES & set(s.job))),
+     and (s.version == 'V1' or s.version == 'V2' and s.job != ['restore'])),
     ('more than one file is damaged', lambda s: len(s.damaged) < 2),
     ('the version is ahead of what it tells of', lambda s: s.version != 'V2' or not s.lacks['V2']),
     ('the floor is ahead of the version', lambda s: s.floor != 'V2' or s.version == 'V2'),

@@ -1,9 +1,6 @@
 #!/usr/bin/env bash
-# power_cuts.sh CUTS STATES [SEED]: what a power cut leaves of an update, a backup and a restore.
-#
-# CUTS runs of a virtual machine (machine.sh) are cut at a random moment, looked at (look.py), and
-# followed by one that has to end well. STATES states are made of the logged writes of others
-# (states.py). How stands in docs/architecture.md. With KEEP=DIR logs and disks stay there.
+# power_cuts.sh CUTS STATES [SEED]: what a power cut leaves of an update, a backup and a restore, by so
+# many cuts and states. How stands in docs/architecture.md. With KEEP=DIR logs and disks stay there.
 set -uo pipefail
 export PATH=${SANDBOX_PATH:+$SANDBOX_PATH:}$PATH:/usr/local/bin:/usr/sbin:/sbin
 
@@ -18,7 +15,7 @@ logs=(
 
 clean_up() {
     local file
-    for file in {,cuts?/}*/machine/pid; do
+    for file in */machine/pid; do
         [[ ! -f $file ]] || kill -KILL -- "-$(<"$file")"
     done
     [[ -n ${KEEP:-} ]] || rm -rf "$work"
@@ -144,11 +141,10 @@ make_disk() {
 
 # cut_runs FIRST: every second cut of all.
 cut_runs() {
-    local cut disk moment job pause what dir=cuts$1 jobs=(V2 update restore)
-    mkdir "$dir"
+    local cut disk=cut$1 moment job pause what jobs=(V2 update restore)
     RANDOM=$((seed + $1))
     for ((cut = $1; cut < cuts; cut += 2)); do
-        disk=$dir/disk job=${jobs[cut % 3]}
+        job=${jobs[cut % 3]}
         cp -r "$FILES" "$disk"
         export BARE=${bare[cut / 2 % 2]} # both have as many of the slow ones
         case $((RANDOM % 4)),$job in
@@ -171,19 +167,19 @@ cut_runs() {
     done
 }
 
-# replay KIND JOB COUNT LOG: so many states of a logged run.
+# replay KIND JOB LOG: the states of a logged run.
 replay() {
-    local first state log=$4
+    local first state log=$3
     rm -rf logged
     cp -r "$FILES" logged
     truncate -s 1G "$log"
     start logged "$2" "$log"
     finish 'the logged run' "$2"
     for first in 0 1; do
-        look states "$1" "$2" "$log" "$seed" $first "$3" 2 &
+        look states "$1" "$2" "$log" "$seed" $first $states 2 &
     done
     wait
-    for state in "$log".*00 "$log.0"; do
+    for state in "$log".*0; do
         [[ ! -d $state ]] || outlive "$1" "$state" "state ${state##*.} of seed $seed" "$2"
     done
 }
@@ -224,7 +220,7 @@ for i in "${!logs[@]}"; do
         wait
     fi
     BARE=${bare[(seed + i) % 2]} BUSY=${busy[((seed + 1) / 2 + i) % 2]}
-    replay "$FILES $OPTIONS, $job${BARE:+, bare}${BUSY:+, busy}" "$job" $states "log$i"
+    replay "$FILES $OPTIONS, $job${BARE:+, bare}${BUSY:+, busy}" "$job" "log$i"
     [[ ! -s faults ]] || exit 1
 done
 tally $((2 * cuts + states * ${#logs[@]}))

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """states.py KIND JOB LOG SEED FIRST END STEP: what a power cut during a logged run of JOB
-may have left on the disk. Looks at the states FIRST, FIRST + STEP, ... below END of the log. Each
-depends on log, seed and number alone; where KEEP is set its disk stays there."""
+may have left on the disk. Looks at the states FIRST, FIRST + STEP, ... below END, which depend on log,
+seed and number alone. Where KEEP is set their disks stay there."""
 import os
 import random
 import shutil
@@ -106,8 +106,7 @@ def main():
             show(files, [state for _, state, *_ in batch])
         for number, state, cut, *_ in batch:
             what = f'state {number} of seed {seed}, entry {cut} of {len(log.entries)}'
-            reported = sum(1 for mark in log.marks if mark <= cut)
-            looker.look(state, what, job, reported)
+            looker.look(state, what, job, sum(mark <= cut for mark in log.marks))
             # Each five hundredth is left for the next run to start from.
             if number % 500 and 'KEEP' not in os.environ:
                 shutil.rmtree(state)
