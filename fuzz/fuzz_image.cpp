@@ -1,7 +1,6 @@
 // A whole apply run of any image, in a directory of its own. The first byte of the input tells what
 // the rest is: with 0 in its low bits an image, with 1 one whose magic number and size are mended,
-// with 2 the body behind a header, with 3 the same behind an entry that ends where the walk has to
-// read anew.
+// else the body behind a header.
 #include "fuzz/harness.h"
 
 #include "platform/platform.h"
@@ -108,7 +107,6 @@ void sync() noexcept
 
 extern "C" {
 int __real_open(const char *path, int flags, ...);
-ssize_t __real_pread(int fd, void *data, size_t size, off_t at);
 int __real_unlink(const char *path);
 
 // The target search begins at the root directory.
@@ -122,12 +120,6 @@ int __wrap_open(const char *path, int flags, mode_t mode)
         check(!fs::is_symlink(path, none), "no file is written through a link");
     }
     return __real_open(((search ? place.dir + "/root" : "") + path).c_str(), flags, mode);
-}
-
-ssize_t __wrap_pread(int fd, void *data, size_t size, off_t at)
-{
-    pass_call();
-    return __real_pread(fd, data, size, at);
 }
 
 int __wrap_unlink(const char *path)
@@ -144,10 +136,6 @@ void *__wrap_get_upgrade_info()
 {
     return &progress;
 }
-
-void __wrap_free_upgrade_info(void *)
-{
-}
 }
 
 static std::string make_image(unsigned int first, std::string rest)
@@ -161,11 +149,9 @@ static std::string make_image(unsigned int first, std::string rest)
         memcpy(&header, rest.data(), sizeof header);
         rest.erase(0, sizeof header);
     } else {
-        header.ih_filenum = htonl((first >> 2 & 31) + kind - 2);
+        header.ih_filenum = htonl(first >> 2 & 31);
         header.ih_place = htonl(PLACE_COSTOM);
     }
-    if (kind == 3) // 16384 bytes are read at a time; the last 96 of them are of the body
-        rest = std::string("f\0\0\0\0\x3f\x99", 7) + std::string(0x3f99, 'f') + rest;
     header.ih_magic = htonl(IH_MAGIC);
     header.ih_size = htonl(static_cast<uint32_t>(sizeof header + rest.size()));
     return std::string(reinterpret_cast<const char *>(&header), sizeof header) + rest;
@@ -178,8 +164,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     std::string image(data + 1, data + size);
     // A whole image leaves the bits for a number of entries to the number of calls after which its
     // body is no more the first half of the input's, but the second.
-    const bool changes = (data[0] & 3) <= 1 && image.size() > 488 && (data[0] >> 2 & 31) != 0;
-    calls_to_change = changes ? data[0] >> 2 & 31 : 0;
+    calls_to_change = (data[0] & 3) <= 1 && image.size() > 488 ? data[0] >> 2 & 31 : 0;
+    const bool changes = calls_to_change != 0;
     if (changes) {
         const size_t half = 488 + (image.size() - 488) / 2;
         other_image = make_image(data[0], image.substr(0, 488) + image.substr(half));

@@ -17,8 +17,7 @@ static void take_statement(const char *comment)
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static const char *const impossible = check_impossible();
-    check(impossible == nullptr, "the library is there");
+    check(check_impossible() == nullptr, "the library is there");
     const char *const text = reinterpret_cast<const char *>(data);
     public_key key = {};
     parse_key(text, size, &key);
@@ -27,7 +26,6 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         memcpy(&key.id, &signature.key, sizeof key.id);
         check(comment_fault(&key, &signature) != nullptr, "a key of no one has signed");
         take_statement(signature.comment);
-        describe_signature(&signature, nullptr);
     }
     take_statement(std::string(text, size).c_str());
     return 0;
