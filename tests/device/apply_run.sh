@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # Catches: a tree that does not come back whole over the real tools; a log line of another form; a run
 # that an interrupt, a hangup, a kill or a lost reader ends in another way, or that the run behind it minds.
-# shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 
 begin_log

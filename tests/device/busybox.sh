@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
 # Catches: a command line that the board's small shell and tools take in another way.
-# shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 
 busybox=$(command -v busybox) || { skip 'all of it' 'there is no busybox' && finish; }

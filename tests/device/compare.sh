@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # Catches: a look at the kernel's partition that keeps runs out, is in their way, or sees what is not on the
 # medium; damage or a lack of room there that nobody tells of.
-# shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 
 [[ $SANDBOX_PRIVILEGED == 1 ]] || { echo "skipped: only root can mount the kernel's partition" && exit 77; }

@@ -2,7 +2,7 @@
 # faults.sh SHIM OPERATION...: each operation with each of its calls to the system failing once, and
 # each that moves data also coming up short and interrupted. It fails and says so, or its outcome is
 # whole and right. A failure is followed by a run without one, which must end well.
-# shellcheck source=tests/device/lib.sh disable=SC2034 # the operations are used by their names
+# shellcheck disable=SC2034 # the operations are used by their names
 . "$(dirname "$0")/lib.sh"
 shopt -s extglob
 

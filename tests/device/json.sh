@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
 # Catches: JSON of img_info that is none, or not what its schema says; a place of an entry that is another.
-# shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 
 /usr/bin/python3 -c 'import jsonschema' 2>err || { skip 'all of it' 'Python lacks jsonschema' && finish; }

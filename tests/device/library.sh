@@ -2,7 +2,6 @@
 # A build over the device's own platform library, which the stand-in's file plays: a verb that is not
 # there, a gate that stands open, a file for compilers that tells of this machine. $SOURCE and $BUILD
 # are the project's and the build's directories, $LIBRARY is the library.
-# shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 
 mkdir -p tree/d && echo x >tree/d/f

@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
 # What other users and programs of the board can leave in a run's way.
-# shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 
 [[ $SANDBOX_PRIVILEGED == 1 ]] || { echo "skipped: only root can mount the kernel's partition" && exit 77; }

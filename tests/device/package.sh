@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
 # The Debian packages in $PACKAGES of the version $PACKAGE_VERSION, from their installation to their purge.
-# shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 
 [[ -w /var/lib/dpkg ]] || { echo 'packages can only be installed by root'; exit 77; }

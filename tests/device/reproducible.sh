@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # Catches: an image that depends on more than its tree, by the page's own recipe: on two file systems
 # with other orders, the files made at other times.
-# shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 
 [[ $SANDBOX_PRIVILEGED == 1 ]] || { echo 'only root can mount a file system'; exit 77; }

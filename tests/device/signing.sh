@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # The gate of upgd_service, where other programs have their hands in it: what `minisign` signs is let in, and
 # nothing else is, whatever byte of it is another one; what was checked is what is applied.
-# shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 
 command -v minisign >/dev/null || { echo 'skipped: there is no minisign' && exit 77; }
