@@ -11,6 +11,12 @@ $ call flash 31 f; sed -n '2p; $p' err  --> 2 flash: '31' is no type of card fil
 for "upgd_service disks" "upgd_service --help" "img_info --version" => $ @ >/dev/full; echo $?; @ >&- 2>&- <&-; echo $?
     upgd_service: standard output: No space left on device | 1 | 0 {2}
     img_info: standard output: No space left on device | 2 | 0
+== an update in its steps, one whose card fails, and the status
+$ upgd_service update --dir=to --cards=simulate=0 -- u.img | sed 's/^ *[0-9]* %  //'  --> unpacking | video card MCU
+    done | u.img: applied below /w/to, 5 entries | boot loader and kernel work from the next restart on
+$ call update --dir to --cards fail=24 u.img  --> 1 u.img: the video card's MCU was not flashed
+$ upgd_service status --json | tr '"' "'"
+    {'at_work':'','last_run':'none so far','fw_version':'V7','product':'','fw_floor':'','keys':'0','next':'none'}
 == an image with another byte, of another kind, or whose name is gone
 $ cp u.img f.img; printf X | dd of=f.img bs=1 seek=500 conv=notrunc status=none; update f.img; ls to
     1 f.img: has another CRC than its header says: nothing was touched; get it anew, or take it as it is with --force
