@@ -11,7 +11,6 @@ img_deploy -c ./tree -r V2 update.img >/dev/null
 echo card >App_VPUCard.bin
 mkdir -p settings/usr/qrx310/etc/vsp && echo s >settings/usr/qrx310/etc/vsp/layout
 (cd settings && img_deploy -c . -p 1 ../unit.ubck >/dev/null)
-mkdir -p /usr/vorn/bin && cp "$(command -v mcu_isp)" /usr/vorn/bin/
 hold_command /bin/mkdir
 hold_command /usr/vorn/bin/mcu_isp
 verbs=('img_deploy -u update.img -m 2' 'upgd_service update update.img --dir /opt/to --cards simulate=0'
