@@ -6,9 +6,7 @@ busybox=$(command -v busybox) || { skip 'all of it' 'there is no busybox' && fin
 lay_out_tree
 [[ $SANDBOX_PRIVILEGED == 1 ]] ||
     { rm -r tree/vorn-kernel && skip 'the kernel' 'only root can mount its partition'; }
-mkdir -p /mnt/{sda1,root} /usr/qrx310/etc/{vsp,mcucored,sysconf}
-for dir in /mnt/sda1 /mnt/root; do mount -t tmpfs -o size=150m /dev/root $dir; done
-for file in vsp/layout mcucored/conf sysconf/qrxpara; do echo $file >/usr/qrx310/etc/$file; done
+lay_out_settings
 cp -r /usr/qrx310 saved
 # shellcheck disable=SC2016 # the quotes of the page
 for tool in sh $(sed -n '/^| tools/s/.*a shell with `\([^`]*\)`.*/\1/p' "$(dirname "$0")/../../README.md"); do
@@ -18,8 +16,7 @@ for tool in sh $(sed -n '/^| tools/s/.*a shell with `\([^`]*\)`.*/\1/p' "$(dirna
 done
 hash -r
 
-run img_deploy -c ./tree -r V2 u.img
-expect 'a build' "0 $(find tree ! -type d | wc -l)" "$status $(entries u.img | wc -l)"
+img_deploy -c ./tree -r V2 u.img >/dev/null
 run img_deploy -u u.img -m 2
 expect 'a run' '0 2 V2' "$status $(flag) $(sysconfig get fw_version)"
 expect 'what it has made' '' "$(diff -r --no-dereference tree /opt/upgddir/tree

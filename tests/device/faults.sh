@@ -149,10 +149,7 @@ walk() {
     ((n > 10 && moves > 0)) || expect "$1: calls that failed" many "$n, $moves"
 }
 
-mkdir -p /mnt/sda1 /mnt/root /usr/qrx310/etc/{vsp,mcucored,sysconf}
-mount -t tmpfs -o size=150m tmpfs /mnt/sda1
-mount -t tmpfs -o size=150m /dev/root /mnt/root
-for file in vsp/layout mcucored/conf sysconf/qrxpara; do echo $file >/usr/qrx310/etc/$file; done
+lay_out_settings
 echo device_name=unit7 >$conf
 plain "${backup[@]:1}"
 cp /mnt/sda1/*.ubck first.ubck

@@ -85,17 +85,12 @@ completed() {
     echo "${COMPREPLY[*]}"
 }
 
-# entries IMAGE: a line for each, as img_info has them.
-entries() { img_info "$1" 2>/dev/null | sed '1,/^$/d'; }
+flag() { cat /usr/local/upgdflag; }
 
-flag() { cat /usr/local/upgdflag 2>/dev/null || echo none; }
-
-# begin_log: what is sent to the log daemon goes to the file `log`, until $logger is killed.
+# begin_log: what is sent to the log daemon goes to the file `log`.
 begin_log() {
     perl -MSocket -e '$| = 1; socket(S, PF_UNIX, SOCK_DGRAM, 0); bind(S, sockaddr_un("/dev/log")) or die $!;
         print "$m\n" while defined recv(S, $m, 9999, 0)' >log &
-    # shellcheck disable=SC2034 # for the tests
-    logger=$!
     await 'the log' test -S /dev/log
 }
 
@@ -103,6 +98,13 @@ begin_log() {
 progress_block() {
     perl -e 'shmread(shmget(0x600001, 16, 0) // die($!), $b, 0, 16) or die $!;
         printf "file_nums=%d cur_nums=%d result=%d cur_percent=%d\n", unpack "i4", $b'
+}
+
+# The settings that a backup saves, and its disk on /mnt/sda1.
+lay_out_settings() {
+    mkdir -p /mnt/{sda1,root} /usr/qrx310/etc/{vsp,mcucored,sysconf}
+    for dir in sda1 root; do mount -t tmpfs -o size=150m /dev/root /mnt/$dir; done
+    for file in vsp/layout mcucored/conf sysconf/qrxpara; do echo $file >/usr/qrx310/etc/$file; done
 }
 
 # A directory with files of every kind, named so that links stay short.
@@ -122,7 +124,6 @@ lay_out_tree() {
 # With a part left out CTest shows the test as skipped; scripts/test.sh shows its lines.
 finish() {
     ((failures == 0)) || exit 1
-    echo 'all well'
     ((skipped == 0)) || exit "$skipped"
 }
 
