@@ -75,28 +75,10 @@ img_deploy -u update.img -m 2 >/dev/null 2>&1
 expect 'the lock behind a run' 0 "$(flock -n /run/img_deploy.lock true; echo $?)"
 restore_command /bin/sync
 
-# A parent that does not want to know of its children's ends.
-(trap '' CHLD; img_deploy -u update.img -m 2 >out 2>&1)
-expect 'a parent that ignores SIGCHLD' '0 V2' "$? $(sysconfig get fw_version)"
-
 # A run that was killed leaves the lock to its last command for a moment.
 flock /run/img_deploy.lock sleep 0.3 &
 await 'the lock' bash -c '! flock -n /run/img_deploy.lock true'
 run img_deploy -u update.img -m 2
 expect 'a lock that is let go' '0 600' "$status $(stat -c %a /run/img_deploy.lock)"
 
-# A progress block that is too small, made by anybody: told on a terminal, with the way out.
-ipcrm -M 0x600001
-perl -e 'shmget(0x600001, 4, 01666) // die $!'
-run script -qec 'img_deploy -u update.img -m 2' /dev/null
-expect 'a block that is too small' '246 remove it with "ipcrm -M 0x600001" and apply it again 4' \
-    "$status $(grep -o 'remove it .*again' out) $(awk '$1 == 6291457 { print $4 }' /proc/sysvipc/shm)"
-ipcrm -M 0x600001
-
-# A link in the place of the kernel's mount point: nothing behind it is removed.
-umount /mntker 2>/dev/null
-mkdir kept && echo kept >kept/file && rm -r /mntker && ln -s "$work/kept" /mntker
-mv /dev/mmcblk0p6 partition
-run img_deploy -u update.img -m 2
-expect 'a link to other files' '0 file zImage' "$status $(cd kept && echo *)"
 finish

@@ -16,6 +16,8 @@ $ touch zImage.d/f{97} zImage.d/f{98} ;; fail "run /bin/mount" ;; for k/none k/r
     trace:  ---------------------update kernel------------------\n | run  /bin/mkdir -p /mntker
     run  /bin/rm -rf /mntker/* | run /bin/mount /dev/mmcblk0p6 /mntker/
     log: /bin/mount /dev/mmcblk0p6 /mntker/ error. \n | = -14 and 0
+show none ;; $ rmdir /mntker; ln -s /w/k /mntker ;; update_LinuxFile 5 k/readme ;; $ rm /mntker; mkdir /mntker;
+  ls k | wc -l  --> = -14 and 0 | 5
 show run /bin/, kernel-0, cmdstr ;; update_LinuxFile 5 k/zImage  --> run /bin/mount /dev/mmcblk0p6 /mntker/
     trace:       kernel-0(k/zImage) \n | log: cmdstr: /bin/cp k/zImage /mntker/ -rf \n\n
     run /bin/cp k/zImage /mntker/ -rf | = -14 and 1
