@@ -61,7 +61,8 @@ $ mv /etc/upgd/keys moved; ln -s /w/moved /etc/upgd/keys; upgd_service update u.
     upgd_service: /etc/upgd/keys: Not a directory: nothing was touched; mend the device's keys | status 1
 $ rm /etc/upgd/keys; mkdir /etc/upgd/keys; try
     1 /etc/upgd/keys: holds no key: put one there with \"install -m 644 KEY.pub /etc/upgd/keys/\"
-$ rm -r /etc/upgd; ln -s nowhere /etc/upgd; try; rm /etc/upgd  --> 1 /etc/upgd/keys: No such file or directory
+$ rmdir /etc/upgd/keys; try; rmdir /etc/upgd; ln -s nowhere /etc/upgd; try; rm /etc/upgd  --> 0 tree
+    1 /etc/upgd/keys: No such file or directory
 == what is let in, copied and noted; the floor rises with a run that went well, and not with simulated cards (show none)
 for "upgd_service plan u.img --cards simulate" "img_info --signature maker.pub u.img" => $ @ | sed -n "1s/$(sed -n
   '1s/.* //p' maker.pub)/KEY/p" | tr ';' '\n'  --> signature: valid |  key KEY
@@ -74,6 +75,9 @@ $ upgd_service plan u.img --dir to --cards simulate --copy t.img >out; cmp u.img
     product=x | fw_floor_pending=V1 V1.10
 $ upgd_service plan u.img --copy u.img; upgd_service plan x.img --copy r.img 2>err; test ! -e r.img
     upgd_service: u.img: it exists: nothing was touched
+$ mount -t tmpfs -o size=4k tmpfs /opt; try; umount /opt; mount --bind /dev/pts /opt; try; umount /opt
+    1 u.img: can't be kept below /opt while it is applied: it needs 10 KiB, and 4 KiB are free; make room there
+    1 u.img: can't be kept below /opt while it is applied: its file system has no unnamed files; make room there
 $ rm /etc/sysconfig/*; sysconfig set product x; try; sysconfig list  --> 0 tree | product=x | fw_version=V1.10
 $ mkdir -p /usr/vorn/bin /opt/to/tree/tool; cp /bin/mcu_isp /usr/vorn/bin; sysconfig set fw_version V1
 $ upgd_service update u.img --dir /opt/to --force 2>&1 >out | sed -n 1p; upgd_service disks >out; sysconfig list
