@@ -70,14 +70,12 @@ overwrite /dev/mmcblk0p1 3 X
 overwrite /opt/upgddir/tree/etc/deep/er/data 299999 X
 look 1 'not on its partition: /dev/mmcblk0p1: other content stands there' "$partition what stands there is cut short" \
     'other content: /opt/upgddir/tree/etc/deep/er/data'
-expect 'what is left mounted' '' "$(grep ' /tmp ' /proc/self/mounts)"
 
 # No room is told ahead of an update, and a kernel that a full partition cuts short, which is a success to the
 # run itself, behind it.
 small=(upgd_service update u.img --dir small --cards simulate=0)
 mkdir small && mount -t tmpfs -o size=200k tmpfs small
 expect_call 1 "$work/small: too little room: 708 KiB are needed, 200 KiB are free" "${small[@]}"
-expect 'what stands where there is no room' '' "$(ls small)"
 mount -o remount,size=800k small
 for _ in 1 2; do expect_call 0 '' "${small[@]}"; done
 mkdir kernel && mount /dev/mmcblk0p6 kernel && rm kernel/zImage
@@ -88,8 +86,6 @@ expect_call 1 '/dev/mmcblk0p6: too little room: 391 KiB are needed' "${fresh[@]}
 run "${fresh[@]}" --force
 expect_line err 'upgd_service: /dev/mmcblk0p6:zImage: not on its partition: what stands there is cut short'
 expect 'what cp has said' 1 "$(grep -c 'a command said: .*No space left on device' err)"
-mount /dev/mmcblk0p6 kernel && rm kernel/fill && umount kernel
-expect_call 0 '' "${fresh[@]}"
 dd if=/dev/zero of=/dev/mmcblk0p6 bs=1k count=64 conv=notrunc status=none
 expect_call 1 "/dev/mmcblk0p6: the kernel partition can't be mounted" "${fresh[@]}"
 finish

@@ -40,9 +40,7 @@ if command -v minisign >/dev/null; then
     cp update.img.minisig flipped.img.minisig
     calls+=('--signature maker.pub update.img' '--signature maker.pub flipped.img')
 fi
-for call in "${calls[@]}"; do
-    # shellcheck disable=SC2086 # each is a word
-    expect "img_info --json $call" 1 "$(img_info --json $call 2>err | fitting)"
-done
+# shellcheck disable=SC2086 # each is a word
+expect 'what fits of the calls' ${#calls[*]} "$(for call in "${calls[@]}"; do img_info --json $call 2>err; done | fitting)"
 expect 'names on a terminal' '' "$(img_info --extract odd odd.img 2>&1 | LC_ALL=C grep -a $'[\033\377]')"
 finish
