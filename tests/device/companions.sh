@@ -24,7 +24,6 @@ lay_out_tree
 echo fpga >tree/InputCardTop.bin
 img_deploy -c ./tree -r V7 u.img >/dev/null
 
-# A service update that interrupts end.
 # begin_update IMAGE SECONDS: up to the first card.
 begin_update() {
     : >out
@@ -52,20 +51,19 @@ end_update 'after one interrupt' '130 u.img: interrupted'
 expect 'the file in hand was finished, the next one not begun' 0 "$(grep -c MCU out)"
 
 # What others send to the mailboxes, which are for this user alone, harms no run: an event of a step without
-# words is shown, a datagram of another size passed over, and a request whose path a shell would take apart
-# refused. A reader or a terminal that goes away ends no run.
-# send_message MAILBOX <BYTES
+# words, a datagram of another size, a request whose path a shell would take apart. Nor does it end with its
+# reader or terminal.
+# send_message MAILBOX FORM VALUE...: by perl's pack.
 send_message() {
-    perl -MSocket -e 'socket(S, PF_UNIX, SOCK_DGRAM, 0); connect(S, sockaddr_un("/run/mailbox/$ARGV[0]")) // die $!;
-        local $/; send(S, <STDIN> // "", 0) // die $!' "$1"
+    perl -MSocket -e 'socket(S, PF_UNIX, SOCK_DGRAM, 0); connect(S, sockaddr_un("/run/mailbox/" . shift)) // die $!;
+        send(S, pack(shift, @ARGV), 0) // die $!' "$@"
 }
 begin_update u.img 1
 expect 'modes of the mailboxes' '600 600' "$(stat -c %a /run/mailbox/* | paste -sd' ')"
-{ head -c 28 /dev/zero && printf 'c\0\0\0' && head -c 1044 /dev/zero; } | send_message 010a3d00
+send_message 010a3d00 'x28 i x1044' 99
 await 'an event of a step without words' grep -q '%  step 99$' out
-printf short | send_message 010a3b00
-send_message 010a3b00 </dev/null
-{ head -c 38 /dev/zero && printf '\x16\0\0\0a;touch evil' && head -c 1014 /dev/zero; } | send_message 010a3b00
+for text in short ''; do send_message 010a3b00 'a*' "$text"; done
+send_message 010a3b00 'x38 i a1026' 22 'a;touch evil'
 kill -HUP $!
 end_update 'a run with them' 0
 expect 'cards that were asked' '22 -2,24 0,25 0' \
@@ -86,7 +84,6 @@ for leave in 'echo 8 1 sda1 1 2 3 >stats' 'umount -l /mnt/sda10'; do
     umount /proc/diskstats
 done
 
-# Watching a run, and a block whose writer has died.
 # watched IMAGE: how a watch ends that began ahead of the run, and what it says first and last.
 watched() {
     : >out
