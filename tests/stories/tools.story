@@ -64,20 +64,22 @@ $ img_info --extract new u.img; img_info --extract new u.img tree/bin; diff -r -
   --extract part u.img tree/bin; img_info --extract part u.img tree/b; find part -type f
     img_info: u.img: left out: tree/bin/tool: File exists | img_info: u.img: holds nothing of these names
     part/tree/bin/tool
-$ { head -c 488 u.img; printf '../x\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0\0\1y'; } >evil.img; img_info --extract
-  evil evil.img; find evil x /tmp/y -mindepth 1 2>/dev/null; img_info --verify evil.img; img_info --compare evil
-  evil.img 2>/dev/null | head -n 1  --> img_info: evil.img: left out: ../x: leads upwards
+$ { head -c 488 u.img; printf '../x\33\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0\0\1y'; } >evil.img; img_info --extract
+  evil evil.img; find evil/* x* /tmp/y 2>/dev/null; img_info --verify evil.img; img_info --compare evil
+  evil.img 2>/dev/null | head -n 1  --> img_info: evil.img: left out: ../x\\x1b: leads upwards
     img_info: evil.img: left out: l/y: Not a directory
-    img_info: evil.img: entry 3 at offset 521: there are fewer entries than the header says
-    img_info: evil.img: the header says the CRC 5cd33ad7, the body has 0b2ebc89: it is damaged | evil/l
-    evil.img: the header says 610 bytes, the file has 521
-    evil.img: the header says the CRC 5cd33ad7, the body has 0b2ebc89
-    evil.img: entry 0 at offset 488, ../x: its name leads out of the directory
+    img_info: evil.img: entry 3 at offset 522: there are fewer entries than the header says
+    img_info: evil.img: the header says the CRC 5cd33ad7, the body has da923137: it is damaged | evil/l
+    evil.img: the header says 610 bytes, the file has 522
+    evil.img: the header says the CRC 5cd33ad7, the body has da923137
+    evil.img: entry 0 at offset 488, ../x\\x1b: its name leads out of the directory
     evil.img: the header counts 4 entries, the body has 3 | evil.img: 4 findings
-    evil.img: can't stand there: ../x: its name leads out of the directory
+    evil.img: can't stand there: ../x\\x1b: its name leads out of the directory
 $ head -c 500 u.img >cut; : >empty; head -c 488 /dev/zero >none; upgd_service update none; upgd_service update cut
     upgd_service: none: is no update image
     upgd_service: cut: has another length than its header says: it is cut off, or was never finished | status 1
+$ mkdir n; echo data >n/x; img_deploy -c ./n n.img >out; img_info --json n.img | grep -o '[a-z_]*offset":[0-9]*'
+    offset\":488 | data_offset\":497
 for /tmp empty => $ img_info @  --> img_info: /tmp: is no plain file | status 2 | img_info: empty: is empty
     status 2
 $ for z in AAA-5 BBB5; do TZ=$z img_info u.img | grep Created; done | uniq | wc -l  --> 1
