@@ -73,7 +73,7 @@ expect 'another header at the second read' \
     '1 upgd_service: u.img: was changed while it was read: nothing was touched; get it anew' \
     "$status $(tail -n 1 err | tr -d '\0')"
 
-# Keys of another user, and a disk that leaves while the longest image is read.
+# Keys of another user, no room, no unnamed files, and a disk that leaves while the longest image is read.
 head -c 3M /dev/urandom >tree/data # more blocks than are kept for hashing
 img_deploy -c ./tree -r V1.10 u.img >/dev/null
 sign
@@ -83,6 +83,12 @@ if [[ $SANDBOX_PRIVILEGED == 1 ]]; then
     expect_call 1 '/etc/upgd/keys' "${update[@]}"
     chown 0 $keys
 fi
+kept="u.img: can't be kept below /opt while it is applied:"
+mount -t tmpfs -o size=2m tmpfs /opt
+expect_call 1 "$kept it needs 3073 KiB, and 2048 KiB are free" "${update[@]}"
+umount /opt && mount --bind /dev/pts /opt
+expect_call 1 "$kept its file system has no unnamed files" "${update[@]}"
+umount /opt
 truncate -s 2147483647 u.img && overwrite u.img 12 '\177\377\377\377'
 ((step > 1)) || expect_call 1 "u.img: is another image's, or the image was altered" upgd_service plan u.img
 upgd_service plan u.img >out 2>err &

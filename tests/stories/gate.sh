@@ -7,7 +7,7 @@ keys=/etc/upgd/keys
 begin() {
     rm -rf /etc/upgd
     mkdir -p tree $keys
-    seq 2000 >tree/tool
+    echo tool >tree/tool
     echo card >tree/App_VPUCard.bin
     for version in V1.3.9 V1.4.0.0 V1.10 rc1; do
         img_deploy -c ./tree -r $version $version.img >/dev/null
