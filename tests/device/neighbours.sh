@@ -66,19 +66,4 @@ for place in 'ln -s /run/elsewhere' mkdir; do
     done
 done
 expect 'what the link leads to' '' "$(ls /run/elsewhere 2>/dev/null)"
-rmdir /run/img_deploy.lock
-
-# What a command of a run has left in the background keeps no lock.
-# shellcheck disable=SC2016 # the script's own variable
-replace_command /bin/sync 'sleep 60 >/dev/null 2>&1 & exec "$0.real"'
-img_deploy -u update.img -m 2 >/dev/null 2>&1
-expect 'the lock behind a run' 0 "$(flock -n /run/img_deploy.lock true; echo $?)"
-restore_command /bin/sync
-
-# A run that was killed leaves the lock to its last command for a moment.
-flock /run/img_deploy.lock sleep 0.3 &
-await 'the lock' bash -c '! flock -n /run/img_deploy.lock true'
-run img_deploy -u update.img -m 2
-expect 'a lock that is let go' '0 600' "$status $(stat -c %a /run/img_deploy.lock)"
-
 finish
