@@ -20,12 +20,8 @@ await 'a line of the log' grep -qE '^<30>.* imgdeploy\[[0-9]+\]: 010a3c00 do_upd
 
 # A run that is killed leaves the lock to its last command for a moment, and a mount and a block for good.
 for command in dd cp sync; do
-    hold_command /bin/$command
-    img_deploy -u update.img -m 2 >out 2>&1 &
-    await "a call of $command" test -e held
-    { kill -KILL $! && wait $!; } 2>/dev/null
+    kill_run_at /bin/$command update.img
     expect "flag of a run killed at $command" 1 "$(flag)"
-    rm hold
     whole_run "behind a kill at $command"
     restore_command /bin/$command
 done

@@ -96,11 +96,7 @@ watched() {
 expect 'a run' '0 no run so far, waiting for one,the run went well: 9 of 9 entries' "$(watched u.img)"
 expect 'the run behind one that went well' \
     '1 no run at work; the last one went well; waiting for one,the run has failed: 0 of 0 entries' "$(watched empty)"
-hold_command /bin/dd
-img_deploy -u u.img -m 2 >/dev/null 2>&1 &
-await 'the boot loader' test -e held
-{ kill -KILL $! && wait $!; } 2>/dev/null
-rm hold
+kill_run_at /bin/dd u.img
 restore_command /bin/dd
 expect_call 1 'nobody is at work on this run any more' timeout 60 upgd_service watch
 end='did not end: N of 9 entries' next='the last run did not end well: apply the image again'
@@ -112,8 +108,7 @@ expect_line out 'at work         a service update, a restore, or flashing' # and
 
 # A restore that is held at a command passes a lost terminal over, finishes after one interrupt, and leaves
 # the version as it is. What outlives it holds its lock.
-mkdir -p s/usr/qrx310/etc/vsp && echo saved >s/usr/qrx310/etc/vsp/layout
-(cd s && img_deploy -c . -p 1 ../s.ubck >/dev/null)
+make_backup
 begin_restore() {
     hold_command /bin/mkdir
     rm -rf restored
@@ -154,7 +149,6 @@ await 'the outcome in the log' grep -q \
 img_deploy -c ./tree u.img >/dev/null
 script -qec "stty cols 40; exec upgd_service update u.img --dir /opt/upgddir --cards simulate=1" /dev/null |
     tr '\r' '\n' | sed 's/\x1b\[K//g' | grep ' %' >lines
-expect 'lines that do not fit' '' "$(awk 'length >= 40' lines)"
-expect 'percents' '' "$(grep -oE '[0-9]+ %' lines | sort -nc 2>&1)"
+expect 'what is too long, or goes back' '' "$(awk 'length >= 40' lines; grep -oE '[0-9]+ %' lines | sort -nc 2>&1)"
 expect 'the end' '100 % 9/9' "$(grep -oE '[0-9]+ % 9/9' lines | tail -n 1)"
 finish

@@ -36,5 +36,5 @@ if command -v minisign >/dev/null; then
     calls+=('--signature maker.pub update.img' '--signature maker.pub flipped.img')
 fi
 # shellcheck disable=SC2086 # each is a word
-expect 'what fits of the calls' ${#calls[*]} "$(for call in "${calls[@]}"; do img_info --json $call 2>err; done | fitting)"
+expect 'calls that fit' ${#calls[*]} "$(for call in "${calls[@]}"; do img_info --json $call 2>err; done | fitting)"
 finish

@@ -75,6 +75,15 @@ hold_command() {
     done; exec \"\$0.real\" \"\$@\""
 }
 
+# kill_run_at COMMAND IMAGE: a run that is killed at the command, which ends by itself.
+kill_run_at() {
+    hold_command "$1"
+    img_deploy -u "$2" -m 2 >out 2>&1 &
+    await "a call of $1" test -e held
+    { kill -KILL $! && wait $!; } 2>/dev/null
+    rm hold
+}
+
 # overwrite FILE AT BYTES: puts BYTES, as printf(1) writes them, in the place of others.
 overwrite() { printf '%b' "$3" | dd of="$1" bs=1 seek="$2" conv=notrunc status=none; }
 
@@ -105,6 +114,12 @@ lay_out_settings() {
     mkdir -p /mnt/{sda1,root} /usr/qrx310/etc/{vsp,mcucored,sysconf}
     for dir in sda1 root; do mount -t tmpfs -o size=150m /dev/root /mnt/$dir; done
     for file in vsp/layout mcucored/conf sysconf/qrxpara; do echo $file >/usr/qrx310/etc/$file; done
+}
+
+# s.ubck, a backup of one setting.
+make_backup() {
+    mkdir -p s/usr/qrx310/etc/vsp && echo saved >s/usr/qrx310/etc/vsp/layout
+    (cd s && img_deploy -c . -p 1 ../s.ubck >/dev/null)
 }
 
 # A directory with files of every kind, named so that links stay short.

@@ -9,12 +9,11 @@ img_deploy -c ./tree -r V2 update.img >/dev/null
 # Whoever writes to the device keeps all others out, who touch nothing, and looks at the kernel. Each is
 # held at a command, once as the first one and, in all pairs, as the second.
 echo card >App_VPUCard.bin
-mkdir -p settings/usr/qrx310/etc/vsp && echo s >settings/usr/qrx310/etc/vsp/layout
-(cd settings && img_deploy -c . -p 1 ../unit.ubck >/dev/null)
+make_backup
 hold_command /bin/mkdir
 hold_command /usr/vorn/bin/mcu_isp
 verbs=('img_deploy -u update.img -m 2' 'upgd_service update update.img --dir /opt/to --cards simulate=0'
-    'upgd_service restore unit.ubck /opt/to' 'upgd_service flash vpu-mcu App_VPUCard.bin')
+    'upgd_service restore s.ubck /opt/to' 'upgd_service flash vpu-mcu App_VPUCard.bin')
 # Somebody who may not open the lock's file.
 install -m 600 -o 1 /dev/null /run/img_deploy.lock
 stranger='setpriv --bounding-set=-dac_override,-dac_read_search'
