@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Catches: a service's run that a lost disk, interrupt, neighbour or terminal ends in another way, or leaves
-# something of behind; an event, or what is told of a block, that differs.
+# something of behind; what is told of a block, that differs.
 . "$(dirname "$0")/lib.sh"
 
 # What manual page and completion have, each verb with its options, is what the program says.

@@ -21,10 +21,8 @@ fill() {
 (cd ext4 && fill {1..60})
 (cd tmpfs && fill {60..1})
 for fs in ext4 tmpfs; do
-    cd "$fs" || exit
-    run bash -e -c "$recipe"
+    run env -C $fs bash -e -c "$recipe"
     expect "the recipe on $fs" '0 ' "$status $(<err)"
-    cd "$work" || exit
 done
 expect 'entries' 'ext4/update.img: well, 121 entries' "$(img_info --verify ext4/update.img)"
 expect 'the images' '' "$(cmp ext4/update.img tmpfs/update.img)"
