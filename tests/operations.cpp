@@ -288,6 +288,7 @@ SET(mailbox, mailbox_open(("/run/mailbox/" + c.words.at(1)).c_str()));
 RETURNS(attach_shm, attach_shm(c.number(1), c.number(2)) != nullptr ? "attached" : "null");
 SET(block, shmget(UPGRADE_INFO_SHM_KEY, static_cast<size_t>(c.number(1)), IPC_CREAT | 0600));
 RETURNS(xreadlink, told(std::unique_ptr<char, void (*)(void *)>(xreadlink(c.text(1)), free).get()));
+RETURNS(u2g, (c.make_room(0, 8, ""), told(u2g(c.text(1), 3, c.text(0), 7), c.text(0))));
 RETURNS(bytes, shown(read_file(c.words.at(1)).substr(static_cast<size_t>(c.number(2)))));
 RETURNS(percent, told(get_upgd_msg()->upgrade_info.cur_percent));
 RETURNS(prefix, shown(rec.prefix));

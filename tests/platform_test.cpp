@@ -68,6 +68,12 @@ TEST(Message, IsSentOrReleasedOnce)
 {
     apsess_key_t key;
     aptid_t task = 0x010a3b00;
+    for (const int result :
+         {apmsg_init(nullptr), apmsg_detach(nullptr, nullptr), apmsg_free(nullptr),
+          apmsg_atomic_send(task, nullptr, 0), apsess_find(nullptr, &key, 0),
+          apsess_key_init(nullptr, &task, "", 0, 0, 0), apsess_key_init(&key, nullptr, "", 0, 0, 0),
+          my_pclose(nullptr)})
+        EXPECT_LT(result, 0);
     EXPECT_EQ(apsess_key_init(&key, &task, std::string(60, 'q').c_str(), 0, 0, 0), -EINVAL);
     apmsg_t message;
     apmsg_init(&message);

@@ -24,7 +24,7 @@ TEST(Text, IsShownAndWrittenAsJsonByItsCharacters)
         std::string text, shown = "", json = "";
     } rows[] = {
         {"a \"\\~", "a \"\\~", R"(a \"\\~)"},
-        {"\x1b[2J\n\x7f", R"(\x1b[2J\x0a\x7f)"},
+        {"\x1b[2J\x1f\x7f", R"(\x1b[2J\x1f\x7f)"},
         {"\xc2\x80\xc2\x9f\xc2\xa0", "\\xc2\\x80\\xc2\\x9f\xc2\xa0", "\xc2\x80\xc2\x9f\xc2\xa0"},
         // The ends of each length of a character.
         {"\xdf\xbf\xe0\xa0\x80\xef\xbf\xbf"},

@@ -22,6 +22,8 @@ for "1000001" "2147483648" "1000000 locked" => $ cp whole i ;; gzip_dirs_and_fil
 at run gzip => $ cat whole whole >>i ;; $ cp whole i ;; gzip_dirs_and_files i 1000000 ;; $ cmp i whole
     trace combine_file:  tmp_len = 1000182, | :    Data Size(compressed): 2001464 Bytes\n | :  tmp_len = 1000000,
     :    Data Size(compressed): 2001464 Bytes\n | = -1 | err combine_file faild.
+$ cp whole i; mkdir /tmp/tmppfile ;; gzip_dirs_and_files i 1000000 ;; $ cmp i whole
+    trace copy_file: unable to open `/tmp/tmppfile'\n | = -1 | err step1:cut_file faild.
 fail "close /tmp/tmppfile" ;; $ cp whole i ;; gzip_dirs_and_files i 1000000 ;; fail ;; show log
     trace copy_file: unable to close `/tmp/tmppfile'\n | = -1
 for "exit 127" "head -c 1000 $1 >$1.gz; kill -KILL $$" "rm $1" "rm $1; : >$1.gz" "/bin/gzip -k $1" =>

@@ -23,6 +23,7 @@ for "name" "n{1024}\0\0\0\0\0\0" "name\0" "name\0\0\0\0\0" "name\0\0\0\0\0\x02x"
     trace: image is damaged at entry 1: it runs past the end of the image\n | = -4 | good = x {4}
 == names that are refused (show run cd)
 for "a/../../b/x" "d x/x" "$(touch no)/x" "a`b`/x" "a\tb/x" => apply "@" 0 x  --> = -4 {5}
+apply "u b" 7 ""  --> = -4
 for "l;a b" "l;$(x" "l a;t" "-l;t" => apply "@" 4 ""  --> = -4 {4}
 for "1 .//.." "1 d|x" "5 k/zImage&" "7 u;b" "7 u<b" "7 u>b" "7 u(b" "7 u)b" "7 u'b" "7 u\"b" "7 u\\b" "7 u\nb" "4 l;~t"
   "4 l;#t" => apply "@2" @1 ""  --> = -4 {14}

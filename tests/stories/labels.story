@@ -10,6 +10,7 @@ show none ;; for "" "0123456789abcdefABCDEF" "ABG" "M D-1" "\\xB0\\xA1" "\\xb0\\
     = 1 0 "ABC\xFFGHIJ" | = 1 0 "ABCD"
 for x{57} x{58} => get_udisk_real_name "@\xB0\xA1\xB0\xA1"  --> = 1 0 "x{57}\xE5\x95\x8A\xE5\x95\x8A"
     = 1 0 "x{58}\xE5\x95\x8A"
+u2g "\xE5\x95\x8Ax"  --> = 0 "\xB0\xA1"
 == names in the inventory (show chinese)
 $ mkdir -p /u/sub /u/bin /u/e1 /u/e2
 output /bin/mount "/u/sub\n/u/bin\n/u/e1\n/u/e2\n" ;; output /bin/cat "sub\nbin\ne1\ne2\n" ;; output /usr/bin/find ""
