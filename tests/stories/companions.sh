@@ -28,6 +28,9 @@ call() {
 
 update() { call update --dir to --cards simulate=0 "$@"; }
 
+# bound IMAGE OPTION...: why an update would fail.
+bound() { upgd_service plan --cards simulate "$@" | sed -n 's/^bound to fail *//p'; }
+
 # replace COMMAND SCRIPT: a shell script stands over it, and the command itself in /w.
 replace() {
     place=$(command -v "$1")
@@ -49,7 +52,7 @@ alter() {
     rm bin/tool App_VPUCard.bin
     echo dotu >etc/data
     echo more | tee -a vorn-uboot/u >etc/more
-    ln -sfn /bin/su sh
+    ln -sfn /bin/sh2 sh
     mkdir App_VPUCard.bin et
     echo more >et/file
 }

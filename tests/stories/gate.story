@@ -7,11 +7,12 @@ for "V1.4.0.0 V1.4.0.0.0.0.0.1 V1" "V1.3.9 V1.4.0.0 V1.3" "V1.10 new V1" "V1.4.0
     1 u.img: its version V1.4.0.0 is below V1.4.0.0.0.0.0.1, the lowest that this device takes | V1.4.0.0.0.0.0.1
     1 u.img: its version V1.3.9 is below V1.4.0.0, the lowest that this device takes | V1.4.0.0
     1 /etc/sysconfig/device.conf: fw_floor=new is no version: set it anew | new | 0 tree | V1.4.0.0
-for "rc1 V1" "V1.10 V1.11" => $ cp @1.img u.img; sign "product=x floor=@2"; try; img_info --signature maker.pub
+for "rc1 V1" "V1.10 V1.11" "V1.10 V1.10.0" => $ cp @1.img u.img; sign "product=x floor=@2"; try; img_info --signature
+  maker.pub
   u.img | cut -d';' -f1  --> 1 u.img: its version rc1 can't be compared
     signature: not valid: its version can't be compared
     1 u.img: its version V1.10 is below the floor V1.11 of its own signature
-    signature: not valid: its version is below the floor of its own signature
+    signature: not valid: its version is below the floor of its own signature | 0 tree | signature: valid
 $ cp V1.10.img u.img
 for w xy p{63} => $ sign "product=@ floor=V1"; try  --> 1 u.img: is for the product w, and this device is a x
     1 u.img: is for the product xy, and this device is a x
@@ -19,6 +20,11 @@ for w xy p{63} => $ sign "product=@ floor=V1"; try  --> 1 u.img: is for the prod
 $ sign
 for "" " product=x" "product=" => $ echo '@' >/etc/sysconfig/device.conf; try
     1 u.img: the product of this device is not known; say what it is with \"sysconfig set product NAME\" {3}
+$ for mode in o-w o+w; do chmod $mode /etc/upgd/keys; upgd_service status | tail -n 2; done; chmod o-w /etc/upgd/keys
+    keys            2 | next step       say which product this is with \"sysconfig set product NAME\"
+    keys            /etc/upgd/keys: can be written to by others | next step       mend the keys: no image is taken
+$ printf 'fw_version=V1.10\nfw_floor=new\nfw_floor_pending=V1 V1.10\n' >/etc/sysconfig/device.conf; try; upgd_service
+  disks 2>/dev/null | wc -l  --> 1 /etc/sysconfig/device.conf: fw_floor=new is no version: set it anew | 1
 $ printf 'product=x\nfw_floor=9{1024}\n' >/etc/sysconfig/device.conf; try
     1 /etc/sysconfig/device.conf: Value too large for defined data type: mend that
 == comments and signatures (show none)
@@ -52,8 +58,10 @@ for "o+w keys" "g+w keys" "g+w keys/other.pub" "g+w ." => $ chmod @1 /etc/upgd/@
     1 /etc/upgd/keys: can be written to by others
 $ (cat other.pub; echo more) >/etc/upgd/keys/next.pub; try
     1 /etc/upgd/keys/next.pub: is no public key, or is cut short
-$ ln -sf /w/other.pub /etc/upgd/keys/next.pub; try; rm /etc/upgd/keys/next.pub
-    1 /etc/upgd/keys/next.pub: is a link
+for "ln -sf /w/other.pub" mkdir => $ rm /etc/upgd/keys/next.pub; @ /etc/upgd/keys/next.pub; try
+    1 /etc/upgd/keys/next.pub: is a link | 1 /etc/upgd/keys/next.pub: is no plain file
+$ rmdir /etc/upgd/keys/next.pub; mv u.img n{250}; upgd_service plan n{250}; mv n{250} u.img
+    upgd_service: n{250}.minisig: File name too long: nothing was touched; the image needs a good signature, or --allow-unsigned
 $ cp other.pub /etc/upgd/keys/next.pub; try | sed 's/[a-z]*.pub/K/'; rm /etc/upgd/keys/next.pub
     1 /etc/upgd/keys/K: has the id of another key file
 for 14 1 => $ add_keys @; try | sed 's/[-0-9a-z]*.pub/K/'  --> 0 tree | 1 /etc/upgd/keys/K: is one key file too many
@@ -82,6 +90,7 @@ $ upgd_service update u.img --dir /opt/to --force 2>&1 >out | sed -n 1p; upgd_se
     fw_floor_pending=V1 V1.10
 $ sysconfig set fw_version V1.10; upgd_service disks >out; sysconfig list  --> product=x | fw_version=V1.10
     fw_floor_pending= | fw_floor=V1
+$ upgd_service update u.img --dir /opt/to --force >out 2>&1; sysconfig get fw_floor_pending
 $ sysconfig set fw_floor V0; rmdir /opt/to/tree/tool; upgd_service update u.img --dir /opt/to >out; sysconfig
   get fw_floor  --> V1
 == settings, which need no signature if there is nothing else, and nothing on the way (show none)
@@ -92,3 +101,5 @@ $ pack vsp/f; mkdir -p /opt/to/usr/qrx310/etc; ln -s /opt /opt/to/usr/qrx310/etc
     1 s.ubck.minisig: No such file or directory 0
 $ link=vsp/lin2 pack vsp/lin1/f; sed -i 's/lin1/lin2/' s.ubck; bring_back
     1 s.ubck.minisig: No such file or directory 0
+$ cp V1.3.9.img u.img; sign; cp u.img s.ubck; cp u.img.minisig s.ubck.minisig; sysconfig set fw_floor V1.4; bring_back
+    1 s.ubck: is no settings backup s.ubck: its version V1.3.9 is below V1.4, the lowest that this device takes 0

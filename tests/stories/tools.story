@@ -34,11 +34,18 @@ $ export IMG_DEPLOY_EXPLAIN=1; img_deploy -c ./t -p 4 o.img >/dev/null; img_depl
     img_deploy: o.img was built: 2 entries, 515 bytes; left out: links over 127 characters (1), links to nowhere (2), links to devices (2), links to empty files (1), empty files (1), empty directories (1), devices (1)
     img_deploy: u.img was applied: 4 entries below /opt/upgddir/
     img_deploy: cut was not applied: No such file or directory; mend that and apply it again | status 246
-$ ipcrm -M 0x600001; perl -e 'shmget(0x600001, 4, 01600)'; IMG_DEPLOY_EXPLAIN=1 img_deploy -u u.img -m 2 2>&1 |
-  grep -o 'ipcrm.*'  --> ipcrm -M 0x600001\" and apply it again
 $ IMG_DEPLOY_EXPLAIN=0 img_deploy -c ./t o2.img 2>&1 >/dev/null; img_info --verify o.img; img_info --compare . --extra
   o.img | grep -c 'not of the image'  --> o.img: the header says the place 4, which is none of 1 to 3
     o.img: 1 finding | 9
+for "mount -t tmpfs -o size=8k tmpfs /opt" "umount /opt; rm -rf /opt/upgddir; echo >/opt/upgddir" "rm /opt/upgddir; sed
+  -i s,tree/bin,../t/bin, u.img" "ipcrm -M 0x600001; perl -e 'shmget(0x600001, 4, 01600)'" => $ @; IMG_DEPLOY_EXPLAIN=1
+  img_deploy -u u.img -m 2 2>&1 >/dev/null | tail -n 1 | cut -d: -f 3- | tr ';' '\n'; cat /usr/local/upgdflag
+     there is no room left on the device |  make room or get the image anew, and apply it again | 1
+     /opt/upgddir/ can't be reached |  mend that and apply it again | 1
+     an entry can't be written or is damaged, which the lines above name
+     make room or get the image anew, and apply it again | 1
+     the progress block, shared memory 0x600001: Invalid argument
+     remove it with \"ipcrm -M 0x600001\" and apply it again | 1
 == runs and the flag file
 for "-m 2 -u u.img -s missing" "-c tree -m 2 -u u.img" "-m 4294967297 -u u.img" => $ img_deploy @ >out 2>&1; echo $?
   $(cat /usr/local/upgdflag /run/sandbox/calls)  --> 246 1 | 0 2 {2}
@@ -59,10 +66,13 @@ $ sysconfig get a; sysconfig set a V1.0; sysconfig set device_name 'unit = 7'; s
     sysconfig: standard output: No space left on device | status 1
 $ sysconfig set a $(seq 9999); sysconfig get a  --> sysconfig: a: Value too large for defined data type | V1.0
 == img_info
-$ img_info u.img | grep -E 'Version|link|boot'; img_info --verify u.img; img_info --verify - <u.img; yes | timeout 60
-  img_info -  --> Version           V7 | boot loader            5  tree/vorn-uboot/u
-    link                   0  tree/etc/deep/link -> ../../bin/tool | u.img: well, 4 entries
-    standard input: well, 4 entries | img_info: standard input: is no update image | status 2
+$ img_info u.img | sed '/Created/d' | tr -s ' '; img_info --verify u.img; img_info --verify - <u.img; yes | timeout 60
+  img_info -  --> Name Vorn Video Systems firmware package | Version V7 | Place NAND file system
+    Code of the place 2 | Target directory\s | Packed directory tree | Compression Uncompressed | Size in bytes 610
+    Directories 4 | Entries 4 | CRC of the body 5cd33ad7 | VPU MCU 5 tree/App_VPUCard.bin
+    boot loader 5 tree/vorn-uboot/u | link 0 tree/etc/deep/link -> ../../bin/tool | file 5 tree/bin/tool
+    u.img: well, 4 entries | standard input: well, 4 entries | img_info: standard input: is no update image
+    status 2
 $ img_info --extract new u.img; img_info --extract new u.img tree/bin; diff -r --no-dereference tree new/tree; img_info
   --extract part u.img tree/bin; img_info --extract part u.img tree/b; find part -type f
     img_info: u.img: left out: tree/bin/tool: File exists | img_info: u.img: holds nothing of these names
@@ -78,13 +88,23 @@ $ { head -c 488 u.img; printf '../x\33\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0
     evil.img: entry 0 at offset 488, ../x\\x1b: its name leads out of the directory
     evil.img: the header counts 4 entries, the body has 3 | evil.img: 4 findings
     evil.img: can't stand there: ../x\\x1b: its name leads out of the directory
+image odd count=5 place=7 -- "l;" 4 "" "d;x/f" 0 x p{256} 0 x d/. 0 x "" 0 x ;; $ img_info --verify odd
+    odd: the header says the place 7, which is none of 1 to 3
+    odd: the header says the CRC 00000000, the body has 276fd913
+    odd: entry 0 at offset 488, l;: it is a link without a target, below /opt/upgddir/
+    odd: entry 1 at offset 496, d;x/f: the name of its directory is cut at its ';', as a link's would be, below /opt/upgddir/
+    odd: entry 2 at offset 508, p{256}: a part of its path has more than 255 characters, below /opt/upgddir/
+    odd: entry 3 at offset 771, d/.: its name is that of a directory, below /opt/upgddir/
+    odd: entry 4 at offset 781, : its name is that of a directory, below /opt/upgddir/ | odd: 7 findings | status 1
 $ head -c 500 u.img >cut; : >empty; head -c 488 /dev/zero >none; upgd_service update none; upgd_service update cut
     upgd_service: none: is no update image
     upgd_service: cut: has another length than its header says: it is cut off, or was never finished | status 1
 $ mkdir n; echo data >n/x; img_deploy -c ./n n.img >out; img_info --json n.img | grep -o '[a-z_]*offset":[0-9]*'
     offset\":488 | data_offset\":497
-for /tmp empty => $ img_info @  --> img_info: /tmp: is no plain file | status 2 | img_info: empty: is empty
-    status 2
+$ mkfifo p
+for /tmp empty p "--signature no u.img" "--signature u.img u.img" --frob => $ timeout 60 img_info @ 2>err; sed 1q err
+    img_info: /tmp: is no plain file | img_info: empty: is empty | img_info: p: is no plain file
+    img_info: no: No such file or directory | img_info: u.img: is no text | img_info: unrecognized option '--frob'
 $ for z in AAA-5 BBB5; do TZ=$z img_info u.img | grep Created; done | uniq | wc -l  --> 1
 $ cp u.img more; printf '\3' | dd of=more bs=1 seek=23 conv=notrunc status=none; img_info --verify more
     more: the header counts 3 entries, the body has 4 | more: 1 finding | status 1
