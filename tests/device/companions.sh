@@ -40,10 +40,12 @@ interrupt() {
     kill -INT $!
     await 'the word of the interrupt' grep -q '^interrupted' out
 }
+begin_log
 begin_update u.img 30
 interrupt
 kill -TERM $!
 end_update 'after two interrupts' '130 interrupted twice: ended at once'
+await 'their outcome in the log' grep -q 'status 130: interrupted twice' log
 expect 'mailboxes that are left' '' "$(ls /run/mailbox)"
 begin_update u.img 1
 kill -INT $!
@@ -63,6 +65,7 @@ expect 'modes of the mailboxes' '600 600' "$(stat -c %a /run/mailbox/* | paste -
 send_message 010a3d00 'x28 i x1044' 99
 await 'an event of a step without words' grep -q '%  step 99$' out
 for text in short ''; do send_message 010a3b00 'a*' "$text"; done
+send_message 010a3b00 'x38 i a1027' 23 longer
 send_message 010a3b00 'x38 i a1026' 22 'a;touch evil'
 kill -HUP $!
 end_update 'a run with them' 0
@@ -105,6 +108,9 @@ expect 'the status behind it' \
     "$(upgd_service status | tr -s ' ' | sed 's/: [0-9] of/: N of/' | paste -sd,)"
 run flock /run/img_deploy.lock upgd_service status
 expect_line out 'at work         a service update, a restore, or flashing' # and not what was killed
+flock -F /run/img_deploy.lock upgd_service watch >out &
+await 'a watch beside it' grep -q '^a service update is at work' out
+kill $!
 
 # A restore that is held at a command passes a lost terminal over, finishes after one interrupt, and leaves
 # the version as it is. What outlives it holds its lock.
@@ -132,7 +138,6 @@ restore_command /bin/mkdir
 
 # An image that its disk has shown in another way behind the test is no success. Modes do not depend on the
 # caller, and each outcome is a line of the log.
-begin_log
 hold_command /bin/mkdir
 (umask 077 && exec upgd_service update u.img --dir "$work/late" --cards simulate=0) >out 2>err &
 await 'a command of the update' test -e held

@@ -19,7 +19,7 @@ umount /mntker
 
 # A run waits for a look that has the kernel partition mounted, and not for one whose lines nobody reads. A
 # look that is killed leaves no mount.
-is_mounted() { grep -qs '^[^ ]* /tmp ext4' /proc/[0-9]*/mounts; }
+is_mounted() { grep -qs '^[^ ]* /tmp ext4 ro' /proc/[0-9]*/mounts; }
 is_let_go() { ! is_mounted; }
 # shellcheck disable=SC2016 # the script's own variables
 replace_command /bin/mount '"$0.real" "$@"
