@@ -1,53 +1,49 @@
 # Catches: a wrong line, event, code or order; a failure that goes on.
-usb 1
-== a run in its own lines (show log: (num-0), log:  start, log:  end, run /bin/sync, run sysconfig, run reboot, wait,
-  event, request, in fun, UPGD_SUCCESS, umount kernel, unpress, update user file, trace: end)
+usb 1 ;; $ echo >short
+image good -- k/zImage 5 k a 0 x u 7 u ;; image bad -- k 0 x k/zImage 5 k ;; image end count=1 --
+== a run in its own lines (show log: (num-0), run /bin/sync, run sysconfig, run reboot, wait,
+  event, request, UPGD_SUCCESS, umount kernel, unpress, update user file, trace: end)
 image u.img -- nand/App.bin 22 card nand/a 0 ABC nand/zImage 5 kernel ;; answer 22 0 3 ;; do_update_upgrade u.img 1 /b
-    trace: in fun do_update  ! \n | log:  start | event 2/0/0
-    trace: \n\n\n\n\rround 1 --------unpress ***.img file and update Linux files ....\n
+    event 2/0/0 | trace: \n\n\n\n\rround 1 --------unpress ***.img file and update Linux files ....\n
     log: (num-0)/b/nand/App.bin type(22), size(4) | run /bin/sync; /bin/umount /mntker/
     trace:   umount kernel dir: /mntker/ \n | : result = UPGD_SUCCESS, update successful !! \n
     run sysconfig set fw_version V1.0.0.0 | run /bin/sync | trace: \n\n\n\n\rround 2 --------update user file ....\n
     event 5/0/33 | request 22/1/0x0/0 /b/nand/App.bin | trace: end upgrade !! \n | wait 1000000 us
-    trace: result = UPGD_SUCCESS, update successful !! \n | wait 6 s | run reboot -f | log:  end | = 0
+    trace: result = UPGD_SUCCESS, update successful !! \n | wait 6 s | run reboot -f | = 0
 percent ;; tree /b  --> = 1000 | nand/App.bin = card | nand/a = ABC | nand/zImage = kernel
 == failures in the checks of the image (show wait, event, run, trace: end, update error)
-image good -- k/zImage 5 k a 0 x u 7 u ;; $ echo >short ;; do_update_upgrade missing 2 /b  --> wait 2 s
-    event 1/4/0 | trace: end upgrade !! \n | wait 1000000 us | trace: result = 2, update error !! \n
-    log:  result = 2, update error !! | = -10
+do_update_upgrade missing 2 /b  --> wait 2 s | event 1/4/0 | trace: end upgrade !! \n | wait 1000000 us
+    trace: result = 2, update error !! \n | log:  result = 2, update error !! | = -10
 show wait 2, event ;; for "short /b" "- /b" "good /w/short/x" => do_update_upgrade @1 2 @2  --> wait 2 s
     event 1/6/0 | = -10 | wait 2 s | event 1/4/0 | = -10 | wait 2 s | event 1/6/0 | = -10
 at <do_update> => $ mv good kept ;; do_update_upgrade good 2 /b ;; $ mv kept good ;; fail map ;;
   do_update_upgrade good 2 /b  --> wait 2 s | event 1/5/0 | = -10 | wait 2 s | event 1/7/0 | = -3
-== failures of the unpacking (show wait 2, event, run sysconfig, /bin/umount, run reboot, log: copy_file)
-image good -- k/zImage 5 k a 0 x u 7 u ;; image bad -- k/zImage 5 k k 0 x ;; image end count=1 --
-for end bad => do_update_upgrade @ 1 /b  --> event 2/0/0 | log: copy_file ----------  /b --------- failed.
-    wait 2 s | event 2/8/0 | run reboot -f | = -1 | event 2/0/0 | log: copy_file ----------  /b/k --------- failed.
-    wait 2 s | event 2/8/50 | run reboot -f | = -1
+== failures of the unpacking (show wait 2, event, run sysconfig, /bin/umount, run reboot)
+for end bad => do_update_upgrade @ 1 /b  --> event 2/0/0 | wait 2 s | event 2/8/0 | run reboot -f | = -1
+    event 2/0/0 | wait 2 s | event 2/8/50 | run reboot -f | = -1
 for "run /bin/cp" "run /bin/mount" "run dd" syncfs => fail "@" ;; $ umount /mntker 2>/dev/null; rm -rf /b ;;
   do_update_upgrade good 2 /b  --> event 2/0/0 | event 2/10/0 | run /bin/sync; /bin/umount /mntker/ | = -1 {2}
-    event 2/0/0 | event 2/9/66 | run /bin/sync; /bin/umount /mntker/ | = -1 | event 2/0/0
-    log: copy_file ----------  /b --------- failed. | wait 2 s | event 2/8/66 | = -1
+    event 2/0/0 | event 2/9/66 | run /bin/sync; /bin/umount /mntker/ | = -1 | event 2/0/0 | wait 2 s | event 2/8/66
+    = -1
 == the disk is gone (show wait 2, event, UPGD_ERROR_NODISK, /bin/umount)
-image good -- k/zImage 5 k a 0 x u 7 u ;; image bad -- k 0 x k/zImage 5 k ;; image end count=1 -- ;; image none -- ;;
-  $ echo >short
+image none --
 for short bad => usb 1 ;; at wait 2 s => usb 0 ;; do_update_upgrade @ 2 /b  --> wait 2 s | event 1/3/0 | = -10
     event 2/0/0 | wait 2 s | event 2/3/50 | = -1
-for end good none => usb 0 ;; do_update_upgrade @ 2 /b ;; percent  --> event 2/0/0 | event 2/3/0
-    trace: UPGD_ERROR_NODISK\n | = -1 | = 0 {2} | event 2/0/0 | = 0 | = 1000
+for good none => usb 0 ;; do_update_upgrade @ 2 /b ;; percent  --> event 2/0/0 | event 2/3/0
+    trace: UPGD_ERROR_NODISK\n | = -1 | = 0 | event 2/0/0 | = 0 | = 1000
 usb 1 ;; $ rm -rf /b ;; at (num-0) => usb 0 ;; do_update_upgrade good 2 /b  --> event 2/0/0 | event 2/3/0
     trace: UPGD_ERROR_NODISK\n | run /bin/sync; /bin/umount /mntker/ | = -1
 == the entry points (show log:, wait, event, run reboot)
-image u.img -- a 0 x ;; $ echo >short ;; do_update_upgd missing /b ;; usb 0 ;; show event, null ;;
-  do_update_upgd - /b ;; usb 1 ;; show log:, event, wait  --> log: start
-    : 'missing' can't open. please check path. | wait 2 s | event 0/4/0 | log: end | = -1
-    : '(null)' can't open. please check path. | event 0/3/0 | = -1
-for missing u.img => do_update_backup @ /b  --> log: start | : 'missing' can't open. please check path. | : end
-    = -1 | log: start | : do_update_backup runing... | wait 20000 us | log: do_update_backup OK | : end | = 0
-show log: do_update_backup, event, run reboot ;; do_update_backup short /b ;; for u.img short => do_update_upgd @ /b
-    log: do_update_backup runing... | : do_update_backup NG | = -10 | log: do_update_backup runing... | event 2/0/0
-    log: do_update_backup OK | = 0 | log: do_update_backup runing... | event 1/6/0 | log: do_update_backup NG
-    = -10
+do_update_upgd missing /b  --> log: start | : 'missing' can't open. please check path. | wait 2 s | event 0/4/0
+    log: end | = -1
+image u.img -- a 0 x ;; for missing u.img => do_update_backup @ /b  --> log: start
+    : 'missing' can't open. please check path. | : end | = -1 | log: start | : do_update_backup runing...
+    wait 20000 us | log: do_update_backup OK | : end | = 0
+show log: do_update_backup, event, run reboot, null ;; do_update_backup short /b
+    log: do_update_backup runing... | : do_update_backup NG | = -10
+for u.img short => do_update_upgd @ /b  --> log: do_update_backup runing... | event 2/0/0 | log: do_update_backup OK
+    = 0 | log: do_update_backup runing... | event 1/6/0 | log: do_update_backup NG | = -10
+usb 0 ;; do_update_upgd - /b  --> log: '(null)' can't open. please check path. | event 1/3/0 | = -1
 == other programs (show log, run)
 for p{220} p{221} - => do_update_runcmd "@" 1  --> log:  <do_update_runcmd> update_file = p{220}
     run /usr/qrx310/bin/img_deploy -u p{220} -m 1 | = 0 | log:  <do_update_runcmd> update_file = p{221}
