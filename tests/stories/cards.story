@@ -36,9 +36,9 @@ show request ;; update_all_UserFile ;; empty_UserFile_patch ;; get_update_card_r
 == the bytes of messages
 raw ;; $ sysconfig set card_bit 2
 fail "send 01" ;; ipc_event_send_upgmsg ;; ipc_event_send_upgmsg - ;; fail ;; show send  --> = -7 | = -1
-for "0 x" "1 -" "70000 p{70000}" => ipc_send_card_update @
+for "0 x" "1 -" "82241 p{82241}" => ipc_send_card_update @
     send 020a3b00 \0?\n\x02\0{4}(\0{9}\x1C\0\x0E\0\0\0?\x99\xEF\x02\x04\x03\0\0\x08\x07\x06\x05\0{4} | = 0 | = -1
-    send 020a3b00 \0?\n\x02\0{4}\x98\x11\x01\0{7}\x1C\0~\x11\x01\0?\x99\xEF\x02\x04\x03\x01\0\x08\x07\x06\x05p\x11p{70000}\0\0
+    send 020a3b00 \0?\n\x02\0{4}iA\x01\0{7}\x1C\0OA\x01\0?\x99\xEF\x02\x04\x03\x01\0\x08\x07\x06\x05AAp{82241}\0\0
     = 0
 show trace ;; fail send ;; ipc_send_card_update 1 x ;; fail ;; ipc_send_card_update 0xFFFFFFFF x
     trace: QX7_FPGA_WriteBlock: send_msg_to_kmd error :-7\n | = -7 | = -1
