@@ -1,77 +1,63 @@
 # Catches: an image that the gate of upgd_service lets in though its signature, comment, version or product, or the
 # device's keys, are not as they have to be; a reason in other words; a backup that brings more than settings.
-$ for f in begin sign try add_keys pack bring_back; do install $STORIES/gate.sh /usr/local/bin/$f; done; begin
-== versions, floors and products (show none)
-for "V1.4.0.0 V1.4.0.0.0.0.0.1 V1" "V1.3.9 V1.4.0.0 V1.3" "V1.10 new V1" "V1.4.0.0 V1.4.0.0 v1.4.0" => $ cp @1.img
-  u.img; sysconfig set fw_floor @2; sign "product=x floor=@3"; try; sysconfig get fw_floor
-    1 u.img: its version V1.4.0.0 is below V1.4.0.0.0.0.0.1, the lowest that this device takes | V1.4.0.0.0.0.0.1
-    1 u.img: its version V1.3.9 is below V1.4.0.0, the lowest that this device takes | V1.4.0.0
-    1 /etc/sysconfig/device.conf: fw_floor=new is no version: set it anew | new | 0 tree | V1.4.0.0
-for "rc1 V1" "V1.10 V1.11" "V1.10 V1.10.0" => $ cp @1.img u.img; sign "product=x floor=@2"; try; img_info --signature
-  maker.pub
-  u.img | cut -d';' -f1  --> 1 u.img: its version rc1 can't be compared
+$ for f in begin sign try add_keys bring_back; do install $STORIES/gate.sh /usr/local/bin/$f; done; begin
+== versions, floors and products
+for "V1.4.0.0 V1.4.0.0.0.0.0.1 V1" "V1.10 new V1" "V1.4.0.0 V1.4.0.0 v1.4.0" => $ cp @1.img u.img; sysconfig set
+  fw_floor @2; sign "product=x floor=@3"; try
+    1 u.img: its version V1.4.0.0 is below V1.4.0.0.0.0.0.1, the lowest that this device takes
+    1 /etc/sysconfig/device.conf: fw_floor=new is no version: set it anew | 0 tree
+for "rc1 V1" "V1.10 V1.11" "V1.10 V" "V1.10 V1.10.0" => $ cp @1.img u.img; sign "product=x floor=@2"; try; img_info
+  --signature maker.pub u.img | cut -d';' -f1  --> 1 u.img: its version rc1 can't be compared
     signature: not valid: its version can't be compared
     1 u.img: its version V1.10 is below the floor V1.11 of its own signature
-    signature: not valid: its version is below the floor of its own signature | 0 tree | signature: valid
-$ cp V1.10.img u.img
-for w xy p{63} => $ sign "product=@ floor=V1"; try  --> 1 u.img: is for the product w, and this device is a x
-    1 u.img: is for the product xy, and this device is a x
+    signature: not valid: its version is below the floor of its own signature
+    1 has no comment of the form product=NAME floor=VERSION
+    signature: not valid: has no comment of the form product=NAME floor=VERSION | 0 tree | signature: valid
+for xy p{63} => $ sign "product=@ floor=V1"; try  --> 1 u.img: is for the product xy, and this device is a x
     1 u.img: is for the product p{63}, and this device is a x
-$ sign
-for "" " product=x" "product=" => $ echo '@' >/etc/sysconfig/device.conf; try
-    1 u.img: the product of this device is not known; say what it is with \"sysconfig set product NAME\" {3}
-$ for mode in o-w o+w; do chmod $mode /etc/upgd/keys; upgd_service status | tail -n 2; done; chmod o-w /etc/upgd/keys
+for "" product= => $ sign; echo @ >device.conf; try
+    1 u.img: the product of this device is not known; say what it is with \"sysconfig set product NAME\" {2}
+$ for mode in o-w o+w; do chmod $mode keys; upgd_service status | tail -n 2; done; chmod o-w keys
     keys            2 | next step       say which product this is with \"sysconfig set product NAME\"
     keys            /etc/upgd/keys: can be written to by others | next step       mend the keys: no image is taken
-$ printf 'fw_version=V1.10\nfw_floor=new\nfw_floor_pending=V1 V1.10\n' >/etc/sysconfig/device.conf; try; upgd_service
-  disks 2>/dev/null | wc -l  --> 1 /etc/sysconfig/device.conf: fw_floor=new is no version: set it anew | 1
-$ printf 'product=x\nfw_floor=9{1024}\n' >/etc/sysconfig/device.conf; try
+$ printf 'fw_version=V1.10\nfw_floor=new\nfw_floor_pending=V1 V1.10\n' >device.conf; try; upgd_service disks 2>err
+  | wc -l  --> 1 /etc/sysconfig/device.conf: fw_floor=new is no version: set it anew | 1
+$ printf 'product=x\nfw_floor=9{1024}\n' >device.conf; try
     1 /etc/sysconfig/device.conf: Value too large for defined data type: mend that
-== comments and signatures (show none)
-for 0{256} 0{255} "product=p{64} floor=V1" "product= floor=V1" "product=x  floor=V1" "product=x floor=V1.x"
-  "product=x floor=V1 until=9" "product=x floor=V4294967297" "product=x floor=V1.1.1.1.1.1.1.1.1" => $ sign '@'; try
-    1 u.img.minisig: has too long a comment
-    1 u.img.minisig: has no comment of the form product=NAME floor=VERSION {8}
-$ img_info --signature maker.pub u.img | cut -d';' -f1
-    signature: not valid: has no comment of the form product=NAME floor=VERSION
+== comments and signatures
+for 0{256} 0{255} "product=p{64} floor=V1" "product= floor=V1" "product=x  floor=V1" "product=x
+  floor=V1 until=9" "product=x floor=V4294967297" "product=x floor=V1.1.1.1.1.1.1.1.1" => $ sign '@'; try
+    1 has too long a comment | 1 has no comment of the form product=NAME floor=VERSION {7}
 $ rm u.img.minisig; upgd_service update u.img 2>&1 | tr ';' '\n'
     upgd_service: u.img.minisig: No such file or directory: nothing was touched
      the image needs a good signature, or --allow-unsigned
-for 0 155 -1 => $ head -c @ good >u.img.minisig; try  --> 1 u.img.minisig: is no signature, or is cut short {3}
-for "cat good; echo" "sed 's/$/\r/' good" "cat good; head -c 1M /dev/zero" "perl -pe 's/$/\0more/ if $. == 3' good"
-  => $ { @; } >u.img.minisig; try  --> 1 u.img.minisig: is no signature, or is cut short
-    1 u.img.minisig: has line ends of another system | 1 u.img.minisig: is too long | 1 u.img.minisig: is no text
+for : "head -c 155 good" "head -c -1 good" "cat good; echo" "sed 's/$/\r/' good" "cat good; head -c 1M /dev/zero"
+  "perl -pe 's/$/\0more/ if $. == 3' good" => $ { @; } >u.img.minisig; try
+    1 is no signature, or is cut short {4} | 1 has line ends of another system | 1 is too long | 1 is no text
 for 2 4 => $ perl -pe 's/([^=])(=+)$/chr(1 + ord $1) . $2/e if $. == @' good >u.img.minisig; try
-    1 u.img.minisig: is no signature, or is damaged {2}
-$ sign 'product=x floor=V1' maker -l; try
-    1 u.img.minisig: is in the old form, not over the image's hash: sign without -l
+    1 is no signature, or is damaged {2}
+$ sign 'product=x floor=V1' maker -l; try  --> 1 is in the old form, not over the image's hash: sign without -l
 $ cp V1.3.9.img u.img; sign 'product=x floor=V1.1'; cp V1.10.img u.img; try
     1 u.img: is another image's, or the image was altered; get it anew
-$ tail -n 2 u.img.minisig >foreign; (head -n 2 good; cat foreign) >u.img.minisig; try
-    1 u.img.minisig: is not the key owner's: it or its comment was altered
+$ (head -n 2 good; tail -n 2 u.img.minisig) >both; mv both u.img.minisig; try
+    1 is not the key owner's: it or its comment was altered
 $ sign 'product=x floor=V1' other; try  --> 0 tree
-== the device's keys (show none)
-$ cd /etc/upgd/keys; mv maker.pub maker.old; cp maker.old .maker.pub; cd /w; try; cp maker.pub /etc/upgd/keys
-    1 u.img.minisig: was made with a key that this device does not have
-for "o+w keys" "g+w keys" "g+w keys/other.pub" "g+w ." => $ chmod @1 /etc/upgd/@2; try; chmod go-w /etc/upgd/@2
-    1 /etc/upgd/keys: can be written to by others {2} | 1 /etc/upgd/keys/other.pub: can be written to by others
-    1 /etc/upgd/keys: can be written to by others
-$ (cat other.pub; echo more) >/etc/upgd/keys/next.pub; try
-    1 /etc/upgd/keys/next.pub: is no public key, or is cut short
-for "ln -sf /w/other.pub" mkdir => $ rm /etc/upgd/keys/next.pub; @ /etc/upgd/keys/next.pub; try
-    1 /etc/upgd/keys/next.pub: is a link | 1 /etc/upgd/keys/next.pub: is no plain file
-$ rmdir /etc/upgd/keys/next.pub; mv u.img n{250}; upgd_service plan n{250}; mv n{250} u.img
-    upgd_service: n{250}.minisig: File name too long: nothing was touched; the image needs a good signature, or --allow-unsigned
-$ cp other.pub /etc/upgd/keys/next.pub; try | sed 's/[a-z]*.pub/K/'; rm /etc/upgd/keys/next.pub
-    1 /etc/upgd/keys/K: has the id of another key file
-for 14 1 => $ add_keys @; try | sed 's/[-0-9a-z]*.pub/K/'  --> 0 tree | 1 /etc/upgd/keys/K: is one key file too many
+== the device's keys
+$ mv keys/maker.pub keys/maker.old; cp maker.pub keys/.maker.pub; try; cp maker.pub keys
+    1 was made with a key that this device does not have
+for keys keys/other.pub keys/.. => $ chmod g+w @; try; chmod g-w @  --> 1 keys: can be written to by others
+    1 keys/other.pub: can be written to by others | 1 keys: can be written to by others
+for "(cat other.pub; echo more) >" "ln -s /w/other.pub" mkdir "cp other.pub" => $ @ keys/next.pub; try | sed
+  's/[a-z]*.pub/K/'; rm -r keys/next.pub  --> 1 keys/K: is no public key, or is cut short | 1 keys/K: is a link
+    1 keys/K: is no plain file | 1 keys/K: has the id of another key file
+for 14 1 => $ add_keys @; try | sed 's/[-0-9a-z]*.pub/K/'  --> 0 tree | 1 keys/K: is one key file too many
 $ mv /etc/upgd/keys moved; ln -s /w/moved /etc/upgd/keys; upgd_service update u.img
     upgd_service: /etc/upgd/keys: Not a directory: nothing was touched; mend the device's keys | status 1
 $ rm /etc/upgd/keys; mkdir /etc/upgd/keys; try
-    1 /etc/upgd/keys: holds no key: put one there with \"install -m 644 KEY.pub /etc/upgd/keys/\"
-$ rmdir /etc/upgd/keys; try; rmdir /etc/upgd; ln -s nowhere /etc/upgd; try; rm /etc/upgd  --> 0 tree
-    1 /etc/upgd/keys: No such file or directory
-== what is let in, copied and noted; the floor rises with a run that went well, and not with simulated cards (show none)
+    1 keys: holds no key: put one there with \"install -m 644 KEY.pub /etc/upgd/keys/\"
+$ rmdir /etc/upgd/keys; try; rmdir /etc/upgd; ln -s nowhere /etc/upgd; try  --> 0 tree
+    1 keys: No such file or directory
+== what is let in, copied and noted; the floor rises with a run that went well, and not with simulated cards
 for "upgd_service plan u.img --cards simulate" "img_info --signature maker.pub u.img" => $ @ | sed -n "1s/$(sed -n
   '1s/.* //p' maker.pub)/KEY/p" | tr ';' '\n'  --> signature: valid |  key KEY
      trusted comment: product=x floor=V1 |  untrusted comment: signature from minisign secret key {2}
@@ -84,22 +70,18 @@ $ upgd_service plan u.img --dir to --cards simulate --copy t.img >out; cmp u.img
 $ upgd_service plan u.img --copy u.img; upgd_service plan x.img --copy r.img 2>err; test ! -e r.img
     upgd_service: u.img: it exists: nothing was touched
 $ rm /etc/sysconfig/*; sysconfig set product x; try; sysconfig list  --> 0 tree | product=x | fw_version=V1.10
-$ mkdir -p /usr/vorn/bin /opt/to/tree/tool; cp /bin/mcu_isp /usr/vorn/bin; sysconfig set fw_version V1
-$ upgd_service update u.img --dir /opt/to --force 2>&1 >out | sed -n 1p; upgd_service disks >out; sysconfig list
-    upgd_service: /opt/to/tree/tool: a directory stands there | product=x | fw_version=V1
-    fw_floor_pending=V1 V1.10
+$ mkdir -p /usr/vorn/bin to/tree/tool; cp /bin/mcu_isp /usr/vorn/bin; sysconfig set fw_version V1
+$ upgd_service update u.img --dir to --force 2>&1 >out | sed -n 1p; upgd_service disks >out; sysconfig list
+    upgd_service: /w/to/tree/tool: a directory stands there | product=x | fw_version=V1 | fw_floor_pending=V1 V1.10
 $ sysconfig set fw_version V1.10; upgd_service disks >out; sysconfig list  --> product=x | fw_version=V1.10
     fw_floor_pending= | fw_floor=V1
-$ upgd_service update u.img --dir /opt/to --force >out 2>&1; sysconfig get fw_floor_pending
-$ sysconfig set fw_floor V0; rmdir /opt/to/tree/tool; upgd_service update u.img --dir /opt/to >out; sysconfig
-  get fw_floor  --> V1
-== settings, which need no signature if there is nothing else, and nothing on the way (show none)
-for "vsp/a mcucored/b sysconf/qrxpara/c" vsp/vorn-kernel/zImage sysconf/other => $ pack @; bring_back  --> 0 3
-    1 s.ubck.minisig: No such file or directory 0 {2}
-$ pack vsp/ab/f; sed -i 's,vsp/ab/f,vsp/../f,' s.ubck; bring_back  --> 1 s.ubck.minisig: No such file or directory 0
-$ pack vsp/f; mkdir -p /opt/to/usr/qrx310/etc; ln -s /opt /opt/to/usr/qrx310/etc/vsp; bring_back
-    1 s.ubck.minisig: No such file or directory 0
-$ link=vsp/lin2 pack vsp/lin1/f; sed -i 's/lin1/lin2/' s.ubck; bring_back
-    1 s.ubck.minisig: No such file or directory 0
-$ cp V1.3.9.img u.img; sign; cp u.img s.ubck; cp u.img.minisig s.ubck.minisig; sysconfig set fw_floor V1.4; bring_back
-    1 s.ubck: is no settings backup s.ubck: its version V1.3.9 is below V1.4, the lowest that this device takes 0
+$ upgd_service update u.img --dir to --force >out 2>&1; sysconfig get fw_floor_pending
+$ sysconfig set fw_floor V0; rmdir to/tree/tool; upgd_service update u.img --dir to >out; sysconfig get fw_floor
+    V1
+== settings, which need no signature if there is nothing else, and nothing on the way
+$ mkdir -p to/usr/qrx310/etc/vsp; ln -s /opt to/usr/qrx310/etc/vsp/out
+for "vsp/l/f 0" "vsp/out/f 0" "vsp/../f 0" "vsp/k/zImage 5" "vsp/u 7" "sysconf/other 0" "vsp/a 0" "mcucored/b 0"
+  "sysconf/qrxpara/c 0" => image s.ubck place=1 dir=. -- "usr/qrx310/etc/vsp/l;/opt" 4 "" usr/qrx310/etc/@1 @2 x ;;
+  $ bring_back s.ubck  --> 1 s.ubck.minisig: No such file or directory 0 {6} | 0 1 | 0 2 | 0 3
+$ cp V1.3.9.img u.img; sign; sysconfig set fw_floor V1.4; bring_back u.img
+    1 u.img: is no settings backup u.img: its version V1.3.9 is below V1.4, the lowest that this device takes 3
