@@ -3,11 +3,10 @@
 $ mkdir -p nand; printf ABC >nand/a ;; do_create ./nand 2 i ;; bytes i  --> log crc32_img_body:  start | :  mmap
     :  linuxcrc32 | :  munmap | :  end | = 0
     = '\x05\x19f\xD3;\xD0\\\0{6}\x01\xF7j\x1Fn\xC3\0\0\0\x01\0{11}\x02\0{260}nand\0{60}Vorn Video Systems firmware package\0{29}V1.0.0.0\0{56}nand/a\0{5}\x03ABC
-$ mkdir -p nand/b/c nand/d; : >nand/a ;; show none ;; do_create nand// 1 i ;; bytes i  --> = 0
-    = '\x05\x19f\0{7}\x03\0\0\x01\xE8j\x1Fn\xC3\0{15}\x01\0{260}nand\0{60}Vorn Video Systems firmware package\0{29}V1.0.0.0\0{56}
-for "3 i t{70} v{70}" "77 i /to" => do_create nand @ ;; bytes i 32  --> = 0
-    = \0\0\0\x03\0{4}t{63}\0{193}nand\0{60}Vorn Video Systems firmware package\0{29}v{63}\0 | = 0
-    = \0\0\0M\0{260}nand\0{60}Vorn Video Systems firmware package\0{29}V1.0.0.0\0{56}
+$ mkdir -p nand/b/c nand/d; : >nand/a ;; show none ;; do_create nand// 77 i /to ;; bytes i  --> = 0
+    = '\x05\x19f\0{7}\x03\0\0\x01\xE8j\x1Fn\xC3\0{15}M\0{260}nand\0{60}Vorn Video Systems firmware package\0{29}V1.0.0.0\0{56}
+do_create nand 3 i t{70} v{70} ;; bytes i 32  --> = 0
+    = \0\0\0\x03\0{4}t{63}\0{193}nand\0{60}Vorn Video Systems firmware package\0{29}v{63}\0
 == the example of the format page
 clock 1767323045 ;; $ mkdir nand; ln -s bin/a nand/l; mkdir nand/bin; printf ABC >nand/bin/a
 do_create ./nand 1 i - V2  --> = 0
@@ -72,8 +71,8 @@ for l{1023} l{1024} => write_file i 4 nand/f @  --> = 0 | = -1
 $ rm nand/f ;; show log crc32_img_body ;; fail map ;; do_create ./nand 2 i  --> log crc32_img_body:  start | :  mmap
     : mmap error!!\n | :  end | = -1 "Cannot allocate memory"
 == paths that are too long (show trace get_dirs_and_files)
-$ d=d{199}; d=/w/$d/$d/$d/$d/e$d; mkdir -p $d; cd $d; echo g >g{19}; echo h >h{20}; echo a >../a
-do_create /w/d{199}/d{199}/d{199}/d{199} 1 i ;; entries i  --> = 0 | = 2 in 1 of d{63}
-    w/d{199}/d{199}/d{199}/d{199}/a 0 a\n | w/d{199}/d{199}/d{199}/d{199}/ed{199}/ggggggggggggggggggg 0 g\n
-$ cd /w/d*/d*/d*/d*/e*; mkdir x{18}; echo y >y ;; do_create /w/d{199}/d{199}/d{199}/d{199} 1 i ;; entries i  --> = 0
-    = 2 in 2 of d{63} | w/d{199}/d{199}/d{199}/d{199}/a 0 a\n | w/d{199}/d{199}/d{199}/d{199}/ed{199}/y 0 y\n
+$ mkdir -p n/e{255}; cd n/e*; echo g >g{19}; echo h >h{20}; echo a >../a
+do_create /{744}w/n 1 i ;; entries i  --> = 0 | = 2 in 1 of n | /{743}w/n/a 0 a\n
+    /{743}w/n/e{255}/ggggggggggggggggggg 0 g\n
+$ cd n/e*; mkdir x{18}; echo y >y ;; do_create /{744}w/n 1 i ;; entries i  --> = 0 | = 2 in 2 of n
+    /{743}w/n/a 0 a\n | /{743}w/n/e{255}/y 0 y\n
