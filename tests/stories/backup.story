@@ -24,11 +24,10 @@ entries /mnt/u/unit7_2026.ubck ;; $ ls /tmp .; rm -r /usr/qrx310/etc/*  --> = 4 
 show none ;; do_update_backup /mnt/u/unit7_2026.ubck / ;; tree /usr/qrx310/etc  --> = 0 | mcucored/conf = c
     mcucored/link -> conf | sysconf/qrxpara = p | vsp/deep/layout = l
 == the room, to the last block (show enough, 2147483647)
-for "3000000000 100050" "100050 100049" "100049 100049" "100050 -3000000000" => output " df |grep /d" "@1\n" ;;
+for "3000000000 100050" "100050 100049" "100050 -3000000000" "100049 100049" => output " df |grep /d" "@1\n" ;;
   output " df |grep /m" "@2\n" ;; do_create_backup /mnt/u  --> log: sys_avail_size  =  2147483647 Bytes
-    = 0 "/mnt/u/unit7_2026.ubck" | log: udisk_avail_size is not enough.resverd size is 100M. | = -13 "old"
+    = 0 "/mnt/u/unit7_2026.ubck" | log: udisk_avail_size is not enough.resverd size is 100M. | = -13 "old" {2}
     log: sys_avail_size is not enough.resverd size is 100M. | = -12 "old"
-    log: udisk_avail_size is not enough.resverd size is 100M. | = -13 "old"
 output " df |grep /d" "" ;; do_create_backup /mnt/u  --> log: sys_avail_size is not enough.resverd size is 100M.
     = -12 "old"
 == what fails ahead of the image (show can't open, faild, error, file name, in a command)
@@ -48,17 +47,14 @@ $ ls -d /tmp/ubackup; rm -r /tmp/ubackup; sysconfig set device_name unit7  --> /
 show /tmp/ubackup is ;; fail "run /bin/rm"
 for "ln -s /mnt/u /tmp/ubackup" "rm /tmp/ubackup; mkdir -m 702 /tmp/ubackup" "chmod 720 /tmp/ubackup" "chmod 700
   /tmp/ubackup; chown 7 /tmp/ubackup 2>&- || chmod 702 /tmp/ubackup" "chown 0 /tmp/ubackup; chmod 755 /tmp/ubackup" =>
-  $ @ ;; do_create_backup /mnt/u ;; $ stat -Lc %a /tmp/ubackup | tr 2 0
-    log: /tmp/ubackup is no directory of our own alone: remove it | = -1 "old" | 755
-    log: /tmp/ubackup is no directory of our own alone: remove it | = -1 "old" | 700 {3}
-    = 0 "/mnt/u/unit7_2026.ubck" | 700
+  $ @ ;; do_create_backup /mnt/u  --> log: /tmp/ubackup is no directory of our own alone: remove it | = -1 "old" {4}
+    = 0 "/mnt/u/unit7_2026.ubck"
+$ stat -c %a /mnt/u /tmp/ubackup  --> 755 | 700
 == what fails with an image (show do_create ubck, do_create error, accessing, command too long)
 at read /bin/date => $ rm -r /mnt/u ;; do_create_backup /mnt/u  --> log: accessing img is not  F_OK | = -1 "old"
-$ mkdir /mnt/u /mnt/d{81} /mnt/d{82} /mnt/d{94} /mnt/d{95} ;; for 81 82 94 95 => do_create_backup /mnt/d{@}
-    log: do_create ubck success ! | = 0 "/mnt/d{81}/unit7_2026.ubck"
-    log: command too long for </tmp/ubackup/unit7_2026.ubck>. | = -1 "old" {2}
+for 81 82 94 95 => $ mkdir -p /mnt/u /mnt/d{@} ;; do_create_backup /mnt/d{@}  --> log: do_create ubck success !
+    = 0 "/mnt/d{81}/unit7_2026.ubck" | log: command too long for </tmp/ubackup/unit7_2026.ubck>. | = -1 "old" {2}
     log: command too long for </mnt/d{95}>. | = -1 "old"
-for "run /bin/cp -rf /tmp" "run /bin/mkdir" fsync => fail "@" ;; do_create_backup /mnt/u
-    log: do_create ubck faild ! | = -1 "/mnt/u/unit7_2026.ubck" | log: do_create error !!! | = -1 "old"
-    log: do_create ubck faild ! | = -1 "/mnt/u/unit7_2026.ubck"
+for "run /bin/cp -rf /tmp" fsync "run /bin/mkdir" => fail "@" ;; do_create_backup /mnt/u
+    log: do_create ubck faild ! | = -1 "/mnt/u/unit7_2026.ubck" {2} | log: do_create error !!! | = -1 "old"
 $ ls /tmp
