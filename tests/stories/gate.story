@@ -6,10 +6,10 @@ for "V1.4.0.0 V1.4.0.0.0.0.0.1 V1" "V1.10 new V1" "V1.4.0.0 V1.4.0.0 v1.4.0" => 
   fw_floor @2; sign "product=x floor=@3"; try
     1 u.img: its version V1.4.0.0 is below V1.4.0.0.0.0.0.1, the lowest that this device takes
     1 /etc/sysconfig/device.conf: fw_floor=new is no version: set it anew | 0 tree
-for "rc1 V1" "V1.10 V1.11" "V1.10 V" "V1.10 V1.10.0" => $ cp @1.img u.img; sign "product=x floor=@2"; try; img_info
+for "rc1 V1" "V1.10 V2" "V1.10 V" "V1.10 V1.10.0" => $ cp @1.img u.img; sign "product=x floor=@2"; try; img_info
   --signature maker.pub u.img | cut -d';' -f1  --> 1 u.img: its version rc1 can't be compared
     signature: not valid: its version can't be compared
-    1 u.img: its version V1.10 is below the floor V1.11 of its own signature
+    1 u.img: its version V1.10 is below the floor V2 of its own signature
     signature: not valid: its version is below the floor of its own signature
     1 has no comment of the form product=NAME floor=VERSION
     signature: not valid: has no comment of the form product=NAME floor=VERSION | 0 tree | signature: valid
