@@ -82,10 +82,11 @@ $ mkdir /mnt/sdb1; mount -t tmpfs -o size=150m any /mnt/sdb1; mount -o remount,s
     1 /mnt/sdb1: the room on the device can't be measured: df(1) shows no file system /dev/root
 == one card's file
 $ call flash 24 u.img  --> 1 u.img: not flashed: the tool /usr/vorn/bin/mcu_isp: No such file or directory
-$ mkdir -p /usr/vorn/bin; cp /bin/mcu_isp /usr/vorn/bin; call flash 24 u.img; cat /run/sandbox/calls  --> 0
-    mcu_isp\t-B\tvpu\t-C\t0x31\t-b\tu.img\t-r\t0x00
-$ chmod -x /usr/vorn/bin/mcu_isp; call flash 24 u.img; chmod +x /usr/vorn/bin/mcu_isp
-    1 u.img: not flashed: the tool /usr/vorn/bin/mcu_isp: Permission denied
+$ mkdir -p /usr/vorn/bin; cp /bin/mcu_isp /usr/vorn/bin; cd /usr/vorn/bin; for x in -x +x; do chmod $x *; call flash 24
+  /w/u.img; done; cat out /run/sandbox/calls
+    1 /w/u.img: not flashed: the tool /usr/vorn/bin/mcu_isp: Permission denied | 0
+    /w/u.img: the tool was called and has ended with status 0; the card itself was not asked
+    mcu_isp\t-B\tvpu\t-C\t0x31\t-b\t/w/u.img\t-r\t0x00
 $ printf '#!/bin/sh\necho no card; exit 3\n' >/usr/vorn/bin/mcu_isp; call flash vpu-mcu u.img; sed 1d err
     1 u.img: the tool /usr/vorn/bin/mcu_isp was called and has ended with status 3
     upgd_service: a command said: no card
@@ -146,7 +147,8 @@ $ update u.img | cut -c 1; tail -n 1 err; find to | sort  --> 1
     to/tree/bin | to/tree/bin/tool | to/tree/etc
 $ upgd_service plan u.img --dir new | grep ^bound
     bound to fail   /w/new/tree/App_VPUCard.bin: the tool /usr/vorn/bin/mcu_isp: No such file or directory
-for "w y" 0{200} => $ mkdir -p '@/tree'; bound u.img --dir '@' | sed -n 's/.*\(bin\|tool\|u\): //p' | sort -u
+for "w y" 0{200} => $ mkdir -p '@/tree/vorn-uboot'; touch '@/tree/vorn-uboot/u'; bound u.img --dir '@' | sed -n
+  's/.*\(bin\|tool\|u\): //p' | sort -u
     its directory can't be made by a command | its path would be taken apart by a command
     its path is too long for the command that installs it | its path is too long for the tool's command
 $ mkdir long; ln -s /bin/sh long/l{111}; img_deploy -c ./long long.img >out 2>&1; img_info --verify long.img | tr , '\n'
@@ -161,8 +163,9 @@ for u.img "p;q" => $ bound u.img --dir '@'  --> /w/u.img: is no directory | /w/p
 $ mkdir l; ln -s tree l/tree; img_info --compare l --extra u.img | cut -d: -f 2- | sort | sed -n '1p; $p'; bound u.img
   --dir l | wc -l  -->  can't be read: l/tree/App_VPUCard.bin: Too many levels of symbolic links
      can't be read: l/tree: Too many levels of symbolic links | 5
-$ mkdir /opt/to; img_deploy -p 3 -c ./tree c.img /opt/to >out; upgd_service plan c.img --cards simulate | sed -n 2p; rm
-  -r /opt/to; bound c.img  --> directory       /opt/to | /opt/to: there is no such directory
+$ mkdir /opt/to; img_deploy -p 3 -c ./tree c.img /opt/to >out; upgd_service update c.img --cards simulate=0 | tail -n 2;
+  rm -r /opt/to; bound c.img  --> c.img: applied below /opt/to, 5 entries
+    boot loader and kernel work from the next restart on | /opt/to: there is no such directory
 $ mkdir small; mount -t tmpfs -o size=12k tmpfs small; update --dir small --force u.img; sed -n
   '2,3p' err  --> 1 /w/small: too little room: 16 KiB are needed, 12 KiB are free
     upgd_service: u.img: bound to fail, which --force passes over

@@ -13,7 +13,7 @@ for "rc1 V1" "V1.10 V2" "V1.10 V" "V1.10 V1.10.0" => $ cp @1.img u.img; sign "pr
     signature: not valid: its version is below the floor of its own signature
     1 has no comment of the form product=NAME floor=VERSION
     signature: not valid: has no comment of the form product=NAME floor=VERSION | 0 tree | signature: valid
-for xy p{63} => $ sign "product=@ floor=V1"; try  --> 1 u.img: is for the product xy, and this device is a x
+for AZaz09_.- p{63} => $ sign "product=@ floor=V1"; try  --> 1 u.img: is for the product AZaz09_.-, and this device is a x
     1 u.img: is for the product p{63}, and this device is a x
 for "" product= => $ sign; echo @ >device.conf; try
     1 u.img: the product of this device is not known; say what it is with \"sysconfig set product NAME\" {2}

@@ -88,8 +88,8 @@ $ { head -c 488 u.img; printf '../x\33\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0
     evil.img: entry 0 at offset 488, ../x\\x1b: its name leads out of the directory
     evil.img: the header counts 4 entries, the body has 3 | evil.img: 4 findings
     evil.img: can't stand there: ../x\\x1b: its name leads out of the directory
-image odd count=5 place=7 -- "l;" 4 "" "d;x/f" 0 x p{256} 0 x d/. 0 x "" 0 x ;; $ img_info --verify odd
-    odd: the header says the place 7, which is none of 1 to 3
+image odd count=5 place=7 -- "l;" 4 "" "d;x/f" 0 x p{256} 0 x d/. 0 x "" 0 x ;; $ img_info odd | grep ^Place; img_info
+  --verify odd  --> Place             unknown | odd: the header says the place 7, which is none of 1 to 3
     odd: the header says the CRC 00000000, the body has 276fd913
     odd: entry 0 at offset 488, l;: it is a link without a target, below /opt/upgddir/
     odd: entry 1 at offset 496, d;x/f: the name of its directory is cut at its ';', as a link's would be, below /opt/upgddir/
@@ -101,10 +101,14 @@ $ head -c 500 u.img >cut; : >empty; head -c 488 /dev/zero >none; upgd_service up
     upgd_service: cut: has another length than its header says: it is cut off, or was never finished | status 1
 $ mkdir n; echo data >n/x; img_deploy -c ./n n.img >out; img_info --json n.img | grep -o '[a-z_]*offset":[0-9]*'
     offset\":488 | data_offset\":497
-$ mkfifo p
-for /tmp empty p "--signature no u.img" "--signature u.img u.img" --frob => $ timeout 60 img_info @ 2>err; sed 1q err
+$ mkfifo p; mkdir full; mount -t tmpfs -o size=8k tmpfs full; img_info --extract full u.img 2>&1 | sed 's/.*: //' | sort
+  -u; find full -type f | wc -l  --> No space left on device | 2
+for /tmp empty p "--signature no u.img" "--signature u.img u.img" "--extract u.img/x u.img" "--compare /{1024} u.img"
+  "--verify --base /{1024} u.img" --frob => $ timeout 60 img_info @ 2>err; sed 1q err
     img_info: /tmp: is no plain file | img_info: empty: is empty | img_info: p: is no plain file
-    img_info: no: No such file or directory | img_info: u.img: is no text | img_info: unrecognized option '--frob'
+    img_info: no: No such file or directory | img_info: u.img: is no text | img_info: u.img/x: Not a directory
+    img_info: u.img: entry 0: the path of the directory is too long; the rest was not compared
+    u.img: the path of the directory is too long | u.img: 1 finding | img_info: unrecognized option '--frob'
 $ for z in AAA-5 BBB5; do TZ=$z img_info u.img | grep Created; done | uniq | wc -l  --> 1
 $ cp u.img more; printf '\3' | dd of=more bs=1 seek=23 conv=notrunc status=none; img_info --verify more
     more: the header counts 3 entries, the body has 4 | more: 1 finding | status 1
