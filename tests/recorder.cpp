@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <regex>
 #include <sys/mman.h>
@@ -226,9 +227,9 @@ int __wrap_syncfs(int fd)
     return add("syncfs " + name_of(fd)) ? (errno = EIO, -1) : 0;
 }
 
-int __wrap_sync_file_range(int fd, off_t, off_t, unsigned int)
+int __wrap_sync_file_range(int fd, off_t, off_t, unsigned int flags)
 {
-    add("begin " + name_of(fd));
+    add((flags == SYNC_FILE_RANGE_WRITE ? "begin " : "wait ") + name_of(fd));
     return 0;
 }
 

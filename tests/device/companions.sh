@@ -108,6 +108,7 @@ expect 'the status behind it' \
     "$(upgd_service status | tr -s ' ' | sed 's/: [0-9] of/: N of/' | paste -sd,)"
 run flock /run/img_deploy.lock upgd_service status
 expect_line out 'at work         a service update, a restore, or flashing' # and not what was killed
+expect 'the run ahead of it' 1 "$(grep -c '^last run  .*: [0-9] of 9' out)"
 flock -F /run/img_deploy.lock upgd_service watch >out &
 await 'a watch beside it' grep -q '^a service update is at work' out
 kill $!

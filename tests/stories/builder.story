@@ -44,8 +44,8 @@ for nand nand// ./nand/ ../w/nand => do_create @ 2 i ;; entries i  --> = 0 | = 2
 $ rm i; mv nand/* nand/.l .; printf z >'bin/y;z'; ln -s 'bin/y;z' .m ;; do_create . 3 /i /to ;; entries /i  --> = 0
     = 4 in 2 of . | .l;bin/x 4  | .m;bin/y;z 4  | bin/x 0 x | bin/y;z 0 z
 == an entry by itself
-$ head -c 488 /dev/zero >i; printf x >f ;; for "0 f f" "4 f l;f" "0 ./f f" => write_file i @  --> = 0 {3}
-entries i  --> = 0 in 0 of  | f 0 x | f 0 x | l;f 4 
+$ head -c 488 /dev/zero >i; printf x >f ;; for "0 f f" "4 ./././f ab;c/d" "0 ./f f" => write_file i @  --> = 0 {3}
+entries i  --> = 0 in 0 of  | ab;c/d 4  | f 0 x | f 0 x
 == what can't be packed or written (show trace write_file, log: Can, log: error)
 $ mkdir nand; echo x >nand/f; ln -s nand link ;; for missing "" link nand/{1018} nand/{1020} => do_create "@" 2 i
     = -1 "No such file or directory" {2} | log: error: not Directories link\s | = -1 "Not a directory"

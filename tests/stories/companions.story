@@ -4,11 +4,11 @@ $ for f in begin call update bound replace backup_by alter; do install $STORIES/
   begin
 == calls that are none, and streams (show none)
 for "" "frob u.img" update "plan u.img --force" "update --dir= u.img" "restore u.img / x" "update u.img
-  --cards=fail=21" "plan --copy= u.img" "update ''" "flash 24 no" "flash 24 'u;v'" => $ touch 'u;v'; call @
+  --cards=fail=21" "plan --copy= u.img" "update ''" "flash 24 no" "flash 24 'u v'" => $ touch 'u v'; call @
     2 a verb is missing | 2 'frob' is no verb | 2 update: too few words | 2 plan: unrecognized option '--force'
     2 update: --dir needs a directory | 2 restore: 'x' is a word too many
     2 update: 'fail=21' is no choice for --cards | 2 plan: --copy needs a file | 2 update: an empty word is no file
-    1 no: No such file or directory | 1 u;v: not flashed: its path would be taken apart by a command: rename it
+    1 no: No such file or directory | 1 u v: not flashed: its path would be taken apart by a command: rename it
 $ call flash 31 f; sed -n '2p; $p' err  --> 2 flash: '31' is no type of card file
     Usage: upgd_service flash TYPE FILE [--force] |   30 VPU golden
 for "upgd_service disks" "upgd_service --help" "img_info --version" "img_info u.img" => $ @ >/dev/full; echo $?; @ >&-
@@ -70,6 +70,8 @@ $ backup_by '/w/cp "$@"; ! [ $3 = /mnt/sda1 ] || sed -i s/vsp/Vsp/ $3/*.ubck'
     1 what was saved has another CRC than its header says; make room and save again
 $ backup_by '[ ${2##*/} = qrxpara ] || /w/cp "$@"'  --> 1 /usr/qrx310/etc/sysconf: was not saved
 $ backup_by '/w/cp "$@"; ! [ ${2##*/} = vsp ] || echo other >$3/vsp/s'  --> 1 /usr/qrx310/etc/vsp/s: other content
+$ cp u.img z.img; replace sync 'truncate -s 600 /w/z.img'; update z.img; umount /bin/sync
+    1 z.img: applied below /w/to, but could not be compared: the image can't be read there
 $ sysconfig set fw_version V6; cp $(upgd_service backup /mnt/sda1) s.ubck
 $ replace sysconfig 'echo "$*" >>/w/recorded; ! test -d usr || echo other >usr/qrx310/etc/vsp/s'
 $ call restore s.ubck below; cat recorded  --> 1 /w/below/usr/qrx310/etc/vsp/s: other content | set fw_version V6
@@ -96,10 +98,11 @@ $ cp u.img InputCardTop.bin; call flash 24 InputCardTop.bin | tr ';' '\n'
 == an image against a directory, and what an update would do there
 $ img_deploy -u u.img -m 2 >out 2>&1; cd /opt/upgddir; img_info --compare . --extra /w/u.img
     /w/u.img: well, 5 entries as they stand below .
-$ cd /opt/upgddir/tree; alter; cd ..; img_info --compare . --extra /w/u.img | sort | cut -d' ' -f2-
-    missing: ./tree/bin/tool | not of the image: ./tree/et: a directory | not of the image: ./tree/etc/more
-    other content: ./tree/etc/data | other content: ./tree/vorn-uboot/u | other kind: ./tree/App_VPUCard.bin
-    other target: ./tree/sh
+$ cd /opt/upgddir/tree; alter; cd ..; img_info --compare . --extra /w/u.img | sort | cut -d' ' -f2-; img_info --json
+  --compare . /w/u.img | grep -o 'compared.*'  --> missing: ./tree/bin/tool
+    not of the image: ./tree/et: a directory | not of the image: ./tree/etc/more | other content: ./tree/etc/data
+    other content: ./tree/vorn-uboot/u | other kind: ./tree/App_VPUCard.bin | other target: ./tree/sh
+    compared\":5,\"well\":false}
 $ img_info --compare none u.img  --> img_info: none: No such file or directory | status 2
 $ head -c 500 u.img >cut.img; img_info --compare . cut.img
     img_info: cut.img: entry 0: its name has no end; the rest was not compared | status 2
@@ -148,9 +151,9 @@ $ update u.img | cut -c 1; tail -n 1 err; find to | sort  --> 1
 $ upgd_service plan u.img --dir new | grep ^bound
     bound to fail   /w/new/tree/App_VPUCard.bin: the tool /usr/vorn/bin/mcu_isp: No such file or directory
 for "w y" 0{200} => $ mkdir -p '@/tree/vorn-uboot'; touch '@/tree/vorn-uboot/u'; bound u.img --dir '@' | sed -n
-  's/.*\(bin\|tool\|u\): //p' | sort -u
-    its directory can't be made by a command | its path would be taken apart by a command
-    its path is too long for the command that installs it | its path is too long for the tool's command
+  's/.*\(bin\|tool\|u\): //p' | sort -u  --> its directory can't be made by a command
+    its path would be taken apart by a command | its path is too long for the command that installs it
+    its path is too long for the tool's command
 $ mkdir long; ln -s /bin/sh long/l{111}; img_deploy -c ./long long.img >out 2>&1; img_info --verify long.img | tr , '\n'
     long.img: entry 0 at offset 488 |  long/l{111};/bin/sh: its path and target are too long for a link
      below /opt/upgddir/ | long.img: 1 finding

@@ -16,14 +16,14 @@ $ cd /mnt/sda; touch b.ubck c.rcfgx d.txt "'; a.img"; mkdir sub; touch sub/deep.
 show log: start, log: end, data edit, send ;; mailbox 010a3900 ;; sendmsg_udisk_all_info  --> log: start
     send 010a3900 \0{16}\x03\0\x1D\0x%\0\0\x01\0{135}/mnt/sda\0{8}ADD\0{29}\x01\0\0\0/mnt/sda/'; a.img\0{751}\x01\0\0\0/mnt/sda/b.ubck\0{753}\x01\0\0\0/mnt/sda/c.rcfgx\0{7844}
     log: end | = 0
-$ umount -l /mnt/sda ;; show log:, log Simdc_sess_id, log Simdc_sess_send, send, -large ;; sendmsg_ack_back 0x1001d
-  0x7fff6 -3 n{128}  --> log: start | : small label: LABEL_UDISK_HOTPLUG    \t (2)
-    : \t\t\t  LABEL_UDISK_ALL_INFO   \t (3) | : \t\t\t  LABEL_UDISK_UBACK_CREAT    (4)
-    : \t\t\t  LABEL_UDISK_UBACK_RELOAD   (5) | : \t\t\t  LABEL_UDISK_FWARE_UPDATE   (6)
-    : data edit: udisk_info->event.ev= -3 | : data edit: udisk_info->event.name = n{127}
-    log Simdc_sess_id: Session ID get:0x10a3900 TID:0x10a3900 (0) | log Simdc_sess_send: 0x10a3900
-    send 010a3900 \0{16}\xF6\xFF\x1D\0x%\0{6}\xFD\xFF\xFF\xFFn{127}\0{9457} | log Simdc_sess_send: 0 | log: end
-    = 0
+$ umount -l /mnt/sda ;; show log:, log Simdc_sess_id, log Simdc_sess_send, send ;; sendmsg_ack_back 0x1001d
+  0x7fff6 -3 n{128}  --> log: start | : label edit: large label=65565, small label=524278\s
+    : small label: LABEL_UDISK_HOTPLUG    \t (2) | : \t\t\t  LABEL_UDISK_ALL_INFO   \t (3)
+    : \t\t\t  LABEL_UDISK_UBACK_CREAT    (4) | : \t\t\t  LABEL_UDISK_UBACK_RELOAD   (5)
+    : \t\t\t  LABEL_UDISK_FWARE_UPDATE   (6) | : data edit: udisk_info->event.ev= -3
+    : data edit: udisk_info->event.name = n{127} | log Simdc_sess_id: Session ID get:0x10a3900 TID:0x10a3900 (0)
+    log Simdc_sess_send: 0x10a3900 | send 010a3900 \0{16}\xF6\xFF\x1D\0x%\0{6}\xFD\xFF\xFF\xFFn{127}\0{9457}
+    log Simdc_sess_send: 0 | log: end | = 0
 show data edit, send ;; fail "read /bin/mount" ;; sendmsg_ack_back 29 3 7 -
     log: data edit: udisk_info->event.ev= 7 | send 010a3900 \0{16}\x03\0\x1D\0x%\0{6}\x07\0{9587} | = 0
 show failed, Simdc_sess_send: -1, get:0x0 ;; fail "send 010a3900" ;; sendmsg_udisk_all_info

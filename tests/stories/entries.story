@@ -27,8 +27,8 @@ for "l;a b" "l;$(x" "l a;t" "-l;t" => apply "@" 4 ""  --> = -4 {4}
 for "1 .//.." "1 d|x" "5 k/zImage&" "7 u;b" "7 u<b" "7 u>b" "7 u(b" "7 u)b" "7 u'b" "7 u\"b" "7 u\\b" "7 u\nb" "4 l;~t"
   "4 l;#t" => apply "@2" @1 ""  --> = -4 {14}
 for _ @ # $ ! - 0 9 A z => apply "u$@" 7 ""  --> = -4 {10}
-for "4 l;no*" "4 no*;t" "4 l;../no?" "4 l;no[n-p]" "4 l;{-t/etc,/x}" "4 l;*/../*/../*/../*/../*/../*" "7 no?" =>
-  apply cost 0 x "@2" @1 ""  --> = -4 {7}
+for "4 l;no*" "4 no*;t" "4 l;../no?" "4 l;no[n-p]" "4 l;][n]" "4 l;{-t/etc,/x}" "4 l;*/../*/../*/../*/../*/../*" "7 no?"
+  => apply cost 0 x "@2" @1 ""  --> = -4 {8}
 tree /b ;; $ ls -A; ls /x ;; show image is damaged  --> cost = x | u.img
     ls: cannot access '/x': No such file or directory | status 2
 for "0 ../x" "4 a;b/../../l;x" "0 n{1023}" "1 d{495}" "0 d{199}/d{199}/d{95}/x" "4 l;t{126}" "4 l;-t" "7 u;b" =>

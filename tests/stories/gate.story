@@ -13,7 +13,8 @@ for "rc1 V1" "V1.10 V2" "V1.10 V" "V1.10 V1.10.0" => $ cp @1.img u.img; sign "pr
     signature: not valid: its version is below the floor of its own signature
     1 has no comment of the form product=NAME floor=VERSION
     signature: not valid: has no comment of the form product=NAME floor=VERSION | 0 tree | signature: valid
-for AZaz09_.- p{63} => $ sign "product=@ floor=V1"; try  --> 1 u.img: is for the product AZaz09_.-, and this device is a x
+for AZaz09_.- p{63} => $ sign "product=@ floor=V1"; try
+    1 u.img: is for the product AZaz09_.-, and this device is a x
     1 u.img: is for the product p{63}, and this device is a x
 for "" product= => $ sign; echo @ >device.conf; try
     1 u.img: the product of this device is not known; say what it is with \"sysconfig set product NAME\" {2}
@@ -75,6 +76,8 @@ $ upgd_service update u.img --dir to --force 2>&1 >out | sed -n 1p; upgd_service
     upgd_service: /w/to/tree/tool: a directory stands there | product=x | fw_version=V1 | fw_floor_pending=V1 V1.10
 $ sysconfig set fw_version V1.10; upgd_service disks >out; sysconfig list  --> product=x | fw_version=V1.10
     fw_floor_pending= | fw_floor=V1
+$ sysconfig set fw_floor V2; sysconfig set fw_floor_pending V1 V1.10; upgd_service disks >out; sysconfig get fw_floor
+    V2
 $ upgd_service update u.img --dir to --force >out 2>&1; sysconfig get fw_floor_pending
 $ sysconfig set fw_floor V0; rmdir to/tree/tool; upgd_service update u.img --dir to >out; sysconfig get fw_floor
     V1

@@ -46,7 +46,9 @@ for "t and" "t nandl" "t nandf" "c nand" "c/nand nand" "none a" => _find_dir @  
 $ mkdir -p n/a n/uncounted n/uncounted2 n/z/x; for d in n/u*; do mount -t tmpfs tmpfs $d; done; mkdir -p n/uncounted/b/c
 types 1 ;; show listing ;; _find_dir n none ;; $ umount n/u* ;; _find_dir n none ;; show none  --> listing | listing
     listing | listing | listing | listing | listing | listing | listing | listing | = 1 | listing | listing | = 1
-$ mkdir -p v/a v/z/nand v/zz ;; at listing => $ rmdir v/a v/zz ;; _find_dir v nand  --> = 0 "v/z/"
+$ mkdir -p u/uncounted; mount -t tmpfs tmpfs u/uncounted
+for v u/uncounted => $ mkdir -p @/a @/z/nand @/zz ;; at listing => $ rmdir @/a @/zz ;; _find_dir @ nand
+    = 0 "v/z/" | = 0 "u/uncounted/z/"
 _find_dir e "" ;; _find_dir "" a  --> = 0 "e/" | = -1
 $ d=t/d{199}/d{199}/d{199}/d{199}/d{199}; mkdir -p $d/a{19}/x $d/b{20}/x t/z/yoke ;; for x yoke => _find_dir t @
     = 0 "t/d{199}/d{199}/d{199}/d{199}/d{199}/aaaaaaaaaaaaaaaaaaa/" | = 0 "t/z/"

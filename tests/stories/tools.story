@@ -67,12 +67,12 @@ $ sysconfig get a; sysconfig set a V1.0; sysconfig set device_name 'unit = 7'; s
 $ sysconfig set a $(seq 9999); sysconfig get a  --> sysconfig: a: Value too large for defined data type | V1.0
 == img_info
 $ img_info u.img | sed '/Created/d' | tr -s ' '; img_info --verify u.img; img_info --verify - <u.img; yes | timeout 60
-  img_info -  --> Name Vorn Video Systems firmware package | Version V7 | Place NAND file system
+  img_info -; img_info - </tmp  --> Name Vorn Video Systems firmware package | Version V7 | Place NAND file system
     Code of the place 2 | Target directory\s | Packed directory tree | Compression Uncompressed | Size in bytes 610
     Directories 4 | Entries 4 | CRC of the body 5cd33ad7 | VPU MCU 5 tree/App_VPUCard.bin
     boot loader 5 tree/vorn-uboot/u | link 0 tree/etc/deep/link -> ../../bin/tool | file 5 tree/bin/tool
     u.img: well, 4 entries | standard input: well, 4 entries | img_info: standard input: is no update image
-    status 2
+    img_info: standard input: Is a directory | status 2
 $ img_info --extract new u.img; img_info --extract new u.img tree/bin; diff -r --no-dereference tree new/tree; img_info
   --extract part u.img tree/bin; img_info --extract part u.img tree/b; find part -type f
     img_info: u.img: left out: tree/bin/tool: File exists | img_info: u.img: holds nothing of these names
@@ -88,14 +88,15 @@ $ { head -c 488 u.img; printf '../x\33\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0
     evil.img: entry 0 at offset 488, ../x\\x1b: its name leads out of the directory
     evil.img: the header counts 4 entries, the body has 3 | evil.img: 4 findings
     evil.img: can't stand there: ../x\\x1b: its name leads out of the directory
-image odd count=5 place=7 -- "l;" 4 "" "d;x/f" 0 x p{256} 0 x d/. 0 x "" 0 x ;; $ img_info odd | grep ^Place; img_info
-  --verify odd  --> Place             unknown | odd: the header says the place 7, which is none of 1 to 3
-    odd: the header says the CRC 00000000, the body has 276fd913
+image odd count=6 place=0 -- "l;" 4 "" "d;x/f" 0 x p{256} 0 x p{255} 0 x d/. 0 x "" 0 x ;; $ img_info odd | grep -E
+  '^(Place|link)'; img_info --verify odd  --> Place             unknown | link                   0  l ->\s
+    odd: the header says the place 0, which is none of 1 to 3
+    odd: the header says the CRC 00000000, the body has 81a66dff
     odd: entry 0 at offset 488, l;: it is a link without a target, below /opt/upgddir/
     odd: entry 1 at offset 496, d;x/f: the name of its directory is cut at its ';', as a link's would be, below /opt/upgddir/
     odd: entry 2 at offset 508, p{256}: a part of its path has more than 255 characters, below /opt/upgddir/
-    odd: entry 3 at offset 771, d/.: its name is that of a directory, below /opt/upgddir/
-    odd: entry 4 at offset 781, : its name is that of a directory, below /opt/upgddir/ | odd: 7 findings | status 1
+    odd: entry 4 at offset 1033, d/.: its name is that of a directory, below /opt/upgddir/
+    odd: entry 5 at offset 1043, : its name is that of a directory, below /opt/upgddir/ | odd: 7 findings | status 1
 $ head -c 500 u.img >cut; : >empty; head -c 488 /dev/zero >none; upgd_service update none; upgd_service update cut
     upgd_service: none: is no update image
     upgd_service: cut: has another length than its header says: it is cut off, or was never finished | status 1
