@@ -17,6 +17,13 @@ TEST(Shell, RunsALineAndReturnsItsWaitStatus)
     signal(SIGCHLD, SIG_IGN); // as a parent may hand it on
     EXPECT_EQ(my_system("exit 7"), 0) << "has run, with a status that nobody knows";
     signal(SIGCHLD, SIG_DFL);
+    sigset_t ended, now;
+    sigemptyset(&ended);
+    sigaddset(&ended, SIGCHLD);
+    sigprocmask(SIG_BLOCK, &ended, nullptr);
+    my_system("true");
+    sigprocmask(SIG_UNBLOCK, &ended, &now);
+    EXPECT_EQ(sigismember(&now, SIGCHLD), 1) << "is blocked as before";
     testing::internal::CaptureStdout();
     dup2(STDOUT_FILENO, 9);
     printf("one ");

@@ -33,6 +33,8 @@ begin_look() {
 }
 begin_look
 { kill -KILL $look && wait $look; } 2>/dev/null
+is_gone() { ! grep -qsx upgd_service /proc/[0-9]*/comm; }
+await 'the end of its processes' is_gone
 rm hold
 await 'the end of its mount' is_let_go
 begin_look

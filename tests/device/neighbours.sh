@@ -19,7 +19,7 @@ install -m 600 -o 1 /dev/null /run/img_deploy.lock
 stranger='setpriv --bounding-set=-dac_override,-dac_read_search'
 for who in '' "$stranger"; do
     # shellcheck disable=SC2086 # words
-    run flock -s /run/img_deploy.lock $who upgd_service status
+    run flock other flock -s /run/img_deploy.lock $who upgd_service status
     expect_line out 'at work         none'
 done
 at_work=('img_deploy or a restore: 0 of 0 entries' 'a service update, a restore, or flashing')
