@@ -36,7 +36,8 @@ for /none "/mnt/a;b" => $ mkdir -p "/mnt/a;b" ;; do_create_backup "@"
     = -1 "old"
 for "read du" "read  df |grep /d" "read  df |grep /m" "read /bin/date" => fail "@" ;; do_create_backup /mnt/u
     log: get ubackup size faild. | = -1 "old" {3} | log: get ubackup name(date) faild. | = -1 "old"
-fail ;; for "unit;7" a/unit7 0{32} -#~0{28} => $ sysconfig set device_name "@" ;; do_create_backup /mnt/u
+fail ;; for "unit 7" "unit;7" a/unit7 0{32} -#~0{28} => $ sysconfig set device_name "@" ;; do_create_backup /mnt/u
+    log: '/tmp/ubackup/unit 7_2026.ubck' has no place in a command | = -1 "old"
     log: '/tmp/ubackup/unit;7_2026.ubck' has no place in a command | = -1 "old"
     log: device_name <a/unit7> is no file name of at most 31 characters | = -1 "old"
     log: device_name <0{32}> is no file name of at most 31 characters | = -1 "old"

@@ -73,9 +73,9 @@ $ img_info u.img | sed '/Created/d' | tr -s ' '; img_info --verify u.img; img_in
     boot loader 5 tree/vorn-uboot/u | link 0 tree/etc/deep/link -> ../../bin/tool | file 5 tree/bin/tool
     u.img: well, 4 entries | standard input: well, 4 entries | img_info: standard input: is no update image
     img_info: standard input: Is a directory | status 2
-$ img_info --extract new u.img; img_info --extract new u.img tree/bin; diff -r --no-dereference tree new/tree; img_info
-  --extract part u.img tree/bin; img_info --extract part u.img tree/b; find part -type f
-    img_info: u.img: left out: tree/bin/tool: File exists | img_info: u.img: holds nothing of these names
+$ img_info --extract new u.img; img_info --extract new u.img tree/bin; echo $?; diff -r --no-dereference tree new/tree;
+  img_info --extract part u.img tree/bin; img_info --extract part u.img tree/b; find part -type f
+    img_info: u.img: left out: tree/bin/tool: File exists | 1 | img_info: u.img: holds nothing of these names
     part/tree/bin/tool
 $ { head -c 488 u.img; printf '../x\33\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0\0\1y'; } >evil.img; img_info --extract
   evil evil.img; find evil/* x* /tmp/y 2>/dev/null; img_info --verify evil.img; img_info --compare evil
