@@ -46,13 +46,16 @@ for 64 65 => $ sysconfig set fw_version v{@}; upgd_service restore u.img bad --f
 == disks
 $ cp u.img /mnt/sda1/; cd /mnt/sda1; touch ._u.img x.ubck 'a"\.rcfgx' $(printf '\377\376.ubck')
 $ mkdir -p /dev/disk/by-label; ln -s ../../sda1 $(printf '/dev/disk/by-label/A\33[2J')
-$ echo '8 1 sda1 1 2 3' >stats; mount --bind stats /proc/diskstats
+$ mkdir /mnt/sdb1; mount -t tmpfs tmpfs /mnt/sdb1; printf '8 1 sd%s1 1 2 3\n' a b >stats; mount --bind stats
+  /proc/diskstats
 $ upgd_service status | tail -n 1  --> next step       none
 $ upgd_service disks | tr -s ' '  --> PATH NAME IMAGES BACKUPS RCFGX | /mnt/sda1 A\\x1b[2J 1 2 1 |  u.img: V7
+    /mnt/sdb1 UsbDisk1 0 0 0
 $ upgd_service disks --json | sed "s/],/],\n/g" | tr '"' "'"
     [{'path':'/mnt/sda1','name':'A\\u001b[2J','images':['/mnt/sda1/u.img'],
     'backups':['/mnt/sda1/\\u00ff\\u00fe.ubck','/mnt/sda1/x.ubck'], | 'rcfgx':['/mnt/sda1/a\\'\\\\.rcfgx'],
-    'versions':['V7']}]
+    'versions':['V7']},{'path':'/mnt/sdb1','name':'UsbDisk1','images':[], | 'backups':[], | 'rcfgx':[],
+    'versions':[]}]
 == a backup and its way back
 $ call backup /mnt/sda1/; stat -c '%a %n' $(cat out) | cut -c -20; mv $(cat out) s.ubck  --> 0
     600 /mnt/sda1/unit7_
