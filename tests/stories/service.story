@@ -25,6 +25,7 @@ for "run /bin/cp" "run /bin/mount" "run dd" syncfs => fail "@" ;; $ umount /mntk
   do_update_upgrade good 2 /b  --> event 2/0/0 | event 2/10/0 | run /bin/sync; /bin/umount /mntker/ | = -1 {2}
     event 2/0/0 | event 2/9/66 | run /bin/sync; /bin/umount /mntker/ | = -1 | event 2/0/0 | wait 2 s | event 2/8/66
     = -1
+show file error ;; do_update_upgrade end 2 /b  --> trace: result = 2, update 1 file error !! \n | = -1
 == the disk is gone (show wait 2, event, UPGD_ERROR_NODISK, /bin/umount)
 image none --
 for short bad => usb 1 ;; at wait 2 s => usb 0 ;; do_update_upgrade @ 2 /b  --> wait 2 s | event 1/3/0 | = -10
