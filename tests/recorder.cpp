@@ -219,12 +219,12 @@ int __wrap_fsync(int fd)
     again = !again;
     if (again)
         return errno = EINTR, -1;
-    return add("fsync " + name_of(fd)) ? (errno = EIO, -1) : 0;
+    return add("fsync " + name_of(fd)) ? (errno = ENOSPC, -1) : 0;
 }
 
 int __wrap_syncfs(int fd)
 {
-    return add("syncfs " + name_of(fd)) ? (errno = EIO, -1) : 0;
+    return add("syncfs " + name_of(fd)) ? (errno = ENOSPC, -1) : 0;
 }
 
 int __wrap_sync_file_range(int fd, off_t, off_t, unsigned int flags)

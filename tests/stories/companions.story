@@ -73,8 +73,10 @@ $ backup_by '/w/cp "$@"; ! [ $3 = /mnt/sda1 ] || sed -i s/vsp/Vsp/ $3/*.ubck'
     1 what was saved has another CRC than its header says; make room and save again
 $ backup_by '[ ${2##*/} = qrxpara ] || /w/cp "$@"'  --> 1 /usr/qrx310/etc/sysconf: was not saved
 $ backup_by '/w/cp "$@"; ! [ ${2##*/} = vsp ] || echo other >$3/vsp/s'  --> 1 /usr/qrx310/etc/vsp/s: other content
-$ cp u.img z.img; replace sync 'truncate -s 600 /w/z.img'; update z.img; umount /bin/sync
+for "truncate -s 600" "printf X | dd bs=1 seek=490 conv=notrunc of=z.img; :" => $ cp u.img z.img; replace sync 'cd /w; @
+  z.img'; update z.img; umount /bin/sync
     1 z.img: applied below /w/to, but could not be compared: the image can't be read there
+    1 z.img: applied below /w/to, but could not be compared: its name, type or size is not what was tested
 $ sysconfig set fw_version V6; cp $(upgd_service backup /mnt/sda1) s.ubck
 $ replace sysconfig 'echo "$*" >>/w/recorded; ! test -d usr || echo other >usr/qrx310/etc/vsp/s'
 $ call restore s.ubck below; cat recorded  --> 1 /w/below/usr/qrx310/etc/vsp/s: other content | set fw_version V6

@@ -51,10 +51,11 @@ for "-m 2 -u u.img -s missing" "-c tree -m 2 -u u.img" "-m 4294967297 -u u.img" 
   $(cat /usr/local/upgdflag /run/sandbox/calls)  --> 246 1 | 0 2 {2}
 $ (flock 9; sleep 0.3 & exec 9>&-; img_deploy -u u.img -m 2 >out 2>&1) 9>>/run/img_deploy.lock; echo $? $(stat -c %a
   /run/img_deploy.lock)  --> 0 600
-$ printf '#!/bin/sh\nsleep 60 >/w/s 2>&1 &' >leave; chmod +x leave; mount --bind leave /bin/sync; img_deploy -u u.img -m
-  2 >out 2>&1; flock -n /run/img_deploy.lock true; echo $?; umount /bin/sync  --> 0
-$ rm /usr/local/upgdflag; mkdir /usr/local/upgdflag; img_deploy -m 2 -u u.img >out 2>err; echo $? $(cat
-  /usr/local/upgdflag)  --> 0 2
+$ printf '#!/bin/sh\nsleep 60 >/w/s 2>&1 &' >leave; chmod +x leave; mount --bind leave /bin/sync
+for "img_deploy -u u.img -m 2" "upgd_service update u.img --dir to --cards simulate=0" => $ @ >out 2>&1; flock -n
+  /run/img_deploy.lock true; echo $?  --> 0 {2}
+$ umount /bin/sync; rm /usr/local/upgdflag; mkdir /usr/local/upgdflag; img_deploy -m 2 -u u.img >out 2>err; echo $?
+  $(cat /usr/local/upgdflag)  --> 0 2
 == both sinks of the trace log
 $ for n in 0 1; do echo old >/var/log/upgd_log$n.txt; done; img_deploy -c ./tree o.img >out; tail -n +4 out | cmp -
   /var/log/upgd_log0.txt; cat /var/log/upgd_log1.txt; sed -n '3s/[0-9]\+/0/gp' /var/log/upgd_log0.txt  --> old
@@ -105,7 +106,7 @@ $ mkdir n; echo data >n/x; img_deploy -c ./n n.img >out; img_info --json n.img |
 $ mkfifo p; mkdir full; mount -t tmpfs -o size=8k tmpfs full; img_info --extract full u.img 2>&1 | sed 's/.*: //' | sort
   -u; find full -type f | wc -l  --> No space left on device | 2
 for /tmp empty p "--signature no u.img" "--signature u.img u.img" "--extract u.img/x u.img" "--compare /{1024} u.img"
-  "--verify --base /{1024} u.img" --frob => $ timeout 60 img_info @ 2>err; sed 1q err
+  "--verify --base /{1024} u.img" --frob => $ timeout 60 img_info @ 2>err; sed 's,^/.*/,,; q' err
     img_info: /tmp: is no plain file | img_info: empty: is empty | img_info: p: is no plain file
     img_info: no: No such file or directory | img_info: u.img: is no text | img_info: u.img/x: Not a directory
     img_info: u.img: entry 0: the path of the directory is too long; the rest was not compared

@@ -42,7 +42,7 @@ for p{113} p{114} => set_update_flag @ 1  --> run /bin/touch  p{113} | run /bin/
 == a setting (show sync, fsync, rename)
 configuration_set a 1 ;; fail fsync ;; configuration_set a 2  --> sync | fsync /etc/sysconfig/device.conf.new
     rename /etc/sysconfig/device.conf.new /etc/sysconfig/device.conf | fsync /etc/sysconfig | = 0 | sync
-    fsync /etc/sysconfig/device.conf.new | = -5
+    fsync /etc/sysconfig/device.conf.new | = -28
 $ cat /etc/sysconfig/device.conf; ls /etc/sysconfig  --> a=1 | device.conf | device.conf.lock
 == copies that count their progress (show trace)
 $ echo longer than >f ;; for "x none/f" "short f" => copy_file_new @  --> trace: unable to open `none/f'\n
