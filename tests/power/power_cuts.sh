@@ -179,7 +179,7 @@ replay() {
         look states "$1" "$2" "$log" "$seed" $first $states 2 &
     done
     wait
-    for state in "$log".*0; do
+    for state in "$log".*00 "$log.0"; do
         [[ ! -d $state ]] || outlive "$1" "$state" "state ${state##*.} of seed $seed" "$2"
     done
 }

@@ -15,7 +15,7 @@ from look import Looker
 
 SECTOR = 512
 PARTS = ('boot', 'kernel', 'root', 'usb')
-FLUSH, FUA, MARK = 1, 2, 8  # flags of an entry
+FLUSH, FUA, DISCARD, MARK = 1, 2, 4, 8  # flags of an entry
 Entry = namedtuple('Entry', 'part offset length flags at')  # its data stands there in the log
 
 
@@ -34,8 +34,9 @@ class Log:
             part = 0
             while part < 3 and sector >= sizes[part]:
                 sector, part = sector - sizes[part], part + 1
-            self.entries.append(Entry(part, sector * SECTOR, length * SECTOR, flags, at + SECTOR))
-            at += SECTOR + length * SECTOR
+            length = 0 if flags & DISCARD else length * SECTOR
+            self.entries.append(Entry(part, sector * SECTOR, length, flags, at + SECTOR))
+            at += SECTOR + length
             # A flush is done ahead of the data that may come with it.
             self.flushed.append(i if flags & FLUSH else self.flushed[-1])
         # The last one says that the log has ended.
