@@ -27,6 +27,12 @@ static bool is_wanted(const char *path, char **names)
     return false;
 }
 
+// One that is there already is as good.
+static bool make_directory(int parent, const char *name)
+{
+    return mkdirat(parent, name, 0755) == 0 || errno == EEXIST;
+}
+
 // Opens the directory that holds the last component of `path`, below the one open on `top`, and
 // makes those on the way. `*last` is that component. Returns none with errno set if it can't be
 // had.
@@ -39,7 +45,8 @@ static descriptor open_parent(int top, char *path, char **last)
         *slash = '\0';
         if (component[0] == '\0')
             continue;
-        mkdirat(parent.get(), component, 0755);
+        if (!make_directory(parent.get(), component))
+            return descriptor();
         parent = descriptor(
             openat(parent.get(), component, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     }
@@ -86,7 +93,7 @@ static int extract_entry(const image_file *img, const image_entry *entry, int pa
     case entry_form::file:
         break;
     case entry_form::directory:
-        return mkdirat(parent, name, 0755) == 0 || errno == EEXIST ? 0 : -1;
+        return make_directory(parent, name) ? 0 : -1;
     case entry_form::link:
         return symlinkat(link_target(entry), parent, name);
     }
@@ -134,8 +141,8 @@ static bool has_its_crc(const named_image *opened)
 
 int extract_image(const named_image *opened, const char *dir, char **names)
 {
-    mkdir(dir, 0755);
-    const descriptor top(open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const descriptor top(
+        make_directory(AT_FDCWD, dir) ? open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1);
     if (!top.is_open())
         return complain(dir, "%s", strerror(errno));
     int status = INFO_WELL;

@@ -102,7 +102,7 @@ static int compare_backup(const char *file)
     if (fault == nullptr)
         fault = crc_fault(&img, sums.body());
     if (fault != nullptr)
-        return fail("%s: what was saved %s; make room and save again", file, fault);
+        return fail("%s: %s; make room and save again", file, fault);
     size_t findings = 0;
     const compared c = compare_with_device(
         &img, &sums, "/", COMPARE_CONTENTS | COMPARE_EXTRA, [&](const finding &found) {
@@ -119,7 +119,9 @@ static int compare_backup(const char *file)
         if (ntohl(img.header.ih_filenum) == 0 && holds_something(path))
             findings++;
     }
-    if (findings > 0 || c.fault != nullptr)
+    if (c.fault != nullptr)
+        return fail("%s: entry %u: %s; save again", file, c.broken, c.fault);
+    if (findings > 0)
         return fail("%s: is not what the settings are: mend that, and save again", file);
     if (ntohl(img.header.ih_filenum) != 0)
         return SERVICE_WELL;

@@ -2,7 +2,7 @@
 // or failed.
 #include "update_service.h"
 
-#include <filesystem>
+#include <cstdio>
 #include <string>
 
 static int run(const std::string &operation, char *path)
@@ -13,11 +13,13 @@ static int run(const std::string &operation, char *path)
         return do_update_upgd(0x010a3d00, path, base);
     if (operation == "backup")
         return do_create_backup(path, backup);
-    // By a stream, whose calls do not fail.
+    // By a stream, whose calls do not fail once it is open.
     FILE *const image = fopen(path, "r+e");
+    if (image == nullptr || fseek(image, 0, SEEK_END) != 0)
+        return -1;
     constexpr size_t head = sizeof(update_header_t);
     const int result =
-        gzip_dirs_and_files(fileno(image), nullptr, head, std::filesystem::file_size(path) - head);
+        gzip_dirs_and_files(fileno(image), nullptr, head, static_cast<size_t>(ftell(image)) - head);
     fclose(image);
     return result;
 }

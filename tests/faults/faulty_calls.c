@@ -9,6 +9,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <spawn.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -16,7 +17,9 @@
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/select.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -57,7 +60,7 @@ static char strike(const char *call, const char *detail)
     const char *const at = getenv("FAULT_AT");
     if (at == NULL || ++calls != atoi(at))
         return 0;
-    FILE *const report = fopen(getenv("FAULT_REPORT"), "we");
+    FILE *const report = REAL(fopen)(getenv("FAULT_REPORT"), "we");
     fprintf(report, "%s %s", call, detail);
     fclose(report);
     return getenv("FAULT_KIND")[0];
@@ -68,7 +71,7 @@ static const char *path_of(int fd)
     static char path[4096];
     char name[64];
     snprintf(name, sizeof name, "/proc/self/fd/%d", fd);
-    const ssize_t len = readlink(name, path, sizeof path - 1);
+    const ssize_t len = REAL(readlink)(name, path, sizeof path - 1);
     path[len > 0 ? len : 0] = '\0';
     return path;
 }
@@ -83,7 +86,7 @@ __attribute__((destructor)) static void report_held(void)
             fprintf(stderr, "held: %s\n", path);
     }
     char line[4200];
-    FILE *const maps = fopen("/proc/self/maps", "re");
+    FILE *const maps = REAL(fopen)("/proc/self/maps", "re");
     while (fgets(line, sizeof line, maps) != NULL)
         if (strstr(line, " r--s ") != NULL && strstr(line, "/usr/lib/") == NULL)
             fprintf(stderr, "held: %s", line);
@@ -105,6 +108,29 @@ CALL(void *, mmap, (void *place, size_t size, int access, int flags, int fd, off
 CALL(off_t, lseek, (int fd, off_t at, int from), (fd, at, from), path_of(fd), -1)
 CALL(int, fstat, (int fd, struct stat *st), (fd, st), path_of(fd), -1)
 CALL(int, ftruncate, (int fd, off_t size), (fd, size), path_of(fd), -1)
+CALL(int, stat, (const char *path, struct stat *st), (path, st), path, -1)
+CALL(int, lstat, (const char *path, struct stat *st), (path, st), path, -1)
+CALL(int, fstatat, (int dir, const char *path, struct stat *st, int flags), (dir, path, st, flags),
+     path, -1)
+CALL(int, mkdir, (const char *path, mode_t mode), (path, mode), path, -1)
+CALL(int, mkdirat, (int dir, const char *path, mode_t mode), (dir, path, mode), path, -1)
+CALL(int, symlinkat, (const char *to, int dir, const char *path), (to, dir, path), path, -1)
+CALL(ssize_t, readlink, (const char *path, char *to, size_t size), (path, to, size), path, -1)
+CALL(char *, getcwd, (char *path, size_t size), (path, size), "", NULL)
+CALL(int, statvfs, (const char *path, struct statvfs *st), (path, st), path, -1)
+CALL(int, fdatasync, (int fd), (fd), path_of(fd), -1)
+CALL(int, dup, (int fd), (fd), path_of(fd), -1)
+CALL(int, memfd_create, (const char *name, unsigned int flags), (name, flags), name, -1)
+CALL(ssize_t, pwrite, (int fd, const void *data, size_t size, off_t at), (fd, data, size, at),
+     path_of(fd), -1)
+CALL(FILE *, fopen, (const char *path, const char *mode), (path, mode), path, NULL)
+CALL(FILE *, open_memstream, (char **text, size_t *size), (text, size), "", NULL)
+CALL(DIR *, fdopendir, (int fd), (fd), path_of(fd), NULL)
+CALL(void *, shmat, (int id, const void *at, int flags), (id, at, flags), "", (void *)-1)
+CALL(pid_t, fork, (void), (), "", -1)
+CALL(int, pthread_create,
+     (pthread_t * thread, const pthread_attr_t *attributes, void *(*body)(void *), void *argument),
+     (thread, attributes, body, argument), "", EAGAIN)
 CALL(int, unlink, (const char *path), (path), path, -1)
 CALL(int, rename, (const char *from, const char *to), (from, to), to, -1)
 CALL(DIR *, opendir, (const char *path), (path), path, NULL)
@@ -114,14 +140,19 @@ CALL(int, posix_spawn,
       const posix_spawnattr_t *attributes, char *const argv[], char *const envp[]),
      (pid, path, actions, attributes, argv, envp), argv[2], EAGAIN)
 
-int open(const char *path, int flags, ...)
-{
-    va_list args;
-    va_start(args, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
-    va_end(args);
-    return strike("open", path) ? (errno = EIO, -1) : REAL(open)(path, flags, mode);
-}
+/* The mode is there or not. */
+#define OPEN(call, parameters, arguments, path) \
+    int call parameters \
+    { \
+        va_list args; \
+        va_start(args, flags); \
+        const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0; \
+        va_end(args); \
+        return strike(#call, path) ? (errno = EIO, -1) : REAL(call) arguments; \
+    }
+
+OPEN(open, (const char *path, int flags, ...), (path, flags, mode), path)
+OPEN(openat, (int dir, const char *path, int flags, ...), (dir, path, flags, mode), path)
 
 int fsync(int fd)
 {
@@ -144,7 +175,19 @@ int close(int fd)
     return fault ? -1 : result;
 }
 
-unsigned int sleep(unsigned int seconds) { return 0; }
-int usleep(useconds_t us) { return 0; }
-int select(int n, fd_set *in, fd_set *out, fd_set *bad, struct timeval *limit) { return 0; }
-time_t time(time_t *now) { return 0; }
+unsigned int sleep(unsigned int seconds)
+{
+    return 0;
+}
+int usleep(useconds_t us)
+{
+    return 0;
+}
+int select(int n, fd_set *in, fd_set *out, fd_set *bad, struct timeval *limit)
+{
+    return 0;
+}
+time_t time(time_t *now)
+{
+    return 0;
+}

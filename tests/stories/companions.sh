@@ -47,6 +47,24 @@ backup_by() {
     umount /bin/cp
 }
 
+# fail_each COMMAND...: how each ends with each of its calls to the system failing once, other than
+# without a failure, and how often so. Calls behind the start of a thread have no number of their own.
+fail_each() {
+    shim=$(dirname "$(command -v story)")/libfaulty_calls.so
+    export FAULT_KIND=fail FAULT_REPORT=/w/fault ASAN_OPTIONS=verify_asan_link_order=0
+    for command; do
+        export FAULT_AT=-1
+        : >fault
+        until [ $FAULT_AT -gt 0 ] && ! grep -qsv pthread_create fault; do
+            rm -rf fault to x
+            FAULT_AT=$((FAULT_AT + 1))
+            LD_PRELOAD=$shim $command >out 2>err
+            echo $? $(sed 's/^[a-z_]*: //; s,Input/output error,EIO,; s/_[0-9]*/_/; s/;.*//; q' err)
+        done >ends
+        grep -vxF "$(head -n 1 ends)" ends
+    done | sort | uniq -c | sed 's/^ *//'
+}
+
 # alter: a finding of each kind in the directory.
 alter() {
     rm bin/tool App_VPUCard.bin

@@ -70,7 +70,7 @@ $ cd /usr/qrx310/etc; ln -s nowhere vsp/d; : >vsp/e; mkdir -p vsp/m mcucored; ec
 for sda sdz => $ call backup /mnt/@  --> 1 /mnt/sda: no disk is mounted there: nothing was saved
     1 /mnt/sdz: the disk can't be opened
 $ backup_by '/w/cp "$@"; ! [ $3 = /mnt/sda1 ] || sed -i s/vsp/Vsp/ $3/*.ubck'
-    1 what was saved has another CRC than its header says; make room and save again
+    1 has another CRC than its header says; make room and save again
 $ backup_by '[ ${2##*/} = qrxpara ] || /w/cp "$@"'  --> 1 /usr/qrx310/etc/sysconf: was not saved
 $ backup_by '/w/cp "$@"; ! [ ${2##*/} = vsp ] || echo other >$3/vsp/s'  --> 1 /usr/qrx310/etc/vsp/s: other content
 for "truncate -s 600" "printf X | dd bs=1 seek=490 conv=notrunc of=z.img; :" => $ cp u.img z.img; replace sync 'cd /w; @
