@@ -2,10 +2,8 @@
 # Catches: a command line that the board's small shell and tools take in another way.
 . "$(dirname "$0")/lib.sh"
 
-busybox=$(command -v busybox) || { skip 'all of it' 'there is no busybox' && finish; }
+busybox=$(command -v busybox) || skip 'there is no busybox'
 lay_out_tree
-[[ $SANDBOX_PRIVILEGED == 1 ]] ||
-    { rm -r tree/vorn-kernel && skip 'the kernel' 'only root can mount its partition'; }
 lay_out_settings
 cp -r /usr/qrx310 saved
 # shellcheck disable=SC2016 # the quotes of the page
@@ -21,8 +19,8 @@ run img_deploy -u u.img -m 2
 expect 'a run' '0 2 V2' "$status $(flag) $(sysconfig get fw_version)"
 expect 'what it has made' '' "$(diff -r --no-dereference tree /opt/upgddir/tree
     cmp -n 5 tree/vorn-uboot/u-boot.bin /dev/mmcblk0p1)"
-[[ $SANDBOX_PRIVILEGED != 1 ]] ||
-    expect 'the kernel' kernel "$(mount /dev/mmcblk0p6 /mntker 2>/dev/null; cat /mntker/zImage)"
+# Where the partition can't be mounted, it is in the directory.
+expect 'the kernel' kernel "$(mount /dev/mmcblk0p6 /mntker 2>/dev/null; cat /mntker/zImage)"
 sysconfig set device_name unit7
 run upgd_service backup /mnt/sda1
 expect 'a backup' '0 /mnt/sda1/unit7_' "$status $(head -c 16 out)"

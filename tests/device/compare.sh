@@ -3,7 +3,7 @@
 # medium; damage or a lack of room there that nobody tells of.
 . "$(dirname "$0")/lib.sh"
 
-[[ $SANDBOX_PRIVILEGED == 1 ]] || { echo "skipped: only root can mount the kernel's partition" && exit 77; }
+[[ $SANDBOX_PRIVILEGED == 1 ]] || skip "only root can mount the kernel's partition"
 lay_out_tree
 mkdir -p tree/x/vorn-uboot && echo second >tree/x/vorn-uboot/u-boot.bin
 head -c 400000 /dev/urandom >tree/vorn-kernel/zImage

@@ -2,7 +2,8 @@
 # Catches: JSON of img_info that is none, or not what its schema says.
 . "$(dirname "$0")/lib.sh"
 
-/usr/bin/python3 -c 'import jsonschema' 2>err || { skip 'all of it' 'Python lacks jsonschema' && finish; }
+/usr/bin/python3 -c 'import jsonschema' 2>err || skip 'Python lacks jsonschema'
+command -v minisign >/dev/null || skip 'there is no minisign'
 lay_out_tree
 img_deploy -c ./tree -r V7 update.img >/dev/null
 
@@ -28,13 +29,10 @@ expect 'verifications' '2 4 4 1 img_info: none: No such file or directory' \
 mkdir base && cp -r tree base && touch base/tree/extra && rm base/tree/bin/tool && echo other >base/tree/.hidden/file
 run img_info --compare base --extra --json update.img
 expect 'a comparison' '1 1 3' "$status $(fitting <out) $(grep -c '"finding":' out)"
-calls=(update.img cut.img odd.img '--compare base cut.img')
-if command -v minisign >/dev/null; then
-    minisign -GW -p maker.pub -s maker.key >/dev/null
-    minisign -S -s maker.key -t 'product=x floor=V1' -m update.img >/dev/null
-    cp update.img.minisig flipped.img.minisig
-    calls+=('--signature maker.pub update.img' '--signature maker.pub flipped.img')
-fi
+minisign -GW -p maker.pub -s maker.key >/dev/null
+minisign -S -s maker.key -t 'product=x floor=V1' -m update.img >/dev/null
+cp update.img.minisig flipped.img.minisig
+calls=(update.img cut.img odd.img '--compare base cut.img' '--signature maker.pub '{update,flipped}.img)
 # shellcheck disable=SC2086 # each is a word
 expect 'calls that fit' ${#calls[*]} "$(for call in "${calls[@]}"; do img_info --json $call 2>err; done | fitting)"
 finish

@@ -5,12 +5,11 @@ set -uo pipefail
 [[ ${SANDBOX:-} == 1 ]] || { echo 'to be run by sandbox.sh' >&2; exit 2; }
 
 failures=0
-skipped=0
 
-# skip PART WHY: tells what this machine can't test.
+# skip WHY: what this machine can't test. CTest shows the test as skipped, scripts/test.sh the line.
 skip() {
-    printf 'skipped: %s, %s\n' "$1" "$2"
-    skipped=77
+    echo "skipped: $1"
+    exit 77
 }
 
 # expect WHAT EXPECTED GOT
@@ -136,11 +135,7 @@ lay_out_tree() {
     ln -s /bin/sh tree/sh
 }
 
-# With a part left out CTest shows the test as skipped; scripts/test.sh shows its lines.
-finish() {
-    ((failures == 0)) || exit 1
-    ((skipped == 0)) || exit "$skipped"
-}
+finish() { ((failures == 0)) || exit 1; }
 
 work=$(mktemp -d)
 cd "$work" || exit 1

@@ -2,7 +2,7 @@
 # What other users and programs of the board can leave in a run's way.
 . "$(dirname "$0")/lib.sh"
 
-[[ $SANDBOX_PRIVILEGED == 1 ]] || { echo "skipped: only root can mount the kernel's partition" && exit 77; }
+[[ $SANDBOX_PRIVILEGED == 1 ]] || skip "only root can mount the kernel's partition"
 mkdir -p tree/vorn-kernel && echo f >tree/f && echo k >tree/vorn-kernel/zImage
 img_deploy -c ./tree -r V2 update.img >/dev/null
 

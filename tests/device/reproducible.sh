@@ -3,9 +3,9 @@
 # with other orders, the files made at other times.
 . "$(dirname "$0")/lib.sh"
 
-[[ $SANDBOX_PRIVILEGED == 1 ]] || { echo 'only root can mount a file system'; exit 77; }
+[[ $SANDBOX_PRIVILEGED == 1 ]] || skip 'only root can mount a file system'
 mkdir probe && mksquashfs probe probe.sqfs -no-progress >/dev/null
-mount -o loop,ro probe.sqfs probe || { echo 'no squashfs can be mounted here'; exit 77; }
+mount -o loop,ro probe.sqfs probe || skip 'no squashfs can be mounted here'
 umount probe
 recipe=$(awk '/^```/ { code = !code; next } code' "${0%/tests/*}/docs/building.md")
 

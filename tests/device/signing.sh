@@ -3,9 +3,9 @@
 # nothing else is, whatever byte of it is another one; what was checked is what is applied.
 . "$(dirname "$0")/lib.sh"
 
-command -v minisign >/dev/null || { echo 'skipped: there is no minisign' && exit 77; }
+command -v minisign >/dev/null || skip 'there is no minisign'
 case " $0 $(command -v upgd_service)" in
-    *' /opt/'*) echo 'skipped: the project lies in /opt, which is looked at and mounted over' && exit 77 ;;
+    *' /opt/'*) skip 'the project lies in /opt, which is looked at and mounted over' ;;
 esac
 keys=/etc/upgd/keys
 update=(upgd_service update u.img --dir /opt/to)
