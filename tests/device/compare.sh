@@ -17,8 +17,8 @@ look() {
 look 0 'well, 9 entries as they stand below /opt/upgddir'
 umount /mntker
 
-# A run waits for a look that has the kernel partition mounted, and not for one whose lines nobody reads. A
-# look that is killed leaves no mount.
+# A run waits for a look that has the partition mounted, and not for one whose lines nobody reads. A look that
+# is killed leaves no mount.
 is_mounted() { grep -qs '^[^ ]* /tmp ext4 ro' /proc/[0-9]*/mounts; }
 is_let_go() { ! is_mounted; }
 # shellcheck disable=SC2016 # the script's own variables
@@ -47,25 +47,19 @@ wait $!
 expect 'the run behind the look' '0 0' "$? $(wait $look; echo $?)"
 umount /mntker
 restore_command /bin/mount
-mkdir -p many/vorn-kernel empty && echo k >many/vorn-kernel/zImage && mkfifo listing
+mkdir -p many/vorn-kernel empty && echo k >many/vorn-kernel/zImage
 for i in {1..800}; do echo x >"$(printf 'many/%0100d' "$i")"; done
 img_deploy -c many many.img >/dev/null
-img_info --compare empty --device many.img >listing &
-exec 6<listing && read -r _ <&6
-run timeout 60 img_deploy -u u.img -m 2
-expect 'a run beside lines that nobody reads' 0 "$status"
-kill $!
-exec 6<&-
+img_info --compare empty --device many.img |
+    { read -r _ && timeout 60 img_deploy -u u.img -m 2 >out 2>&1; echo $? >ended; }
+expect 'a run beside lines that nobody reads' 0 "$(<ended)"
 
-# What is compared is what stands on the medium, under a warm cache: what the runs ahead have left of it on
-# free blocks is damaged as well.
+# What is compared is what stands on the medium, under a warm cache. What lies on free blocks is damaged too.
 cat /mntker/zImage >/dev/null
 perl -e 'local $/; open(K, "tree/vorn-kernel/zImage"); open(D, "+<", "/dev/mmcblk0p6");
     ($k, $d) = (substr(<K>, 204800, 64), <D>);
     for ($at = -1; ($at = index($d, $k, $at + 1)) >= 0;) { seek(D, $at, 0); print D ~substr($k, 0, 8) }'
 partition='not on its partition: /dev/mmcblk0p6:zImage:'
-look 1 "$partition other content stands there"
-echo more >>/mntker/zImage
 look 1 "$partition other content stands there"
 truncate -s 3 /mntker/zImage && umount /mntker
 overwrite /dev/mmcblk0p1 3 X
@@ -75,11 +69,6 @@ look 1 'not on its partition: /dev/mmcblk0p1: other content stands there' "$part
 
 # No room is told ahead of an update, and a kernel that a full partition cuts short, which is a success to the
 # run itself, behind it.
-small=(upgd_service update u.img --dir small --cards simulate=0)
-mkdir small && mount -t tmpfs -o size=200k tmpfs small
-expect_call 1 "$work/small: too little room: 708 KiB are needed, 200 KiB are free" "${small[@]}"
-mount -o remount,size=800k small
-for _ in 1 2; do expect_call 0 '' "${small[@]}"; done
 mkdir kernel && mount /dev/mmcblk0p6 kernel && rm kernel/zImage
 dd if=/dev/zero of=kernel/fill bs=1k status=none 2>/dev/null
 umount kernel
@@ -87,7 +76,6 @@ fresh=(upgd_service update u.img --dir /opt/fresh --cards simulate=0)
 expect_call 1 '/dev/mmcblk0p6: too little room: 391 KiB are needed' "${fresh[@]}"
 run "${fresh[@]}" --force
 expect_line err 'upgd_service: /dev/mmcblk0p6:zImage: not on its partition: what stands there is cut short'
-expect 'what cp has said' 1 "$(grep -c 'a command said: .*No space left on device' err)"
 dd if=/dev/zero of=/dev/mmcblk0p6 bs=1k count=64 conv=notrunc status=none
 expect_call 1 "/dev/mmcblk0p6: the kernel partition can't be mounted" "${fresh[@]}"
 finish

@@ -34,14 +34,10 @@ for i in {0..3}; do
     expect "what the command of $first inherits of the run's files" /run/img_deploy.lock \
         "$(sed -nE 's/.* [3-9] -> //p' held | grep -E '^/(opt|run|var)/|\.(img|ubck|bin)$|out$')"
     cp /var/log/upgd_log0.txt before
-    seconds=()
-    for second in "${verbs[@]}"; do
-        # shellcheck disable=SC2086 # each word is an argument
-        (said=$(timeout 20 $second 2>&1 >/dev/null); echo "$said $?" >"out.${#seconds[@]}") &
-        seconds+=($!)
-    done
-    wait "${seconds[@]}"
-    expect "all beside $first" "$(printf '%s\n' "${refusals[@]}")" "$(cat out.[0-3])"
+    # shellcheck disable=SC2086 # each word is an argument
+    expect "all beside $first" "$(printf '%s\n' "${refusals[@]}")" "$(for second in "${verbs[@]}"; do
+        (said=$(timeout 20 $second 2>&1 >/dev/null); echo "$said $?") &
+    done | sort)"
     expect "what they have written beside $first" '' "$(cmp before /var/log/upgd_log0.txt)"
     run upgd_service plan update.img --dir /opt/to
     expect_line out 'bound to fail   /dev/mmcblk0p6: an update is at work: look again when it has ended'
