@@ -4,7 +4,6 @@
 . "$(dirname "$0")/lib.sh"
 
 mkdir -p tree/d && echo x >tree/d/f
-echo card >App_VPUCard.bin
 img_deploy -c ./tree -r V2 u.img >/dev/null
 
 # What can't be read is not taken for what is not set.
@@ -23,8 +22,6 @@ done
 sysconfig set fw_version 'V1 of a day'
 run upgd_service restore --force u.img "$work/b"
 expect 'a restore that keeps the version' '0 x V1 of a day' "$status $(cat b/tree/d/f) $(sysconfig get fw_version)"
-expect_call 0 '' upgd_service flash vpu-mcu "$work/App_VPUCard.bin"
-expect 'a card' mcu_isp "$(cut -f 1 /run/sandbox/calls)"
 run upgd_service update u.img --dir "$work/b"
 expect 'the one that has to receive' '1 by do_update_upgd 0' "$status $(grep -o 'by do_update_upgd' err) $(wc -l <out)"
 

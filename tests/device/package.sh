@@ -12,8 +12,7 @@ machine >before
 run dpkg --no-triggers -i "${packages[@]}"
 expect 'installation' "0 ii  $PACKAGE_VERSION-1,ii  $PACKAGE_VERSION-1," \
     "$status $(cat err)$(dpkg-query -W -f '${db:Status-Abbrev} ${Version},' img-deploy libimg-deploy-dev)"
-run ls /usr/share/man/man1/{img_deploy,img_info,sysconfig,upgd_service}.1.gz /usr/share/man/man5/update-image.5.gz
-expect 'pages' '' "$(<err)"
+expect 'the page of no program' '' "$(ls /usr/share/man/man5/update-image.5.gz 2>&1 >/dev/null)"
 run lintian --fail-on error,warning,info -I "${packages[@]}"
 expect 'what lintian says' '0 ' "$status $(cat out)"
 
@@ -32,10 +31,8 @@ assert all(c["version"] and c["licenses"] and c["bom-ref"] == c["name"] for c in
 assert bom["dependencies"] == [{"ref": whole["name"], "dependsOn": [c["name"] for c in needed]}]
 print(len(files), len(needed))
 PYTHON
-    name=$(dpkg-deb -f "$package" Package)
-    files=$(dpkg -L "$name" | while read -r file; do [[ -d $file ]] || echo "$file"; done | wc -l)
-    needed=$(dpkg-deb -f "$package" Depends | tr , '\n' | wc -l)
-    expect "the bill of materials of $name" "0 $files $needed" "$status $(cat out err)"
+    files=$(dpkg-deb -c "$package" | grep -c '^[^d]') needed=$(dpkg-deb -f "$package" Depends | tr , '\n' | wc -l)
+    expect "the bill of materials of ${package##*/}" "0 $files $needed" "$status $(cat out err)"
 done
 
 # One version everywhere, also where it stands by hand.
