@@ -1,9 +1,7 @@
 #!/usr/bin/env bash
 # machine.sh DISK JOB [LOG]: a virtual machine, and what its first process does: the steps of JOB, with
 # a comma between them. It shares the working directory and reads the rest of this machine's files.
-# DISK holds a file for each partition; with LOG each write to them is logged. FILES and OPTIONS tell how
-# root is mounted, BARE is set for a board whose sysconfig syncs nothing, BUSY for one on which another
-# program syncs all the time.
+# DISK holds a file for each partition; with LOG each write to them is logged.
 set -euo pipefail
 
 # On the last two a backup finds room.

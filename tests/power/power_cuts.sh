@@ -176,7 +176,8 @@ replay() {
     start logged "$2" "$log"
     finish 'the logged run' "$2"
     for first in 0 1; do
-        look states "$1" "$2" "$log" "$seed" $first $states 2 &
+        # shellcheck disable=SC2046 # each is a word
+        look states "$1" "$2" "$log" "$seed" $(seq $first 2 $((states - 1))) &
     done
     wait
     for state in "$log".*00 "$log.0"; do

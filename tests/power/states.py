@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
-"""states.py KIND JOB LOG SEED FIRST END STEP: what a power cut during a logged run of JOB
-may have left on the disk. Looks at the states FIRST, FIRST + STEP, ... below END, which depend on log,
-seed and number alone. Where KEEP is set their disks stay there."""
+"""states.py KIND JOB LOG SEED NUMBER...: what a power cut during a logged run of JOB may have left on the
+disk. Looks at the states of these numbers. Where KEEP is set their disks stay there."""
 import os
 import random
 import shutil
@@ -46,7 +45,6 @@ class Log:
         """Where the run was cut, up to which entry all are on the medium, and which of those behind it,
         with how many bytes of each."""
         rng = random.Random(f'{seed} {number}')
-        # What is short in the log, as the recording of a version, is looked at as often as a tree.
         flush = rng.choice(sorted(set(self.flushed)))
         cut = rng.choice((rng.choice(self.marks), rng.randrange(len(self.entries) + 1),
                           rng.choice([i for i, last in enumerate(self.flushed) if last == flush])))
@@ -57,8 +55,7 @@ class Log:
             safe, kept = cut - 1, [cut - 1]
         kept = {i: self.entries[i].length for i in kept}
         last = max(kept, default=0)
-        # A file system counts on its superblock being written as a whole, and a FUA write that is
-        # not the last of all is done.
+        # A superblock is written as a whole, and so is a FUA write that is not the last of all.
         if kept and kept[last] > SECTOR and self.entries[last].offset and rng.random() < 0.5 and (
                 last == cut - 1 or not self.entries[last].flags & FUA):
             kept[last] = rng.randrange(SECTOR, kept[last], SECTOR)
@@ -90,9 +87,9 @@ def main():
     files, (kind, job, path, seed) = os.environ['FILES'], sys.argv[1:5]
     looker = Looker(kind)
     log = Log(path, Path(files), 'barrier=0' in os.environ['OPTIONS'])
-    base, written = Path(f'{path}.base{sys.argv[5]}'), 0
+    base, written = Path(f'{path}.base{os.getpid()}'), 0
     copy(files, base)
-    chosen = sorted(range(*map(int, sys.argv[5:])), key=lambda number: log.state(seed, number)[1])
+    chosen = sorted(map(int, sys.argv[5:]), key=lambda number: log.state(seed, number)[1])
     size = 25 if files == 'f2fs' else 1
     while chosen:
         batch = [(number, Path(f'{path}.{number}'), *log.state(seed, number)) for number in chosen[:size]]
@@ -108,7 +105,7 @@ def main():
         for number, state, cut, *_ in batch:
             what = f'state {number} of seed {seed}, entry {cut} of {len(log.entries)}'
             looker.look(state, what, job, sum(mark <= cut for mark in log.marks))
-            # Each five hundredth is left for the next run to start from.
+            # Each five hundredth is left to be started again.
             if number % 500 and 'KEEP' not in os.environ:
                 shutil.rmtree(state)
         del chosen[:size]
