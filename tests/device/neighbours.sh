@@ -49,7 +49,6 @@ for i in {0..3}; do
     wait $pid
     expect "the end of $first" 0 $?
 done
-restore_command /bin/mkdir
 
 # Where there is no place for the lock a run goes on without, and follows no link.
 for place in 'ln -s /run/elsewhere' mkdir; do

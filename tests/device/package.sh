@@ -79,10 +79,8 @@ sysconfig get||fw_version
 img_deploy -u|up|update.img
 END
 
-for how in -r -P; do
-    run dpkg --no-triggers $how libimg-deploy-dev img-deploy
-    expect "dpkg $how" 0 "$status"
-done
+run dpkg --no-triggers -P libimg-deploy-dev img-deploy
+expect 'the purge' 0 "$status"
 rm -r /etc/sysconfig # the device's, with the recorded version
 machine >after
 expect 'nothing is left' '' "$(diff before after)"
