@@ -51,7 +51,7 @@ static const std::string MAKE_ROOT = R"(set -e
         [ -e ".$place" ] || { mkdir -p ".$place" && mount --rbind "$place" ".$place"; }
     done
     for partition in mmcblk0p1 mmcblk0p6; do
-        cp --sparse=always "/run/sandbox/$partition" old/ && mount --bind "old/$partition" "dev/$partition"
+        cp --sparse=always "/dev/$partition" old/ && mount --bind "old/$partition" "dev/$partition"
     done
     rm -rf run/mailbox run/img_deploy.lock
     : >run/sandbox/calls
@@ -360,7 +360,6 @@ int main(int argc, char **argv)
     setenv("STORIES", fs::absolute(argv[1]).parent_path().c_str(), 1);
     log_debug = 0; // trace lines go to the log file, which is recorded
     const std::string story = read_file(argv[1]);
-    (void)!system("cp --sparse=always /dev/mmcblk0p[16] /run/sandbox/");
     std::vector<lines> parts(1); // the opening, and then those with a title
     for (const std::string &line : split(story, "\n")) {
         if (line.rfind("== ", 0) == 0)
