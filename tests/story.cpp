@@ -22,15 +22,13 @@ static lines result;           // of the command in hand
 static std::string operation;  // in hand
 static std::regex patterns[2]; // of the lines that are shown, and of those that are not
 static std::vector<std::pair<std::string, std::string>> hooks; // a line, and the command at it
-static size_t console_seen[2];
 
 // Prints "FILE = CONTENT", "LINK -> TARGET" and "EMPTY/".
 static const std::string TREE = R"( && find . -mindepth 1 -type f -printf '%P = ' -exec cat {} \; \
     -printf '\n' -o -type l -printf '%P -> %l\n' -o -type d -empty -printf '%P/\n' | sort)";
 
-// What comes of the commands, what goes to standard output, and what to standard error.
-static const std::string REPORT = "/run/sandbox/report",
-                         CONSOLE[] = {"/run/sandbox/out", "/run/sandbox/err"};
+// What comes of the commands.
+static const std::string REPORT = "/run/sandbox/report";
 
 // Between a command and its results on the same line, and between the lines of a command.
 static const std::string ARROW = "  --> ", MORE = "\n  ";
@@ -157,11 +155,10 @@ static void tell(std::string line)
 static void collect()
 {
     fflush(stdout);
-    for (int i = 0; i < 2; i++) {
-        const std::string text = read_file(CONSOLE[i]).substr(console_seen[i]);
-        console_seen[i] += text.size();
-        for (const std::string &line : split(text, "\n"))
-            tell((i == 0 ? "out " : "err ") + line);
+    for (const std::string kind : {"out", "err"}) {
+        for (const std::string &line : split(read_file("/run/sandbox/" + kind), "\n"))
+            tell(kind + " " + line);
+        fs::resize_file("/run/sandbox/" + kind, 0);
     }
 }
 
@@ -288,8 +285,8 @@ static std::string play(const lines &commands)
     const pid_t pid = fork();
     if (pid == 0) {
         std::ofstream report(REPORT);
-        freopen(CONSOLE[0].c_str(), "w", stdout);
-        freopen(CONSOLE[1].c_str(), "w", stderr);
+        freopen("/run/sandbox/out", "a", stdout);
+        freopen("/run/sandbox/err", "a", stderr);
         const bool ready =
             unshare(CLONE_NEWNS | CLONE_NEWIPC) == 0 && system(MAKE_ROOT.c_str()) == 0;
         rec.on_line = on_line;
@@ -314,7 +311,7 @@ static std::string play(const lines &commands)
     waitpid(pid, &status, 0);
     if (status == 0)
         return read_file(REPORT);
-    fputs(read_file(CONSOLE[1]).c_str(), stderr);
+    fputs(read_file("/run/sandbox/err").c_str(), stderr);
     return read_file(REPORT) + "\n    DIED";
 }
 
