@@ -19,6 +19,7 @@
 #include <sys/time.h>
 #include <sys/vfs.h>
 #include <unistd.h>
+#include <utility>
 
 // The name of a call on files in the C library.
 #if __SIZEOF_POINTER__ == 4
@@ -84,14 +85,11 @@ static bool add(const std::string &line)
         const std::string now = format("block %d %d %d %d %d", block->file_nums, block->cur_nums,
                                        block->result, block->cur_percent, block->failed_nums);
         if (now != last_block)
-            rec.lines.push_back(last_block = now);
+            rec.on_line(last_block = now);
     }
-    if (rec.polls != last_polls && rec.polls != 0)
-        rec.lines.push_back("polls " + std::to_string(rec.polls));
-    last_polls = rec.polls;
-    rec.lines.push_back(line);
-    if (rec.on_line)
-        rec.on_line();
+    if (std::exchange(last_polls, rec.polls) != rec.polls && rec.polls != 0)
+        rec.on_line("polls " + std::to_string(rec.polls));
+    rec.on_line(line);
     return fails(line);
 }
 

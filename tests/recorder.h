@@ -9,10 +9,9 @@
 #include <vector>
 
 struct recording {
-    std::vector<std::string> lines;   // in order
-    std::string prefix;               // of the last trace line, without process and source line
-    std::function<void()> on_line;    // called with each line
-    std::vector<std::string> failing; // lines that begin so are of calls that fail
+    std::string prefix; // of the last trace line, without process and source line
+    std::function<void(const std::string &)> on_line;
+    std::vector<std::string> failing;           // lines that begin so are of calls that fail
     std::map<std::string, std::string> outputs; // of commands that are read, by their beginnings
     std::map<std::string, int> answers;         // of cards: "TYPE POLL", by then
     int polls = 0;                              // since the last message

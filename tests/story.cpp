@@ -14,6 +14,7 @@
 #include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace fs = std::filesystem;
 using lines = std::vector<std::string>;
@@ -261,21 +262,14 @@ static void perform(const std::string &command)
     }
 }
 
-// Tells the lines that have come. The commands that wait for the last one are performed.
-static void on_line()
+// Tells the line. The commands that wait for it are performed.
+static void on_line(const std::string &line)
 {
-    static size_t seen = 0;
-    while (seen < rec.lines.size())
-        tell(rec.lines[seen++]);
-    const std::string line = rec.lines.back();
-    for (size_t i = 0; i < hooks.size();)
-        if (line.find(hooks[i].first) == line.npos) {
-            i++;
-        } else {
-            const std::string command = hooks[i].second;
-            hooks.erase(hooks.begin() + static_cast<long>(i));
-            perform(command);
-        }
+    tell(line);
+    for (size_t i = 0; i < hooks.size(); i++)
+        if (line.find(hooks[i].first) != line.npos)
+            if (const std::string command = std::exchange(hooks[i].second, ""); !command.empty())
+                perform(command);
 }
 
 // Plays commands in a process, namespaces and directories of their own. Returns them with what has
@@ -297,7 +291,7 @@ static std::string play(const lines &commands)
             const size_t at = line.find(" (show ");
             if (line.rfind("== ", 0) == 0)
                 show(at != line.npos ? line.substr(at + 7, line.size() - at - 8) : "none");
-            if (ready && command.find_first_of("#= ") != 0 && command != "") {
+            if (ready && command.find_first_of("#=") != 0) {
                 perform(line);
                 collect();
             }
