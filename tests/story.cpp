@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -281,17 +280,17 @@ static std::string play(const lines &commands)
         std::ofstream report(REPORT);
         freopen("/run/sandbox/out", "a", stdout);
         freopen("/run/sandbox/err", "a", stderr);
-        const bool ready =
-            unshare(CLONE_NEWNS | CLONE_NEWIPC) == 0 && system(MAKE_ROOT.c_str()) == 0;
+        if (unshare(CLONE_NEWNS | CLONE_NEWIPC) != 0 || system(MAKE_ROOT.c_str()) != 0)
+            _exit(1);
         rec.on_line = on_line;
         for (const std::string &command : commands) {
             report << (&command == &commands[0] ? "" : "\n") << command << std::flush;
             result.clear();
             const std::string line = std::regex_replace(command, std::regex(MORE), " ");
-            const size_t at = line.find(" (show ");
-            if (line.rfind("== ", 0) == 0)
-                show(at != line.npos ? line.substr(at + 7, line.size() - at - 8) : "none");
-            if (ready && command.find_first_of("#=") != 0) {
+            std::smatch title;
+            if (std::regex_match(line, title, std::regex("== .*?(?: \\(show (.*)\\))?"))) {
+                show(title[1]);
+            } else if (line[0] != '#') {
                 perform(line);
                 collect();
             }
@@ -299,7 +298,7 @@ static std::string play(const lines &commands)
                 report << "\n    " << one;
         }
         report.close();
-        exit(ready ? 0 : 1);
+        exit(0);
     }
     int status = 0;
     waitpid(pid, &status, 0);
