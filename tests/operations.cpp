@@ -87,15 +87,10 @@ static std::string told(int result, const int &number)
 
 operation_table operations; // ahead of all that is added
 
-static bool added(const char *name, std::function<std::string(call &)> operation)
-{
-    return operations.emplace(name, std::move(operation)).second;
-}
-
 // An operation by its name: what the call `c` comes to as text, or a function that returns it.
 #define RETURNS(name, ...)                                                                         \
-    static const bool has_##name =                                                                 \
-        added(#name, []([[maybe_unused]] call &c) -> std::string { return __VA_ARGS__; })
+    static const auto has_##name = operations.emplace(                                             \
+        #name, []([[maybe_unused]] call &c) -> std::string { return __VA_ARGS__; })
 #define OPERATION(name)                                                                            \
     static std::string play_##name(call &c);                                                       \
     RETURNS(name, play_##name(c));                                                                 \
