@@ -165,14 +165,12 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     // A whole image leaves the bits for a number of entries to the number of calls after which its
     // body is no more the first half of the input's, but the second.
     calls_to_change = (data[0] & 3) <= 1 && image.size() > 488 ? data[0] >> 2 & 31 : 0;
-    const bool changes = calls_to_change != 0;
-    if (changes) {
+    if (calls_to_change != 0) {
         const size_t half = 488 + (image.size() - 488) / 2;
         other_image = make_image(data[0], image.substr(0, 488) + image.substr(half));
         image.resize(half);
     }
-    image = make_image(data[0], image);
-    write_image(image);
+    write_image(make_image(data[0], image));
     const fs::path start = fs::current_path();
     under_test = true;
     const int result = do_update((place.dir + "/i").data(), ONLINE_MODE, std::string(base).data());
@@ -183,6 +181,5 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     check(std::distance(fs::directory_iterator(place.dir), {}) == 3 &&
               fs::is_empty(place.dir + "/out"),
           "nothing is made beside the base directory");
-    check(changes || fs::file_size(place.dir + "/i") == image.size(), "the image stays as it is");
     return 0;
 }
