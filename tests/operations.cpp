@@ -1,10 +1,9 @@
 // What a story can do: what it sets up, and the operations of the system.
-#include "tests/operations.h"
+#include "tests/story.h"
 
 #include "platform/configuration.h"
 #include "platform/identity.h"
 #include "platform/mailbox.h"
-#include "tests/recorder.h"
 #include "update/dtt_create/card_file_names.h"
 #include "update/dtt_create/command_output.h"
 #include "update/dtt_create/create_image.h"

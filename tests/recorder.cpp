@@ -1,5 +1,5 @@
 // The list of what the system asks for. The linker sends the calls here, by their names.
-#include "tests/recorder.h"
+#include "tests/story.h"
 
 #include "device_msg.h"
 #include "platform/platform.h"

@@ -1,7 +1,6 @@
 // story FILE: plays a story in the sandbox and compares what comes of it with what stands in it;
 // story FILE --record: prints the story with what comes of it instead.
-#include "tests/operations.h"
-#include "tests/recorder.h"
+#include "tests/story.h"
 #include "update/dtt_update_common/trace_log.h"
 
 #include <algorithm>
