@@ -17,8 +17,7 @@ TEST(Shell, RunsALineAndReturnsItsWaitStatus)
     signal(SIGCHLD, SIG_IGN); // as a parent may hand it on
     EXPECT_EQ(my_system("exit 7"), 0) << "has run, with a status that nobody knows";
     signal(SIGCHLD, SIG_DFL);
-    sigset_t ended, now;
-    sigemptyset(&ended);
+    sigset_t ended = {}, now;
     sigaddset(&ended, SIGCHLD);
     sigprocmask(SIG_BLOCK, &ended, nullptr);
     my_system("true");

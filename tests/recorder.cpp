@@ -120,8 +120,8 @@ static ssize_t take_trace(void *, const char *data, size_t size)
     const std::string text(data, size);
     std::smatch found;
     std::regex_search(text, found, form);
-    rec.prefix = found.str(1) + found.str(2);
-    add("trace " + found.str(3) + ": " + found.suffix().str());
+    rec.prefix = found.format("$1$2");
+    add(found.format("trace $3: $'"));
     return size;
 }
 
@@ -260,8 +260,7 @@ void *__wrap_shmat(int id, const void *address, int flags)
 
 int __wrap_gettimeofday(timeval *now, void *)
 {
-    now->tv_sec = rec.time_us / 1000000;
-    now->tv_usec = rec.time_us % 1000000;
+    *now = {rec.time_us / 1000000, rec.time_us % 1000000};
     return 0;
 }
 
