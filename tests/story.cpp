@@ -101,14 +101,13 @@ static lines words_of(const std::string &command)
         in_word = c != ' ' || in_quotes;
         if (c == '"' || !in_word)
             continue;
-        unsigned int byte = 0;
-        int used = 0;
         if (c == '\\') {
             const size_t name = std::string("nrt0s").find(c = command.at(++i));
             c = name != std::string::npos ? "\n\r\t\0 "[name] : c;
-            if (c == 'x' && sscanf(&command[i + 1], "%2x%n", &byte, &used) == 1)
-                c = static_cast<char>(byte);
-            i += static_cast<size_t>(used);
+            if (c == 'x') {
+                c = static_cast<char>(std::stoi(command.substr(i + 1, 2), nullptr, 16));
+                i += 2;
+            }
         }
         words.back() += c;
     }
@@ -185,13 +184,9 @@ static long held()
 static void call_operation(const std::string &command)
 {
     call c = {words_of(repeated(command)), {}};
-    const auto found = operations.find(c.words.at(0));
-    if (found == operations.end())
-        return result.push_back("no such operation");
-    const std::string outer = operation;
-    operation = found->first;
+    const std::string outer = std::exchange(operation, c.words.at(0));
     const long before = outer.empty() ? held() : 0;
-    const lines returned = split(found->second(c), "\n");
+    const lines returned = split(operations.at(operation)(c), "\n");
     operation = outer;
     if (!outer.empty())
         return;
@@ -279,6 +274,7 @@ static std::string play(const lines &commands)
         std::ofstream report(REPORT);
         freopen("/run/sandbox/out", "a", stdout);
         freopen("/run/sandbox/err", "a", stderr);
+        setbuf(stderr, nullptr);
         if (unshare(CLONE_NEWNS | CLONE_NEWIPC) != 0 || system(MAKE_ROOT.c_str()) != 0)
             _exit(1);
         rec.on_line = on_line;
