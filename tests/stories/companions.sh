@@ -4,16 +4,16 @@
 
 # begin: an image, a device with settings, and a disk on /mnt/sda1.
 begin() {
-    mkdir -p tree/bin tree/etc tree/vorn-uboot
+    mkdir -p tree/bin tree/etc tree/vorn-uboot /mnt/sda1 /mnt/root /usr/qrx310/etc
     echo boot >tree/vorn-uboot/u
     echo tool >tree/bin/tool
     echo data >tree/etc/data
     echo card >tree/App_VPUCard.bin
     ln -s /bin/sh tree/sh
     img_deploy -c ./tree -r V7 u.img >/dev/null
-    cd /usr || exit
-    mkdir -p qrx310/etc/vsp qrx310/etc/mcucored qrx310/etc/sysconf /mnt/sda1 /mnt/root
-    echo s | tee qrx310/etc/vsp/s >qrx310/etc/sysconf/qrxpara
+    cd /usr/qrx310/etc || exit
+    mkdir vsp mcucored sysconf
+    echo s | tee vsp/s >sysconf/qrxpara
     sysconfig set device_name unit7
     for name in sda1 root; do
         mount -t tmpfs -o size=150m /dev/root /mnt/$name
