@@ -24,13 +24,13 @@ apply nand/a 200 ABC "nand/d/l;../a" 4 "" nand/e 1 ""  --> trace: in fun do_upda
     run /bin/sync | log:  run rsync ok. | wait 20000 us | log:  end | = 0
 tree /b ;; $ stat -c %A /b/nand/a; sysconfig get fw_version; awk '/6291457/ { print $3, $4, $7 }' /proc/sysvipc/shm
     nand/a = ABC | nand/d/l -> ../a | nand/e/ | -rwxr-xr-x | V1.0.0.0 | 600 20 1
-== a peer's block of 16 bytes is found; 1 alone reboots (show run reboot, wait 6, block 0 0 -1, block 1 1)
-block 16 ;; image u.img -- card 22 c ;; for 0 1 => do_update u.img @ /b  --> block 0 0 -1 0 0 | block 1 1 1 100 0
-    = 0 | block 0 0 -1 0 0 | block 1 1 1 100 0 | wait 6 s | run reboot -f | = 0
+== a peer's block of 16 bytes is found; 1 alone reboots (show run reboot, wait 6, block 1 1)
+block 16 ;; image u.img -- card 22 c ;; for 0 1 => do_update u.img @ /b  --> block 1 1 1 100 0 | = 0
+    block 1 1 1 100 0 | wait 6 s | run reboot -f | = 0
 $ awk '/6291457/ { print $3, $4, $7 }' /proc/sysvipc/shm  --> 600 16 2
-show none ;; for "1 15" "6291457 15" "6291457 8192" => $ ipcrm -M @1 2>/dev/null || : ;; attach_shm @ ;;
-  $ awk '$1 == @1 { print $4 }' /proc/sysvipc/shm  --> = attached | 15 | = attached | 20 | = attached | 8192
-== no block, or one that is too small, which stays (show log, trace: update_info, run, wait)
+show none ;; for "1 15" "6291457 15" "6291457 8192" => $ ipcrm -M @1 2>/dev/null || : ;; attach_shm @ ;; $ awk '$1 == @1
+  { print $4 }' /proc/sysvipc/shm  --> = attached | 15 | = attached | 20 | = attached | 8192
+== no block, or one that is too small (show log, trace: update_info, run, wait)
 fail shmat ;; image u.img -- ;; do_update u.img 1 /b ;; free_upgrade_info ;; free_upgrade_info -  --> log:  start
     log attach_shm:   start. | log:  get_upgrade_info Error .\n | trace: update_info get from shm err! | = -10
     log attach_shm:   start.
