@@ -3,8 +3,8 @@
 $ mkdir -p nand; printf ABC >nand/a ;; do_create ./nand 2 i ;; bytes i  --> log crc32_img_body:  start | :  mmap
     :  linuxcrc32 | :  munmap | :  end | = 0
     = '\x05\x19f\xD3;\xD0\\\0{6}\x01\xF7j\x1Fn\xC3\0\0\0\x01\0{11}\x02\0{260}nand\0{60}Vorn Video Systems firmware package\0{29}V1.0.0.0\0{56}nand/a\0{5}\x03ABC
-$ mkdir -p nand/b/c nand/d; : >nand/a ;; show none ;; do_create nand// 77 i /to ;; bytes i  --> = 0
-    = '\x05\x19f\0{7}\x03\0\0\x01\xE8j\x1Fn\xC3\0{15}M\0{260}nand\0{60}Vorn Video Systems firmware package\0{29}V1.0.0.0\0{56}
+$ mkdir -p nand/b/c nand/d; : >nand/a ;; show none ;; do_create nand// 77 i /to ;; $ head -c 41 i >h ;; bytes h
+    = 0 | = '\x05\x19f\0{7}\x03\0\0\x01\xE8j\x1Fn\xC3\0{15}M\0{5}
 do_create nand 3 i t{70} v{70} ;; bytes i 32  --> = 0
     = \0\0\0\x03\0{4}t{63}\0{193}nand\0{60}Vorn Video Systems firmware package\0{29}v{63}\0
 == the example of the format page
@@ -28,7 +28,7 @@ for App_inputCard.bin App_OutputCard_HDMI.bin App_VPUCard.bin InputCardTop.bin T
   Golden_Input.bin Golden_Output.bin Golden_Vpu.bin golden_vpu.bin Golden_Vpu Golden_Vpu.bin2 x{2048} x{2049} =>
   check_type_SelfFile @  --> = 0 and 22 | = 0 and 23 | = 0 and 24 | = 0 and 25 | = 0 and 26 | = 0 and 27
     = 0 and 28 | = 0 and 29 | = 0 and 30 | = -1 and -7 {5} | out ERR:len of self name is to long!\s
-== links by what they lead to, and their longest (show trace get_dirs_and_files, trace write_file)
+== links by what they lead to (show trace get_dirs_and_files, trace write_file)
 $ mkdir nand; cd nand; echo x >file; : >empty; mkfifo pipe; for l in file / empty gone pipe "nand/file;"; do ln -s "$l"
   "to_$(echo "$l" | tr / _)"; done; ln -s file f{115}; ln -s file f{116} ;; do_create ./nand 2 i ;; entries i
     trace get_dirs_and_files: link left out, path and target too long: `./nand/f{116};file'\n

@@ -1,7 +1,7 @@
 # Catches: a disk or file shown or left out by mistake; a wrong line or byte.
 == an inventory and its messages (show log:, read ls, out found)
-$ for d in sda sdc; do mkdir -p /mnt/$d; mount -t tmpfs tmpfs /mnt/$d; done; echo 8 1 sda >stats; mount --bind
-  stats /proc/diskstats; mkdir -p /dev/disk/by-label; ln -s ../../sda /dev/disk/by-label/ADD
+$ for d in sda sdc; do mkdir -p /mnt/$d; mount -t tmpfs tmpfs /mnt/$d; done; echo 8 1 sda >stats; mount --bind stats
+  /proc/diskstats; mkdir -p /dev/disk/by-label; ln -s ../../sda /dev/disk/by-label/ADD
 $ cd /mnt/sda; touch b.ubck c.rcfgx d.txt "'; a.img"; mkdir sub; touch sub/deep.img ;; get_udisk_all_info
     log: start.(upgd/update/) | : cmd=/bin/mount |grep /mnt/sd |awk '{print $3}' | : popen ok
     : udisk_path = /mnt/sda, u_path_name = sda | : strlen(udisk_path) =8 | : udisk_path = /mnt/sda
@@ -16,8 +16,8 @@ $ cd /mnt/sda; touch b.ubck c.rcfgx d.txt "'; a.img"; mkdir sub; touch sub/deep.
 show log: start, log: end, data edit, send ;; mailbox 010a3900 ;; sendmsg_udisk_all_info  --> log: start
     send 010a3900 \0{16}\x03\0\x1D\0x%\0\0\x01\0{135}/mnt/sda\0{8}ADD\0{29}\x01\0\0\0/mnt/sda/'; a.img\0{751}\x01\0\0\0/mnt/sda/b.ubck\0{753}\x01\0\0\0/mnt/sda/c.rcfgx\0{7844}
     log: end | = 0
-$ umount -l /mnt/sda ;; show log:, log Simdc_sess_id, log Simdc_sess_send, send ;; sendmsg_ack_back 0x1001d
-  0x7fff6 -3 n{128}  --> log: start | : label edit: large label=65565, small label=524278\s
+$ umount -l /mnt/sda ;; show log:, log Simdc_sess_id, log Simdc_sess_send, send ;; sendmsg_ack_back 0x1001d 0x7fff6 -3
+  n{128}  --> log: start | : label edit: large label=65565, small label=524278\s
     : small label: LABEL_UDISK_HOTPLUG    \t (2) | : \t\t\t  LABEL_UDISK_ALL_INFO   \t (3)
     : \t\t\t  LABEL_UDISK_UBACK_CREAT    (4) | : \t\t\t  LABEL_UDISK_UBACK_RELOAD   (5)
     : \t\t\t  LABEL_UDISK_FWARE_UPDATE   (6) | : data edit: udisk_info->event.ev= -3

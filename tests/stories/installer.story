@@ -1,5 +1,5 @@
 # Catches: a wrong command, line or length; a wrong end of the search.
-== boot loader, to the longest path of its command (show log, trace, run)
+== boot loader (show log, trace, run)
 $ mkdir b; touch b/u b/u{101} b/u{102} ;; for b/u b/none => update_LinuxFile 7 @
     trace:  ---------------------update uboot------------------\n | :  cmdstr=dd if=b/u of=/dev/mmcblk0p1 \n
     log: cmdstr: dd if=b/u of=/dev/mmcblk0p1 \n\n | run dd if=b/u of=/dev/mmcblk0p1 | trace:  update uboot ok .\n
@@ -7,15 +7,15 @@ $ mkdir b; touch b/u b/u{101} b/u{102} ;; for b/u b/none => update_LinuxFile 7 @
 show run, too long ;; for b/u{101} b/u{102} b => update_LinuxFile 7 @  --> run dd if=b/u{101} of=/dev/mmcblk0p1
     = 0 and 0 | log: command too long for <b/u{102}>. | = -5 and 0 | run dd if=b of=/dev/mmcblk0p1 | = 0 and 0
 show faild ;; fail "run dd " ;; update_LinuxFile 7 b/u  --> log: update faild!!: <b/u>.\n | = -5 and 0
-== kernel files, and what only prepares (show log, trace, run)
+== kernel files (show log, trace, run)
 $ mkdir k zImage.d; touch k/zImage k/extlinux.conf k/rk3288-tyx.dtb k/doc k/rk3288-tyx.dt-Image-extlinux.con
 $ touch zImage.d/f{97} zImage.d/f{98} ;; fail "run /bin/mount" ;; for k/none k/doc => update_LinuxFile 5 @
     trace:  filename(k/none) can not access \n | = 0 and 0
     trace:  ---------------------update kernel------------------\n | run  /bin/mkdir -p /mntker
     run  /bin/rm -rf /mntker/* | run /bin/mount /dev/mmcblk0p6 /mntker/
     log: /bin/mount /dev/mmcblk0p6 /mntker/ error. \n | = -14 and 0
-show none ;; $ rmdir /mntker; ln -s /w/k /mntker ;; update_LinuxFile 5 k/doc ;; $ rm /mntker; mkdir /mntker;
-  ls k | wc -l  --> = -14 and 0 | 5
+show none ;; $ rmdir /mntker; ln -s /w/k /mntker ;; update_LinuxFile 5 k/doc ;; $ rm /mntker; mkdir /mntker; ls k | wc
+  -l  --> = -14 and 0 | 5
 show run /bin/, kernel-0, cmdstr ;; update_LinuxFile 5 k/zImage  --> run /bin/mount /dev/mmcblk0p6 /mntker/
     trace:       kernel-0(k/zImage) \n | log: cmdstr: /bin/cp k/zImage /mntker/ -rf \n\n
     run /bin/cp k/zImage /mntker/ -rf | = -14 and 1
@@ -24,8 +24,8 @@ fail ;; show run, error. ;; for zImage.d/f{97} zImage.d/f{98} k/extlinux.conf k/
     = 0 and 2 | = -14 and 3 | run /bin/cp k/extlinux.conf /mntker/ -rf | = 0 and 4
     run /bin/cp k/rk3288-tyx.dtb /mntker/ -rf | = 0 and 5 | = 0 and 5
 for 4 6 8 => update_LinuxFile @ k/zImage  --> = 0 and 5 {3}
-fail "run /bin/cp" ;; update_LinuxFile 5 k/zImage ;; $ ls -m /mntker  --> run /bin/cp k/zImage /mntker/ -rf
-    log: /bin/cp k/zImage /mntker/ error. \n | = -14 and 6 | extlinux.conf, | f{97}, | rk3288-tyx.dtb, zImage
+fail "run /bin/cp" ;; update_LinuxFile 5 k/zImage ;; $ ls /mntker | wc -l  --> run /bin/cp k/zImage /mntker/ -rf
+    log: /bin/cp k/zImage /mntker/ error. \n | = -14 and 6 | 4
 == whatever is mounted is used (show mounted already, success.)
 $ mkdir k; touch k/zImage k/doc ;; at run /bin/mount => $ mount -t tmpfs tmpfs /mntker
 for k/doc k/zImage => update_LinuxFile 5 @  --> trace:  /bin/mount /dev/mmcblk1p6 /mntker/ success.\n | = 0 and 0
@@ -33,8 +33,8 @@ for k/doc k/zImage => update_LinuxFile 5 @  --> trace:  /bin/mount /dev/mmcblk1p
 $ mkdir l; echo later >l/zImage ;; update_LinuxFile 5 l/zImage ;; $ cat /mntker/zImage; rm /mntker/zImage; mkdir
   /mntker/zImage ;; update_LinuxFile 5 k/zImage  --> = 0 and 2 | later | = 0 and 3
 == the version (show run sysconfig, version <)
-image a version=v{64} -- ;; update_fw_version a ;; for "V1;x" "-2  of 5" => image b "version=@" -- ;;
-  do_update b 2 /b ;; $ sysconfig get fw_version || :  --> run sysconfig set fw_version v{64} | = 0
+image a version=v{64} -- ;; update_fw_version a ;; for "V1;x" "-2  of 5" => image b "version=@" -- ;; do_update b 2 /b
+  ;; $ sysconfig get fw_version || :  --> run sysconfig set fw_version v{64} | = 0
     log: version <V1;x> has no place in a command: not recorded | = 0 | v{64}
     run sysconfig set fw_version -2  of 5 | = 0 | -2 of 5
 == the target search
@@ -50,13 +50,13 @@ $ mkdir -p u/uncounted; mount -t tmpfs tmpfs u/uncounted
 for v u/uncounted => $ mkdir -p @/a @/z/nand @/zz ;; at listing => $ rmdir @/a @/zz ;; _find_dir @ nand
     = 0 "v/z/" | = 0 "u/uncounted/z/"
 _find_dir e "" ;; _find_dir "" a  --> = 0 "e/" | = -1
-$ d=t/d{199}/d{199}/d{199}/d{199}/d{199}; mkdir -p $d/a{19}/x $d/b{20}/x t/z/yoke ;; for x yoke => _find_dir t @
-    = 0 "t/d{199}/d{199}/d{199}/d{199}/d{199}/aaaaaaaaaaaaaaaaaaa/" | = 0 "t/z/"
-for a{19} b{20} => _find_dir "t/d{199}/d{199}/d{199}/d{199}/d{199}/@" y  --> = 1 | = -1
+$ d=t/d{249}/d{249}/d{249}/d{249}; mkdir -p $d/a{19}/x $d/b{20}/x t/z/yoke ;; for x yoke => _find_dir t @
+    = 0 "t/d{249}/d{249}/d{249}/d{249}/aaaaaaaaaaaaaaaaaaa/" | = 0 "t/z/"
+for a{19} b{20} => _find_dir "t/d{249}/d{249}/d{249}/d{249}/@" y  --> = 1 | = -1
 == the places (show log)
 $ mkdir -p /nand/usr /nand/q{64} ;; image u.img place=1 dir=nand -- ;; find_dir u.img ;; find_dir -
     log: update dir is </>. | = 0 "/" | : pheader is Null. | = -1 ""
 show none
-for "2 none" "2 usr" "2 q{64}" "0 q" "4 q" "0x80000000 q" => image u.img place=@1 dir=@2 version=q{64} -- ;;
-  find_dir u.img  --> = 0 "/nand" | = 0 "/nand/" {2} | = 0 "" {3}
+for "2 none" "2 usr" "2 q{64}" "0 q" "4 q" "0x80000000 q" => image u.img place=@1 dir=@2 version=q{64} -- ;; find_dir
+  u.img  --> = 0 "/nand" | = 0 "/nand/" {2} | = 0 "" {3}
 place2dir 3  --> = "//"

@@ -14,8 +14,8 @@ u2g "\xE5\x95\x8Ax"  --> = 0 "\xB0\xA1"
 == names in the inventory (show chinese)
 $ mkdir -p /u/sub /u/bin /u/e1 /u/e2
 output /bin/mount "/u/sub\n/u/bin\n/u/e1\n/u/e2\n" ;; output /bin/cat "sub\nbin\ne1\ne2\n" ;; output /usr/bin/find ""
-for "sub \xF0\x9F\x98\x80x{24}\xF0\x9F\x98\x80" "bin \\xFF\n" "e1 x{29}\\xB0\\xA1" "e2 x{28}\\xB0\\xA1" =>
-  output "ls -l /dev/disk/by-label/ |grep @1" "@2"
+for "sub \xF0\x9F\x98\x80x{24}\xF0\x9F\x98\x80" "bin \\xFF\n" "e1 x{29}\\xB0\\xA1" "e2 x{28}\\xB0\\xA1" => output "ls -l
+  /dev/disk/by-label/ |grep @1" "@2"
 at chinese => show none ;; get_udisk_all_info  --> log: get udisk_name is chinese, use english instead. | = 0 and 4
     /u/sub <\xF0\x9F\x98\x80xxxxxxxxxxxxxxxxxxxxxxxx> 0 0 0 | /u/bin <UNKNOWNNAME> 0 0 0
     /u/e1 <xxxxxxxxxxxxxxxxxxxxxxxxxxxxx> 0 0 0 | /u/e2 <xxxxxxxxxxxxxxxxxxxxxxxxxxxx\xE5\x95\x8A> 0 0 0

@@ -2,10 +2,9 @@
 == settings
 $ umask 77; sysconfig set x 1; ln -s /etc/sysconfig/device.conf c; stat -c %a /etc/sysconfig /etc/sysconfig/device.conf
     755 | 644
-for "" "# a=0\n\na=1\n\nb=2" "aa=1\na=1\na=2\n" "a = 1\nb\n=c" => $ printf '@' >c ;;
-  configuration_set a " = b c= " ;; bytes c ;; $ sysconfig get a  --> = 0 | = a= = b c= \n |  = b c=\s | = 0
-    = # a=0\n\na= = b c= \n\nb=2 |  = b c=\s | = 0 | = aa=1\na= = b c= \na=2\n |  = b c=\s | = 0
-    = a = 1\nb\n=c\na= = b c= \n |  = b c=\s
+for "" "# a=0\n\na=1\n\nb=2" "aa=1\na=1\na=2\n" "a = 1\nb\n=c" => $ printf '@' >c ;; configuration_set a " = b c= " ;;
+  bytes c ;; $ sysconfig get a  --> = 0 | = a= = b c= \n |  = b c=\s | = 0 | = # a=0\n\na= = b c= \n\nb=2
+     = b c=\s | = 0 | = aa=1\na= = b c= \na=2\n |  = b c=\s | = 0 | = a = 1\nb\n=c\na= = b c= \n |  = b c=\s
 for "" x{1023} x{1024} "2\nb=3" => configuration_set a "@" ;; $ sysconfig get a  --> = 0 | = 0 | x{1023} | = -75
     x{1023} | = -22 | x{1023}
 for x.y-Z_9 "" "a b" a=b \xC3\xA4 => configuration_set "@" 2  --> = 0 | = -22 {4}

@@ -27,10 +27,10 @@ for "1 0" "3 1" "0 2" "4 3" "4294967295 4294967295" => image i place=@1 comp=@2 
     :    Image Type       : (Unknown Compression) {2}
 place2str 3  --> = "costom"
 == the flag file (show log, trace, run, syncfs)
-set_update_flag flag 1 ;; $ cat flag ;; show run, trace: run, syncfs ;; set_update_flag flag 2 ;;
-  $ cat flag  --> trace:  call  fun  set_update_flag \n | : run cmd =  .\n | log: /bin/touch  flag
-    run /bin/touch  flag | trace: /bin/touch  flag \n | log: /bin/echo 1 > flag | run /bin/echo 1 > flag
-    syncfs /w/flag | = 0 | 1 | trace: run cmd =  .\n | run /bin/echo 2 > flag | syncfs /w/flag | = 0 | 2
+set_update_flag flag 1 ;; $ cat flag ;; show run, trace: run, syncfs ;; set_update_flag flag 2 ;; $ cat flag
+    trace:  call  fun  set_update_flag \n | : run cmd =  .\n | log: /bin/touch  flag | run /bin/touch  flag
+    trace: /bin/touch  flag \n | log: /bin/echo 1 > flag | run /bin/echo 1 > flag | syncfs /w/flag | = 0 | 1
+    trace: run cmd =  .\n | run /bin/echo 2 > flag | syncfs /w/flag | = 0 | 2
 show trace: upgrade, trace: run ;; set_update_flag flag 1 ;; $ cat flag  --> trace: run cmd =  .\n
     : upgrade NG, rm temp file .\n | : run cmd = /bin/rm -rf flag .\n | : run cmd = /bin/rm -rf flag .\n | = 0 | 1
 show run, trace: update ;; $ rm flag ;; set_update_flag flag 2  --> run /bin/touch  flag | run /bin/echo 2 > flag
