@@ -2,9 +2,10 @@
 usb 1 ;; $ echo >short
 image good -- k/zImage 5 k a 0 x u 7 u ;; image bad -- k 0 x k/zImage 5 k ;; image end count=1 --
 == a run in its own lines (show log: (num-0), run /bin/sync, run sysconfig, run reboot, wait,
-  event, request, UPGD_SUCCESS, umount kernel, update user file, trace: end)
+  event, request, UPGD_SUCCESS, umount kernel, unpress, update user file, trace: end)
 image u.img -- nand/App.bin 22 card nand/a 0 ABC nand/zImage 5 kernel ;; answer 22 0 3 ;; do_update_upgrade u.img 1 /b
-    event 2/0/0 | log: (num-0)/b/nand/App.bin type(22), size(4) | run /bin/sync; /bin/umount /mntker/
+    event 2/0/0 | trace: \n\n\n\n\rround 1 --------unpress ***.img file and update Linux files ....\n
+    log: (num-0)/b/nand/App.bin type(22), size(4) | run /bin/sync; /bin/umount /mntker/
     trace:   umount kernel dir: /mntker/ \n | : result = UPGD_SUCCESS, update successful !! \n
     run sysconfig set fw_version V1.0.0.0 | run /bin/sync | trace: \n\n\n\n\rround 2 --------update user file ....\n
     event 5/0/33 | request 22/1/0x0/0 /b/nand/App.bin | trace: end upgrade !! \n | wait 1000000 us
