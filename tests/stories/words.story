@@ -33,10 +33,8 @@ set_update_flag flag 1 ;; $ cat flag ;; show run, trace: run, syncfs ;; set_upda
     trace: run cmd =  .\n | run /bin/echo 2 > flag | syncfs /w/flag | = 0 | 2
 show trace: upgrade, trace: run ;; set_update_flag flag 1 ;; $ cat flag  --> trace: run cmd =  .\n
     : upgrade NG, rm temp file .\n | : run cmd = /bin/rm -rf flag .\n | : run cmd = /bin/rm -rf flag .\n | = 0 | 1
-show run, trace: update ;; $ rm flag ;; set_update_flag flag 2  --> run /bin/touch  flag | run /bin/echo 2 > flag
-    = 0
-fail "run /bin/rm" ;; set_update_flag flag 1  --> run /bin/rm -rf flag | run /bin/rm -rf flag | run /bin/rm -rf flag
-    run /bin/echo 1 > flag | = 0
+show run, trace: update ;; fail "run /bin/rm" ;; set_update_flag flag 1  --> run /bin/rm -rf flag
+    run /bin/rm -rf flag | run /bin/rm -rf flag | run /bin/echo 1 > flag | = 0
 for p{113} p{114} => set_update_flag @ 1  --> run /bin/touch  p{113} | run /bin/echo 1 > p{113} | = 0
     trace: update flag path too long: p{114}\n | = -1
 == a setting (show sync, fsync, rename)
