@@ -127,9 +127,9 @@ $ update d.img >out; rm -r to/a/d; echo x >to/a/d; img_info --compare to d.img; 
   /tmp to/a/d; img_info --compare to d.img  --> d.img: other kind: to/a/d | d.img: missing: to/a/d/f
     /w/to/a/d: no directory stands there | /w/to/a/d/f: a file stands in the place of its directory
     d.img: missing: to/a/d/f | status 1
-== room is what a run takes at its fullest
-$ mkdir -p r/s to/r/s; truncate -s 300000 r/a; echo x >r/s/b; img_deploy -c ./r r.img >out
-$ head -c 200000 /dev/urandom >to/r/s/b
+== room
+$ mkdir -p r/s to/r/s; truncate -s 300000 r/a; echo x >r/s/b; img_deploy -c ./r r.img >out; head -c 200000 /dev/urandom
+  >to/r/s/b
 for : "ln to/r/s/b b" => $ @; upgd_service plan r.img --dir to | grep -o '[0-9]* KiB m'  --> 296 KiB m | 300 KiB m
 == what is bound to fail
 $ mkdir -p to/tree/bin/tool; echo file >to/tree/etc; call plan u.img --dir to; bound u.img --dir to | sort  --> 1

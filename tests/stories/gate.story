@@ -55,7 +55,7 @@ $ rm /etc/upgd/keys; mkdir /etc/upgd/keys; try
     1 keys: holds no key: put one there with \"install -m 644 KEY.pub /etc/upgd/keys/\"
 $ rmdir /etc/upgd/keys; try; rmdir /etc/upgd; ln -s nowhere /etc/upgd; try  --> 0 tree
     1 keys: No such file or directory
-== what is let in, copied and noted; the floor rises with a run that went well
+== what is let in, copied and noted, and the floor
 for "upgd_service plan u.img --cards simulate" "img_info --signature maker.pub u.img" => $ @ | sed -n "1s/$(sed -n
   '1s/.* //p' maker.pub)/KEY/p" | tr ';' '\n'  --> signature: valid |  key KEY
      trusted comment: product=x floor=V1 |  untrusted comment: signature from minisign secret key {2}
@@ -68,9 +68,9 @@ $ upgd_service plan u.img --dir to --cards simulate --copy t.img >out; cmp u.img
 $ upgd_service plan u.img --copy u.img; upgd_service plan x.img --copy r.img 2>err; test ! -e r.img
     upgd_service: u.img: it exists: nothing was touched
 $ rm /etc/sysconfig/*; sysconfig set product x; try; sysconfig list  --> 0 tree | product=x | fw_version=V1.10
-$ mkdir -p /usr/vorn/bin to/tree/tool; cp /bin/mcu_isp /usr/vorn/bin; sysconfig set fw_version V1
-$ upgd_service update u.img --dir to --force >out 2>&1; upgd_service disks >out; sysconfig list  --> product=x
-    fw_version=V1 | fw_floor_pending=V1 V1.10
+$ mkdir -p /usr/vorn/bin to/tree/tool; cp /bin/mcu_isp /usr/vorn/bin; sysconfig set fw_version V1; upgd_service update
+  u.img --dir to --force >out 2>&1; upgd_service disks >out; sysconfig list  --> product=x | fw_version=V1
+    fw_floor_pending=V1 V1.10
 $ sysconfig set fw_version V1.10; upgd_service disks >out; sysconfig list  --> product=x | fw_version=V1.10
     fw_floor_pending= | fw_floor=V1
 $ sysconfig set fw_floor V2; sysconfig set fw_floor_pending V1 V1.10; upgd_service disks >out; sysconfig get fw_floor
