@@ -16,15 +16,13 @@ show 500 ;; empty_UserFile_patch ;; save_UserFile_patch 27 /f ;; answer 27 -2 60
 save_UserFile_patch 25 /f{1021} ;; answer 25 1 1 ;; answer 25 0 6000 ;; update_all_UserFile  --> = 0
     trace: update /f{1021}\n | polls 1 | polls 6000 | trace: update /f{1021} ok\n | = 0 and 950
 empty_UserFile_patch ;; save_UserFile_patch 22 /f ;; fail request ;; update_all_UserFile  --> = 0 | = -7 and 50
-== the order and the shares; the disk
-for 25 28 26 29 27 30 22 => save_UserFile_patch @ /f ;; set_update_card_result @ 0  --> = 0 {7}
-update_all_UserFile ;; show event, UPGD_ERROR_NODISK  --> = 0 and 946
-for 23 24 => save_UserFile_patch @ /f ;; set_update_card_result @ 0  --> = 0 {2}
+== the order and the shares; the disk (show event, UPGD_ERROR_NODISK)
+for 25 28 26 29 27 30 22 23 24 => save_UserFile_patch @ /f ;; set_update_card_result @ 0  --> = 0 {9}
 update_all_UserFile  --> event 3/0/50 | event 4/0/150 | event 6/0/250 | event 7/0/350 | event 9/0/450
     event 10/0/550 | event 5/0/650 | event 8/0/750 | event 11/0/850 | = 0 and 950
-empty_UserFile_patch ;; for 25 28 => save_UserFile_patch @ /f ;; set_update_card_result @ 0  --> = 0 {2}
-at event 3 => usb 0 ;; update_all_UserFile  --> event 3/0/50 | event 3/3/500 | trace: UPGD_ERROR_NODISK\n
-    = -1 and 500
+for 23 24 => save_UserFile_patch @ ""  --> = 0 {2}
+at event 3 => usb 0 ;; update_all_UserFile  --> event 3/0/50 | event 3/3/178 | trace: UPGD_ERROR_NODISK\n
+    = -1 and 178
 == the table (show get a user file, file type, file name)
 save_UserFile_patch 28 /a ;; show none  --> trace:     get a user file \n | :     file type is 28 \n
     :     file name is /a \n | = 0
@@ -47,8 +45,8 @@ show send ;; save_UserFile_patch 22 /f ;; set_update_card_result 22 0 ;; update_
     send 020a3b00 \0?\n\x02\0{4},\x04\0{8}\x1C\0\x12\x04\0\0?\xFE\xEF\x01\0\0\x03\0{5}\x04\x04\x16\0\0\0/f\0{1024}
     = 0 and 950
 == local flashing (show log, trace)
-$ touch f; touch g{202} g{203} ;; for "21 none" "24 none" "21 f" "31 f" "24 f" => update_one_UserFile @
-    = -1 {2} | trace:     no file need to update in round 1... \n | = -1 {2} | trace:     file name is f \n
+$ touch f; touch g{202} g{203} ;; for "24 none" "21 f" "31 f" "24 f" => update_one_UserFile @  --> = -1
+    trace:     no file need to update in round 1... \n | = -1 {2} | trace:     file name is f \n
     :     file type is 24 \n | log: bin type is = 24\s
     trace:     cmdstr=/usr/vorn/bin/mcu_isp -B vpu     -C 0x31 -b f -r 0x00  \n\n
     log: cmdstr=/usr/vorn/bin/mcu_isp -B vpu     -C 0x31 -b f -r 0x00  \n\n | trace:     begin update self bin \n
