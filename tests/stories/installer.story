@@ -16,22 +16,20 @@ $ touch zImage.d/f{97} zImage.d/f{98} ;; fail "run /bin/mount" ;; for k/none k/d
     log: /bin/mount /dev/mmcblk0p6 /mntker/ error. \n | = -14 and 0
 show none ;; $ rmdir /mntker; ln -s /w/k /mntker ;; update_LinuxFile 5 k/doc ;; $ rm /mntker; mkdir /mntker; ls k | wc
   -l  --> = -14 and 0 | 5
-show run /bin/, kernel-0, cmdstr ;; update_LinuxFile 5 k/zImage  --> run /bin/mount /dev/mmcblk0p6 /mntker/
-    trace:       kernel-0(k/zImage) \n | log: cmdstr: /bin/cp k/zImage /mntker/ -rf \n\n
-    run /bin/cp k/zImage /mntker/ -rf | = -14 and 1
+show run /bin/cp, kernel-0, cmdstr ;; update_LinuxFile 5 k/zImage  --> trace:       kernel-0(k/zImage) \n
+    log: cmdstr: /bin/cp k/zImage /mntker/ -rf \n\n | run /bin/cp k/zImage /mntker/ -rf | = -14 and 1
 fail ;; show run, error. ;; for zImage.d/f{97} zImage.d/f{98} k/extlinux.conf k/rk3288-tyx.dtb
   k/rk3288-tyx.dt-Image-extlinux.con => update_LinuxFile 5 @  --> run /bin/cp zImage.d/f{97} /mntker/ -rf
     = 0 and 2 | = -14 and 3 | run /bin/cp k/extlinux.conf /mntker/ -rf | = 0 and 4
     run /bin/cp k/rk3288-tyx.dtb /mntker/ -rf | = 0 and 5 | = 0 and 5
 for 4 6 8 => update_LinuxFile @ k/zImage  --> = 0 and 5 {3}
-fail "run /bin/cp" ;; update_LinuxFile 5 k/zImage ;; $ ls /mntker | wc -l  --> run /bin/cp k/zImage /mntker/ -rf
+show error. ;; fail "run /bin/cp" ;; update_LinuxFile 5 k/zImage ;; $ ls /mntker | wc -l
     log: /bin/cp k/zImage /mntker/ error. \n | = -14 and 6 | 4
 == whatever is mounted is used (show mounted already, success.)
 $ mkdir k; touch k/zImage k/doc ;; at run /bin/mount => $ mount -t tmpfs tmpfs /mntker
 for k/doc k/zImage => update_LinuxFile 5 @  --> trace:  /bin/mount /dev/mmcblk1p6 /mntker/ success.\n | = 0 and 0
     trace:  /mntker is mounted already.\n | = 0 and 1
-$ mkdir l; echo later >l/zImage ;; update_LinuxFile 5 l/zImage ;; $ cat /mntker/zImage; rm /mntker/zImage; mkdir
-  /mntker/zImage ;; update_LinuxFile 5 k/zImage  --> = 0 and 2 | later | = 0 and 3
+$ cd /mntker; rm zImage; mkdir zImage ;; update_LinuxFile 5 k/zImage  --> = 0 and 2
 == the version (show run sysconfig, version <)
 image a version=v{64} -- ;; update_fw_version a ;; for "V1;x" "-2  of 5" => image b "version=@" -- ;; do_update b 2 /b
   ;; $ sysconfig get fw_version || :  --> run sysconfig set fw_version v{64} | = 0
@@ -49,14 +47,14 @@ types 1 ;; show listing ;; _find_dir n none ;; $ umount n/u* ;; _find_dir n none
 $ mkdir -p u/uncounted; mount -t tmpfs tmpfs u/uncounted
 for v u/uncounted => $ mkdir -p @/a @/z/nand @/zz ;; at listing => $ rmdir @/a @/zz ;; _find_dir @ nand
     = 0 "v/z/" | = 0 "u/uncounted/z/"
-_find_dir e "" ;; _find_dir "" a  --> = 0 "e/" | = -1
-$ d=t/d{249}/d{249}/d{249}/d{249}; mkdir -p $d/a{19}/x $d/b{20}/x t/z/yoke ;; for x yoke => _find_dir t @
-    = 0 "t/d{249}/d{249}/d{249}/d{249}/aaaaaaaaaaaaaaaaaaa/" | = 0 "t/z/"
-for a{19} b{20} => _find_dir "t/d{249}/d{249}/d{249}/d{249}/@" y  --> = 1 | = -1
+_find_dir e ""  --> = 0 "e/"
+$ d=t/d{240}/d{240}/d{240}/d{240}; mkdir -p $d/a{55}/x $d/b{56}/x t/z/yoke ;; for x yoke => _find_dir t @
+    = 0 "t/d{240}/d{240}/d{240}/d{240}/a{55}/" | = 0 "t/z/"
+for a{55} b{56} => _find_dir "t/d{240}/d{240}/d{240}/d{240}/@" y  --> = 1 | = -1
 == the places (show log)
 $ mkdir -p /nand/usr /nand/q{64} ;; image u.img place=1 dir=nand -- ;; find_dir u.img ;; find_dir -
     log: update dir is </>. | = 0 "/" | : pheader is Null. | = -1 ""
 show none
-for "2 none" "2 usr" "2 q{64}" "0 q" "4 q" "0x80000000 q" => image u.img place=@1 dir=@2 version=q{64} -- ;; find_dir
-  u.img  --> = 0 "/nand" | = 0 "/nand/" {2} | = 0 "" {3}
+for "2 none" "2 usr" "2 q{64}" "0 q" "4 q" => image u.img place=@1 dir=@2 version=q{64} -- ;; find_dir
+  u.img  --> = 0 "/nand" | = 0 "/nand/" {2} | = 0 "" {2}
 place2dir 3  --> = "//"
