@@ -24,14 +24,14 @@ apply nand/a 200 ABC "nand/d/l;../a" 4 "" nand/e 1 ""  --> trace: in fun do_upda
     run /bin/sync | log:  run rsync ok. | wait 20000 us | log:  end | = 0
 tree /b ;; $ stat -c %A /b/nand/a; sysconfig get fw_version; awk '/6291457/ { print $3, $4, $7 }' /proc/sysvipc/shm
     nand/a = ABC | nand/d/l -> ../a | nand/e/ | -rwxr-xr-x | V1.0.0.0 | 600 20 1
-== a peer's block of 16 bytes is found; 1 alone reboots (show run reboot, wait 6, block 1 1)
+== a peer's block; 1 alone reboots (show run reboot, wait 6, block 1 1)
 block 16 ;; image u.img -- card 22 c ;; for 0 1 => do_update u.img @ /b  --> block 1 1 1 100 0 | = 0
     block 1 1 1 100 0 | wait 6 s | run reboot -f | = 0
 $ awk '/6291457/ { print $3, $4, $7 }' /proc/sysvipc/shm  --> 600 16 2
 show none ;; for "1 15" "6291457 15" "6291457 8192" => $ ipcrm -M @1 2>/dev/null || : ;; attach_shm @ ;; $ awk '$1 == @1
   { print $4 }' /proc/sysvipc/shm  --> = attached | 15 | = attached | 20 | = attached | 8192
-== no block, or one that is too small (show log, trace: update_info, run, wait)
-fail shmat ;; image u.img -- ;; do_update u.img 1 /b ;; free_upgrade_info ;; free_upgrade_info -  --> log:  start
+== no block, or one that is too small (show attach_shm, Error, err!, run, wait)
+fail shmat ;; image u.img -- ;; do_update u.img 1 /b ;; free_upgrade_info ;; free_upgrade_info -
     log attach_shm:   start. | log:  get_upgrade_info Error .\n | trace: update_info get from shm err! | = -10
     log attach_shm:   start.
 show none ;; $ ipcrm -M 0x600001 ;; block 15 ;; fail ;; do_update u.img 1 /b ;; $ awk '/6291457/ { print $4 }'
@@ -55,7 +55,7 @@ for "magic /b" "less /b" "missing /b" "- /b" "u.img /b{1023}" "u.img /w/more/x" 
 at <do_update> => $ mv u.img kept ;; apply ;; $ mv kept u.img ;; fail map ;; apply ;; tree /b
     log: open error filename u.img | trace: open error filename.\n | = -10 | run /bin/mkdir -p /b | = -3
 show none ;; for more huge pipe dir => do_update @ 2 /b  --> = -10 {4}
-== the image's own directory, in a field without an end (show Failed)
+== the image's own directory (show Failed)
 image u.img place=3 dest=/c{250}/c{4} -- a 0 x ;; do_update "u.img\n" 2 - ;; $ mkdir -p /c{250}/cccc
     log: chdir(/c{250}/cccc) Failed | = -10
 do_update "u.img\n" 2 - ;; apply ;; $ cat /ccc*/cccc/a /b/a  --> = 0 | = 0 | xx
