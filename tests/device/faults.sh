@@ -70,11 +70,7 @@ service_right() {
 }
 
 backup=(3 fault_driver backup /mnt/sda1)
-backup_before() {
-    echo device_name=unit7 >$conf
-    mkdir -p /tmp/ubackup/bkdir && echo 'left by a failure' >/tmp/ubackup/bkdir/stale
-    echo 'of the same minute' >/mnt/sda1/unit7_202601020304.ubck
-}
+backup_before() { echo 'of the same minute' >/mnt/sda1/unit7_202601020304.ubck; }
 backup_failed() { :; }
 backup_right() { cmp first.ubck /mnt/sda1/unit7_202601020304.ubck; }
 
@@ -103,7 +99,7 @@ unnoticed() {
         # create_image.h: without its CRC
         build:\ mmap\ *'made.img: '*'check img ok'*) ;;
         # update_service.h: without some settings, or an older backup
-        backup:*'spawn /bin/'@(rm|cp)\ -rf\ *' differ'*) ;;
+        backup:*'spawn /bin/cp -rf '*' differ'*) ;;
         # update_flag.h and installer.h: commands that are not looked at
         apply:*'spawn /bin/echo 2 '*': the flag') ;;
         *'spawn '*'mkdir -p /mntker: cmp: /mntker/zImage: No such file'*) ;;
