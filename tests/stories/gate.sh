@@ -36,13 +36,6 @@ try() {
     rm -rf to
 }
 
-# add_keys COUNT: to those that the device has.
-add_keys() {
-    for n in $(seq "$1"); do
-        minisign -fGW -p "keys/$1-$n.pub" -s key >/dev/null
-    done
-}
-
 # bring_back IMAGE: tells how a restore ends, and what it has written so far.
 bring_back() {
     upgd_service restore --force "$1" to >out 2>err
