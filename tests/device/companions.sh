@@ -130,11 +130,4 @@ expect 'an image that was changed behind its test' "1 upgd_service: $work/late/t
     "$? $(head -n 1 err) $(stat -c %a late/tree/bin)"
 form='^<30>.* imgdeploy\[[0-9]+\]: 010a3d00 log_outcome' call='update by user 0: image <u.img> version <V7> key none'
 await 'the outcome in the log' grep -qE "$form: $call: status 1: u.img: applied below $work/late, but" log
-
-# On a terminal: one line that fits, never goes backwards and ends at 100 %.
-img_deploy -c ./tree u.img >/dev/null
-script -qec "stty cols 30; exec upgd_service update u.img --dir /opt/upgddir --cards simulate=1" /dev/null |
-    tr '\r' '\n' | sed 's/\x1b\[K//g' | grep ' %' >lines
-expect 'what is too long, or goes back, and the end' '100 % 9/9' "$(awk 'length >= 30' lines
-    grep -oE '[0-9]+ %' lines | sort -nc 2>&1; grep -oE '[0-9]+ % 9/9' lines | tail -n 1)"
 finish

@@ -14,8 +14,9 @@ $ call flash 31 f; sed -n '2p; $p' err  --> 2 flash: '31' is no type of card fil
 for "upgd_service disks" "upgd_service --version" "img_info --version" "img_info u.img" => $ @ >/dev/full; echo $?; @
   >&- 2>&- <&-; echo $?  --> upgd_service: standard output: No space left on device | 1 | 0 {2}
     img_info: standard output: No space left on device | 2 | 0 {2}
-$ script -qec "stty cols 80; upgd_service update u.img --dir to --cards simulate=0" /dev/null | tr '\r' '\n' | grep -o
-  '\[#.* %' | tail -n 1  --> [#{37}] 100 %
+for 30 80 => $ script -qec "stty cols @; exec upgd_service update u.img --dir to --cards simulate=1" /dev/null | tr '\r'
+  '\n' | sed 's/\x1b\[K//g' | grep /5 >l; tail -n 1 l | cut -d: -f1; wc -L <l; grep -oE '[0-9]+ %' l | sort -nc
+    done 100 % 5/5 0 | 29 | done                     [#{37}] 100 % 5/5 0 | 79
 == an update in its steps
 $ upgd_service update --dir=to --cards=simulate=0 -- u.img | sed 's/^ *[0-9]* %  //'  --> unpacking | video card MCU
     done | u.img: applied below /w/to, 5 entries | boot loader and kernel work from the next restart on
@@ -27,7 +28,6 @@ $ cp u.img f.img; printf X | dd of=f.img bs=1 seek=500 conv=notrunc status=none;
     1 f.img: has another CRC than its header says: nothing was touched; get it anew, or take it as it is with --force
 $ update --force f.img  --> 0 f.img: has another CRC than its header says, which --force passes over
 $ cp u.img o.img; exec 5<o.img; rm o.img; update /proc/self/fd/5  --> 0
-$ call restore u.img  --> 1 u.img: is no settings backup: apply it with \"upgd_service update\": nothing was touched
 $ cp $(upgd_service backup /mnt/sda1) s.ubck
 for update plan => $ call @ s.ubck
     1 s.ubck: is a settings backup: bring it back with \"upgd_service restore\": nothing was touched {2}
@@ -64,8 +64,7 @@ $ call restore s.ubck u.img/x; mkdir /mnt/sda
 $ cd /usr/qrx310/etc; ln -s nowhere vsp/d; : >vsp/e; mkdir -p vsp/m mcucored; echo s >vsp/s; ln -s ../vsp/s mcucored/l;
   call backup /mnt/sda1; backup_by '/w/cp "$@"; rm -f $3/mcucored/l'  --> 0
     1 /usr/qrx310/etc/mcucored: was not saved
-for sda sdz => $ call backup /mnt/@  --> 1 /mnt/sda: no disk is mounted there: nothing was saved
-    1 /mnt/sdz: the disk can't be opened
+$ call backup /mnt/sda  --> 1 /mnt/sda: no disk is mounted there: nothing was saved
 $ backup_by '/w/cp "$@"; ! [ $3 = /mnt/sda1 ] || sed -i s/vsp/Vsp/ $3/*.ubck'
     1 has another CRC than its header says; make room and save again
 $ backup_by '[ ${2##*/} = qrxpara ] || /w/cp "$@"'  --> 1 /usr/qrx310/etc/sysconf: was not saved
@@ -147,9 +146,7 @@ $ mkdir long; ln -s /bin/sh long/l{111}; img_deploy -c ./long long.img >out 2>&1
      long/l{111};/bin/sh: its path and target are too long for a link |  below /opt/upgddir/ | long.img: 1 finding
     long.img: well, 1 entries
 $ umount /dev/mmcblk0p1; mv /dev/mmcblk0p1 x; mkdir part; img_info --compare part --device u.img | grep -v missing;
-  bound u.img --dir part; mv x /dev/mmcblk0p1
-    u.img: not on its partition: /dev/mmcblk0p1: No such file or directory
-    /dev/mmcblk0p1: No such file or directory
+  mv x /dev/mmcblk0p1  --> u.img: not on its partition: /dev/mmcblk0p1: No such file or directory
 for u.img "p;q" => $ bound u.img --dir '@'  --> /w/u.img: is no directory | /w/p;q: can't be made by a command
 $ mkdir l; ln -s tree l/tree; img_info --compare l --extra u.img | grep -o 'read.*' | sort | sed -n '1p; $p'; bound
   u.img --dir l | wc -l  --> read: l/tree/App_VPUCard.bin: Too many levels of symbolic links
