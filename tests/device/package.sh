@@ -45,22 +45,19 @@ buildroot=${0%/tests/*}/packaging/buildroot
 expect 'version for Buildroot' "$PACKAGE_VERSION" "$(printf '%s\n' "BR2_EXTERNAL_IMG_DEPLOY_PATH := $buildroot" \
     "include $buildroot/external.mk" 'all:; @echo $(IMG_DEPLOY_VERSION)' | make -sf - all 2>&1)"
 
-# The build's own programs are not on the path.
-lay_out_tree
-echo fpga >tree/InputCardTop.bin
-/usr/bin/img_deploy -c ./tree -r V7 update.img >/dev/null
-run /usr/bin/img_deploy -u update.img -m 2
-expect 'apply' '0 V7 ' "$status $(sysconfig get fw_version) $(diff -r --no-dereference tree /opt/upgddir/tree)"
-
-# A service in C: the guide's program by the guide's line, and the header of the platform layer.
+# A service in C: the guide's program by the guide's line, and the header of the platform layer. The build's own
+# programs are not on the path.
 docs=/usr/share/doc/libimg-deploy-dev
 cp "$docs/examples/service_example.c" .
 run sh -e -c "$(sed -n 's/^    \(cc .*\)/\1/p' "$docs/service_guide.md") -include platform/platform.h -Wextra -Werror"
 expect 'a service compiled' '0 ' "$status $(cat err)"
-mkdir -p /mntker && rm -rf /opt/upgddir
+lay_out_tree
+echo fpga >tree/InputCardTop.bin
+img_deploy -c ./tree -r V7 update.img >/dev/null
 run ./service_example "$work/update.img" /opt/upgddir
-expect 'a service run with two cards' 'event: step 2,event: step 3,event: step 11,update: 0' \
-    "$(sed -nE 's/, result 0(, [0-9]+ of 1000)?$//; /^(event|update):/p' out | uniq | paste -sd,)"
+expect 'a service run with two cards' 'event: step 2,event: step 3,event: step 11,update: 0 V7 ' \
+    "$(sed -nE 's/, result 0(, [0-9]+ of 1000)?$//; /^(event|update):/p' out | uniq | paste -sd,) $(
+        sysconfig get fw_version) $(diff -r --no-dereference tree /opt/upgddir/tree)"
 
 # shellcheck disable=SC1090
 for program in "${programs[@]}"; do . "/usr/share/bash-completion/completions/$program"; done
