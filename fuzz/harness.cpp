@@ -1,4 +1,4 @@
-// Logs that go nowhere. Their lines are put together all the same: a text without an end shows.
+// The lines of logs are put together all the same: a text without an end shows.
 #include "fuzz/harness.h"
 
 #include <cstdio>

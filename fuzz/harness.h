@@ -9,7 +9,7 @@
 // which is in the same process, lists and writes its corpus by the same calls.
 extern bool under_test;
 
-// Reports `what` and ends the process, which the fuzzer takes as a finding, unless `holds`.
+// Unless it `holds`, reports `what` and ends the process, which is a finding.
 void check(bool holds, const char *what);
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);

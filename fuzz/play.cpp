@@ -1,5 +1,5 @@
-// Plays inputs with a fuzz target in an ordinary build. Prints their names; the first that the
-// target does not stand ends it. Usage: play_TARGET FILE...
+// play_TARGET FILE...: a fuzz target's inputs in an ordinary build. The last name printed is that
+// of one that the target does not stand.
 #include "fuzz/harness.h"
 
 #include <cstdio>

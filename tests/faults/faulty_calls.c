@@ -1,9 +1,9 @@
 /*
- * Preloaded into a program, makes one of its calls go wrong: the one of number FAULT_AT, counted
- * over the calls below, in the way FAULT_KIND: "fail", or for data that is moved also "short" and
- * "interrupted". Which call it was goes to the file FAULT_REPORT; a program that makes fewer calls
- * leaves no such file. What the C library calls for itself, for streams and the log, is not seen.
- * Waits return at once, and the time stands still, so that images are the same byte for byte.
+ * Preloaded into a program, makes one of its calls go wrong: number FAULT_AT of the calls below, in
+ * the way FAULT_KIND: "fail", or for data that is moved also "short" and "interrupted".
+ * FAULT_REPORT is the file that names it; a program that makes fewer calls leaves none. What the C
+ * library calls for itself is not seen. Waits return at once, and the time stands still, so that
+ * images are the same byte for byte.
  */
 #include <dirent.h>
 #include <dlfcn.h>
@@ -156,11 +156,10 @@ OPEN(openat, (int dir, const char *path, int flags, ...), (dir, path, flags, mod
 
 int fsync(int fd)
 {
-    const char fault = strike("fsync", path_of(fd));
-    if (!fault)
-        unconfirmed[fd % FDS] = 0;
-    errno = fault == 'i' ? EINTR : EIO;
-    return fault ? -1 : REAL(fsync)(fd);
+    if (strike("fsync", path_of(fd)))
+        return errno = EIO, -1;
+    unconfirmed[fd % FDS] = 0;
+    return REAL(fsync)(fd);
 }
 
 int close(int fd)
