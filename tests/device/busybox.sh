@@ -4,7 +4,10 @@
 
 busybox=$(command -v busybox) || skip 'there is no busybox'
 lay_out_tree
-lay_out_settings
+# The settings that a backup saves, and its disk.
+mkdir -p /mnt/{sda1,root} /usr/qrx310/etc/{vsp,mcucored,sysconf}
+for dir in sda1 root; do mount -t tmpfs -o size=150m /dev/root /mnt/$dir; done
+for file in vsp/layout mcucored/conf sysconf/qrxpara; do echo $file >/usr/qrx310/etc/$file; done
 cp -r /usr/qrx310 saved
 # shellcheck disable=SC2016 # the quotes of the page
 for tool in sh $(sed -n '/^| tools/s/.*a shell with `\([^`]*\)`.*/\1/p' "$(dirname "$0")/../../README.md"); do

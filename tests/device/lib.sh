@@ -108,13 +108,6 @@ progress_block() {
         printf "file_nums=%d cur_nums=%d result=%d cur_percent=%d\n", unpack "i4", $b'
 }
 
-# The settings that a backup saves, and its disk on /mnt/sda1.
-lay_out_settings() {
-    mkdir -p /mnt/{sda1,root} /usr/qrx310/etc/{vsp,mcucored,sysconf}
-    for dir in sda1 root; do mount -t tmpfs -o size=150m /dev/root /mnt/$dir; done
-    for file in vsp/layout mcucored/conf sysconf/qrxpara; do echo $file >/usr/qrx310/etc/$file; done
-}
-
 # s.ubck, a backup of one setting.
 make_backup() {
     mkdir -p s/usr/qrx310/etc/vsp && echo saved >s/usr/qrx310/etc/vsp/layout

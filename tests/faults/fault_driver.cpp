@@ -8,11 +8,8 @@
 static int run(const std::string &operation, char *path)
 {
     char base[] = "/opt/upgddir/";
-    char backup[256];
     if (operation == "service")
         return do_update_upgd(0x010a3d00, path, base);
-    if (operation == "backup")
-        return do_create_backup(path, backup);
     // By a stream, whose calls do not fail once it is open.
     FILE *const image = fopen(path, "r+e");
     if (image == nullptr || fseek(image, 0, SEEK_END) != 0)
