@@ -14,9 +14,9 @@ $ call flash 31 f; sed -n '2p; $p' err  --> 2 flash: '31' is no type of card fil
 for "upgd_service disks" "upgd_service --version" "img_info --version" "img_info u.img" => $ @ >/dev/full; echo $?; @
   >&- 2>&- <&-; echo $?  --> upgd_service: standard output: No space left on device | 1 | 0 {2}
     img_info: standard output: No space left on device | 2 | 0 {2}
-for 30 80 => $ script -qec "stty cols @; exec upgd_service update u.img --dir to --cards simulate=1" /dev/null | tr '\r'
+for 24 80 => $ script -qec "stty cols @; exec upgd_service update u.img --dir to --cards simulate=1" /dev/null | tr '\r'
   '\n' | sed 's/\x1b\[K//g' | grep /5 >l; tail -n 1 l | cut -d: -f1; wc -L <l; grep -oE '[0-9]+ %' l | sort -nc
-    done 100 % 5/5 0 | 29 | done                     [#{37}] 100 % 5/5 0 | 79
+    done 100 % 5/5 0 | 23 | done                     [#{37}] 100 % 5/5 0 | 79
 == an update in its steps
 $ upgd_service update --dir=to --cards=simulate=0 -- u.img | sed 's/^ *[0-9]* %  //'  --> unpacking | video card MCU
     done | u.img: applied below /w/to, 5 entries | boot loader and kernel work from the next restart on
