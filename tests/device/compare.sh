@@ -20,7 +20,6 @@ umount /mntker
 # A run waits for a look that has the partition mounted, and not for one whose lines nobody reads. A look that
 # is killed leaves no mount.
 is_mounted() { grep -qs '^[^ ]* /tmp ext4 ro' /proc/[0-9]*/mounts; }
-is_let_go() { ! is_mounted; }
 # shellcheck disable=SC2016 # the script's own variables
 replace_command /bin/mount '"$0.real" "$@"
     case $* in *" /tmp") while [ -e '"$work/hold"' ]; do sleep 0.05; done ;; esac'
@@ -33,10 +32,9 @@ begin_look() {
 }
 begin_look
 { kill -KILL $look && wait $look; } 2>/dev/null
-is_gone() { ! grep -qsx upgd_service /proc/[0-9]*/comm; }
-await 'the end of its processes' is_gone
+await 'the end of its processes' eval '! grep -qsx upgd_service /proc/[0-9]*/comm'
 rm hold
-await 'the end of its mount' is_let_go
+await 'the end of its mount' eval '! is_mounted'
 begin_look
 cp /var/log/upgd_log0.txt before
 img_deploy -u u.img -m 2 >/dev/null 2>&1 &

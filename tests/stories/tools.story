@@ -109,6 +109,6 @@ $ cp u.img more; printf '\3' | dd of=more bs=1 seek=23 conv=notrunc status=none;
 $ truncate -s 4294967906 more; img_info more  --> img_info: more: is longer than an update image can be | status 2
 for img_info sysconfig upgd_service => $ @ --help >out 2>err; echo $? $(head -c 6 out) $(wc -c <err)
     0 Usage: 0 {3}
-for sysconfig "sysconfig set a" "sysconfig set" "sysconfig get" "sysconfig get a b" "sysconfig list a" "sysconfig frob"
+for sysconfig "sysconfig set a" "sysconfig get" "sysconfig get a b" "sysconfig list a" "sysconfig frob"
   img_info "img_info a b" "img_info --extract d -" => $ @ 2>err; echo $? $(grep -o -m 1 ^Usage: err)
-    2 Usage: {10}
+    2 Usage: {9}
