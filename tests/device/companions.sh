@@ -72,7 +72,7 @@ expect 'cards that were asked' '22 -2,24 0,25 0' \
 expect 'a run whose reader has gone' 'well ' "$(<ended) $(ls /run/mailbox)"
 
 # The disk with the image leaves, and the one whose name it begins like stays.
-for dir in sda1 sda10; do mkdir -p /mnt/$dir && mount -t tmpfs tmpfs /mnt/$dir; done
+for dir in sda10 sda1; do mkdir -p /mnt/$dir && mount -t tmpfs tmpfs /mnt/$dir; done
 cp u.img /mnt/sda10/
 for leave in 'echo 8 1 sda1 1 2 3 >stats' 'umount -l /mnt/sda10'; do
     printf '8 %s 1 2 3\n' '1 sda1' '10 sda10' >stats

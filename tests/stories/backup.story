@@ -28,8 +28,8 @@ for "3000000000 100050" "100050 100049" "100050 -3000000000" => output " df |gre
 for "100049\n" "" => output " df |grep /d" "@" ;; do_create_backup /mnt/u
     log: sys_avail_size is not enough.resverd size is 100M. | = -12 "old" {2}
 == what fails ahead of the image (show can't open, faild, error, file name, in a command)
-for /none "/mnt/a;b" => $ mkdir -p "/mnt/a;b" ;; do_create_backup "@"
-    log: '/none' can't open. please check path | = -11 "old" | log: '/mnt/a;b' has no place in a command
+for /none "/mnt/a b" => $ mkdir -p "/mnt/a b" ;; do_create_backup "@"
+    log: '/none' can't open. please check path | = -11 "old" | log: '/mnt/a b' has no place in a command
     = -1 "old"
 for "read du" "read  df |grep /d" "read  df |grep /m" "read /bin/date" => fail "@" ;; do_create_backup /mnt/u
     log: get ubackup size faild. | = -1 "old" {3} | log: get ubackup name(date) faild. | = -1 "old"

@@ -59,7 +59,8 @@ fail_each() {
             rm -rf fault to x
             FAULT_AT=$((FAULT_AT + 1))
             LD_PRELOAD=$shim $command >out 2>err
-            echo $? $(sed 's/^[a-z_]*: //; s,Input/output error,EIO,; s/_[0-9]*/_/; s/;.*//; q' err)
+            echo $? $(sed '/^held/d; s/^[a-z_]*: //; s,Input/output error,EIO,; s/_[0-9]*/_/; s/;.*//; q' err) \
+                $(grep ^held err)
         done >ends
         grep -vxF "$(head -n 1 ends)" ends
     done | sort | uniq -c | sed 's/^ *//'

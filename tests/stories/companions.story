@@ -89,6 +89,8 @@ $ mkdir -p /usr/vorn/bin; cp /bin/mcu_isp /usr/vorn/bin; cd /usr/vorn/bin; for x
     1 /w/u.img: not flashed: the tool /usr/vorn/bin/mcu_isp: Permission denied | 0
     /w/u.img: the tool was called and has ended with status 0; the card itself was not asked
     mcu_isp\t-B\tvpu\t-C\t0x31\t-b\t/w/u.img\t-r\t0x00
+for 202 203 => $ cp u.img 0{@}; call flash 24 0{@}  --> 0
+    1 0{203}: not flashed: its path is too long for the tool's command: rename it
 $ printf '#!/bin/sh\necho no card; exit 3\n' >/usr/vorn/bin/mcu_isp; call flash vpu-mcu u.img; sed 1d err
     1 u.img: the tool /usr/vorn/bin/mcu_isp was called and has ended with status 3
     upgd_service: a command said: no card

@@ -10,8 +10,8 @@ $ fail_each 'img_info --verify u.img' 'img_info --extract x u.img' 'img_info --c
 == the device
 $ cp u.img /mnt/sda1; echo device_name=u >/etc/sysconfig/device.conf; echo 8 1 sda1 >stats
 $ mkdir -p /usr/vorn/bin; ln -s /bin/true /usr/vorn/bin/mcu_isp; mount --bind stats /proc/diskstats
-$ fail_each 'upgd_service plan --copy=x --dir to u.img' 'upgd_service update --dir to u.img' 'upgd_service flash 24 u.img'
-    1 0 what commands say can't be kept: EIO | 8 1 | 1 1 /dev/mmcblk0p1: EIO
+$ fail_each 'upgd_service plan --copy=x --dir to u.img' 'upgd_service update --dir to u.img'
+  'upgd_service flash 24 u.img'  --> 1 0 what commands say can't be kept: EIO | 8 1 | 1 1 /dev/mmcblk0p1: EIO
     12 1 /etc/sysconfig/device.conf: EIO: mend that | 2 1 /etc/upgd/keys: EIO: nothing was touched
     1 1 /w/to/tree/sh: EIO | 1 1 /w/to/tree/sh: missing | 1 1 /w/to/tree/vorn-uboot/u: EIO | 2 1 /w: its room: EIO
     1 1 a thread can't be started: Resource temporarily unavailable | 1 1 entry 0: the image can't be read there

@@ -29,7 +29,8 @@ show error. ;; fail "run /bin/cp" ;; update_LinuxFile 5 k/zImage ;; $ ls /mntker
 $ mkdir k; touch k/zImage k/doc ;; at run /bin/mount => $ mount -t tmpfs tmpfs /mntker
 for k/doc k/zImage => update_LinuxFile 5 @  --> trace:  /bin/mount /dev/mmcblk1p6 /mntker/ success.\n | = 0 and 0
     trace:  /mntker is mounted already.\n | = 0 and 1
-$ cd /mntker; rm zImage; mkdir zImage ;; update_LinuxFile 5 k/zImage  --> = 0 and 2
+$ mkdir l; echo later >l/zImage ;; update_LinuxFile 5 l/zImage ;; $ cd /mntker; cat zImage; rm zImage; mkdir zImage ;;
+  update_LinuxFile 5 k/zImage  --> = 0 and 2 | later | = 0 and 3
 == the version (show run sysconfig, version <)
 image a version=v{64} -- ;; update_fw_version a ;; for "V1;x" "-2  of 5" => image b "version=@" -- ;; do_update b 2 /b
   ;; $ sysconfig get fw_version || :  --> run sysconfig set fw_version v{64} | = 0

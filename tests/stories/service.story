@@ -19,8 +19,8 @@ at <do_update> => $ mv good kept ;; do_update_upgrade good 2 /b ;; $ mv kept goo
   2 /b  --> event 1/5/0 | = -10 | event 1/7/0 | = -3
 == failures of the unpacking (show wait 2, event, run sysconfig, /bin/umount, run reboot)
 do_update_upgrade bad 1 /b  --> event 2/0/0 | wait 2 s | event 2/8/50 | run reboot -f | = -1
-for "run /bin/mount" "run dd" syncfs => fail "@" ;; $ umount /mntker 2>/dev/null; rm -rf /b ;;
-  do_update_upgrade good 2 /b  --> event 2/0/0 | event 2/10/0 | run /bin/sync; /bin/umount /mntker/ | = -1
+for "run /bin/cp" "run /bin/mount" "run dd" syncfs => fail "@" ;; $ umount /mntker 2>/dev/null; rm -rf /b ;;
+  do_update_upgrade good 2 /b  --> event 2/0/0 | event 2/10/0 | run /bin/sync; /bin/umount /mntker/ | = -1 {2}
     event 2/0/0 | event 2/9/66 | run /bin/sync; /bin/umount /mntker/ | = -1 | event 2/0/0 | wait 2 s | event 2/8/66
     = -1
 == the disk is gone (show event, UPGD_ERROR_NODISK)

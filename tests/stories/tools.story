@@ -104,8 +104,12 @@ for empty p "--compare no u.img" "--signature u.img u.img" "--extract u.img/x u.
     img_info: u.img: entry 0: the path of the directory is too long; the rest was not compared
     u.img: the path of the directory is too long | u.img: 1 finding | img_info: unrecognized option '--frob'
 $ for z in AAA-5 BBB5; do TZ=$z img_info u.img | grep Created; done | uniq | wc -l  --> 1
-$ cp u.img more; printf '\3' | dd of=more bs=1 seek=23 conv=notrunc status=none; img_info --verify more
-    more: the header counts 3 entries, the body has 4 | more: 1 finding | status 1
+$ put() { printf "$1" | dd of=more bs=1 seek=$2 conv=notrunc status=none; }; cp u.img more; put X 7; img_info --extract
+  x more || echo $?; put '\3' 23; put '\4' 35; img_info --verify more
+    img_info: more: the header says the CRC 5cd33a58, the body has 5cd33ad7: it is damaged | 1
+    more: the header says the place 4, which is none of 1 to 3
+    more: the header says the CRC 5cd33a58, the body has 5cd33ad7
+    more: the header counts 3 entries, the body has 4 | more: 3 findings | status 1
 $ truncate -s 4294967906 more; img_info more  --> img_info: more: is longer than an update image can be | status 2
 for img_info sysconfig upgd_service => $ @ --help >out 2>err; echo $? $(head -c 6 out) $(wc -c <err)
     0 Usage: 0 {3}

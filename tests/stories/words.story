@@ -31,8 +31,8 @@ set_update_flag flag 1 ;; $ cat flag ;; show run, syncfs ;; set_update_flag flag
     trace:  call  fun  set_update_flag \n | : run cmd =  .\n | log: /bin/touch  flag | run /bin/touch  flag
     trace: /bin/touch  flag \n | log: /bin/echo 1 > flag | run /bin/echo 1 > flag | syncfs /w/flag | = 0 | 1
     run /bin/echo 2 > flag | syncfs /w/flag | = 0 | 2
-show trace: upgrade, trace: run ;; set_update_flag flag 1  --> trace: run cmd =  .\n
-    : upgrade NG, rm temp file .\n | : run cmd = /bin/rm -rf flag .\n | : run cmd = /bin/rm -rf flag .\n | = 0
+show trace: upgrade, trace: run ;; set_update_flag flag 1 ;; $ cat flag  --> trace: run cmd =  .\n
+    : upgrade NG, rm temp file .\n | : run cmd = /bin/rm -rf flag .\n | : run cmd = /bin/rm -rf flag .\n | = 0 | 1
 show run, trace: update ;; fail "run /bin/rm" ;; set_update_flag flag 1  --> run /bin/rm -rf flag
     run /bin/rm -rf flag | run /bin/rm -rf flag | run /bin/echo 1 > flag | = 0
 for p{113} p{114} => set_update_flag @ 1  --> run /bin/touch  p{113} | run /bin/echo 1 > p{113} | = 0
