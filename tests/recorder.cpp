@@ -21,7 +21,6 @@
 #include <unistd.h>
 #include <utility>
 
-// The name of a call on files in the C library.
 #if __SIZEOF_POINTER__ == 4
 #define FILE_CALL(prefix, call) prefix##call##64
 #else
@@ -55,7 +54,7 @@ std::string shown(const std::string &text)
             one = {'\\', "nrt0\\\""[name]};
         else if (c < ' ' || c > '~')
             one = format("\\x%02hhX", c);
-        if (count < 30 && !(c == '\0' && count > 3))
+        if (count < 24 && !(c == '\0' && count > 3))
             count = 1;
         out += one + (count > 1 ? "{" + std::to_string(count) + "}" : "");
     }

@@ -26,8 +26,7 @@ static std::vector<std::pair<std::string, std::string>> hooks; // a line, and th
 static const std::string TREE = R"( && find . -mindepth 1 -type f -printf '%P = ' -exec cat {} \; \
     -printf '\n' -o -type l -printf '%P -> %l\n' -o -type d -empty -printf '%P/\n' | sort)";
 
-// What comes of the commands.
-static const std::string REPORT = "/run/sandbox/report";
+static const std::string REPORT = "/run/sandbox/report"; // what comes of the commands
 
 // Between a command and its results on the same line, and between the lines of a command.
 static const std::string ARROW = "  --> ", MORE = "\n  ";

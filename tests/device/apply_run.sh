@@ -5,7 +5,6 @@
 
 lay_out_tree
 img_deploy -c ./tree -p 1 -r V3.2.1.0 update.img >/dev/null
-# whole_run WHEN: brings all of the tree.
 whole_run() {
     run img_deploy -u update.img -m 2
     expect "status, flag and version $1" '0 2 V3.2.1.0' "$status $(flag) $(sysconfig get fw_version)"

@@ -78,7 +78,6 @@ outlive() {
     rm -rf "$2"
 }
 
-# look PROGRAM KIND ...: by look.py or states.py
 look() {
     "$here/$1.py" "${@:2}" | tee -a faults || fault "$2: could not be looked at"
 }

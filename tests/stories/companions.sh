@@ -47,8 +47,8 @@ backup_by() {
     umount /bin/cp
 }
 
-# fail_each COMMAND...: how each ends with each of its calls to the system failing once, other than
-# without a failure, and how often so. Calls behind the start of a thread have no number of their own.
+# fail_each COMMAND...: how else each ends with each of its calls failing once, up to the start of a
+# thread, and how often so; what it leaves open.
 fail_each() {
     shim=$(dirname "$(command -v story)")/libfaulty_calls.so
     export FAULT_KIND=fail FAULT_REPORT=/w/fault ASAN_OPTIONS=verify_asan_link_order=0
@@ -59,8 +59,8 @@ fail_each() {
             rm -rf fault to x
             FAULT_AT=$((FAULT_AT + 1))
             LD_PRELOAD=$shim $command >out 2>err
-            echo $? $(sed '/^held/d; s/^[a-z_]*: //; s,Input/output error,EIO,; s/_[0-9]*/_/; s/;.*//; q' err) \
-                $(grep ^held err)
+            echo $? $(sed '/^held/d; s/^[a-z_]*: //; s,Input/output error,EIO,; s/: \(nothing\|mend\).*\|;.*//
+                s,/etc/sysconfig/,,; s/_[0-9]*/_/; q' err) $(grep ^held err)
         done >ends
         grep -vxF "$(head -n 1 ends)" ends
     done | sort | uniq -c | sed 's/^ *//'

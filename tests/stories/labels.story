@@ -16,5 +16,4 @@ output /bin/mount "/u/sub\n/u/bin\n/u/e2\n" ;; output /bin/cat "sub\nbin\ne2\n" 
 for "sub \xF0\x9F\x98\x80x{24}\xF0\x9F\x98\x80" "bin \\xFF\n" "e2 x{28}\\xB0\\xA1" => output "ls -l
   /dev/disk/by-label/ |grep @1" "@2"
 at chinese => show none ;; get_udisk_all_info  --> log: get udisk_name is chinese, use english instead. | = 0 and 3
-    /u/sub <\xF0\x9F\x98\x80xxxxxxxxxxxxxxxxxxxxxxxx> 0 0 0 | /u/bin <UNKNOWNNAME> 0 0 0
-    /u/e2 <xxxxxxxxxxxxxxxxxxxxxxxxxxxx\xE5\x95\x8A> 0 0 0
+    /u/sub <\xF0\x9F\x98\x80x{24}> 0 0 0 | /u/bin <UNKNOWNNAME> 0 0 0 | /u/e2 <x{28}\xE5\x95\x8A> 0 0 0
