@@ -32,7 +32,6 @@ expect 'what is not that of the machine' '' \
 # Many directories make a run long enough to be hit while it works.
 for i in {1..150}; do mkdir "tree/d$i" && echo "$i" >"tree/d$i/f"; done
 img_deploy -c ./tree long.img >/dev/null
-# hit SIGNAL STATUS FLAG
 hit() {
     rm -rf /opt/upgddir
     : >err

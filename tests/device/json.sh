@@ -32,7 +32,9 @@ expect 'a comparison' '1 1 3' "$status $(fitting <out) $(grep -c '"finding":' ou
 minisign -GW -p maker.pub -s maker.key >/dev/null
 minisign -S -s maker.key -t 'product=x floor=V1' -m update.img >/dev/null
 cp update.img.minisig flipped.img.minisig
-calls=(update.img cut.img odd.img '--compare base cut.img' '--signature maker.pub '{update,flipped}.img)
+mkdir loop && ln -s tree loop/tree
+calls=(update.img cut.img odd.img '--compare base cut.img' '--compare loop update.img'
+    '--signature maker.pub '{update,flipped}.img)
 # shellcheck disable=SC2086 # each is a word
 expect 'calls that fit' ${#calls[*]} "$(for call in "${calls[@]}"; do img_info --json $call 2>err; done | fitting)"
 finish

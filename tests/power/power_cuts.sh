@@ -30,7 +30,6 @@ fault() {
     echo "FAILED: $1" | tee -a faults
 }
 
-# start DISK JOB [LOG]
 start() {
     disk=$1
     exec {console}< <(exec "$here/machine.sh" "$@")

@@ -62,8 +62,8 @@ $ img_info --signature other.pub --json u.img | cut -c -64
     {\"signature\":{\"valid\":false,\"fault\":\"was made with another key\",
 $ cp V1.4.0.0.img x.img; cp good x.img.minisig; img_info --signature maker.pub x.img | cut -d';' -f1
     signature: not valid: is another image's, or the image was altered
-$ upgd_service plan u.img --dir to --cards simulate --copy t.img >out; cmp u.img t.img; sysconfig list
-    product=x | fw_floor_pending=V1 V1.10
+$ upgd_service plan u.img --dir to --cards simulate --copy t.img --json | grep -o 'signed":true'; cmp u.img t.img;
+  sysconfig list  --> signed\":true | product=x | fw_floor_pending=V1 V1.10
 $ upgd_service plan u.img --copy u.img; upgd_service plan x.img --copy r.img 2>err; test ! -e r.img
     upgd_service: u.img: it exists: nothing was touched
 $ rm /etc/sysconfig/*; sysconfig set product x; try; sysconfig list  --> 0 tree | product=x | fw_version=V1.10
