@@ -50,8 +50,7 @@ kill -INT $!
 end_update 'after one interrupt' '130 u.img: interrupted'
 expect 'the file in hand was finished, the next one not begun' 0 "$(grep -c MCU out)"
 
-# What others send to the mailboxes, which are for this user alone, harms no run: an event of a step without
-# words, a datagram of another size, a request whose path a shell would take apart. Nor does it end with its
+# What others send to the mailboxes, which are for this user alone, harms no run. Nor does it end with its
 # reader or terminal.
 send_message() { # MAILBOX FORM VALUE..., by perl's pack
     perl -MSocket -e 'socket(S, PF_UNIX, SOCK_DGRAM, 0); connect(S, sockaddr_un("/run/mailbox/" . shift)) // die $!;
@@ -59,8 +58,14 @@ send_message() { # MAILBOX FORM VALUE..., by perl's pack
 }
 begin_update u.img 1
 expect 'modes of the mailboxes' '600 600' "$(stat -c %a /run/mailbox/* | paste -sd' ')"
-send_message 010a3d00 'x28 i x1044' 99
-await 'an event of a step without words' grep -q '%  step 99$' out
+for result in 0 4 5 7 9 10; do send_message 010a3d00 'x28 i x1032 i i x4' 99 $result 505; done
+await 'events of a step without words' grep -q 'step 99: the kernel' out
+expect 'their results' "
+there is no such file
+it can't be opened
+it can't be mapped
+the boot loader can't be installed
+the kernel can't be installed" "$(sed -nE 's/^ 50 %  step 99(: )?//p' out)"
 for text in short ''; do send_message 010a3b00 'a*' "$text"; done
 send_message 010a3b00 'x38 i a1027' 23 longer
 send_message 010a3b00 'x38 i a1026' 22 'a;touch evil'

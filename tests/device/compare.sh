@@ -77,5 +77,5 @@ expect_line err 'upgd_service: /dev/mmcblk0p6:zImage: not on its partition: what
 dd if=/dev/zero of=/dev/mmcblk0p6 bs=1k count=64 conv=notrunc status=none
 expect_call 1 "/dev/mmcblk0p6: the kernel partition can't be mounted" "${fresh[@]}"
 rm /dev/mmcblk0p6
-expect_call 1 '/dev/mmcblk0p6: there is no kernel partition' "${fresh[@]}"
+expect_call 1 '/dev/mmcblk0p6: there is no kernel partition /dev' "${fresh[@]}"
 finish

@@ -4,8 +4,7 @@
 set -uo pipefail
 export PATH=${SANDBOX_PATH:+$SANDBOX_PATH:}$PATH:/usr/local/bin:/usr/sbin:/sbin
 
-# The logged runs: the root partition's file system, how it is mounted, and what is done. Data waits
-# for its turn much longer than the names of the files.
+# The logged runs: the root partition's file system, how it is mounted, and what is done.
 logs=(
     'ext4 commit=1 V2,backup,restore'
     'ext4 commit=1 update,backup,restore'
