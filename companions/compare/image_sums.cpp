@@ -101,7 +101,6 @@ bool sum_file(int fd, off_t size, uint32_t *sum)
     posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
     for (off_t at = 0; at < size;) {
         const size_t len = static_cast<size_t>(std::min<off_t>(sizeof block, size - at));
-        errno = 0;
         if (full_pread(fd, block, len, at) != len)
             return false;
         *sum = crc32_update(*sum, block, len);

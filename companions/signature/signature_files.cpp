@@ -189,7 +189,6 @@ static const char *read_head(int dir, const char *name, bool ours, file_head *he
         return "is no plain file";
     if (ours && !is_ours(&st))
         return "can be written to by others";
-    errno = 0;
     head->len = full_pread(file.get(), head->text, sizeof head->text, 0);
     return errno != 0 ? strerror(errno) : nullptr;
 }

@@ -108,9 +108,9 @@ $ upgd_service plan u.img --dir /opt/upgddir --json | sed -E 's/(free_kib":)[0-9
     ,'downgrade':false,'new':1,'changed':3,'same':0,'in_the_way':1
     ,'room':[{'mount_point':'/','more_kib':4,'free_kib':N}] | ,'boot_loader_bytes':5 | ,'kernel':[],'cards':[]
     ,'bound_to_fail':['/opt/upgddir/tree/App_VPUCard.bin: a directory stands there']}
-$ sysconfig set fw_version V9; cd /opt/upgddir; rmdir tree/*.bin; upgd_service plan /w/u.img --dir . --cards simulate |
-  sed 's/[0-9]* KiB f/N KiB f/; s/  */ /'  --> signature none is asked for | directory /opt/upgddir/.
-    version V9 -> V7, a downgrade | files 2 new, 3 changed, 0 the same, 0 in the way
+$ sysconfig set fw_version V9; cd /opt/upgddir; rmdir tree/*.bin; echo data >tree/etc/data; upgd_service plan /w/u.img
+  --dir . --cards simulate | sed 's/[0-9]* KiB f/N KiB f/; s/  */ /'  --> signature none is asked for
+    directory /opt/upgddir/. | version V9 -> V7, a downgrade | files 2 new, 2 changed, 1 the same, 0 in the way
     room /: 8 KiB more at the fullest, N KiB free | boot loader     5 bytes to /dev/mmcblk0p1, no time limit
     card VPU MCU, at most 30 s | /w/u.img: can be applied
 == entries of one path

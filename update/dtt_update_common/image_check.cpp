@@ -21,7 +21,6 @@ const char *examine_image(int fd, image_file *img)
         return "is no plain file";
     if (st.st_size == 0)
         return "is empty";
-    errno = 0;
     if (full_pread(fd, &img->header, sizeof img->header, 0) != sizeof img->header)
         return errno != 0 ? strerror(errno) : "is too short for an update image";
     if (ntohl(img->header.ih_magic) != IH_MAGIC)

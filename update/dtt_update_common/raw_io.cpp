@@ -46,6 +46,7 @@ size_t full_pread(int fd, void *buf, size_t len, off_t offset)
     char *pos = static_cast<char *>(buf);
     size_t total = 0;
     while (total < len) {
+        errno = 0;
         const ssize_t n = pread(fd, pos + total, len - total, offset + static_cast<off_t>(total));
         if (n < 0 && errno == EINTR)
             continue;

@@ -18,8 +18,8 @@
 // that write's, and what had gone out before stays written.
 [[nodiscard]] ssize_t bb_full_write(int fd, const void *buf, size_t len);
 
-// Reads up to `len` bytes at `offset`. Returns their number, which is less than `len` only at the
-// end of the file or after an error.
+// Reads up to `len` bytes at `offset`. Returns their number, which is less than `len` only after an
+// error, with errno set, or at the end of the file, with errno 0.
 [[nodiscard]] size_t full_pread(int fd, void *buf, size_t len, off_t offset);
 
 // Whether nothing more can be written below the directory: no room, or no inode, is left.
