@@ -52,13 +52,16 @@ expect 'the file in hand was finished, the next one not begun' 0 "$(grep -c MCU 
 
 # What others send to the mailboxes, which are for this user alone, harms no run. Nor does it end with its
 # reader or terminal.
-send_message() { # MAILBOX FORM VALUE..., by perl's pack
+send_message() { # MAILBOX FORM VALUES...: a message of each, by perl's pack
     perl -MSocket -e 'socket(S, PF_UNIX, SOCK_DGRAM, 0); connect(S, sockaddr_un("/run/mailbox/" . shift)) // die $!;
-        send(S, pack(shift, @ARGV), 0) // die $!' "$@"
+        $form = shift; send(S, pack($form, split /,/), 0) // die $! for @ARGV' "$@"
 }
-begin_update u.img 1
+begin_update u.img 2
 expect 'modes of the mailboxes' '600 600' "$(stat -c %a /run/mailbox/* | paste -sd' ')"
-for result in 0 4 5 7 9 10; do send_message 010a3d00 'x28 i x1032 i i x4' 99 $result 505; done
+send_message 010a3d00 'x28 i x1032 i i x4' 99,{0,4,5,7,9,10},505
+send_message 010a3b00 'a*' short ''
+send_message 010a3b00 'x38 i a1027' 23,longer
+send_message 010a3b00 'x38 i a1026' '22,a;touch evil'
 await 'events of a step without words' grep -q 'step 99: the kernel' out
 expect 'their results' "
 there is no such file
@@ -66,9 +69,6 @@ it can't be opened
 it can't be mapped
 the boot loader can't be installed
 the kernel can't be installed" "$(sed -nE 's/^ 50 %  step 99(: )?//p' out)"
-for text in short ''; do send_message 010a3b00 'a*' "$text"; done
-send_message 010a3b00 'x38 i a1027' 23 longer
-send_message 010a3b00 'x38 i a1026' 22 'a;touch evil'
 kill -HUP $!
 end_update 'a run with them' 0
 expect 'cards that were asked' '22 -2,24 0,25 0' \
