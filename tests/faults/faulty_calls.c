@@ -174,19 +174,7 @@ int close(int fd)
     return fault ? -1 : result;
 }
 
-unsigned int sleep(unsigned int seconds)
-{
-    return 0;
-}
-int usleep(useconds_t us)
-{
-    return 0;
-}
-int select(int n, fd_set *in, fd_set *out, fd_set *bad, struct timeval *limit)
-{
-    return 0;
-}
-time_t time(time_t *now)
-{
-    return 0;
-}
+unsigned int sleep(unsigned int seconds) { return 0; }
+int usleep(useconds_t us) { return 0; }
+int select(int n, fd_set *in, fd_set *out, fd_set *bad, struct timeval *limit) { return 0; }
+time_t time(time_t *now) { return 0; }

@@ -54,7 +54,6 @@ fail_each() {
     export FAULT_KIND=fail FAULT_REPORT=/w/fault ASAN_OPTIONS=verify_asan_link_order=0
     for command; do
         export FAULT_AT=-1
-        : >fault
         until [ $FAULT_AT -gt 0 ] && ! grep -qsv pthread_create fault; do
             rm -rf fault to x
             FAULT_AT=$((FAULT_AT + 1))
