@@ -57,7 +57,7 @@ struct header_fact {
     const char *key;
     const char *words;
     const char *text; // null for a number
-    unsigned int number;
+    unsigned int number = 0;
 };
 
 static void print_header(const update_header_t *header, bool json)
@@ -71,18 +71,18 @@ static void print_header(const update_header_t *header, bool json)
     const header_text dest_dir = text_of(header->ih_dest_dir);
     const header_text update_dir = text_of(header->ih_update_dir);
     const header_fact facts[] = {
-        {"name", "Name", name.text, 0},
-        {"version", "Version", version.text, 0},
-        {"created", "Created", created, 0},
-        {"place", "Place", place_name(ntohl(header->ih_place)), 0},
+        {"name", "Name", name.text},
+        {"version", "Version", version.text},
+        {"created", "Created", created},
+        {"place", "Place", place_name(ntohl(header->ih_place))},
         {"place_code", "Code of the place", nullptr, ntohl(header->ih_place)},
-        {"dest_dir", "Target directory", dest_dir.text, 0},
-        {"update_dir", "Packed directory", update_dir.text, 0},
-        {"compression", "Compression", print_type(static_cast<int>(ntohl(header->ih_comp))), 0},
+        {"dest_dir", "Target directory", dest_dir.text},
+        {"update_dir", "Packed directory", update_dir.text},
+        {"compression", "Compression", print_type(static_cast<int>(ntohl(header->ih_comp)))},
         {"size", "Size in bytes", nullptr, ntohl(header->ih_size)},
         {"directories", "Directories", nullptr, ntohl(header->ih_dirs)},
         {"entry_count", "Entries", nullptr, ntohl(header->ih_filenum)},
-        {"crc", "CRC of the body", crc, 0},
+        {"crc", "CRC of the body", crc},
     };
     for (const header_fact &fact : facts) {
         if (json)

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <string>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -207,12 +208,9 @@ const char *read_key(const char *path, public_key *key)
 
 const char *read_signature_of(const char *image, file_signature *signature)
 {
-    char path[PATH_MAX];
-    const int len = snprintf(path, sizeof path, "%s%s", image, SIGNATURE_SUFFIX);
-    if (len < 0 || static_cast<size_t>(len) >= sizeof path)
-        return strerror(ENAMETOOLONG);
+    const std::string path = std::string(image) + SIGNATURE_SUFFIX;
     file_head head;
-    const char *const fault = read_head(AT_FDCWD, path, false, &head);
+    const char *const fault = read_head(AT_FDCWD, path.c_str(), false, &head);
     return fault != nullptr ? fault : parse_signature(head.text, head.len, signature);
 }
 

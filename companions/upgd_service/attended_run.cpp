@@ -161,7 +161,7 @@ static bool start_threads(attended_run *run)
         pthread_t thread;
         const int error = pthread_create(&thread, nullptr, body, run);
         if (error != 0)
-            return complain("a thread can't be started: %s; nothing was touched", strerror(error));
+            return refuse("", "a thread can't be started: %s", strerror(error));
         run->threads.push_back(thread);
     }
     return true;
@@ -169,16 +169,10 @@ static bool start_threads(attended_run *run)
 
 // A file or a card is not left half done.
 attended_run::attended_run(const tested_image *tested, card_choice choice)
-    : image(tested), cards(choice),
-      interrupted(
-          [] {
-              set_usb_status(FALSE);
-              say("interrupted: the step in hand is finished first; once more to end at once");
-          },
-          [] {
-              remove_mailbox(task_on_this_board(MODULE_SERVICE));
-              remove_mailbox(task_on_this_board(MODULE_CARDS));
-          })
+    : image(tested), cards(choice), interrupted([] {
+          remove_mailbox(task_on_this_board(MODULE_SERVICE));
+          remove_mailbox(task_on_this_board(MODULE_CARDS));
+      })
 {
 }
 
@@ -188,7 +182,6 @@ static int run_update(attended_run *run, char *dir)
     int ret = 1;
     if (run->interrupted.begin() && start_threads(run)) {
         set_usb_status(disk_is_there(&run->disk) ? TRUE : FALSE);
-        empty_UserFile_patch();
         std::string path = run->image->path;
         ret = do_update_upgd(task_on_this_board(MODULE_SERVICE), path.data(), dir);
     }

@@ -111,8 +111,8 @@ static void flush(FILE *stream)
         print_error = errno;
 }
 
-__attribute__((format(printf, 3, 0))) static void print_line(FILE *stream, const char *head,
-                                                             const char *format, va_list args)
+__attribute__((format(printf, 3, 0))) static void
+print_line(FILE *stream, const char *head, const char *format, va_list args, const char *tail = "")
 {
     char *text = nullptr;
     if (vasprintf(&text, format, args) < 0)
@@ -123,10 +123,10 @@ __attribute__((format(printf, 3, 0))) static void print_line(FILE *stream, const
     flush(out);
     fputs(head, stream);
     print_shown(stream, shown, strlen(shown));
-    fputc('\n', stream);
+    fprintf(stream, "%s\n", tail);
     flush(stream);
     if (stream == errors)
-        complaint = shown;
+        complaint = std::string(shown) + tail;
     free(text);
 }
 
@@ -156,6 +156,24 @@ bool complain(const char *format, ...)
     print_line(errors, "upgd_service: ", format, args);
     va_end(args);
     return false;
+}
+
+bool refuse(const char *next, const char *format, ...)
+{
+    const std::string tail = std::string(": nothing was touched") + (*next != 0 ? "; " : "") + next;
+    va_list args;
+    va_start(args, format);
+    print_line(errors, "upgd_service: ", format, args, tail.c_str());
+    va_end(args);
+    return false;
+}
+
+bool refuse_unless(bool force, const char *next, const char *name, const char *fault)
+{
+    if (!force)
+        return refuse(next, "%s: %s", name, fault);
+    complain("%s: %s, which --force passes over", name, fault);
+    return true;
 }
 
 int fail(const char *format, ...)

@@ -27,6 +27,13 @@ void say(const char *format, ...) __attribute__((format(printf, 1, 2)));
 bool complain(const char *format, ...) __attribute__((format(printf, 1, 2)));
 int fail(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
+// Complains that nothing was touched for the reason that `format` gives, and of the `next` step
+// where there is one (else ""). Returns false.
+bool refuse(const char *next, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+// The same for what has the fault, but for --force, which passes over it. Returns `force`.
+bool refuse_unless(bool force, const char *next, const char *name, const char *fault);
+
 // What complain has said last, without what commands have said; empty if nothing.
 std::string last_complaint();
 

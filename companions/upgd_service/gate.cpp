@@ -44,13 +44,10 @@ static bool is_for_this_product(const char *name, const update_gate *gate)
     if (product == gate->said.product)
         return true;
     if (product.empty())
-        return complain(
-            "%s: the product of this device is not known: nothing was touched; say what "
-            "it is with \"sysconfig set "
-            "%s NAME\"",
-            name, PRODUCT_KEY);
-    return complain("%s: is for the product %s, and this device is a %s: nothing was touched", name,
-                    gate->said.product, product.c_str());
+        return refuse("say what it is with \"sysconfig set product NAME\"",
+                      "%s: the product of this device is not known", name);
+    return refuse("", "%s: is for the product %s, and this device is a %s", name,
+                  gate->said.product, product.c_str());
 }
 
 static bool is_new_enough(const char *name, const update_header_t *header, const update_gate *gate)
@@ -59,24 +56,18 @@ static bool is_new_enough(const char *name, const update_header_t *header, const
     const char *const text = field.text;
     firmware_version version;
     if (!parse_version(text, &version))
-        return complain("%s: its version %s can't be compared: nothing was touched", name, text);
+        return refuse("", "%s: its version %s can't be compared", name, text);
     std::string floor;
     firmware_version lowest;
     if (!read_floor(&floor, &lowest))
         return false;
     if (compare_versions(&version, &lowest) < 0)
-        return complain(
-            "%s: its version %s is below %s, the lowest that this device takes: nothing was "
-            "touched",
-            name, text, floor.c_str());
-    if (compare_versions(&version, &gate->said.floor_version) < 0) {
-        // It would be the last that this device takes, and not even that a second time.
-        return complain(
-            "%s: its version %s is below the floor %s of its own signature: nothing was "
-            "touched",
-            name, text, gate->said.floor);
-    }
-    return true;
+        return refuse("", "%s: its version %s is below %s, the lowest that this device takes", name,
+                      text, floor.c_str());
+    // It would be the last that this device takes, and not even that a second time.
+    return compare_versions(&version, &gate->said.floor_version) >= 0 ||
+           refuse("", "%s: its version %s is below the floor %s of its own signature", name, text,
+                  gate->said.floor);
 }
 
 static const char *comment_of_known_key(update_gate *gate)
@@ -95,9 +86,8 @@ bool is_let_in(const char *name, const update_header_t *header, update_gate *gat
     if (fault == nullptr)
         fault = comment_of_known_key(gate);
     if (fault != nullptr)
-        return complain("%s%s: %s: nothing was touched; the image needs a good signature, or "
-                        "--allow-unsigned",
-                        name, SIGNATURE_SUFFIX, fault);
+        return refuse("the image needs a good signature, or --allow-unsigned", "%s%s: %s", name,
+                      SIGNATURE_SUFFIX, fault);
     return is_for_this_product(name, gate) &&
            (header == nullptr || is_new_enough(name, header, gate));
 }
@@ -118,11 +108,9 @@ bool read_keys(const char *name, bool allow_unsigned, update_gate *gate)
     }
     const char *const impossible = check_impossible();
     if (impossible != nullptr)
-        return complain("%s: %s: nothing was touched; --allow-unsigned takes any image", name,
-                        impossible);
+        return refuse("--allow-unsigned takes any image", "%s: %s", name, impossible);
     if (fault.why != nullptr)
-        return complain("%s: %s: nothing was touched; mend the device's keys", fault.where,
-                        fault.why);
+        return refuse("mend the device's keys", "%s: %s", fault.where, fault.why);
     gate->closed = true;
     return true;
 }
@@ -147,13 +135,21 @@ bool note_floor(const update_gate *gate, const char *version)
                   "the image was not applied; mend that, and apply it again");
 }
 
+// Raises the lowest version that the device takes, if `floor` is above it.
+static bool raise_to(const std::string &floor)
+{
+    std::string former;
+    firmware_version lowest;
+    firmware_version next;
+    return read_floor(&former, &lowest) &&
+           (!parse_version(floor.c_str(), &next) || compare_versions(&next, &lowest) <= 0 ||
+            record(FLOOR_KEY, floor, "set it by hand"));
+}
+
 bool take_up_floor()
 {
     std::string noted;
     std::string recorded;
-    std::string floor;
-    firmware_version lowest;
-    firmware_version next;
     if (!read_setting(NOTED_KEY, &noted))
         return false;
     const size_t blank = noted.find(' ');
@@ -161,25 +157,11 @@ bool take_up_floor()
         return true;
     if (!read_setting(VERSION_KEY, &recorded))
         return false;
-    if (noted.substr(blank + 1) != recorded)
-        return true;
-    if (!read_floor(&floor, &lowest))
-        return false;
-    floor = noted.substr(0, blank);
-    if (parse_version(floor.c_str(), &next) && compare_versions(&next, &lowest) > 0 &&
-        !record(FLOOR_KEY, floor, "set it by hand"))
-        return false;
-    return record(NOTED_KEY, "", "set it by hand");
+    return noted.substr(blank + 1) != recorded ||
+           (raise_to(noted.substr(0, blank)) && record(NOTED_KEY, "", "set it by hand"));
 }
 
 bool raise_floor(const update_gate *gate)
 {
-    std::string floor;
-    firmware_version lowest;
-    if (!gate->closed)
-        return true;
-    if (!read_floor(&floor, &lowest))
-        return false;
-    return compare_versions(&gate->said.floor_version, &lowest) <= 0 ||
-           record(FLOOR_KEY, gate->said.floor, "set it by hand");
+    return !gate->closed || raise_to(gate->said.floor);
 }

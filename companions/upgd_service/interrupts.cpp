@@ -19,8 +19,7 @@ static sigset_t signals()
     return set;
 }
 
-interrupts::interrupts(std::function<void()> first, std::function<void()> second)
-    : first_(std::move(first)), second_(std::move(second))
+interrupts::interrupts(std::function<void()> ahead_of_end) : ahead_of_end_(std::move(ahead_of_end))
 {
 }
 
@@ -48,11 +47,11 @@ void *interrupts::take(void *argument)
     if (!here->await())
         return nullptr;
     here->came_ = true;
-    here->first_();
+    say("interrupted: what is at hand is finished first; once more to end at once");
     if (!here->await())
         return nullptr;
     end_progress();
-    here->second_();
+    here->ahead_of_end_();
     complain("interrupted twice: ended at once");
     log_outcome(SERVICE_INTERRUPTED);
     _exit(SERVICE_INTERRUPTED);
@@ -67,6 +66,5 @@ bool interrupts::begin()
     signal(SIGPIPE, SIG_IGN);
     const int error = pthread_create(&thread_, nullptr, take, this);
     begun_ = error == 0;
-    return begun_ ||
-           complain("a thread can't be started: %s; nothing was touched", strerror(error));
+    return begun_ || refuse("", "a thread can't be started: %s", strerror(error));
 }

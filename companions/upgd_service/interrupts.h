@@ -11,8 +11,8 @@
 class interrupts
 {
   public:
-    // `first` and `second` are called by another thread, `second` right ahead of the end.
-    interrupts(std::function<void()> first, std::function<void()> second);
+    // Another thread calls it right ahead of the end by a second one.
+    explicit interrupts(std::function<void()> ahead_of_end);
     interrupts(const interrupts &) = delete;
     interrupts &operator=(const interrupts &) = delete;
     ~interrupts();
@@ -30,8 +30,7 @@ class interrupts
     static void *take(void *argument);
     bool await() const;
 
-    std::function<void()> first_;
-    std::function<void()> second_;
+    std::function<void()> ahead_of_end_;
     std::atomic<bool> came_{false};
     std::atomic<bool> over_{false};
     bool begun_ = false;

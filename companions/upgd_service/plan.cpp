@@ -379,8 +379,10 @@ static int show_plan(const service_call *call, tested_image *image)
 // be applied is not left.
 int plan_command(const service_call *call)
 {
-    if (struct stat there; !call->copy.empty() && lstat(call->copy.c_str(), &there) == 0)
-        return fail("%s: it exists: nothing was touched", call->copy.c_str());
+    if (struct stat there; !call->copy.empty() && lstat(call->copy.c_str(), &there) == 0) {
+        refuse("", "%s: it exists", call->copy.c_str());
+        return SERVICE_FAILED;
+    }
     tested_image image;
     int status = show_plan(call, &image);
     if (call->copy.empty())

@@ -11,10 +11,9 @@
 bool session::begin(const char *verb)
 {
     if (geteuid() != 0)
-        return complain("%s: only root may do that: nothing was touched", verb);
+        return refuse("", "%s: only root may do that", verb);
     lock_ = take_run_lock();
-    return lock_ != RUN_LOCK_BUSY ||
-           complain("another update is at work: nothing was touched; wait for its end");
+    return lock_ != RUN_LOCK_BUSY || refuse("wait for its end", "another update is at work");
 }
 
 session::~session()
@@ -22,8 +21,7 @@ session::~session()
     release_lock(lock_);
 }
 
-// Tells each of `count` sentences, or the first ones if they are many.
-static bool is_told(size_t count)
+bool is_told(size_t count)
 {
     static constexpr size_t TOLD = 20;
     if (count == TOLD)
@@ -38,13 +36,9 @@ bool test_plan(const tested_image *image, const service_call *call, update_plan 
     for (const std::string &reason : plan->reasons)
         if (is_told(told++))
             complain("%s", reason.c_str());
-    if (plan->reasons.empty())
-        return true;
-    complain(call->force != 0 ? "%s: bound to fail, which --force passes over"
-                              : "%s: bound to fail: nothing was touched; mend that, or try it with "
-                                "--force",
-             image->name);
-    return call->force != 0;
+    return plan->reasons.empty() ||
+           refuse_unless(call->force != 0, "mend that, or try it with --force", image->name,
+                         "bound to fail");
 }
 
 bool version_is_recorded(const tested_image *image, const std::string &version)

@@ -25,6 +25,9 @@ class session
     int lock_ = -1;
 };
 
+// Whether the finding behind `count` others is told: the first ones are, and that there are more.
+[[nodiscard]] bool is_told(size_t count);
+
 // Plans the run. Returns false with sentences if it is bound to fail; with --force they are told,
 // and no more.
 [[nodiscard]] bool test_plan(const tested_image *image, const service_call *call,

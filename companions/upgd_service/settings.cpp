@@ -108,11 +108,11 @@ static int compare_backup(const char *file)
         &img, &sums, "/", COMPARE_CONTENTS | COMPARE_EXTRA, [&](const finding &found) {
             if (found.kind == FOUND_SAME || (found.kind == FOUND_EXTRA && !is_missed(found.path)))
                 return true;
-            findings++;
-            return complain("%s: %s", found.path,
-                            found.kind == FOUND_EXTRA ? "was not saved"
-                                                      : FINDING_NAMES[found.kind].words) ||
-                   findings < 20;
+            if (is_told(findings++))
+                complain("%s: %s", found.path,
+                         found.kind == FOUND_EXTRA ? "was not saved"
+                                                   : FINDING_NAMES[found.kind].words);
+            return true;
         });
     for (const char *name : SAVED_SETTINGS) {
         const std::string path = std::string("/") + SETTINGS_DIRECTORY + name;
@@ -158,22 +158,18 @@ static bool carry_version(tested_image *image, const std::string &version)
     char *const field = reinterpret_cast<char *>(image->img.header.ih_version);
     const off_t at = offsetof(update_header_t, ih_version);
     if (version.size() > IH_NMLEN)
-        return complain("%s: %s is too long to be kept: nothing was touched", image->name,
-                        VERSION_KEY);
+        return refuse("", "%s: %s is too long to be kept", image->name, VERSION_KEY);
     memset(field, 0, IH_NMLEN);
     memcpy(field, version.data(), version.size());
     return pwrite(image->file.get(), field, IH_NMLEN, at) == IH_NMLEN ||
-           complain("%s: can't be kept while it is applied: %s: nothing was touched", image->name,
-                    strerror(errno));
+           refuse("", "%s: can't be kept while it is applied: %s", image->name, strerror(errno));
 }
 
 // Returns an exit status.
 static int restore_image(tested_image *image, const std::string &dir, const std::string &version)
 {
     std::string place = dir; // which the operation takes as text that can be changed
-    interrupts interrupted(
-        [] { say("interrupted: what is at hand is finished first; once more to end at once"); },
-        [] {});
+    interrupts interrupted([] {});
     if (!interrupted.begin())
         return SERVICE_FAILED;
     const int result = do_update_backup(image->path, place.data());

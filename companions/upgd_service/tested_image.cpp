@@ -36,9 +36,8 @@ static descriptor open_keep(const tested_image *image)
                 std::to_string(uint64_t{fs.f_bavail} * fs.f_frsize / 1024) + " KiB are free";
     else
         return keep;
-    complain("%s: can't be kept below %s while it is applied: %s: nothing was touched; make room "
-             "there",
-             image->name, KEEP_DIRECTORY, fault.c_str());
+    refuse("make room there", "%s: can't be kept below %s while it is applied: %s", image->name,
+           KEEP_DIRECTORY, fault.c_str());
     return descriptor();
 }
 
@@ -48,7 +47,7 @@ static descriptor open_copy(const std::string &path)
 {
     descriptor copy(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!copy.is_open())
-        complain("%s: %s: nothing was touched", path.c_str(), strerror(errno));
+        refuse("", "%s: %s", path.c_str(), strerror(errno));
     return copy;
 }
 
@@ -86,23 +85,18 @@ static const char *turn_to_copy(tested_image *image, descriptor keep)
 static bool is_of_kind(const tested_image *image, image_use use, bool force)
 {
     const bool settings = is_settings_backup(&image->img);
-    if (settings == (use == USE_RESTORE))
-        return true;
-    complain(settings ? "%s: is a settings backup: bring it back with \"upgd_service restore\"%s"
-                      : "%s: is no settings backup: apply it with \"upgd_service update\"%s",
-             image->name, force ? ", which --force passes over" : ": nothing was touched");
-    return force;
+    return settings == (use == USE_RESTORE) ||
+           refuse_unless(force, "", image->name,
+                         settings
+                             ? "is a settings backup: bring it back with \"upgd_service restore\""
+                             : "is no settings backup: apply it with \"upgd_service update\"");
 }
 
 static bool has_its_crc(const tested_image *image, bool force)
 {
     const char *const fault = crc_fault(&image->img, image->sums.body());
-    if (fault == nullptr)
-        return true;
-    complain("%s: %s%s", image->name, fault,
-             force ? ", which --force passes over"
-                   : ": nothing was touched; get it anew, or take it as it is with --force");
-    return force;
+    return fault == nullptr || refuse_unless(force, "get it anew, or take it as it is with --force",
+                                             image->name, fault);
 }
 
 // Whether the gate lets the bytes in that were read. Returns false with a sentence.
@@ -124,7 +118,7 @@ static bool passes_gate(tested_image *image, image_use use, const char *dir, ima
         return true;
     const char *const fault = signature_fault(&gate->key, &gate->signature, hash);
     if (fault != nullptr)
-        return complain("%s: %s: nothing was touched; get it anew", image->name, fault);
+        return refuse("get it anew", "%s: %s", image->name, fault);
     const signature_line line = describe_signature(&gate->signature, nullptr);
     note_key(name_of_key(&gate->signature.key).text);
     if (!quiet)
@@ -155,8 +149,8 @@ bool take_tested_image(const service_call *call, image_use use, const char *dir,
     if (fault == nullptr)
         fault = turn_to_copy(image, std::move(keep));
     if (fault != nullptr)
-        return complain("%s: %s: nothing was touched; get it anew%s", image->name, fault,
-                        copied ? ", or make room for its copy" : "");
+        return refuse(copied ? "get it anew, or make room for its copy" : "get it anew", "%s: %s",
+                      image->name, fault);
     const bool force = call->force != 0;
     // A damaged one may look like another kind.
     const bool damaged = crc_fault(&image->img, image->sums.body()) != nullptr;
