@@ -125,6 +125,7 @@ CALL(ssize_t, pwrite, (int fd, const void *data, size_t size, off_t at), (fd, da
      path_of(fd), -1)
 CALL(FILE *, fopen, (const char *path, const char *mode), (path, mode), path, NULL)
 CALL(FILE *, open_memstream, (char **text, size_t *size), (text, size), "", NULL)
+CALL(FILE *, fdopen, (int fd, const char *mode), (fd, mode), mode, NULL)
 CALL(DIR *, fdopendir, (int fd), (fd), path_of(fd), NULL)
 CALL(void *, shmat, (int id, const void *at, int flags), (id, at, flags), "", (void *)-1)
 CALL(pid_t, fork, (void), (), "", -1)

@@ -51,6 +51,7 @@ backup_by() {
 # thread, and how often so; what it leaves open.
 fail_each() {
     shim=$(dirname "$(command -v story)")/libfaulty_calls.so
+    set -f
     export FAULT_KIND=fail FAULT_REPORT=/w/fault ASAN_OPTIONS=verify_asan_link_order=0
     for command; do
         export FAULT_AT=-1
@@ -58,8 +59,8 @@ fail_each() {
             rm -rf fault to x
             FAULT_AT=$((FAULT_AT + 1))
             LD_PRELOAD=$shim $command >out 2>err
-            echo $? $(sed '/^held/d; s/^[a-z_]*: //; s,Input/output error,EIO,; s/: \(nothing\|mend\).*\|;.*//
-                s,/etc/sysconfig/,,; s/_[0-9]*/_/; q' err) $(grep ^held err)
+            echo $? $(sed '/^held\|^[a-z]*  \|^boot/d; s/^[a-z_]*: //; s,Input/output error,EIO,
+                s/: \(nothing\|mend\).*\|;.*//; s,/etc/sysconfig/\|/mnt/sda1/,,; s/^bound.*  //; s/_[0-9]*/_/; q' err out) $(grep ^held err)
         done >ends
         grep -vxF "$(head -n 1 ends)" ends
     done | sort | uniq -c | sed 's/^ *//'
