@@ -73,6 +73,9 @@ kill -HUP $!
 end_update 'a run with them' 0
 expect 'cards that were asked' '22 -2,24 0,25 0' \
     "$(sed -n 's/.*set card(\(..\)) update result :/\1/p' /var/log/upgd_log0.txt | sort | paste -sd,)"
+begin_update u.img 1
+rm /run/mailbox/010a3b00
+end_update 'a run whose mailbox is gone' '1 u.img: a card could not be asked'
 { upgd_service update u.img --dir /opt/upgddir --cards simulate=1 && echo well >ended; } | head -n 1 >out
 expect 'a run whose reader has gone' 'well ' "$(<ended) $(ls /run/mailbox)"
 
@@ -102,7 +105,8 @@ expect 'the run behind one that went well' \
     '1 no run at work; the last one went well; waiting for one,the run has failed: 0 of 0 entries' "$(watched empty)"
 kill_run_at /bin/dd u.img
 restore_command /bin/dd
-expect_call 1 'nobody is at work on this run any more' timeout 60 upgd_service watch
+expect 'a watch behind it' 'nobody is at work on this run any more, which has not ended: N; apply the image again' \
+    "$(timeout 60 upgd_service watch 2>&1 >out | sed 's/^upgd_service: //; s/[0-9] of 9 entries/N/')"
 last='last run did not end: N of 9 entries,version V7,product none,lowest version none,keys 0,next step'
 alone="at work none,$last the last run did not end well: apply the image again"
 beside="at work a service update, a restore, or flashing,$last wait for its end, or watch it with"

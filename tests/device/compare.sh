@@ -70,6 +70,9 @@ look 1 'not on its partition: /dev/mmcblk0p1: other content stands there' "$part
 mkdir kernel && mount /dev/mmcblk0p6 kernel && rm kernel/zImage
 dd if=/dev/zero of=kernel/fill bs=1k status=none 2>/dev/null
 umount kernel
+kernel='u.img: not on its partition: /dev/mmcblk0p6:zImage'
+img_info --compare /opt/upgddir --device u.img >out
+expect_line out "$kernel: No such file or directory"
 fresh=(upgd_service update u.img --dir /opt/fresh --cards simulate=0)
 expect_call 1 '/dev/mmcblk0p6: too little room: 391 KiB are needed' "${fresh[@]}"
 run "${fresh[@]}" --force
@@ -77,5 +80,6 @@ expect_line err 'upgd_service: /dev/mmcblk0p6:zImage: not on its partition: what
 dd if=/dev/zero of=/dev/mmcblk0p6 bs=1k count=64 conv=notrunc status=none
 expect_call 1 "/dev/mmcblk0p6: the kernel partition can't be mounted" "${fresh[@]}"
 rm /dev/mmcblk0p6
-expect_call 1 '/dev/mmcblk0p6: there is no kernel partition /dev' "${fresh[@]}"
+img_info --compare /opt/upgddir --device u.img >out
+expect_line out "$kernel: there is no kernel partition /dev/mmcblk0p6"
 finish

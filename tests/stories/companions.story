@@ -18,8 +18,9 @@ for 24 80 => $ script -qec "stty cols @; exec upgd_service update u.img --dir to
   '\n' | sed 's/\x1b\[K//g' | grep /5 >l; tail -n 1 l | cut -d: -f1; wc -L <l; grep -oE '[0-9]+ %' l | sort -nc
     done 100 % 5/5 0 | 23 | done                     [#{37}] 100 % 5/5 0 | 79
 == an update in its steps
-$ upgd_service update --dir=to --cards=simulate=0 -- u.img | sed 's/^ *[0-9]* %  //'  --> unpacking | video card MCU
-    done | u.img: applied below /w/to, 5 entries | boot loader and kernel work from the next restart on
+$ upgd_service update --dir=to --cards=simulate=0 -- u.img | sed 's/^ *[0-9]. %  //'  -->   0 %  unpacking
+      6 %  video card MCU | 100 %  done | u.img: applied below /w/to, 5 entries
+    boot loader and kernel work from the next restart on
 $ call update --dir to --cards fail=24 u.img  --> 1 u.img: the video card's MCU was not flashed
 $ upgd_service status --json | tr '"' "'"
     {'at_work':'','last_run':'none so far','fw_version':'V7','product':'','fw_floor':'','keys':'0','next':'none'}
@@ -98,11 +99,11 @@ $ cp u.img InputCardTop.bin; call flash 24 InputCardTop.bin | tr ';' '\n'
     1 InputCardTop.bin: by its name it is for input FPGA, and not for VPU MCU: nothing was touched
      rename it, or flash it with --force
 == an image against a directory
-$ img_deploy -u u.img -m 2 >out 2>&1; cd /opt/upgddir/tree; alter; cd ..; img_info --compare . --extra /w/u.img | sort |
-  cut -d' ' -f2-; img_info --json --compare . /w/u.img | grep -o 'compared.*'  --> missing: ./tree/bin/tool
-    not of the image: ./tree/et: a directory | not of the image: ./tree/etc/more | other content: ./tree/etc/data
-    other content: ./tree/vorn-uboot/u | other kind: ./tree/App_VPUCard.bin | other target: ./tree/sh
-    compared\":5,\"well\":false}
+$ img_deploy -u u.img -m 2 >out 2>&1; upgd_service status | grep last; cd /opt/upgddir/tree; alter; cd ..; img_info
+  --compare . --extra /w/u.img | sort | cut -d' ' -f2-; img_info --json --compare . /w/u.img | grep -o 'compared.*'
+    last run        went well | missing: ./tree/bin/tool | not of the image: ./tree/et: a directory
+    not of the image: ./tree/etc/more | other content: ./tree/etc/data | other content: ./tree/vorn-uboot/u
+    other kind: ./tree/App_VPUCard.bin | other target: ./tree/sh | compared\":5,\"well\":false}
 $ upgd_service plan u.img --dir /opt/upgddir --json | sed -E 's/(free_kib":)[0-9]+/\1N/; s/,"[vbkdr]/\n&/g' | tr '"' "'"
     {'image':'u.img','signed':false | ,'directory':'/opt/upgddir' | ,'version_now':'V7' | ,'version_next':'V7'
     ,'downgrade':false,'new':1,'changed':3,'same':0,'in_the_way':1
@@ -113,12 +114,6 @@ $ sysconfig set fw_version V9; cd /opt/upgddir; rmdir tree/*.bin; echo data >tre
     directory /opt/upgddir/. | version V9 -> V7, a downgrade | files 2 new, 2 changed, 1 the same, 0 in the way
     room /: 8 KiB more at the fullest, N KiB free | boot loader     5 bytes to /dev/mmcblk0p1, no time limit
     card VPU MCU, at most 30 s | /w/u.img: can be applied
-== entries of one path
-$ mkdir -p t/.d t/d.d t/d /opt/upgddir/x /opt/upgddir/d/g; for d in .d . d d.d; do echo $d >t/$d/f; done; img_deploy -c
-  t t.img >out
-$ img_deploy -u t.img -m 2 >out 2>&1; img_info --compare /opt/upgddir --extra t.img
-    t.img: not of the image: /opt/upgddir/x: a directory | t.img: not of the image: /opt/upgddir/d/g: a directory
-    status 1
 == directories of an image
 image d.img crc=0xac4081f6 -- a/d 1 "" a/d/f 0 x ;; $ img_info d.img | tail -n 2; img_info --extract new d.img; img_info
   --extract new d.img; img_info --compare new --extra d.img  --> directory              0  a/d
@@ -147,15 +142,19 @@ $ mkdir long; ln -s /bin/sh long/l{111}; img_deploy -c ./long long.img >out 2>&1
   '\n'; img_info --verify --base / long.img  --> long.img: entry 0 at offset 488
      long/l{111};/bin/sh: its path and target are too long for a link |  below /opt/upgddir/ | long.img: 1 finding
     long.img: well, 1 entries
-$ umount /dev/mmcblk0p1; mv /dev/mmcblk0p1 x; mkdir part; img_info --compare part --device u.img | grep -v missing;
-  mv x /dev/mmcblk0p1  --> u.img: not on its partition: /dev/mmcblk0p1: No such file or directory
+$ umount /dev/mmcblk0p1; mv /dev/mmcblk0p1 x; mkdir -p part/tree/sh; img_info --compare part --device u.img | grep -v
+  missing; mv x /dev/mmcblk0p1  --> u.img: other kind: part/tree/sh
+    u.img: not on its partition: /dev/mmcblk0p1: No such file or directory
 for u.img "p;q" => $ bound u.img --dir '@'  --> /w/u.img: is no directory | /w/p;q: can't be made by a command
 $ mkdir l; ln -s tree l/tree; img_info --compare l --extra u.img | grep -o 'read.*' | sort | sed -n '1p; $p'; bound
   u.img --dir l | wc -l  --> read: l/tree/App_VPUCard.bin: Too many levels of symbolic links
     read: l/tree: Too many levels of symbolic links | 5
-$ mkdir /opt/to; img_deploy -p 3 -c ./tree c.img /opt/to >out; upgd_service update c.img --cards simulate=0 | grep
-  below; rm -r /opt/to; bound c.img  --> c.img: applied below /opt/to, 5 entries
-    /opt/to: there is no such directory
+$ mkdir /opt/to; img_deploy -p 3 -c ./tree c.img /opt/to >out; img_info c.img | grep Place; upgd_service update c.img
+  --cards simulate=0 | grep below; rm -r /opt/to; bound c.img  --> Place             target directory
+    c.img: applied below /opt/to, 5 entries | /opt/to: there is no such directory
+image n.img place=3 crc=0x3463be1a -- f 0 x ;; $ bound n.img; mkdir ro; mount -t tmpfs -o ro ro ro; bound u.img --dir ro
+  | tail -n 1  --> the directory of the image: there is none, or its path is too long
+    /w/ro/tree/bin/tool: Read-only file system
 $ mkdir small; mount -t tmpfs -o size=12k tmpfs small; update --dir small --force u.img; sed -n '2,3p' err
     1 /w/small: too little room: 16 KiB are needed, 12 KiB are free
     upgd_service: u.img: bound to fail, which --force passes over

@@ -32,6 +32,9 @@ for : "head -c 155 good" "head -c -1 good" "cat good; echo" "sed 's/$/\r/' good"
     1 has line ends of another system | 1 is too long | 1 is no text
 for 2 4 => $ perl -pe 's/([^=])(=+)$/chr(1 + ord $1) . $2/e if $. == @' good >u.img.minisig; try
     1 is no signature, or is damaged {2}
+for "2s/.$/-/" 2s/=// 2s/^RU/RV/ 1s/$/x/ => $ sed '@' good >u.img.minisig; try
+    1 is no signature, or is damaged {2} | 1 is of an unknown form, or is damaged
+    1 has another first line than minisign writes by itself
 $ sign 'product=x floor=V1' maker -l; try  --> 1 is in the old form, not over the image's hash: sign without -l
 $ cp V1.3.9.img u.img; sign 'product=x floor=V1.1'; cp V1.10.img u.img; try
     1 u.img: is another image's, or the image was altered; get it anew
@@ -43,9 +46,11 @@ $ mv keys/maker.pub keys/maker.old; cp maker.pub keys/.maker.pub; try; cp maker.
     1 was made with a key that this device does not have
 for keys keys/.. keys/other.pub => $ chmod g+w @; try; chmod g-w @  --> 1 keys: can be written to by others {2}
     1 keys/other.pub: can be written to by others
-for "(cat other.pub; echo more) >" "ln -s /w/other.pub" mkdir "cp other.pub" => $ @ keys/next.pub; try | sed
-  's/[a-z]*.pub/K/'; rm -r keys/next.pub  --> 1 keys/K: is no public key, or is cut short | 1 keys/K: is a link
-    1 keys/K: is no plain file | 1 keys/K: has the id of another key file
+for "(cat other.pub; echo more) >" "sed 2s/.$/-/ other.pub >" "sed 1s/.$/x/ other.pub >" "ln -s /w/other.pub" mkdir "cp
+  other.pub" => $ @ keys/next.pub; try | sed 's/[a-z]*.pub/K/'; rm -r keys/next.pub
+    1 keys/K: is no public key, or is cut short | 1 keys/K: is no public key, or is damaged
+    1 keys/K: does not name its own key in its first line | 1 keys/K: is a link | 1 keys/K: is no plain file
+    1 keys/K: has the id of another key file
 for 14 1 => $ for n in $(seq @); do minisign -fGW -p keys/@-$n.pub -s key >out; done; try | sed 's/[-0-9a-z]*.pub/K/'
     0 tree | 1 keys/K: is one key file too many
 $ mv /etc/upgd/keys moved; ln -s /w/moved /etc/upgd/keys; upgd_service update u.img
