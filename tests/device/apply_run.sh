@@ -22,13 +22,6 @@ for command in dd cp sync; do
     restore_command /bin/$command
 done
 
-# A tree of the machine's own.
-img_deploy -c /etc -p 1 etc.img >/dev/null
-run img_deploy -u etc.img -m 2
-expect 'a tree of the machine' "0 $(img_info etc.img | sed '1,/^$/d' | wc -l)" "$status $(grep -c '^(num-' err)"
-expect 'what is not that of the machine' '' \
-    "$(diff -r --no-dereference -x sysconfig /etc /opt/upgddir/etc | grep -v '^Only in /etc')"
-
 # Many directories make a run long enough to be hit while it works.
 for i in {1..150}; do mkdir "tree/d$i" && echo "$i" >"tree/d$i/f"; done
 img_deploy -c ./tree long.img >/dev/null

@@ -62,7 +62,7 @@ expect 'another header at the second read' \
     'upgd_service: u.img: was changed while it was read: nothing was touched; get it anew status 1' \
     "$(tail -n 2 err | paste -sd' ')"
 
-# Keys of another user, no room, no unnamed files, and the longest image.
+# Keys of another user, no room, no unnamed files, the longest image.
 head -c 3M /dev/urandom >tree/data # more blocks than are kept for hashing
 img_deploy -c ./tree -r V1.10 u.img >/dev/null
 sign

@@ -37,9 +37,6 @@ for nand nand// ./nand/ => do_create @ 2 i ;; entries i  --> = 0 | = 2 in 1 of n
     = 2 in 1 of nand | /.l;bin/x 4  | /bin/x 0 x | = 0 | = 2 in 1 of nand | nand/.l;bin/x 4  | nand/bin/x 0 x
 $ rm i; mv nand/bin .; printf z >'bin/y;z'; ln -s 'bin/y;z' .m ;; do_create . 3 /i /to ;; entries /i  --> = 0
     = 3 in 2 of . | .m;bin/y;z 4  | bin/x 0 x | bin/y;z 0 z
-== an entry by itself
-$ head -c 488 /dev/zero >i; printf x >f ;; for "0 f f" "4 ./././f ab;c/d" "0 ./f f" => write_file i @  --> = 0 {3}
-entries i  --> = 0 in 0 of  | ab;c/d 4  | f 0 x | f 0 x
 == what can't be packed or written (show trace write_file, log: Can, log: error)
 $ mkdir nand; echo x >nand/f; ln -s nand link ;; for missing link nand/{1018} nand/{1020} => do_create "@" 2 i
     = -1 "No such file or directory" | log: error: not Directories link\s | = -1 "Not a directory"
