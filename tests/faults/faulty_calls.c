@@ -44,6 +44,7 @@
 
 #define FDS 1024
 
+static int *calls; /* so far, also those of a child */
 static char unconfirmed[FDS]; /* by descriptor: it has been written to since the last fsync */
 
 __attribute__((constructor)) static void begin(void)
@@ -51,14 +52,14 @@ __attribute__((constructor)) static void begin(void)
     /* The shell commands of the program run as they are. */
     unsetenv("LD_PRELOAD");
     closefrom(3);
+    calls = REAL(mmap)(NULL, sizeof *calls, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
 }
 
 /* The first letter of the kind if this call is to go wrong, else 0. */
 static char strike(const char *call, const char *detail)
 {
-    static int calls = 0;
     const char *const at = getenv("FAULT_AT");
-    if (at == NULL || ++calls != atoi(at))
+    if (at == NULL || ++*calls != atoi(at))
         return 0;
     FILE *const report = REAL(fopen)(getenv("FAULT_REPORT"), "we");
     fprintf(report, "%s %s", call, detail);
@@ -117,6 +118,7 @@ CALL(int, mkdirat, (int dir, const char *path, mode_t mode), (dir, path, mode), 
 CALL(int, symlinkat, (const char *to, int dir, const char *path), (to, dir, path), path, -1)
 CALL(ssize_t, readlink, (const char *path, char *to, size_t size), (path, to, size), path, -1)
 CALL(char *, getcwd, (char *path, size_t size), (path, size), "", NULL)
+CALL(int, fstatvfs, (int fd, struct statvfs *st), (fd, st), path_of(fd), -1)
 CALL(int, statvfs, (const char *path, struct statvfs *st), (path, st), path, -1)
 CALL(int, fdatasync, (int fd), (fd), path_of(fd), -1)
 CALL(int, dup, (int fd), (fd), path_of(fd), -1)

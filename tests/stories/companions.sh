@@ -59,8 +59,8 @@ fail_each() {
             rm -rf fault to x
             FAULT_AT=$((FAULT_AT + 1))
             LD_PRELOAD=$shim $command >out 2>err
-            echo $? $(sed '/^held\|^[a-z]*  \|^boot/d; s/^[a-z_]*: //; s,Input/output error,EIO,
-                s/: \(nothing\|mend\).*\|;.*//; s,/etc/sysconfig/\|/mnt/sda1/,,; s/^bound.*  //; s/_[0-9]*/_/; q' err out) $(grep ^held err)
+            echo $? $(sed '/^held\|^[a-z]*  \|^boot\|%/d; s/^[a-z_]*: //; s,Input/output error,EIO,
+                s/: \(nothing\|mend\).*\|;.*//; s,/etc/sysconfig/\|/mnt/sda1/\|/w/to/\|/dev/mmcblk0p6:,,; s/^bound.*  //; s/_[0-9]*/_/; q' err out) $(grep ^held err)
         done >ends
         grep -vxF "$(head -n 1 ends)" ends
     done | sort | uniq -c | sed 's/^ *//'
