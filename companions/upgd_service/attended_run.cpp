@@ -67,10 +67,8 @@ static bool receive(const attended_run *run, const descriptor &mailbox, void *me
         const ssize_t got = recv(mailbox.get(), message, size, MSG_TRUNC);
         if (got == static_cast<ssize_t>(size) && !run->ended)
             return true;
-        if (got < 0 && errno != EINTR) {
-            complain("a mailbox can't be read: %s", strerror(errno));
-            break;
-        }
+        if (got < 0)
+            return complain("a mailbox can't be read: %s", strerror(errno));
     }
     return false;
 }
