@@ -27,6 +27,7 @@ TEST(Shell, RunsALineAndReturnsItsWaitStatus)
     dup2(STDOUT_FILENO, 9);
     printf("one ");
     FILE *const stream = my_popen("printf two >&9; exit 3", "r");
+    fgetc(stream); // waits for its end
     EXPECT_NE(my_system(("test -e /proc/self/fd/" + std::to_string(fileno(stream))).c_str()), 0)
         << "a command inherits the stream of another";
     EXPECT_EQ(WEXITSTATUS(my_pclose(stream)), 3);

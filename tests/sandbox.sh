@@ -57,7 +57,6 @@ make_dev() {
     mkfs.ext4 -q -F dev/mmcblk0p6 16M
 }
 
-# Stand-ins that write down how they were called.
 make_recorders() {
     (umask 0 && : >/run/sandbox/calls)
     rm -f "${recorders[@]}" # these can be links to programs that must stay

@@ -4,7 +4,6 @@
 
 busybox=$(command -v busybox) || skip 'there is no busybox'
 lay_out_tree
-# The settings that a backup saves, and its disk.
 mkdir -p /mnt/{sda1,root} /usr/qrx310/etc/{vsp,mcucored,sysconf}
 for dir in sda1 root; do mount -t tmpfs -o size=150m /dev/root /mnt/$dir; done
 for file in vsp/layout mcucored/conf sysconf/qrxpara; do echo $file >/usr/qrx310/etc/$file; done

@@ -96,6 +96,7 @@ watched() {
     : >out
     timeout 60 upgd_service watch >out 2>&1 &
     await 'a watch' grep -q . out
+    sleep 0.1 # in which it looks again
     img_deploy -u "$1" -m 2 >/dev/null 2>&1
     wait $!
     echo "$?" "$(grep -vxE 'starting|unpacking|a service update .*' out | paste -sd,)"
@@ -107,6 +108,9 @@ kill_run_at /bin/dd u.img
 restore_command /bin/dd
 expect 'a watch behind it' 'nobody is at work on this run any more, which has not ended: N; apply the image again' \
     "$(timeout 60 upgd_service watch 2>&1 >out | sed 's/^upgd_service: //; s/[0-9] of 9 entries/N/')"
+line=$(script -qec 'timeout 60 upgd_service watch' /dev/null </dev/null | grep -oaE '[0-9]+ % [0-9]/9' | tail -n 1)
+done=${line%/9}
+expect 'its progress on a terminal' "$((${done#* % } * 100 / 9)) % ${done#* % }/9" "$line"
 last='last run did not end: N of 9 entries,version V7,product none,lowest version none,keys 0,next step'
 alone="at work none,$last the last run did not end well: apply the image again"
 beside="at work a service update, a restore, or flashing,$last wait for its end, or watch it with"

@@ -17,8 +17,7 @@ look() {
 look 0 'well, 9 entries as they stand below /opt/upgddir'
 umount /mntker
 
-# A run waits for a look that has the partition mounted, and not for one whose lines nobody reads. A look that
-# is killed leaves no mount.
+# A run waits for a look that has the partition mounted. A look that is killed leaves no mount.
 is_mounted() { grep -qs '^[^ ]* /tmp ext4 ro' /proc/[0-9]*/mounts; }
 # shellcheck disable=SC2016 # the script's own variables
 replace_command /bin/mount '"$0.real" "$@"
@@ -43,14 +42,7 @@ expect 'a run beside a look' '' "$(cmp before /var/log/upgd_log0.txt)"
 rm hold
 wait $!
 expect 'the run behind the look' '0 0' "$? $(wait $look; echo $?)"
-umount /mntker
 restore_command /bin/mount
-mkdir -p many/vorn-kernel empty && echo k >many/vorn-kernel/zImage
-for i in {1..800}; do echo x >"$(printf 'many/%0100d' "$i")"; done
-img_deploy -c many many.img >/dev/null
-img_info --compare empty --device many.img |
-    { read -r _ && timeout 60 img_deploy -u u.img -m 2 >out 2>&1; echo $? >ended; }
-expect 'a run beside lines that nobody reads' 0 "$(<ended)"
 
 # What is compared is what stands on the medium, under a warm cache. What lies on free blocks is damaged too.
 cat /mntker/zImage >/dev/null
@@ -70,9 +62,6 @@ look 1 'not on its partition: /dev/mmcblk0p1: other content stands there' "$part
 mkdir kernel && mount /dev/mmcblk0p6 kernel && rm kernel/zImage
 dd if=/dev/zero of=kernel/fill bs=1k status=none 2>/dev/null
 umount kernel
-kernel='u.img: not on its partition: /dev/mmcblk0p6:zImage'
-img_info --compare /opt/upgddir --device u.img >out
-expect_line out "$kernel: No such file or directory"
 fresh=(upgd_service update u.img --dir /opt/fresh --cards simulate=0)
 expect_call 1 '/dev/mmcblk0p6: too little room: 391 KiB are needed' "${fresh[@]}"
 run "${fresh[@]}" --force
@@ -80,6 +69,5 @@ expect_line err 'upgd_service: /dev/mmcblk0p6:zImage: not on its partition: what
 dd if=/dev/zero of=/dev/mmcblk0p6 bs=1k count=64 conv=notrunc status=none
 expect_call 1 "/dev/mmcblk0p6: the kernel partition can't be mounted" "${fresh[@]}"
 rm /dev/mmcblk0p6
-img_info --compare /opt/upgddir --device u.img >out
-expect_line out "$kernel: there is no kernel partition /dev/mmcblk0p6"
+expect_call 1 '/dev/mmcblk0p6: there is no kernel partition /dev' "${fresh[@]}"
 finish

@@ -102,7 +102,6 @@ begin_log() {
     await 'the log' test -S /dev/log
 }
 
-# What another process sees of the progress block.
 progress_block() {
     perl -e 'shmread(shmget(0x600001, 16, 0) // die($!), $b, 0, 16) or die $!;
         printf "file_nums=%d cur_nums=%d result=%d cur_percent=%d\n", unpack "i4", $b'
@@ -113,7 +112,6 @@ make_backup() {
     (cd s && img_deploy -c . -p 1 ../s.ubck >/dev/null)
 }
 
-# A directory with files of every kind.
 lay_out_tree() {
     mkdir -p tree/bin tree/etc/deep/er tree/vorn-kernel tree/vorn-uboot tree/.hidden
     echo tool >tree/bin/tool

@@ -32,9 +32,10 @@ $ cp u.img o.img; exec 5<o.img; rm o.img; update /proc/self/fd/5  --> 0
 $ cp $(upgd_service backup /mnt/sda1) s.ubck
 for update plan => $ call @ s.ubck
     1 s.ubck: is a settings backup: bring it back with \"upgd_service restore\": nothing was touched {2}
-$ mkdir -p bad/tree/etc/data; upgd_service restore u.img bad --force 2>&1 | sed -n 4p; upgd_service status | sed -n '2p;
-  $p'; echo 2 >/usr/local/upgdflag; upgd_service status | grep -o 'went.*behind'
+$ mkdir -p bad/tree/etc/data; upgd_service restore u.img bad --force 2>&1 | sed -n 4,5p; upgd_service status | sed -n
+  '2p; $p'; echo 2 >/usr/local/upgdflag; upgd_service status | grep -o 'went.*behind'
     upgd_service: u.img: an entry can't be written, or the image is damaged
+    upgd_service: a command said: 0+1 records in
     last run        none so far; a restore behind it has failed: 2 of 5 entries
     next step       the last restore did not end well: restore the backup again | went well; a restore behind
 $ perl -MSocket -e '$^F = 9; mkdir "/run/mailbox"; socket S, PF_UNIX, SOCK_DGRAM, 0; bind S,
@@ -134,10 +135,10 @@ $ update u.img | cut -c 1; tail -n 1 err; find to | wc -l  --> 1
     upgd_service: u.img: bound to fail: nothing was touched; mend that, or try it with --force | 5
 $ bound u.img --dir new --cards flash
     /w/new/tree/App_VPUCard.bin: the tool /usr/vorn/bin/mcu_isp: No such file or directory
-for "w y" 0{200} => $ mkdir -p '@/tree/vorn-uboot'; touch '@/tree/vorn-uboot/u'; bound u.img --dir '@' | sed -n
-  's/.*\(bin\|tool\|u\): //p' | sort -u  --> its directory can't be made by a command
-    its path would be taken apart by a command | its path is too long for the command that installs it
-    its path is too long for the tool's command
+for "w y" 0{200} => $ mkdir -p '@/tree/vorn-uboot'; touch '@/tree/vorn-uboot/u'; img_info --compare '@' u.img | grep -c
+  missing; bound u.img --dir '@' | sed -n 's/.*\(bin\|tool\|u\): //p' | sort -u  --> 1
+    its directory can't be made by a command | its path would be taken apart by a command | 3
+    its path is too long for the command that installs it | its path is too long for the tool's command
 $ mkdir long; ln -s /bin/sh long/l{111}; img_deploy -c ./long long.img >out 2>&1; img_info --verify long.img | tr ,
   '\n'; img_info --verify --base / long.img  --> long.img: entry 0 at offset 488
      long/l{111};/bin/sh: its path and target are too long for a link |  below /opt/upgddir/ | long.img: 1 finding

@@ -55,7 +55,8 @@ output /bin/cat "\n1\n" ;; check_udisk_mount_status /mnt/1 ;; check_udisk_mount_
     out path=/mnt/1
 show read ;; fail "read /bin/cat" ;; check_udisk_mount_status /mnt/1
     read /bin/cat /proc/diskstats |grep sd|awk '{print $3}' | = 0 /mnt/1
-== first lines of commands
+== first lines of commands (show popen)
 for "printf ''" "echo" "printf 'first\r\nsecond\n'" "printf %0100d 7" => run_command_return_string "@"
     = 0 "old" | = -1 "old" | = 0 "first" | = 0 "0{62}"
-fail read ;; run_command_return_string true ;; run_command_return_string -  --> = -1 "old" | = -1 "old"
+fail read ;; run_command_return_string true ;; run_command_return_string -  --> log: popen read_device_info
+    = -1 "old" | = -1 "old"

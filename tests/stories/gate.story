@@ -40,7 +40,7 @@ $ cp V1.3.9.img u.img; sign 'product=x floor=V1.1'; cp V1.10.img u.img; try
     1 u.img: is another image's, or the image was altered; get it anew
 $ (head -n 2 good; tail -n 2 u.img.minisig) >both; mv both u.img.minisig; try
     1 is not the key owner's: it or its comment was altered
-$ sign 'product=x floor=V1' other; try  --> 0 tree
+$ sign 'product=x floor=V1' other; chmod o+w u.img.minisig; try  --> 0 tree
 == the device's keys
 $ mv keys/maker.pub keys/maker.old; cp maker.pub keys/.maker.pub; try; cp maker.pub keys
     1 was made with a key that this device does not have

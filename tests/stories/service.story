@@ -23,7 +23,7 @@ for "run /bin/cp" "run /bin/mount" "run dd" syncfs => fail "@" ;; $ umount /mntk
   do_update_upgrade good 2 /b  --> event 2/0/0 | event 2/10/0 | run /bin/sync; /bin/umount /mntker/ | = -1 {2}
     event 2/0/0 | event 2/9/66 | run /bin/sync; /bin/umount /mntker/ | = -1 | event 2/0/0 | wait 2 s | event 2/8/66
     = -1
-== the disk is gone (show event, UPGD_ERROR_NODISK)
+== the disk is gone (show event, UPGD_ERROR_NODISK, umount)
 image none --
 for short bad => usb 1 ;; at wait 2 s => usb 0 ;; do_update_upgrade @ 2 /b  --> event 1/3/0 | = -10 | event 2/0/0
     event 2/3/50 | = -1

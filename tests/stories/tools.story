@@ -53,9 +53,7 @@ $ printf '#!/bin/sh\nsleep 60 >/w/s 2>&1 &' >leave; chmod +x leave; mount --bind
 for "img_deploy -u u.img -m 2" "upgd_service update u.img --dir to --cards simulate=0" => $ @ >out 2>&1; flock -n
   /run/img_deploy.lock true; echo $?  --> 0 {2}
 == both sinks of the trace log
-$ for n in 0 1; do echo old >/var/log/upgd_log$n.txt; done; img_deploy -c ./tree o.img >out; tail -n +4 out | cmp -
-  /var/log/upgd_log0.txt; cat /var/log/upgd_log1.txt; sed -n '3s/[0-9]\+/0/gp' /var/log/upgd_log0.txt | tr -s ' '
-    old | [0/0/0 0:0:0.0 pid=0] [ update/dtt_update_common/ print_image_hdr/ 0 ]:: Firmware Version : V0.0.0.0
+$ img_deploy -c ./tree o.img >out; tail -n +4 out | cmp - /var/log/upgd_log0.txt
 == sysconfig
 $ sysconfig get a; sysconfig set a V1.0; sysconfig set device_name 'unit = 7'; sysconfig get a; sysconfig list;
   sysconfig get a >/dev/full  --> sysconfig: a: unknown key | V1.0 | a=V1.0 | device_name=unit = 7
