@@ -49,10 +49,11 @@ $ ls; ln -s /dev/full full_i; mkdir full; mount -t tmpfs -o size=8k tmpfs full; 
 for full/i full_i => do_create ./nand 2 @  --> trace write_file: bb_full_write failed `./nand/f(size=9000)'\n
     : image is incomplete at `./nand/f': No space left on device\n | = -1 "No space left on device"
     = -1 "No space left on device"
-show write_file: unable ;; $ stat -c %s full/i; od -An -tx1 -j12 -N4 full/i; truncate -s 2147483159 nand/f  --> 8192
+show unable to close ;; $ stat -c %s full/i; od -An -tx1 -j12 -N4 full/i; truncate -s 2147483159 nand/f  --> 8192
      27 05 19 66
 do_create ./nand 2 i ;; $ stat -c %s i; umount full; rm nand/f  --> = -1 "File too large" | 488
-fail "close /w/i" ;; do_create ./nand 2 i ;; fail  --> = -1 "Input/output error"
+fail "close /w/i" ;; do_create ./nand 2 i ;; fail  --> trace: unable to close `i': Input/output error\n
+    = -1 "Input/output error"
 fail "close /w/nand/f" ;; $ echo x >nand/f ;; do_create ./nand 2 i ;; fail
     trace write_file: unable to close `./nand/f'\n | = -1 "Input/output error"
 at map => $ truncate -s 1 nand/f ;; $ echo longer >nand/f ;; do_create ./nand 2 i  --> = -1 "Input/output error"

@@ -81,8 +81,8 @@ $ call restore s.ubck below; cat recorded  --> 1 /w/below/usr/qrx310/etc/vsp/s: 
 $ update u.img | tr ';' '\n'
     1 u.img: all of it was applied, but its version 'V7' was not recorded: fw_version is 'V6'
      set it with \"sysconfig set fw_version\"
-$ mkdir /mnt/sdb1; mount -t tmpfs -o size=150m any /mnt/sdb1; mount -o remount,size=50m /mnt/root; umount /mnt/sda1;
-  call backup /mnt/sdb1; umount /mnt/root; call backup /mnt/sdb1
+$ mkdir /mnt/sdb1; mount -t tmpfs -o size=150m any /mnt/sdb1; umount /mnt/root; mount -t tmpfs -o size=50m /dev/root
+  /mnt/root; umount /mnt/sda1; call backup /mnt/sdb1; umount /mnt/root; call backup /mnt/sdb1
     1 /mnt/sdb1: too little room on the device: 100,000 KiB are kept free
     1 /mnt/sdb1: the room on the device can't be measured: df(1) shows no file system /dev/root
 == one card's file
