@@ -106,11 +106,11 @@ expect 'the run behind one that went well' \
     '1 no run at work; the last one went well; waiting for one,the run has failed: 0 of 0 entries' "$(watched empty)"
 kill_run_at /bin/dd u.img
 restore_command /bin/dd
-expect 'a watch behind it' 'nobody is at work on this run any more, which has not ended: N; apply the image again' \
-    "$(timeout 60 upgd_service watch 2>&1 >out | sed 's/^upgd_service: //; s/[0-9] of 9 entries/N/')"
-line=$(script -qec 'timeout 60 upgd_service watch' /dev/null </dev/null | grep -oaE '[0-9]+ % [0-9]/9' | tail -n 1)
-done=${line%/9}
-expect 'its progress on a terminal' "$((${done#* % } * 100 / 9)) % ${done#* % }/9" "$line"
+said=$(script -qec 'timeout 60 upgd_service watch; echo $?' /dev/null </dev/null | tr -d '\r')
+n=$(sed -n 's/.*ended: \([0-9]\) .*/\1/p' <<<"$said")
+left="nobody is at work on this run any more, which has not ended: $n of 9 entries; apply the image again"
+expect 'a watch behind it' "$((n * 100 / 9)) % $n/9 upgd_service: $left 1" \
+    "$(grep -oaE '[0-9]+ % [0-9]/9' <<<"$said" | tail -n 1) $(tail -n 2 <<<"$said" | paste -sd' ')"
 last='last run did not end: N of 9 entries,version V7,product none,lowest version none,keys 0,next step'
 alone="at work none,$last the last run did not end well: apply the image again"
 beside="at work a service update, a restore, or flashing,$last wait for its end, or watch it with"

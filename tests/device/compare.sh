@@ -57,8 +57,7 @@ overwrite /opt/upgddir/tree/etc/deep/er/data 299999 X
 look 1 'not on its partition: /dev/mmcblk0p1: other content stands there' "$partition what stands there is cut short" \
     'other content: /opt/upgddir/tree/etc/deep/er/data'
 
-# No room is told ahead of an update, and a kernel that a full partition cuts short, which is a success to the
-# run itself, behind it.
+# No room is told ahead of an update, and behind it a kernel that was cut short, a success to the run itself.
 mkdir kernel && mount /dev/mmcblk0p6 kernel && rm kernel/zImage
 dd if=/dev/zero of=kernel/fill bs=1k status=none 2>/dev/null
 umount kernel
@@ -66,8 +65,6 @@ fresh=(upgd_service update u.img --dir /opt/fresh --cards simulate=0)
 expect_call 1 '/dev/mmcblk0p6: too little room: 391 KiB are needed' "${fresh[@]}"
 run "${fresh[@]}" --force
 expect_line err 'upgd_service: /dev/mmcblk0p6:zImage: not on its partition: what stands there is cut short'
-dd if=/dev/zero of=/dev/mmcblk0p6 bs=1k count=64 conv=notrunc status=none
-expect_call 1 "/dev/mmcblk0p6: the kernel partition can't be mounted" "${fresh[@]}"
 rm /dev/mmcblk0p6
 expect_call 1 '/dev/mmcblk0p6: there is no kernel partition /dev' "${fresh[@]}"
 finish

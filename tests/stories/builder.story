@@ -37,13 +37,13 @@ for nand nand// ./nand/ => do_create @ 2 i ;; entries i  --> = 0 | = 2 in 1 of n
     = 2 in 1 of nand | /.l;bin/x 4  | /bin/x 0 x | = 0 | = 2 in 1 of nand | nand/.l;bin/x 4  | nand/bin/x 0 x
 $ rm i; mv nand/bin .; printf z >'bin/y;z'; ln -s 'bin/y;z' .m ;; do_create . 3 /i /to ;; entries /i  --> = 0
     = 3 in 2 of . | .m;bin/y;z 4  | bin/x 0 x | bin/y;z 0 z
-== what can't be packed or written (show trace write_file, log: Can, log: error)
+== what can't be packed or written (show trace write_file, log: Can, error:)
 $ mkdir nand; echo x >nand/f; ln -s nand link ;; for missing link nand/{1018} nand/{1020} => do_create "@" 2 i
     = -1 "No such file or directory" | log: error: not Directories link\s | = -1 "Not a directory"
     = -1 "File name too long" {2}
 for "nand 2 /w/nand" "nand 2 /none/i" "nand 3 i" => do_create @  --> log: Can't open /w/nand: Is a directory
     = -1 "Is a directory" | log: Can't open /none/i: No such file or directory | = -1 "No such file or directory"
-    = -1 "Invalid argument"
+    trace: error: no target directory for place 3\n | = -1 "Invalid argument"
 $ ls; ln -s /dev/full full_i; mkdir full; mount -t tmpfs -o size=8k tmpfs full; head -c 9000 /dev/zero >nand/f
     i | link | nand
 for full/i full_i => do_create ./nand 2 @  --> trace write_file: bb_full_write failed `./nand/f(size=9000)'\n

@@ -153,8 +153,7 @@ $ mkdir l; ln -s tree l/tree; img_info --compare l --extra u.img | grep -o 'read
 $ mkdir /opt/to; img_deploy -p 3 -c ./tree c.img /opt/to >out; img_info c.img | grep Place; upgd_service update c.img
   --cards simulate=0 | grep below; rm -r /opt/to; bound c.img  --> Place             target directory
     c.img: applied below /opt/to, 5 entries | /opt/to: there is no such directory
-image n.img place=3 crc=0x3463be1a -- f 0 x ;; $ bound n.img; mkdir ro; mount -t tmpfs -o ro ro ro; bound u.img --dir ro
-  | tail -n 1  --> the directory of the image: there is none, or its path is too long
+$ mkdir ro; mount -t tmpfs -o ro ro ro; bound u.img --dir ro | tail -n 1
     /w/ro/tree/bin/tool: Read-only file system
 $ mkdir small; mount -t tmpfs -o size=12k tmpfs small; update --dir small --force u.img; sed -n '2,3p' err
     1 /w/small: too little room: 16 KiB are needed, 12 KiB are free

@@ -13,9 +13,9 @@ $ cd /mnt/sda; touch b.ubck c.rcfgx d.txt "'; a.img"; mkdir sub; touch sub/deep.
     : </mnt/sda>: urcfg_num = 1 | : udisk_path = /mnt/sdc, u_path_name = sdc | : found all udisk, udisk_num = 1
     : end.(upgd/update/) | = 0 and 1 | /mnt/sda <ADD> 1 /mnt/sda/'; a.img 1 /mnt/sda/b.ubck 1 /mnt/sda/c.rcfgx
     out found all udisk, udisk_num = 1
-show log: start, log: end, data edit, send ;; mailbox 010a3900 ;; sendmsg_udisk_all_info  --> log: start
+show log: start, log: end, data edit, send, out send ;; mailbox 010a3900 ;; sendmsg_udisk_all_info  --> log: start
     send 010a3900 \0{16}\x03\0\x1D\0x%\0\0\x01\0{135}/mnt/sda\0{8}ADD\0{29}\x01\0\0\0/mnt/sda/'; a.img\0{751}\x01\0\0\0/mnt/sda/b.ubck\0{753}\x01\0\0\0/mnt/sda/c.rcfgx\0{7844}
-    log: end | = 0
+    log: end | = 0 | out send label udisk...
 $ umount -l /mnt/sda ;; show log:, log Simdc_sess_id, log Simdc_sess_send, send ;; sendmsg_ack_back 0x1001d 0x7fff6 -3
   n{128}  --> log: start | : label edit: large label=65565, small label=524278\s
     : small label: LABEL_UDISK_HOTPLUG    \t (2) | : \t\t\t  LABEL_UDISK_ALL_INFO   \t (3)

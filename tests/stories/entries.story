@@ -9,8 +9,9 @@ $ mkdir -p /b/d /b/m; echo old and long >/b/a; echo old and long >kept; ln /b/a 
 $ mount --bind kept /b/m/f ;; apply a 0 new "l;a" 4 "" "k;/abs/x" 4 "" m/f 0 new to_d 1 "" to_d/x 0 x "g;h" 0 g d/../e 0
   e ..f/... 0 f ;; tree /b ;; $ cat open kept; touch /b/m/n; mount --bind /dev/null /b/m/n  --> = 0 | ..f/... = f
     a = new | d/x = x | e = e | g;h = g | k -> /abs/x | l -> a | m/f = new | to_d -> d | old and long | new
-show image is damaged, unable to open ;; for "m 0" "m/n 0" "a 1" => image i -- @1 @2 m ;; do_update i 2 /b
-    trace copy_file: unable to open `/b/m'\n | = -4 | = -4 {2}
+show image is damaged, unable to open, not ;; for "m 0" "m/n 0" "a 1" => image i -- @1 @2 m ;; do_update i 2 /b
+    trace copy_file: unable to open `/b/m'\n | = -4 | trace: in the way and not to be removed: /b/m/n\n | = -4
+    trace: directory not made: /b/a\n | = -4
 == damage at the entry's own turn (show image is damaged, block -1 1 2)
 image u.img count=4294967295 -- good 0 x ;; apply
     trace: image is damaged at entry 1: there are fewer entries than the header says\n | block -1 1 2 100 1 | = -4
@@ -75,7 +76,8 @@ image u.img -- card 22 c u 7 u k/zImage 5 k z 0 z ;; for run_dd "run dd" "run /b
 $ mkdir -p /b/m /b/n; mount -t tmpfs tmpfs /b/m; mount -t tmpfs tmpfs /b/n
 apply m/c/d 0 x b 0 x m/a 0 x  --> begin /b/m/c/d | begin /b/b | begin /b/m/a | syncfs /b | syncfs /b/m/c | sync
     trace: result = 1, update successful !! \n | = 0
-show log: copy_file, unable to close, syncfs ;; fail syncfs ;; apply ;; fail "close /b/b" ;; apply  --> syncfs /b
+show log: copy_file, unable to close, syncfs, medium ;; fail syncfs ;; apply ;; fail "close /b/b" ;; apply
+    syncfs /b | trace: not brought to the medium: No space left on device\n
     log: copy_file ----------  /b --------- failed. | = -4 | trace copy_file: unable to close `/b/b'\n
     log: copy_file ----------  /b/b --------- failed. | = -4
 == output ahead of an entry

@@ -1,7 +1,7 @@
 # Catches: a wrong line, event, code or order; a failure that goes on.
 usb 1 ;; $ echo >short
 image good -- k/zImage 5 k a 0 x u 7 u ;; image bad -- k 0 x k/zImage 5 k
-== a run in its own lines (show run /bin/sync, sysconfig, run reboot, wait, event, request, UPGD_SUCCESS, umount,
+== a run in its own lines (show run /bin/sync, sysconfig, run reboot, wait, event, request, UPGD_SUCCESS, umount kernel,
   update user, trace: end)
 image u.img -- nand/App.bin 22 card nand/a 0 ABC nand/zImage 5 kernel ;; answer 22 0 3 ;; do_update_upgrade u.img 1 /b
     event 2/0/0 | run /bin/sync; /bin/umount /mntker/ | trace:   umount kernel dir: /mntker/ \n
@@ -23,7 +23,7 @@ for "run /bin/cp" "run /bin/mount" "run dd" syncfs => fail "@" ;; $ umount /mntk
   do_update_upgrade good 2 /b  --> event 2/0/0 | event 2/10/0 | run /bin/sync; /bin/umount /mntker/ | = -1 {2}
     event 2/0/0 | event 2/9/66 | run /bin/sync; /bin/umount /mntker/ | = -1 | event 2/0/0 | wait 2 s | event 2/8/66
     = -1
-== the disk is gone (show event, UPGD_ERROR_NODISK, umount)
+== the disk is gone (show event, UPGD_ERROR_NODISK, umount kernel)
 image none --
 for short bad => usb 1 ;; at wait 2 s => usb 0 ;; do_update_upgrade @ 2 /b  --> event 1/3/0 | = -10 | event 2/0/0
     event 2/3/50 | = -1
