@@ -28,7 +28,7 @@ expect 'verifications' '2 4 4 1 img_info: none: No such file or directory' \
     "$status $(fitting <out) $(wc -l <out) $(grep -c '"well":true' out) $(<err)"
 mkdir base && cp -r tree base && touch base/tree/extra && rm base/tree/bin/tool && echo other >base/tree/.hidden/file
 run img_info --compare base --extra --json update.img
-expect 'a comparison' '1 1 3' "$status $(fitting <out) $(grep -c '"finding":' out)"
+expect 'a comparison' '1 1 3 ed":8' "$status $(fitting <out) $(grep -c '"finding":' out) $(grep -o 'ed":[0-9]*' out)"
 minisign -GW -p maker.pub -s maker.key >/dev/null
 minisign -S -s maker.key -t 'product=x floor=V1' -m update.img >/dev/null
 cp update.img.minisig flipped.img.minisig

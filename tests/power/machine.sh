@@ -16,7 +16,6 @@ if ((PPID)); then
         "BUSY=$BUSY" </dev/null 2>&1
 fi
 
-# One disk under all partitions, whose writes are logged.
 log_writes() {
     local i size start=0 table='' slices=''
     for i in "${!parts[@]}"; do

@@ -189,7 +189,6 @@ for tool in linux.uml dmsetup modprobe mke2fs debugfs mformat sload.f2fs minisig
     upgd_service; do
     command -v $tool >/dev/null || skip "there is no $tool"
 done
-# Memory is the fastest disk, if there is enough of it.
 (($(df --output=avail /dev/shm 2>/dev/null | tail -n 1) < 2000000)) || export TMPDIR=/dev/shm
 work=${KEEP:-$(mktemp -d)} && mkdir -p "$work" || exit
 trap clean_up EXIT
@@ -203,7 +202,6 @@ for i in "${!logs[@]}"; do
     read -r FILES OPTIONS job <<<"${logs[i]}"
     BARE='' BUSY=''
     [[ -d $FILES ]] || make_disk
-    # All cuts are of the first disk.
     if ((i == 0 && cuts)); then
         cut_runs 0 &
         cut_runs 1 &

@@ -101,10 +101,9 @@ $ cp u.img InputCardTop.bin; call flash 24 InputCardTop.bin | tr ';' '\n'
      rename it, or flash it with --force
 == an image against a directory
 $ img_deploy -u u.img -m 2 >out 2>&1; upgd_service status | grep last; cd /opt/upgddir/tree; alter; cd ..; img_info
-  --compare . --extra /w/u.img | sort | cut -d' ' -f2-; img_info --json --compare . /w/u.img | grep -o 'compared.*'
-    last run        went well | missing: ./tree/bin/tool | not of the image: ./tree/et: a directory
-    not of the image: ./tree/etc/more | other content: ./tree/etc/data | other content: ./tree/vorn-uboot/u
-    other kind: ./tree/App_VPUCard.bin | other target: ./tree/sh | compared\":5,\"well\":false}
+  --compare . --extra /w/u.img | sort | cut -d' ' -f2-  --> last run        went well | missing: ./tree/bin/tool
+    not of the image: ./tree/et: a directory | not of the image: ./tree/etc/more | other content: ./tree/etc/data
+    other content: ./tree/vorn-uboot/u | other kind: ./tree/App_VPUCard.bin | other target: ./tree/sh
 $ upgd_service plan u.img --dir /opt/upgddir --json | sed -E 's/(free_kib":)[0-9]+/\1N/; s/,"[vbkdr]/\n&/g' | tr '"' "'"
     {'image':'u.img','signed':false | ,'directory':'/opt/upgddir' | ,'version_now':'V7' | ,'version_next':'V7'
     ,'downgrade':false,'new':1,'changed':3,'same':0,'in_the_way':1
@@ -116,6 +115,8 @@ $ sysconfig set fw_version V9; cd /opt/upgddir; rmdir tree/*.bin; echo data >tre
     room /: 8 KiB more at the fullest, N KiB free | boot loader     5 bytes to /dev/mmcblk0p1, no time limit
     card VPU MCU, at most 30 s | /w/u.img: can be applied
 == directories of an image
+image t.img -- d.d/f 0 x d/f 0 x ;; $ mkdir -p d/a; img_info --compare . --extra t.img | grep dir
+    t.img: not of the image: ./d/a: a directory
 image d.img crc=0xac4081f6 -- a/d 1 "" a/d/f 0 x ;; $ img_info d.img | tail -n 2; img_info --extract new d.img; img_info
   --extract new d.img; img_info --compare new --extra d.img  --> directory              0  a/d
     file                   1  a/d/f | img_info: d.img: left out: a/d/f: File exists
@@ -153,8 +154,6 @@ $ mkdir l; ln -s tree l/tree; img_info --compare l --extra u.img | grep -o 'read
 $ mkdir /opt/to; img_deploy -p 3 -c ./tree c.img /opt/to >out; img_info c.img | grep Place; upgd_service update c.img
   --cards simulate=0 | grep below; rm -r /opt/to; bound c.img  --> Place             target directory
     c.img: applied below /opt/to, 5 entries | /opt/to: there is no such directory
-$ mkdir ro; mount -t tmpfs -o ro ro ro; bound u.img --dir ro | tail -n 1
-    /w/ro/tree/bin/tool: Read-only file system
 $ mkdir small; mount -t tmpfs -o size=12k tmpfs small; update --dir small --force u.img; sed -n '2,3p' err
     1 /w/small: too little room: 16 KiB are needed, 12 KiB are free
     upgd_service: u.img: bound to fail, which --force passes over

@@ -77,11 +77,11 @@ $ mkdir -p /usr/vorn/bin to/tree/tool; cp /bin/mcu_isp /usr/vorn/bin; sysconfig 
     fw_floor_pending=V1 V1.10
 $ sysconfig set fw_version V1.10; upgd_service disks >out; sysconfig list  --> product=x | fw_version=V1.10
     fw_floor_pending= | fw_floor=V1
-$ sysconfig set fw_floor V2; sysconfig set fw_floor_pending V1 V1.10; upgd_service disks >out; sysconfig get fw_floor
-    V2
-$ upgd_service update u.img --dir to --force >out 2>&1; sysconfig get fw_floor_pending
-$ sysconfig set fw_floor V0; rmdir to/tree/tool; upgd_service update u.img --dir to >out; sysconfig get fw_floor
-    V1
+for "V1 V1.10" "V3 V1.10 b" => $ sysconfig set fw_floor V2; sysconfig set fw_floor_pending @; sysconfig set fw_version
+  $(echo @ | cut -d' ' -f 2-); upgd_service disks >out; sysconfig get fw_floor  --> V2 | V3
+$ sysconfig set fw_floor V0; sysconfig set fw_version V1.10; upgd_service update u.img --dir to --force 2>&1 | tail -n
+  1; sysconfig get fw_floor_pending  --> upgd_service: u.img: an entry can't be written, or the image is damaged
+$ rmdir to/tree/tool; upgd_service update u.img --dir to >out; sysconfig get fw_floor  --> V1
 == settings, which need no signature
 $ mkdir -p to/usr/qrx310/etc/vsp; ln -s /opt to/usr/qrx310/etc/vsp/out
 for "vsp/l/f 0" "vsp/out/f 0" "vsp/../f 0" "vsp/k/zImage 5" "vsp/u 7" "sysconf/other 0" "vsp/a 0" "mcucored/b 0"
