@@ -84,6 +84,10 @@ truncate -s 2147483647 u.img && overwrite u.img 12 '\177\377\377\377'
 # Without a signature: asked for by hand, and said on the screen and in the log.
 cp V1.4.img u.img
 begin_log
+sign && "${update[@]}" >out
+await 'the key in the log' grep -q "<V1.4> key $(sed -n '1s/.* //p' maker.pub): status 0$" log
+upgd_service disks >out
+await 'a call without an image' grep -q 'disks by user 0: image <none> version <none> key none: status 0$' log
 expect_call 0 'WARNING: u.img: NO SIGNATURE IS ASKED FOR (--allow-unsigned)' "${update[@]}" --allow-unsigned
 await 'the warning in the log' grep -q 'WARNING: u.img: .*(--allow-unsigned)$' log
 finish

@@ -1,7 +1,6 @@
 # Catches: a call, image, disk or directory that is taken, refused or told of in another way; a copy that failed
 # without a word.
-$ for f in begin call update bound replace backup_by alter; do install $STORIES/companions.sh /usr/local/bin/$f; done;
-  begin
+$ begin
 == calls that are none, and streams
 for "" "frob u.img" update "plan u.img --force" "update --dir= u.img" "restore u.img / x" "update u.img --cards=fail=21"
   "plan --copy= u.img" "update ''" "flash 24 no" "flash 24 'u v'" => $ touch 'u v'; call @  --> 2 a verb is missing

@@ -1,5 +1,5 @@
 # Catches: another status or reason, or none, where a call of a companion has failed.
-$ for f in begin fail_each; do install $STORIES/companions.sh /usr/local/bin/$f; done; begin; ln -sf true /bin/sync
+$ begin; ln -sf true /bin/sync
 $ rm -r tree/App* tree/bin tree/etc /usr/qrx310/etc/vsp; img_deploy -c ./tree -r V7 u.img >/dev/null
 $ mkdir -p k/vorn-kernel; mount -t tmpfs k /mntker; echo k | tee k/vorn-kernel/zImage >/mntker/zImage; mount --bind
   /dev/null /dev/mmcblk0p6; img_deploy -c ./k k.img >/dev/null
@@ -39,7 +39,7 @@ $ fail_each 'upgd_service flash 24 u.img' 'upgd_service status' 'upgd_service di
     1 1 u_.ubck: can't be read to its end | 2 1 u_.ubck: entry 0: the image can't be read there
     2 1 u_.ubck: entry 0: there is no memory for its paths | 13 1 u_.ubck: is not what the settings are
 == signed
-$ install $STORIES/gate.sh /usr/local/bin/begin; rm -r tree; begin
+$ rm -r tree; begin_signed
 $ fail_each 'img_info --signature maker.pub u.img' 'upgd_service plan u.img'  --> 4 1 /etc/upgd/keys/maker.pub: EIO
     4 1 /etc/upgd/keys/other.pub: EIO | 4 1 /etc/upgd/keys: EIO | 12 1 device.conf: EIO | 4 1 not valid: EIO
     3 1 nothing can be printed: EIO | 4 1 u.img.minisig: EIO | 3 1 u.img: EIO | 1 1 u.img: can't be read to its end

@@ -1,6 +1,6 @@
 # Catches: an image that the gate lets in though its signature, version or product, or the device's keys, are not as
 # they have to be; a backup that brings more than settings.
-$ for f in begin sign try bring_back; do install $STORIES/gate.sh /usr/local/bin/$f; done; begin
+$ begin_signed
 == versions, floors and products
 for "V1.4.0.0 V1.4.0.0.0.0.0.1 V1" "V1.10 new V1" "V1.4.0.0 V1.4.0.0 v1.4.0" => $ cp @1.img u.img; sysconfig set
   fw_floor @2; sign "product=x floor=@3"; try
