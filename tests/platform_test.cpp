@@ -26,12 +26,14 @@ TEST(Shell, RunsALineAndReturnsItsWaitStatus)
     testing::internal::CaptureStdout();
     dup2(STDOUT_FILENO, 9);
     printf("one ");
-    FILE *const stream = my_popen("printf two >&9; exit 3", "r");
+    my_system("printf 'two ' >&9");
+    printf("three ");
+    FILE *const stream = my_popen("printf four >&9; exit 3", "r");
     fgetc(stream); // waits for its end
     EXPECT_NE(my_system(("test -e /proc/self/fd/" + std::to_string(fileno(stream))).c_str()), 0)
         << "a command inherits the stream of another";
     EXPECT_EQ(WEXITSTATUS(my_pclose(stream)), 3);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "one two");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "one two three four");
 }
 
 // The command interrupts its process group, as the terminal does.

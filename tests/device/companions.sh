@@ -17,7 +17,6 @@ expect 'words to choose' "$(<words)"$'\n--help\n--version' \
     "$(for verb in $(completed upgd_service ''); do printf '%s\n' "$verb" $(completed upgd_service "$verb" -); done)"
 
 lay_out_tree
-# The kernel's partition can be mounted by root alone.
 [[ $SANDBOX_PRIVILEGED == 1 ]] || mv tree/vorn-kernel tree/plain
 echo fpga >tree/InputCardTop.bin
 img_deploy -c ./tree -r V7 u.img >/dev/null
@@ -118,7 +117,7 @@ expect 'the status behind it, and beside another one' "$alone,$beside \"upgd_ser
     "$(for lock in '' 'flock /run/img_deploy.lock'; do $lock upgd_service status; done |
         tr -s ' ' | sed 's/: [0-9] of/: N of/' | paste -sd,)"
 flock -F /run/img_deploy.lock upgd_service watch >out &
-await 'a watch beside it' grep -q '^a service update is at work' out
+await 'a watch beside it' grep -q '^a service update .* for its end$' out
 kill $!
 
 # A restore finishes after one interrupt, and leaves the version as it is.

@@ -35,7 +35,6 @@ PYTHON
     expect "the bill of materials of ${package##*/}" "0 $files $needed" "$status $(cat out err)"
 done
 
-# One version everywhere, also where it stands by hand.
 expect 'versions' "$(printf "%s $PACKAGE_VERSION%s\n" img_deploy '' img_info ', with signatures' sysconfig '' \
     upgd_service ', with signatures')" "$(for program in "${programs[@]}"; do "/usr/bin/$program" --version; done)"
 expect 'version for compilers' "$PACKAGE_VERSION" "$(pkg-config --modversion img_deploy)"

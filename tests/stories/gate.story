@@ -69,8 +69,8 @@ $ cp V1.4.0.0.img x.img; cp good x.img.minisig; img_info --signature maker.pub x
     signature: not valid: is another image's, or the image was altered
 $ upgd_service plan u.img --dir to --cards simulate --copy t.img --json | grep -o 'signed":true'; cmp u.img t.img;
   sysconfig list  --> signed\":true | product=x | fw_floor_pending=V1 V1.10
-$ upgd_service plan u.img --copy u.img; upgd_service plan x.img --copy r.img 2>err; test ! -e r.img
-    upgd_service: u.img: it exists: nothing was touched
+$ ln -s none c; upgd_service plan u.img --copy c; upgd_service plan x.img --copy r.img 2>err; test ! -e r.img
+    upgd_service: c: it exists: nothing was touched
 $ rm /etc/sysconfig/*; sysconfig set product x; try; sysconfig list  --> 0 tree | product=x | fw_version=V1.10
 $ mkdir -p /usr/vorn/bin to/tree/tool; cp /bin/mcu_isp /usr/vorn/bin; sysconfig set fw_version V1; upgd_service update
   u.img --dir to --force >out 2>&1; upgd_service disks >out; sysconfig list  --> product=x | fw_version=V1
@@ -84,8 +84,8 @@ $ sysconfig set fw_floor V0; sysconfig set fw_version V1.10; upgd_service update
 $ rmdir to/tree/tool; upgd_service update u.img --dir to >out; sysconfig get fw_floor  --> V1
 == settings, which need no signature
 $ mkdir -p to/usr/qrx310/etc/vsp; ln -s /opt to/usr/qrx310/etc/vsp/out
-for "vsp/l/f 0" "vsp/out/f 0" "vsp/../f 0" "vsp/k/zImage 5" "vsp/u 7" "sysconf/other 0" "vsp/a 0" "mcucored/b 0"
-  "sysconf/qrxpara/c 0" => image s.ubck place=1 dir=. -- "usr/qrx310/etc/vsp/l;/opt" 4 "" usr/qrx310/etc/@1 @2 x ;; $
-  bring_back s.ubck  --> 1 s.ubck.minisig: No such file or directory 0 {6} | 0 1 | 0 2 | 0 3
+for "vspx/f 0" "vsp/l/f 0" "vsp/out/f 0" "vsp/../f 0" "vsp/k/zImage 5" "vsp/u 7" "sysconf/other 0" "vsp/a 0" "mcucored/b
+  0" "sysconf/qrxpara/c 0" => image s.ubck place=1 dir=. -- "usr/qrx310/etc/vsp/l;/opt" 4 "" usr/qrx310/etc/@1 @2 x ;; $
+  bring_back s.ubck  --> 1 s.ubck.minisig: No such file or directory 0 {7} | 0 1 | 0 2 | 0 3
 $ cp V1.3.9.img u.img; sign; sysconfig set fw_floor V1.4; bring_back u.img
     1 u.img: is no settings backup u.img: its version V1.3.9 is below V1.4, the lowest that this device takes 3

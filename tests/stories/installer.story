@@ -18,10 +18,10 @@ show none ;; $ rmdir /mntker; ln -s /w/k /mntker ;; update_LinuxFile 5 k/doc ;; 
   -l  --> = -14 and 0 | 5
 show run /bin/cp, kernel-0, cmdstr ;; update_LinuxFile 5 k/zImage  --> trace:       kernel-0(k/zImage) \n
     log: cmdstr: /bin/cp k/zImage /mntker/ -rf \n\n | run /bin/cp k/zImage /mntker/ -rf | = -14 and 1
-fail ;; show run, error. ;; for zImage.d/f{97} zImage.d/f{98} k/extlinux.conf k/rk3288-tyx.dtb
+fail ;; show run, error., too long ;; for zImage.d/f{97} zImage.d/f{98} k/extlinux.conf k/rk3288-tyx.dtb
   k/rk3288-tyx.dt-Image-extlinux.con => update_LinuxFile 5 @  --> run /bin/cp zImage.d/f{97} /mntker/ -rf
-    = 0 and 2 | = -14 and 3 | run /bin/cp k/extlinux.conf /mntker/ -rf | = 0 and 4
-    run /bin/cp k/rk3288-tyx.dtb /mntker/ -rf | = 0 and 5 | = 0 and 5
+    = 0 and 2 | log: command too long for <zImage.d/f{98}>. | = -14 and 3 | run /bin/cp k/extlinux.conf /mntker/ -rf
+    = 0 and 4 | run /bin/cp k/rk3288-tyx.dtb /mntker/ -rf | = 0 and 5 | = 0 and 5
 for 4 6 8 => update_LinuxFile @ k/zImage  --> = 0 and 5 {3}
 show error. ;; fail "run /bin/cp" ;; update_LinuxFile 5 k/zImage ;; $ ls /mntker | wc -l
     log: /bin/cp k/zImage /mntker/ error. \n | = -14 and 6 | 4

@@ -77,7 +77,6 @@ alter() {
 }
 
 # begin_signed: images of some versions, and a device of the product x that has two keys, to which `keys` leads.
-# The image is u.img.
 begin_signed() {
     rm -rf /etc/upgd
     mkdir -p tree /etc/upgd/keys

@@ -42,8 +42,8 @@ show log: do_update_backup, event, run reboot ;; for u.img short => do_update_up
     event 1/6/0 | log: do_update_backup NG | = -10
 == other programs (show log, run)
 do_update_runcmd - 1  --> log:  <do_update_runcmd> update_file = (null) | = 0
-show run, too long, kill NG ;; for p{220} p{221} => do_update_runcmd @ 1
-    run /usr/qrx310/bin/img_deploy -u p{220} -m 1 | = 0 | log: command too long for <p{221}>. | = 0
+show run, too long, kill NG ;; for p{219} p{220} => do_update_runcmd @ 10
+    run /usr/qrx310/bin/img_deploy -u p{219} -m 10 | = 0 | log: command too long for <p{220}>. | = 0
 fail "run killall -9 b" ;; kill_task  --> run killall -9 watchdog  2>&1 | run killall -9 browser  2>&1
     log: kill NG. browser | run killall -9 videod  2>&1 | run /nand/usr/lmt240/bin/telapnet tmd kall  2>&1
     log: kill NG. aptid | run killall -9 dropbear  2>&1 | run killall -9 tmd  2>&1 | = 0

@@ -55,8 +55,8 @@ for "img_deploy -u u.img -m 2" "upgd_service update u.img --dir to --cards simul
 == both sinks of the trace log
 $ img_deploy -c ./tree o.img >out; tail -n +4 out | cmp - /var/log/upgd_log0.txt
 == sysconfig
-$ sysconfig get a; sysconfig set a V1.0; sysconfig set device_name 'unit = 7'; sysconfig get a; sysconfig list;
-  sysconfig get a >/dev/full  --> sysconfig: a: unknown key | V1.0 | a=V1.0 | device_name=unit = 7
+$ sysconfig get a; sysconfig set a '' V1.0; sysconfig set device_name 'unit = 7'; sysconfig get a; sysconfig list;
+  sysconfig get a >/dev/full  --> sysconfig: a: unknown key |  V1.0 | a= V1.0 | device_name=unit = 7
     sysconfig: standard output: No space left on device | status 1
 $ sysconfig set a $(seq 9999)  --> sysconfig: a: Value too large for defined data type | status 1
 == img_info
@@ -81,9 +81,10 @@ $ { head -c 488 u.img; printf '../x\33\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0
     bad: the header counts 4 entries, the body has 3 | bad: 4 findings
     bad: can't stand there: ../x\\x1b: its name leads out of the directory
 image odd count=6 place=0 time=86399 -- "l;" 4 "" "d;x/f" 0 x p{256} 0 x p{255} 0 x d/. 0 x "" 0 x ;; $ TZ=A-5 img_info
-  odd | grep -E '^(Cr|Place|link)'; img_info --verify odd | sed 's/, below.*//; s/.*offset //; /CRC/d'
-    Created           1970-01-01T23:59:59Z | Place             unknown | link                   0  l ->\s
-    odd: the header says the place 0, which is none of 1 to 3 | 488, l;: it is a link without a target
+  odd | grep -E '^(Cr|Dir|Place|link)'; img_info --verify odd | sed 's/, below.*//; s/.*offset //; /CRC/d'
+    Created           1970-01-01T23:59:59Z | Place             unknown | Directories       0
+    link                   0  l ->\s | odd: the header says the place 0, which is none of 1 to 3
+    488, l;: it is a link without a target
     496, d;x/f: the name of its directory is cut at its ';', as a link's would be
     508, p{256}: a part of its path has more than 255 characters | 1033, d/.: its name is that of a directory
     1043, : its name is that of a directory | odd: 7 findings
