@@ -161,7 +161,8 @@ static void collect()
 
 static void run_script(const std::string &script)
 {
-    const int status = system(("{ . $STORIES/lib.sh; " + script + "\n} >/run/sandbox/script 2>&1").c_str());
+    const int status =
+        system(("{ . $STORIES/lib.sh; " + script + "\n} >/run/sandbox/script 2>&1").c_str());
     for (const std::string &line : split(read_file("/run/sandbox/script"), "\n"))
         result.push_back(shown(line));
     if (status != 0)
