@@ -22,7 +22,7 @@ for who in '' "$stranger"; do
     run flock other flock -s /run/img_deploy.lock $who upgd_service status
     expect_line out 'at work         none'
 done
-expect_call 1 'flash: only root may do that' setpriv --reuid 1 upgd_service flash 24 update.img
+expect_call 1 'flash: only root may do that' unshare -U upgd_service flash 24 update.img
 at_work=('img_deploy or a restore: 0 of 0 entries' 'a service update, a restore, or flashing')
 refusal=': another update is at work: nothing was touched; wait for its end'
 refusals=("img_deploy$refusal 246" "upgd_service$refusal 1"{,,})
