@@ -224,9 +224,9 @@ int __wrap_syncfs(int fd)
     return add("syncfs " + name_of(fd)) ? (errno = ENOSPC, -1) : 0;
 }
 
-int __wrap_sync_file_range(int fd, off_t, off_t, unsigned int flags)
+int __wrap_sync_file_range(int fd, off_t at, off_t size, unsigned int flags)
 {
-    add((flags == SYNC_FILE_RANGE_WRITE ? "begin " : "wait ") + name_of(fd));
+    add((at + size == 0 && flags == SYNC_FILE_RANGE_WRITE ? "begin " : "wait ") + name_of(fd));
     return 0;
 }
 

@@ -58,8 +58,8 @@ apply nand/x 0 x "l;nand" 4 "" too/n/y 0 y ;; tree /b ;; tree /own ;; do_update 
     = 0 | l -> nand | nand -> /own | too -> ../own | n/y = y | x = x | = 0 | b/b/l | b/b/nand/x | b/b/too/n/y
 $ rm -r /b /own/*; mkdir /b; ln -s /own /b/nand; ln -s slot /b/cur; ln -s /b/slot /b/abs; ln -s loop /b/loop
 for "nand/d/f 0 nand/cur;d 4 nand/cur/g 0" "a 0 b 0 nand/../x 0" "a 0 slot;/w 4 cur/x 0" "a 0 slot;/w 4 abs/x 0" "l;a 4
-  b 0 loop/x 0" => apply @1 @2 "" @3 @4 "" @5 @6 x  --> = 0 | = -4 {4}
-tree /own  --> cur -> d | d/f =\s | d/g = x
+  b 0 loop/x 0" "nand/a 0 nand;/w 4 nand/x 0" => apply @1 @2 "" @3 @4 "" @5 @6 x  --> = 0 | = -4 {5}
+tree /own  --> a =\s | cur -> d | d/f =\s | d/g = x
 == what a command has not made (show not)
 for "run /bin/mkdir -p /b/" "run cd" => $ rm -rf /b; mkdir /b ;; fail "@" ;; apply a 0 x "l;a" 4 "" d/b 0 x ;; tree /b
     = -4 | a = x | l -> a | = 0 | a = x | d/b = x | l =\s

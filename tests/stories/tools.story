@@ -106,7 +106,8 @@ $ put() { printf "$1" | dd of=more bs=1 seek=$2 conv=notrunc status=none; }; cp 
     more: the header says the place 4, which is none of 1 to 3
     more: the header says the CRC 5cd33a58, the body has 5cd33ad7
     more: the header counts 3 entries, the body has 4 | more: 3 findings | status 1
-$ truncate -s 4294967906 more; img_info more  --> img_info: more: is longer than an update image can be | status 2
+for 2147483647 2147483648 4294967906 => $ truncate -s @ more; img_info more >out
+    img_info: more: is longer than an update image can be | status 2 {2}
 for img_info sysconfig upgd_service => $ @ --help >out 2>err; echo $? $(head -c 6 out) $(wc -c <err)
     0 Usage: 0 {3}
 for sysconfig "sysconfig set a" "sysconfig get" "sysconfig get a b" "sysconfig list a" "sysconfig frob"
