@@ -7,9 +7,7 @@
 
 void start_byte_progress(byte_progress *progress, const image_file *img)
 {
-    progress->counted = 0;
     progress->total = ntohl(img->header.ih_filenum);
-    progress->has_cards = false;
     start_walk(&progress->walk, img);
     image_entry entry;
     for (uint32_t i = ntohl(img->header.ih_filenum);

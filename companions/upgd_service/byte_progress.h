@@ -20,7 +20,7 @@ struct byte_progress {
     bool has_cards;
 };
 
-// The image's descriptor stays the caller's.
+// `progress` is zeroed. The image's descriptor stays the caller's.
 void start_byte_progress(byte_progress *progress, const image_file *img);
 
 // The permille of the bytes that are unpacked when the run has counted `finished` entries. An image

@@ -29,7 +29,7 @@ command_not_found_handle() {
     echo "FAILED: there is no command $1" && kill "$$"
 }
 
-# run COMMAND...: leaves its status, output and errors in $status, out and err.
+# run COMMAND...: leaves $status, and output and errors in out and err.
 run() {
     "$@" >out 2>err
     # shellcheck disable=SC2034 # for the tests

@@ -14,7 +14,7 @@ hold_command /bin/mkdir
 hold_command /usr/vorn/bin/mcu_isp
 verbs=('img_deploy -u update.img -m 2' 'upgd_service update update.img --dir /opt/to --cards simulate=0'
     'upgd_service restore s.ubck /opt/to' 'upgd_service flash vpu-mcu App_VPUCard.bin')
-# Somebody who may not open the lock's file.
+# Who may not open the lock's file.
 install -m 600 -o 1 /dev/null /run/img_deploy.lock
 stranger='setpriv --bounding-set=-dac_override,-dac_read_search'
 for who in '' "$stranger"; do

@@ -37,7 +37,7 @@ for "2s/.$/-/" 2s/=// 2s/^RU/RV/ 1s/$/x/ => $ sed '@' good >u.img.minisig; try
     1 is no signature, or is damaged {2} | 1 is of an unknown form, or is damaged
     1 has another first line than minisign writes by itself
 $ sign 'product=x floor=V1' maker -l; try  --> 1 is in the old form, not over the image's hash: sign without -l
-$ cp V1.3.9.img u.img; sign 'product=x floor=V1.1'; cp V1.10.img u.img; try
+$ cp V1.3.89.img u.img; sign 'product=x floor=V1.1'; cp V1.10.img u.img; try
     1 u.img: is another image's, or the image was altered; get it anew
 $ (head -n 2 good; tail -n 2 u.img.minisig) >both; mv both u.img.minisig; try
     1 is not the key owner's: it or its comment was altered
@@ -88,5 +88,5 @@ $ mkdir -p to/usr/qrx310/etc/vsp; ln -s /opt to/usr/qrx310/etc/vsp/out
 for "vspx/f 0" "vsp/l/f 0" "vsp/out/f 0" "vsp/../f 0" "vsp/k/zImage 5" "vsp/u 7" "sysconf/other 0" "vsp/a 0" "mcucored/b
   0" "sysconf/qrxpara/c 0" => image s.ubck place=1 dir=. -- "usr/qrx310/etc/vsp/l;/opt" 4 "" usr/qrx310/etc/@1 @2 x ;; $
   bring_back s.ubck  --> 1 s.ubck.minisig: No such file or directory 0 {7} | 0 1 | 0 2 | 0 3
-$ cp V1.3.9.img u.img; sign; sysconfig set fw_floor V1.4; bring_back u.img
-    1 u.img: is no settings backup u.img: its version V1.3.9 is below V1.4, the lowest that this device takes 3
+$ cp V1.3.89.img u.img; sign; sysconfig set fw_floor V1.4; bring_back u.img
+    1 u.img: is no settings backup u.img: its version V1.3.89 is below V1.4, the lowest that this device takes 3

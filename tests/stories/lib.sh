@@ -83,7 +83,7 @@ begin_signed() {
     ln -s /etc/upgd/keys /etc/sysconfig/device.conf .
     echo tool >tree/tool
     echo card >tree/App_VPUCard.bin
-    for version in V1.3.9 V1.4.0.0 V1.10 rc1; do
+    for version in V1.3.89 V1.4.0.0 V1.10 rc1; do
         img_deploy -c ./tree -r $version $version.img >/dev/null
     done
     for key in maker other; do

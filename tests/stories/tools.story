@@ -18,8 +18,8 @@ $ img_deploy --version >out; echo $?; img_deploy --version >/dev/full  --> 0 | s
 for 1 0x3 010 4 none 2x => $ img_deploy -p @ -c ./tree o.img /to ignored >/dev/null; echo $? $(od -An -tx1 -j35 -N1
   o.img)  --> 0 01 | 0 03 | 0 08 | 0 04 | 0 00 | 0 02
 $ POSIXLY_CORRECT=1 img_deploy -c ./tree o.img -p 1 >out; echo $? $(od -An -tx1 -j35 -N1 o.img)  --> 0 01
-$ img_deploy -m 0x2 -c ./tree o.img >/dev/null; od -An -tx1 -j35 -N1 o.img; img_deploy -c missing o.img  -->  02
-    status 255
+$ img_deploy -m 0x2 -C 5 -c ./tree o.img >/dev/null; od -An -tx1 -j35 -N1 o.img; img_deploy -c missing o.img
+     02 | status 255
 $ img_deploy -c ./tree n.img >&-; echo $?; img_deploy -c ./tree m.img >&- 2>&- <&-; echo $? $(stat -c %s u.img n.img
   m.img)  --> 0 | 0 610 610 610
 $ script -qec 'img_deploy -c missing no.img' /dev/null </dev/null | tr -d '\r' | grep '^img_deploy: '
