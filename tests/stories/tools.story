@@ -94,10 +94,10 @@ $ mkdir n; echo data >n/x; img_deploy -c ./n n.img >out; img_info --json n.img |
     offset\":488 | data_offset\":497
 $ mkfifo p; mkdir full; mount -t tmpfs -o size=8k tmpfs full; img_info --extract full u.img 2>&1 | sed 's/.*: //' | sort
   -u; find full -type f | wc -l  --> No space left on device | 2
-for empty p "--compare no u.img" "--signature u.img u.img" "--extract u.img/x u.img" "--compare . cut" "--compare
+for empty p "--compare no u.img" "--signature odd u.img" "--extract u.img/x u.img" "--compare . cut" "--compare
   /{1024} u.img" "--verify --base /{1024} u.img" "--frob u.img" => $ timeout 60 img_info @ 2>err; sed 's,^/.*/,,; q' err
     img_info: empty: is empty | img_info: p: is no plain file | img_info: no: No such file or directory
-    img_info: u.img: is no text | img_info: u.img/x: Not a directory
+    img_info: odd: is too long | img_info: u.img/x: Not a directory
     img_info: cut: entry 0: its name has no end; the rest was not compared
     img_info: u.img: entry 0: the path of the directory is too long; the rest was not compared
     u.img: the path of the directory is too long | u.img: 1 finding | img_info: unrecognized option '--frob'
