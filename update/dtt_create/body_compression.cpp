@@ -124,6 +124,7 @@ int combine_file(int cut_file_fd, size_t head_len, const char *tmp_file)
     const off_t end = lseek(tmp_fd, 0, SEEK_END);
     const size_t tmp_len = end > 0 ? static_cast<size_t>(end) : 0;
     TRACE(" tmp_len = %zu,", tmp_len);
+    lseek(tmp_fd, 0, SEEK_SET);
     int status = append_mapped(cut_file_fd, head_len, tmp_fd, tmp_len);
     if (close(tmp_fd) != 0) {
         TRACE("unable to close `%s'\n", tmp_file);
