@@ -167,10 +167,12 @@ static bool start_threads(attended_run *run)
 
 // A file or a card is not left half done.
 attended_run::attended_run(const tested_image *tested, card_choice choice)
-    : image(tested), cards(choice), interrupted([] {
-          remove_mailbox(task_on_this_board(MODULE_SERVICE));
-          remove_mailbox(task_on_this_board(MODULE_CARDS));
-      })
+    : image(tested), cards(choice),
+      interrupted([] { set_usb_status(FALSE); },
+                  [] {
+                      remove_mailbox(task_on_this_board(MODULE_SERVICE));
+                      remove_mailbox(task_on_this_board(MODULE_CARDS));
+                  })
 {
 }
 

@@ -19,7 +19,8 @@ static sigset_t signals()
     return set;
 }
 
-interrupts::interrupts(std::function<void()> ahead_of_end) : ahead_of_end_(std::move(ahead_of_end))
+interrupts::interrupts(std::function<void()> first, std::function<void()> second)
+    : first_(std::move(first)), second_(std::move(second))
 {
 }
 
@@ -47,11 +48,12 @@ void *interrupts::take(void *argument)
     if (!here->await())
         return nullptr;
     here->came_ = true;
+    here->first_();
     say("interrupted: what is at hand is finished first; once more to end at once");
     if (!here->await())
         return nullptr;
     end_progress();
-    here->ahead_of_end_();
+    here->second_();
     complain("interrupted twice: ended at once");
     log_outcome(SERVICE_INTERRUPTED);
     _exit(SERVICE_INTERRUPTED);

@@ -11,8 +11,8 @@
 class interrupts
 {
   public:
-    // Another thread calls it right ahead of the end by a second one.
-    explicit interrupts(std::function<void()> ahead_of_end);
+    // `first` and `second` are called by another thread, `second` right ahead of the end.
+    interrupts(std::function<void()> first, std::function<void()> second);
     interrupts(const interrupts &) = delete;
     interrupts &operator=(const interrupts &) = delete;
     ~interrupts();
@@ -30,7 +30,8 @@ class interrupts
     static void *take(void *argument);
     bool await() const;
 
-    std::function<void()> ahead_of_end_;
+    std::function<void()> first_;
+    std::function<void()> second_;
     std::atomic<bool> came_{false};
     std::atomic<bool> over_{false};
     bool begun_ = false;

@@ -169,7 +169,7 @@ static bool carry_version(tested_image *image, const std::string &version)
 static int restore_image(tested_image *image, const std::string &dir, const std::string &version)
 {
     std::string place = dir; // which the operation takes as text that can be changed
-    interrupts interrupted([] {});
+    interrupts interrupted([] {}, [] {});
     if (!interrupted.begin())
         return SERVICE_FAILED;
     const int result = do_update_backup(image->path, place.data());
