@@ -65,8 +65,8 @@ int watch_command(const service_call * /*call*/)
         if (run.result != last && !is_over(run))
             say("%s", step_of(run));
         last = run.result;
-        const int permille =
-            run.total > 0 ? static_cast<int>(int64_t{1000} * run.done / run.total) : 0;
+        const int permille = run.total > 0 ? static_cast<int>(int64_t{1000} * run.done / run.total)
+                                           : (run.result == RUN_DONE ? 1000 : 0);
         show_progress(step_of(run), permille, run.done, run.total);
         if (is_over(run)) {
             end_progress();
