@@ -30,8 +30,7 @@ struct comparison {
     path_index partitions; // what goes to them: a partition_text for each such entry
     kernel_look look;      // a file for each of the latter
     const char *look_fault;
-    uint32_t indexed;        // entries
-    const char *index_fault; // of the one behind them
+    const char *index_fault; // of the entry behind those of `paths`
 };
 } // namespace
 
@@ -217,7 +216,7 @@ static bool visit_entries(comparison *c)
     bool goes_on = true;
     for (uint32_t i = ntohl(c->img->header.ih_filenum); i > 0 && goes_on; i--) {
         c->state.fault =
-            walk.number < c->indexed ? read_entry(&walk, &c->found.entry) : c->index_fault;
+            walk.number < c->paths.count() ? read_entry(&walk, &c->found.entry) : c->index_fault;
         c->state.broken = walk.number;
         if (c->state.fault == nullptr && !c->sums->has_head_of(&c->found.entry))
             c->state.fault = "its name, type or size is not what was tested";
@@ -301,7 +300,7 @@ static bool build_indices(comparison *c)
     entry_walk walk;
     start_walk(&walk, c->img);
     image_entry entry;
-    for (; c->indexed < ntohl(c->img->header.ih_filenum); c->indexed++) {
+    for (uint32_t i = ntohl(c->img->header.ih_filenum); i > 0; i--) {
         c->index_fault = read_entry(&walk, &entry);
         if (c->index_fault != nullptr)
             break;
@@ -344,7 +343,7 @@ static void look_at_kernel(comparison *c)
 compared compare_with_device(const image_file *img, const image_sums *sums, const char *dir,
                              int what, const finding_visitor &visit)
 {
-    comparison c = {img, sums, {}, what, visit, {}, {}, {}, {}, {}, nullptr, 0, nullptr};
+    comparison c = {img, sums, {}, what, visit, {}, {}, {}, {}, {}, nullptr, nullptr};
     c.base.top = c.base.path;
     if (!bounded_copy(c.base.path, sizeof c.base.path, dir))
         c.state.fault = "the path of the directory is too long";

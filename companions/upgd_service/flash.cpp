@@ -57,11 +57,12 @@ int flash_command(const service_call *call)
     // A card that is given another's program does not come back.
     int named = call->type;
     std::string name = last_component(file);
-    if (check_type_SelfFile(name.data(), &named) == 0 && named != call->type && call->force == 0 &&
-        !refuse("rename it, or flash it with --force",
-                "%s: by its name it is for %s, and not for %s", file, find_card_kind(named)->name,
-                find_card_kind(call->type)->name))
+    if (check_type_SelfFile(name.data(), &named) == 0 && named != call->type && call->force == 0) {
+        refuse("rename it, or flash it with --force",
+               "%s: by its name it is for %s, and not for %s", file, find_card_kind(named)->name,
+               find_card_kind(call->type)->name);
         return SERVICE_FAILED;
+    }
     session session;
     if (!session.begin("flash") || !call_flashing_tool(call->type, file))
         return SERVICE_FAILED;
