@@ -29,7 +29,7 @@ $ fail_each 'upgd_service plan --copy=x --dir to u.img' 'upgd_service update --d
     1 1 usr/qrx310/etc/sysconf/qrxpara: EIO | 2 1 x: EIO
 $ fail_each 'upgd_service flash 24 u.img' 'upgd_service status' 'upgd_service disks' 'upgd_service backup /mnt/sda1'
     6 0 device.conf: EIO | 2 0 no disk: none of those mounted on /mnt/sd* is in /proc/diskstats
-    1 0 what commands say can't be kept: EIO | 28 1 /mnt/sda1: the backup failed
+    1 0 what commands say can't be kept: EIO | 29 1 /mnt/sda1: the backup failed
     1 1 /mnt/sda1: the disk can't be opened | 2 1 /usr/qrx310/etc/mcucored: was not saved
     4 1 /usr/qrx310/etc/sysconf/qrxpara: can't be read | 1 1 /usr/qrx310/etc/sysconf: can't be read
     1 1 /usr/qrx310/etc: can't be read | 1 1 /usr/qrx310: can't be read | 1 1 /usr: can't be read

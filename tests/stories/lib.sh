@@ -56,7 +56,7 @@ fail_each() {
     for command; do
         export FAULT_AT=-1
         until [ $FAULT_AT -gt 0 ] && ! grep -qsv pthread_create fault; do
-            rm -rf fault to x
+            rm -rf fault to x $(find /mnt -name "*.ubck")
             FAULT_AT=$((FAULT_AT + 1))
             LD_PRELOAD=$shim $command >out 2>err
             echo $? $(sed '/^held\|^[a-z]*  \|^boot\|%/d; s/^[a-z_]*: //; s,Input/output error,EIO,
