@@ -42,8 +42,4 @@ plant 'flag ahead of the end' update/img_deploy/main.cpp \
     's/    const int ret = do_update(/    set_update_flag(flag_file, UPDATE_FLAG_DONE); &/'
 plant 'flag not synced' $common/update_flag.cpp 's/ syncfs(fd);//'
 plant 'backup not synced' update/dtt_create/settings_backup.cpp 's/ && safe_fsync(fd) == 0//; /my_system("sync")/d'
-# No state shows these: no syncfs, which the sync behind it covers (it tells of failures); no rename in sysconfig,
-# but for a commit of the journal in the few milliseconds up to its fsync; no fsync of its directory, which the
-# sync that ends each run covers; no fsync of a backup's file, as a flush for one partition is one for all here
-# (its story sees that). A compression that is cut is promised nothing.
 ((missed == 0))
