@@ -75,8 +75,9 @@ for "truncate -s 600" "printf X | dd bs=1 seek=490 conv=notrunc of=z.img; :" => 
     1 z.img: applied below /w/to, but could not be compared: the image can't be read there
     1 z.img: applied below /w/to, but could not be compared: its name, type or size is not what was tested
 $ sysconfig set fw_version V6; cp $(upgd_service backup /mnt/sda1) s.ubck
-$ replace sysconfig 'echo "$*" >>/w/recorded; ! test -d usr || echo other >usr/qrx310/etc/vsp/s'
-$ call restore s.ubck below; cat recorded  --> 1 /w/below/usr/qrx310/etc/vsp/s: other content | set fw_version V6
+$ replace sysconfig 'echo "$*"; ! test -d usr || echo other >usr/qrx310/etc/vsp/s'
+$ call restore s.ubck below; tail -n 1 err  --> 1 /w/below/usr/qrx310/etc/vsp/s: other content
+    upgd_service: a command said: set fw_version V6
 $ update u.img | tr ';' '\n'
     1 u.img: all of it was applied, but its version 'V7' was not recorded: fw_version is 'V6'
      set it with \"sysconfig set fw_version\"
@@ -151,8 +152,9 @@ $ mkdir l; ln -s tree l/tree; img_info --compare l --extra u.img | grep -o 'read
   u.img --dir l | wc -l  --> read: l/tree/App_VPUCard.bin: Too many levels of symbolic links
     read: l/tree: Too many levels of symbolic links | 5
 $ mkdir /opt/to; img_deploy -p 3 -c ./tree c.img /opt/to >out; img_info c.img | grep Place; upgd_service update c.img
-  --cards simulate=0 | grep below; rm -r /opt/to; bound c.img  --> Place             target directory
+  --cards simulate=0 | grep below; rm -r /opt/to; bound c.img; bound u.img  --> Place             target directory
     c.img: applied below /opt/to, 5 entries | /opt/to: there is no such directory
+    /nand: there is no such directory
 $ mkdir small; mount -t tmpfs -o size=12k tmpfs small; update --dir small --force u.img; sed -n '2,3p' err
     1 /w/small: too little room: 16 KiB are needed, 12 KiB are free
     upgd_service: u.img: bound to fail, which --force passes over

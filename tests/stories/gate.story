@@ -69,7 +69,8 @@ $ img_info --signature other.pub --json u.img | cut -c -64
 $ cp V1.4.0.0.img x.img; cp good x.img.minisig; img_info --signature maker.pub x.img | cut -d';' -f1
     signature: not valid: is another image's, or the image was altered
 $ upgd_service plan u.img --dir to --cards simulate --copy t.img --json | cut -c -30; cmp u.img t.img;
-  sysconfig list  --> {\"image\":\"u.img\",\"signed\":true | product=x | fw_floor_pending=V1 V1.10
+  stat -c %a t.img; sysconfig list  --> {\"image\":\"u.img\",\"signed\":true | 600 | product=x
+    fw_floor_pending=V1 V1.10
 $ ln -s none c; upgd_service plan u.img --copy c; upgd_service plan x.img --copy r.img 2>err; test ! -e r.img
     upgd_service: c: it exists: nothing was touched
 $ rm /etc/sysconfig/*; sysconfig set product x; try; sysconfig list  --> 0 tree | product=x | fw_version=V1.10
