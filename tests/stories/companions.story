@@ -3,10 +3,10 @@
 $ begin
 == calls that are none, and streams
 for "" "frob u.img" update "plan u.img --force" "update --dir= u.img" "restore u.img / x" "update u.img --cards=fail=21"
-  "plan --copy= u.img" "update ''" "flash 24 no" "flash 24 'u v'" => $ touch 'u v'; call @  --> 2 a verb is missing
+  "plan --copy= u.img" "flash 24 ''" "flash 24 no" "flash 24 'u v'" => $ touch 'u v'; call @  --> 2 a verb is missing
     2 'frob' is no verb | 2 update: too few words | 2 plan: unrecognized option '--force'
     2 update: --dir needs a directory | 2 restore: 'x' is a word too many
-    2 update: 'fail=21' is no choice for --cards | 2 plan: --copy needs a file | 2 update: an empty word is no file
+    2 update: 'fail=21' is no choice for --cards | 2 plan: --copy needs a file | 2 flash: an empty word is no file
     1 no: No such file or directory | 1 u v: not flashed: its path would be taken apart by a command: rename it
 $ call flash 31 f; sed -n '2p; $p' err  --> 2 flash: '31' is no type of card file
     Usage: upgd_service flash TYPE FILE [--force] |   30 VPU golden

@@ -80,7 +80,7 @@ $ { head -c 488 u.img; printf '../x\33\0\0\0\0\0\1xl;/tmp\0\4\0\0\0\0l/y\0\0\0\0
     bad: entry 0 at offset 488, ../x\\x1b: its name leads out of the directory
     bad: the header counts 4 entries, the body has 3 | bad: 4 findings
     bad: can't stand there: ../x\\x1b: its name leads out of the directory
-image odd count=6 place=0 time=86399 -- "l;" 4 "" "d;x/f" 0 x p{256} 0 x p{255} 0 x d/. 0 x "" 0 x ;; $ TZ=A-5 img_info
+image odd count=6 place=0 time=86399 -- "l;" 4 "" "d;x/f" 0 x p{256} 0 x p{255} 0 x d/. 0 x "" 0 x ;; $ TZ=ABC-5 img_info
   odd | grep -E '^(Cr|Dir|Place|link)'; img_info --verify odd | sed 's/, below.*//; s/.*offset //; /CRC/d'
     Created           1970-01-01T23:59:59Z | Place             unknown | Directories       0
     link                   0  l ->\s | odd: the header says the place 0, which is none of 1 to 3
