@@ -3,8 +3,8 @@
 $ begin
 == calls that are none, and streams
 for "" "frob u.img" update "plan u.img --force" "update --dir= u.img" "restore u.img / x" "update u.img --cards=fail=21"
-  "plan --copy= u.img" "flash 24 ''" "flash 24 no" "flash 24 'u v'" => $ touch 'u v'; call @  --> 2 a verb is missing
-    2 'frob' is no verb | 2 update: too few words | 2 plan: unrecognized option '--force'
+  "plan --copy= u.img" "flash 24 ''" "flash 24 no" "flash 24 'u v'" => $ touch 'u v'; call @
+    2 a verb is missing | 2 'frob' is no verb | 2 update: too few words | 2 plan: unrecognized option '--force'
     2 update: --dir needs a directory | 2 restore: 'x' is a word too many
     2 update: 'fail=21' is no choice for --cards | 2 plan: --copy needs a file | 2 flash: an empty word is no file
     1 no: No such file or directory | 1 u v: not flashed: its path would be taken apart by a command: rename it
@@ -115,8 +115,8 @@ $ sysconfig set fw_version V9; cd /opt/upgddir; rmdir tree/*.bin; echo data >tre
     room /: 8 KiB more at the fullest, N KiB free | boot loader     5 bytes to /dev/mmcblk0p1, no time limit
     card VPU MCU, at most 30 s | /w/u.img: can be applied
 == directories of an image
-image t.img -- d.d/f 0 x d/f 0 x ;; $ mkdir -p d/a; img_info --compare . --extra t.img | grep dir
-    t.img: not of the image: ./d/a: a directory
+image t.img -- d.d/f 0 x d/f 0 x y 0 x ;; $ mkdir -p d/a; img_info --compare . --extra t.img | grep dir
+    t.img: not of the image: ./tree: a directory | t.img: not of the image: ./d/a: a directory
 image d.img crc=0xac4081f6 -- a/d 1 "" a/d/f 0 x ;; $ img_info d.img | tail -n 2; img_info --extract new d.img; img_info
   --extract new d.img; img_info --compare new --extra d.img  --> directory              0  a/d
     file                   1  a/d/f | img_info: d.img: left out: a/d/f: File exists

@@ -7,7 +7,7 @@ for "" "-s some.img" "-v -C any" -x -u "--version x" "-c tree" "-c tree -p 3 o.i
     1 img_deploy: invalid option -- 'x' | 1 img_deploy: option requires an argument -- 'u'
     1 img_deploy: invalid option -- '-' | 1 Usage: img_deploy [OPTION...] eFILE]... {3} | 255 Invalid mode: 2x
     255 Invalid mode: reboot
-$ img_deploy -c tree 2>&1 >/dev/null | sed 's,/[^ ]*/img_deploy,img_deploy,'; ls; test ! -e /usr/local/upgdflag
+$ img_deploy 2>&1 >/dev/null | sed '1d; s,/[^ ]*/img_deploy,img_deploy,'; ls; test ! -e /usr/local/upgdflag
     Usage: img_deploy [OPTION...] eFILE]... | Create Update File:
         img_deploy -c [DIR] [FILE] -p [1|2|3] [rootfs|nandfs|custom]... | Upgrade:
         img_deploy -u [FILE] -m [1(reboot)|2(online)]  ... | Show Image: |     img_deploy -s [FILE] ... | Eg:
