@@ -75,9 +75,10 @@ for "truncate -s 600" "printf X | dd bs=1 seek=490 conv=notrunc of=z.img; :" => 
     1 z.img: applied below /w/to, but could not be compared: the image can't be read there
     1 z.img: applied below /w/to, but could not be compared: its name, type or size is not what was tested
 $ sysconfig set fw_version V6; cp $(upgd_service backup /mnt/sda1) s.ubck
-$ replace sysconfig 'echo "$*"; ! test -d usr || echo other >usr/qrx310/etc/vsp/s'
-$ call restore s.ubck below; tail -n 1 err  --> 1 /w/below/usr/qrx310/etc/vsp/s: other content
-    upgd_service: a command said: set fw_version V6
+$ replace sysconfig 'echo "$*"; cd usr/*/etc && echo other | tee vsp/s >sysconf/qrxpara'
+$ call restore s.ubck below | cut -c1; sed '/ but/d' err | sort  --> 1
+    upgd_service: /w/below/usr/qrx310/etc/sysconf/qrxpara: other content
+    upgd_service: /w/below/usr/qrx310/etc/vsp/s: other content | upgd_service: a command said: set fw_version V6
 $ update u.img | tr ';' '\n'
     1 u.img: all of it was applied, but its version 'V7' was not recorded: fw_version is 'V6'
      set it with \"sysconfig set fw_version\"
@@ -93,8 +94,8 @@ $ mkdir -p /usr/vorn/bin; cp /bin/mcu_isp /usr/vorn/bin; cd /usr/vorn/bin; for x
     mcu_isp\t-B\tvpu\t-C\t0x31\t-b\t/w/u.img\t-r\t0x00
 for 202 203 => $ cp u.img 0{@}; call flash 24 0{@}  --> 0
     1 0{203}: not flashed: its path is too long for the tool's command: rename it
-$ printf '#!/bin/sh\necho no card; exit 3\n' >/usr/vorn/bin/mcu_isp; call flash vpu-mcu u.img; sed 1d err
-    1 u.img: the tool /usr/vorn/bin/mcu_isp was called and has ended with status 3
+$ printf '#!/bin/sh\necho no card; exit 13\n' >/usr/vorn/bin/mcu_isp; call flash vpu-mcu u.img; sed 1d err
+    1 u.img: the tool /usr/vorn/bin/mcu_isp was called and has ended with status 13
     upgd_service: a command said: no card
 $ cp u.img InputCardTop.bin; call flash 24 InputCardTop.bin | tr ';' '\n'
     1 InputCardTop.bin: by its name it is for input FPGA, and not for VPU MCU: nothing was touched
