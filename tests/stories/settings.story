@@ -1,6 +1,7 @@
 # Catches: a setting that costs another, or the file; a wrong value or limit; a writer that does not wait.
 == settings
-$ umask 77; sysconfig set x 1; ln -s /etc/sysconfig/device.conf c; stat -c %a /etc/sysconfig /etc/sysconfig/device.conf
+$ umask 77; sysconfig set x 1; ln -s /etc/sysconfig/device.conf c; cd /etc/sysconfig; seq 9 >device.conf.new; stat -c
+  %a . device.conf
     755 | 644
 for "" "# a=0\n\na=1\n\nb=2" "aa=1\na=1\na=2\n" "a = 1\nb\n=c" => $ printf '@' >c ;; configuration_set a " = b c= " ;;
   bytes c ;; $ sysconfig get a  --> = 0 | = a= = b c= \n |  = b c=\s | = 0 | = # a=0\n\na= = b c= \n\nb=2
