@@ -17,7 +17,7 @@ look() {
 look 0 'well, 9 entries as they stand below /opt/upgddir'
 umount /mntker
 
-# A run waits for a look that has the partition mounted. A look that is killed leaves no mount.
+# A run waits for a look that has the partition mounted. One that is killed leaves no mount.
 is_mounted() { grep -qs '^[^ ]* /tmp ext4 ro' /proc/[0-9]*/mounts; }
 # shellcheck disable=SC2016 # the script's own variables
 replace_command /bin/mount '"$0.real" "$@"
@@ -29,11 +29,16 @@ begin_look() {
     await 'the mount of a look' is_mounted
     expect 'what others see of it' '' "$(grep ' /tmp ' /proc/self/mounts)"
 }
-begin_look
-{ kill -KILL $look && wait $look; } 2>/dev/null
-await 'the end of its processes' eval '! grep -qsx upgd_service /proc/[0-9]*/comm'
-rm hold
-await 'the end of its mount' eval '! is_mounted'
+for child in '' child; do
+    begin_look
+    victim=$look
+    [[ -z $child ]] || read -r victim <"/proc/$look/task/$look/children"
+    { kill -KILL "$victim" && wait $look; } 2>/dev/null
+    await 'its end' eval '! grep -qsx upgd_service /proc/[0-9]*/comm'
+    rm hold
+    await 'the end of its mount' eval '! is_mounted'
+done
+expect 'a child that is killed' 1 "$(grep -c "can't" look_out)"
 begin_look
 cp /var/log/upgd_log0.txt before
 img_deploy -u u.img -m 2 >/dev/null 2>&1 &
