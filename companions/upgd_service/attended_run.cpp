@@ -142,7 +142,7 @@ static void *watch_run(void *argument)
 {
     attended_run *const run = static_cast<attended_run *>(argument);
     while (!run->ended) {
-        set_usb_status(!run->interrupted && disk_is_there(&run->disk) ? TRUE : FALSE);
+        set_usb_status(disk_is_there(&run->disk) && !run->interrupted ? TRUE : FALSE);
         show_state(&run->progress);
         usleep(LOOK_US);
     }
